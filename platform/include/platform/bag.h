@@ -1,0 +1,68 @@
+// Record codec. A record type is described once (bag_types.h) and every
+// consumer - decoder, encoder, loader, dump - walks that one description.
+//
+// Encoding (XDR, RFC 4506): big-endian 4-byte units. u8, u16, u32, s32 and
+// flags take one unit; u64 two; an IP address 16 opaque bytes; a MAC 6 and an
+// ESI 10 opaque bytes, each padded with zeros to a unit; an RD or RT value its
+// format word and 8 opaque bytes; a string a length and its bytes padded; an
+// optional string a present word (0 or 1) then the string; a sub-record its
+// fields in order; an array a count then the elements; a fixed array its
+// elements.
+#pragma once
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+enum class BagKind : uint8_t {
+    U8, U16, U32, S32, U64, BOOL, IP, MAC, ESI, RD, RT, STR, OPTSTR, STRUCT, ARRAY, FIXED
+};
+
+struct BagDesc;
+struct BagField {
+    const char *name;
+    BagKind kind;
+    BagKind elem;       // ARRAY, FIXED: kind of each element
+    uint16_t count;     // FIXED: number of elements
+    uint32_t offset;    // in the decoded record
+    const BagDesc *sub; // STRUCT, or ARRAY / FIXED of STRUCT
+};
+
+struct BagDesc {
+    const char *name;
+    uint32_t size;      // bytes of the decoded record
+    uint32_t align;
+    const BagField *fields;
+    uint32_t nfields;
+};
+
+// Decoded array: element count and elements (null when the count is 0).
+template <class T>
+struct bag_array {
+    uint32_t count;
+    T *data;
+};
+
+enum : uint32_t {
+    BAG_MAX_DEPTH = 8,                 // sub-record nesting
+    BAG_MAX_STRING = 65536,            // bytes of one string
+    BAG_MAX_INNER = 16u * 1024 * 1024, // inner allocations of one record
+};
+
+// Decodes len bytes of data into buf (buf_size bytes, at least desc->size).
+// Strings and arrays are allocated by the codec and stay valid until
+// bag_free_indirections(buf) or the next bag_decode into buf. On failure
+// nothing stays allocated and buf holds no usable record.
+uint32_t bag_decode(const void *data, uint32_t len, void *buf, uint32_t buf_size,
+                    const BagDesc *desc);
+uint32_t bag_free_indirections(void *buf, const BagDesc *desc);
+
+// Encodes a decoded (or hand-built) record; appends to out.
+uint32_t bag_encode(const void *record, const BagDesc *desc, std::string &out);
+
+// Bytes the codec holds for records not yet released (tests).
+size_t bag_inner_bytes_held(void);
+
+// Size in bytes of one decoded element of an ARRAY or FIXED field.
+uint32_t bag_elem_size(const BagField &field);
+const BagField *bag_find_field(const BagDesc *desc, const char *name);
+const char *bag_kind_name(BagKind kind);

@@ -1,0 +1,185 @@
+// Record types. Each type is one field list, written once: the list makes the
+// C++ struct here and the codec description in bag_types.cpp.
+//
+// A field list takes five macros: F(kind, name) a scalar, S(type, name) a
+// sub-record, A(kind, name) an array of scalars, AS(type, name) an array of
+// sub-records, FS(type, name, n) n sub-records in a row.
+#pragma once
+#include <cstdint>
+
+#include "platform/bag.h"
+#include "platform/formatters.h"
+
+template <BagKind K> struct bag_ctype;
+template <> struct bag_ctype<BagKind::U8> { using type = uint8_t; };
+template <> struct bag_ctype<BagKind::U16> { using type = uint16_t; };
+template <> struct bag_ctype<BagKind::U32> { using type = uint32_t; };
+template <> struct bag_ctype<BagKind::S32> { using type = int32_t; };
+template <> struct bag_ctype<BagKind::U64> { using type = uint64_t; };
+template <> struct bag_ctype<BagKind::BOOL> { using type = uint32_t; };
+template <> struct bag_ctype<BagKind::IP> { using type = l2vpn_ip_addr_t; };
+template <> struct bag_ctype<BagKind::MAC> { using type = uint8_t[6]; };
+template <> struct bag_ctype<BagKind::ESI> { using type = uint8_t[10]; };
+template <> struct bag_ctype<BagKind::RD> { using type = l2vpn_bag_rd_t; };
+template <> struct bag_ctype<BagKind::RT> { using type = l2vpn_bag_rt_t; };
+template <> struct bag_ctype<BagKind::STR> { using type = char *; };
+template <> struct bag_ctype<BagKind::OPTSTR> { using type = char *; };
+
+#define BAG_M_F(K, n) bag_ctype<BagKind::K>::type n;
+#define BAG_M_S(T, n) T n;
+#define BAG_M_A(K, n) bag_array<bag_ctype<BagKind::K>::type> n;
+#define BAG_M_AS(T, n) bag_array<T> n;
+#define BAG_M_FS(T, n, N) T n[N];
+
+// Declares the struct T, its description and its getter l2vpn_bag_dll__T().
+#define BAG_DECLARE(T)                                                          \
+    struct T {                                                                  \
+        BAG_FIELDS_##T(BAG_M_F, BAG_M_S, BAG_M_A, BAG_M_AS, BAG_M_FS)           \
+    };                                                                          \
+    extern const BagDesc bag_desc_##T;                                          \
+    const BagDesc *l2vpn_bag_dll__##T(void);
+
+// ---- Shared sub-records -------------------------------------------------
+
+#define BAG_FIELDS_SidStructure(F, S, A, AS, FS)                                \
+    F(U8, LocatorBlockLen) F(U8, LocatorNodeLen) F(U8, FunctionLen)             \
+    F(U8, ArgumentLen) F(U8, TranspositionLen) F(U8, TranspositionOffset)
+BAG_DECLARE(SidStructure)
+
+#define BAG_FIELDS_Srv6Sid(F, S, A, AS, FS)                                     \
+    F(U16, SRv6EndpointBehavior) F(U8, SRv6_SIDFlags) F(IP, SRv6_SID)           \
+    F(BOOL, SIDStructurePresent) S(SidStructure, sid_struct)
+BAG_DECLARE(Srv6Sid)
+
+#define BAG_FIELDS_SrTeInfo(F, S, A, AS, FS)                                    \
+    F(U8, SR_TEType) F(U32, SR_TEInterfaceName) F(U32, SR_TE_BSID)              \
+    F(IP, SRv6_TE_BSID)
+BAG_DECLARE(SrTeInfo)
+
+#define BAG_FIELDS_L2Attributes(F, S, A, AS, FS)                                \
+    F(BOOL, Valid) F(U16, MTU) F(U32, DesignatedForwarderRole) F(U32, ControlWord)
+BAG_DECLARE(L2Attributes)
+
+#define BAG_FIELDS_EvpnPath(F, S, A, AS, FS)                                    \
+    F(IP, NextHop) F(U32, TunnelEndpointID) F(U32, OutputLabel)                 \
+    F(U32, RerouteLabel) S(SrTeInfo, SR_TEInfo) AS(Srv6Sid, SRv6_SIDInfo)       \
+    S(L2Attributes, Layer2Attributes) A(U32, Issues) F(MAC, GES_MACAddress)     \
+    F(IP, OriginatingPE) F(U16, PathVerion)
+BAG_DECLARE(EvpnPath)
+
+#define BAG_FIELDS_evt_hist_entry_bag(F, S, A, AS, FS)                          \
+    F(STR, evt_timestamp) F(U64, evt_timestamp_ms) F(STR, evt_name)             \
+    F(U8, evt_type) F(BOOL, evt_many) F(BOOL, evt_sticky) A(U32, evt_data)
+BAG_DECLARE(evt_hist_entry_bag)
+
+#define BAG_FIELDS_evt_hist_bag(F, S, A, AS, FS)                                \
+    F(STR, evt_class_name) AS(evt_hist_entry_bag, evt_entry)
+BAG_DECLARE(evt_hist_bag)
+
+#define BAG_FIELDS_l2vpn_timespec_bag(F, S, A, AS, FS) F(U32, tv_sec) F(U32, tv_nsec)
+BAG_DECLARE(l2vpn_timespec_bag)
+
+#define BAG_FIELDS_l2vpn_diag_stats_bag(F, S, A, AS, FS)                        \
+    F(U32, count) S(l2vpn_timespec_bag, last_time) F(U32, last_arg)
+BAG_DECLARE(l2vpn_diag_stats_bag)
+
+// ---- Forwarding entries --------------------------------------------------
+
+// bd_name: the bridge domain of the route; key of the bd indices, not printed.
+#define BAG_FIELDS_l2vpn_evpn_mac_bag(F, S, A, AS, FS)                          \
+    F(U32, evi) F(U32, encap) F(U32, ethernet_tag) F(MAC, mac_address)          \
+    F(IP, ip_address) F(U32, local_label) AS(Srv6Sid, local_sids)               \
+    AS(EvpnPath, path_buffer) F(BOOL, local) F(BOOL, proxy) F(BOOL, remote)     \
+    F(IP, soo_nexthop) F(IP, proxy_nexthop) F(STR, local_esi)                   \
+    F(STR, remote_esi) F(U16, esi_port_key) F(U8, local_encap)                  \
+    F(U8, remote_encap) F(STR, local_nexthop_name) F(STR, mac_state)            \
+    F(U32, local_seq_num) F(U32, remote_seq_num) F(S32, l3_label)               \
+    F(MAC, local_router_mac) F(U16, flush_requested) F(U16, flush_received)     \
+    F(U32, bp_xcid) F(U32, stamped_xcid) F(U32, mac_producers)                  \
+    F(U32, best_producer) F(U32, internal_label) F(BOOL, resolved)              \
+    F(BOOL, local_static) F(BOOL, remote_static) F(BOOL, local_etree_leaf)      \
+    F(BOOL, remote_etree_leaf) F(BOOL, remote_matching_etree_rt)                \
+    F(U32, ext_flags) S(evt_hist_bag, event_history_info)                       \
+    S(evt_hist_bag, event_history) F(U32, local_ac_id) F(U32, remote_ac_id)     \
+    F(U32, bp_ifh) F(STR, bd_name)
+BAG_DECLARE(l2vpn_evpn_mac_bag)
+
+// ---- Instances -------------------------------------------------------------
+
+#define BAG_FIELDS_l2vpn_evpn_evi_summary_bag(F, S, A, AS, FS)                  \
+    F(U32, vpn_id) F(U32, encap) F(STR, bd_name) F(U32, evi_type)
+BAG_DECLARE(l2vpn_evpn_evi_summary_bag)
+
+#define BAG_FIELDS_l2vpn_evpn_evi_detail_bag(F, S, A, AS, FS)                   \
+    F(U32, evi) F(U32, evi_kind) F(U32, vpn_id) F(U32, encap) F(STR, bd_name)   \
+    F(U32, evi_type) F(STR, description) F(U32, unicast_label)                  \
+    F(U32, multicast_label) F(U32, reroute_label) AS(Srv6Sid, unicast_sids)     \
+    AS(Srv6Sid, multicast_sids) F(U32, frr_ac_count) F(BOOL, flow_label)        \
+    F(BOOL, flow_label_global) F(BOOL, control_word_disabled)                   \
+    F(BOOL, ignore_mtu_mismatch) F(BOOL, transmit_mtu_zero) F(STR, table_policy) \
+    F(STR, route_policy_export) F(STR, route_policy_import) F(U8, forward_class) \
+    F(RD, rd_auto) F(RD, rd_config) F(RT, rt_auto) F(BOOL, rt_import_none)      \
+    F(BOOL, rt_export_none) F(BOOL, advertise_macs) F(BOOL, etree_leaf)         \
+    F(BOOL, etree_rt_leaf) F(BOOL, advertise_bvi_macs) F(BOOL, aliasing_disabled) \
+    F(BOOL, uuf_disabled) F(BOOL, reorigination_disabled) F(BOOL, stitching)    \
+    F(BOOL, mcast_source_connected) F(BOOL, igmp_snooping_proxy)                \
+    F(BOOL, mld_snooping_proxy) F(BOOL, implicit_import_disabled)               \
+    F(BOOL, bvi_coupled_mode) F(BOOL, bvi_subnet_withheld_ipv4)                 \
+    F(BOOL, bvi_subnet_withheld_ipv6) F(STR, vrf_name) F(BOOL, ecmp_disable)    \
+    F(U32, preferred_nexthop_mode) F(OPTSTR, srv6_locator_name)                 \
+    F(U32, srv6_locator_id) F(BOOL, access) F(U64, bd_ptr) F(U32, bd_id)        \
+    A(U32, rt_counters) F(U32, upd_macs) F(U32, del_macs) F(U32, upd_imets)     \
+    F(U32, del_imets) F(U32, upd_mac_errors) F(U32, del_mac_errors)             \
+    F(U32, upd_imet_errors) F(U32, del_imet_errors)                             \
+    S(evt_hist_bag, event_history) S(evt_hist_bag, event_history_info)          \
+    F(BOOL, has_statistics) F(BOOL, vrf_table_eod) F(BOOL, vrf_table_eod_expected) \
+    F(STR, vrf_table_eod_why)
+BAG_DECLARE(l2vpn_evpn_evi_detail_bag)
+
+#define BAG_FIELDS_l2vpn_evpn_evi_bgp_rt_bag(F, S, A, AS, FS)                   \
+    F(U32, vpn_id) F(U32, encap) F(RT, rt) F(U32, rt_type) F(BOOL, stitching)   \
+    S(evt_hist_bag, event_history) S(evt_hist_bag, event_history_info)
+BAG_DECLARE(l2vpn_evpn_evi_bgp_rt_bag)
+
+#define BAG_FIELDS_l2vpn_evpn_rd_private_bag(F, S, A, AS, FS)                   \
+    F(RD, rd) S(evt_hist_bag, event_history) S(evt_hist_bag, event_history_info)
+BAG_DECLARE(l2vpn_evpn_rd_private_bag)
+
+// One RD with its route targets, as the Ethernet segment records list them.
+#define BAG_FIELDS_l2vpn_evpn_rd_rt_entry(F, S, A, AS, FS)                      \
+    F(RD, rd) A(RT, rts) F(BOOL, stitching)
+BAG_DECLARE(l2vpn_evpn_rd_rt_entry)
+
+// ---- System ----------------------------------------------------------------
+
+#define BAG_FIELDS_l2vpn_evpn_summary_bag(F, S, A, AS, FS)                      \
+    F(IP, evpn_router_id) F(IP, bgp_router_id) F(U32, bgp_asn) F(U32, bgp_eod)  \
+    F(U32, evi_count) F(U32, tep_count) F(U32, local_mac_count)                 \
+    F(U32, local_mac_ipv4_count) F(U32, local_mac_ipv6_count)                   \
+    F(U32, local_es_global_mac_count) F(U32, remote_mac_count)                  \
+    F(U32, remote_sync_mac_count) F(U32, remote_mac_ipv4_count)                 \
+    F(U32, remote_mac_ipv6_count) F(U32, local_imcast_count)                    \
+    F(U32, remote_imcast_count) F(U32, internal_label_count)                    \
+    F(U32, sh_internal_id_count) F(U32, mh_internal_id_count) F(U32, es_count)  \
+    F(U32, neighbor_count) F(U32, local_ead_count) F(U32, remote_ead_count)     \
+    F(MAC, pbb_bsa_mac) F(U32, peering_timer) F(U32, recovery_timer)            \
+    F(U32, carving_timer) F(U32, ac_debounce_timer) F(BOOL, manual_cost_out)    \
+    F(BOOL, bundle_convergence) F(BOOL, costed_out) F(U32, startup_cost_in_timer) \
+    F(U32, startup_cost_in_left) F(U32, mac_postpone_timer)                     \
+    F(U32, mac_postpone_left) F(U32, bringup_timer) F(U32, bringup_left)        \
+    F(U32, bringup_queue_items) F(U32, bringup_in_progress)                     \
+    F(U32, backup_replacement_timer) F(U32, backup_replacement_left)            \
+    F(U32, core_deisolation_timer) F(U32, core_deisolation_left)                \
+    F(U32, bgp_nh_pfx_len_ipv6) F(U32, marked_remote_mac_count)                 \
+    F(U32, swept_remote_mac_count) F(U32, marked_local_mac_count)               \
+    F(U32, swept_local_mac_count) F(U32, marked_imcast_count)                   \
+    F(U32, swept_imcast_count) F(BOOL, throttle_to_l2rib)                       \
+    F(BOOL, df_election_logging) S(evt_hist_bag, event_history)                 \
+    FS(l2vpn_diag_stats_bag, es_diag, 20) F(U64, es_ead_pulses_pending)         \
+    F(BOOL, ntp_in_sync)
+BAG_DECLARE(l2vpn_evpn_summary_bag)
+
+// Every top-level record type, for tools that choose a type by name.
+const BagDesc *bag_desc_by_name(const char *name);
+// Null-terminated list of the top-level record types.
+extern const BagDesc *const bag_record_types[];

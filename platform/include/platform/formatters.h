@@ -1,0 +1,90 @@
+// Value formatters and their parsers. Each formatter writes a bounded text;
+// the ones returning const char * use a ring of per-thread buffers, so a few
+// calls may stand in one printf (the text stays valid for 8 later calls).
+#pragma once
+#include <cstddef>
+#include <cstdint>
+
+// 16-byte IP address record: an IPv6 address, or an IPv4 address in the
+// IPv4-mapped form ::ffff:a.b.c.d. All zero is the unspecified address.
+struct l2vpn_ip_addr_t {
+    uint8_t bytes[16];
+};
+// RD and RT values as records carry them: a format word and eight value bytes.
+struct l2vpn_bag_rd_t {
+    uint32_t format;
+    uint8_t value[8];
+};
+typedef l2vpn_bag_rd_t l2vpn_bag_rt_t;
+// Converted 8-byte route distinguisher / route target (RFC 4364 / RFC 4360 layout).
+struct l2vpn_rd_t {
+    uint8_t bytes[8];
+};
+struct l2vpn_rt_t {
+    uint8_t bytes[8];
+};
+enum : uint32_t {
+    L2VPN_RD_FORMAT_NONE = 0,   // unset: converts to nothing, fails
+    L2VPN_RD_FORMAT_AS2 = 1,    // 2-byte ASN : 4-byte number
+    L2VPN_RD_FORMAT_IPV4 = 2,   // IPv4 address : 2-byte number
+    L2VPN_RD_FORMAT_AS4 = 3,    // 4-byte ASN : 2-byte number
+};
+enum : size_t {
+    L2VPN_RD_STR_SIZE = 29,
+    L2VPN_RT_STR_SIZE = 22,
+    L2VPN_MAC_STR_LEN = 14,     // "0011.2233.4455"
+    L2VPN_ESI_STR_LEN = 24,     // "0011.2233.4455.6677.8899"
+    L2VPN_IP_HEX_LEN = 32,
+};
+
+// Addresses. ntop never returns null; pton returns non-zero on success.
+const char *l2vpn_inet_ntop(const l2vpn_ip_addr_t *addr);
+int l2vpn_inet_pton(const char *text, l2vpn_ip_addr_t *addr);
+bool l2vpn_ip_is_v4(const l2vpn_ip_addr_t *addr);
+// 32 lower-case hex digits of the 16 bytes; cut to size - 1.
+void l2vpn_ip_addr2hex_string2(const l2vpn_ip_addr_t *addr, char *buf, size_t size);
+
+// MAC: "0011.2233.4455". len must be 6 (else "Invalid").
+const char *macstring(const uint8_t *mac, int len);
+// Parses "0011.2233.4455", "00:11:22:33:44:55" or "00-11-22-33-44-55"; 0 on success.
+int l2vpn_mac_pton(const char *text, uint8_t mac[6]);
+int is_valid_mac(const uint8_t *mac);   // non-zero unless all zero
+
+// ESI: 10 octets, "0011.2233.4455.6677.8899". esistring gives null when the
+// type octet (the first) is above 5, which no Ethernet segment can carry.
+const char *esistring(const uint8_t *esi);
+int evpn_esi_pton(const char *text, uint8_t esi[10]);  // 0 on success
+int is_nonzero_esi(const uint8_t *esi);
+
+// RD / RT: convert returns non-zero on success; get_string writes at most
+// L2VPN_RD_STR_SIZE / L2VPN_RT_STR_SIZE bytes (NUL included).
+int l2vpn_bag_rd_convert(const l2vpn_bag_rd_t *value, l2vpn_rd_t *rd);
+void rd_get_string(const l2vpn_rd_t *rd, char *buf);
+int l2vpn_bag_rt_convert(const l2vpn_bag_rt_t *value, l2vpn_rt_t *rt);
+void rt_get_string(const l2vpn_rt_t *rt, char *buf);
+// Parses "100:1", "1.1.1.1:5", "4200000000:7" (a number above 65535 before
+// the colon is a 4-byte ASN); 0 on success.
+int l2vpn_bag_rd_pton(const char *text, l2vpn_bag_rd_t *value);
+// Text of a record value: its RD text, or "raw:" and 24 hex digits when it
+// does not convert. The raw form parses back with l2vpn_bag_rd_pton.
+void l2vpn_bag_rd_to_text(const l2vpn_bag_rd_t *value, char *buf, size_t size);
+
+// Labels and identifiers.
+void l2vpn_mpls_label_to_str(uint32_t label, char *buf, size_t size, uint32_t encap);
+void l2vpn_l3rib_internal_id_to_str(uint32_t id, char *buf, size_t size);
+
+// Words.
+const char *evpn_bgp_encap_type_to_str(uint32_t encap);
+const char *evpn_type_2_string(uint32_t evi_type);
+const char *evpn_bag_df_role_to_str(uint32_t role);
+const char *Yes_or_No_str(uint32_t flag);
+
+// Attachment names as records carry them.
+int is_pw_ves(const char *name);       // "PW:<neighbor>,<pw-id>"
+int is_vfi_ves(const char *name);      // "VFI:<vfi-name>"
+int is_access_evi(const char *name);   // "EVI:<number>"
+// Display form into an 80-byte buffer: "PW:10.0.0.1,100" -> "PW 10.0.0.1 / 100",
+// "VFI:core" -> "VFI core", "EVI:5" -> "Access EVI 5"; other names unchanged.
+void convert_pw_or_vfi_ves_namestring(const char *name, char *buf);
+// Interface name to the internal form used in database keys ("/" -> "_"); 0 on success.
+int imc_internal_namestring(const char *name, char *buf, size_t size, uint32_t flags);

@@ -1,0 +1,451 @@
+// Record codec: decodes XDR-encoded records into their structs by walking
+// the record's description, and encodes them back.
+//
+// Strings and arrays of a decoded record live in an arena that belongs to the
+// decode buffer: bag_free_indirections() resets it for the next record, so a
+// walk that decodes a million records into one buffer allocates nothing per
+// record once the arena has grown to the largest record's size.
+#include "platform/bag.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <vector>
+
+#include "platform/cerr.h"
+#include "platform/formatters.h"
+
+namespace {
+
+// ---- Arena ---------------------------------------------------------------
+
+constexpr size_t kFirstChunk = 8 * 1024;
+constexpr size_t kKeepChunk = 256 * 1024;  // larger chunks are freed on reset
+
+struct Arena {
+    std::vector<char *> chunks;
+    size_t cur_size = 0;  // size of chunks.back()
+    size_t cur_used = 0;
+    size_t used = 0;      // bytes handed out since the last reset
+
+    void *alloc(size_t n, size_t align) {
+        size_t at = (cur_used + align - 1) & ~(align - 1);
+        if (chunks.empty() || at + n > cur_size) {
+            size_t size = cur_size ? cur_size * 2 : kFirstChunk;
+            while (size < n) size *= 2;
+            char *chunk = static_cast<char *>(malloc(size));
+            if (!chunk) return nullptr;
+            chunks.push_back(chunk);
+            cur_size = size;
+            at = 0;
+        }
+        cur_used = at + n;
+        used += n;
+        return chunks.back() + at;
+    }
+
+    // Keeps one chunk (the last, largest) unless it is over the keep size.
+    void reset() {
+        for (size_t i = 0; i + 1 < chunks.size(); i++) free(chunks[i]);
+        if (!chunks.empty()) {
+            char *last = chunks.back();
+            chunks.clear();
+            if (cur_size <= kKeepChunk) {
+                chunks.push_back(last);
+            } else {
+                free(last);
+                cur_size = 0;
+            }
+        }
+        cur_used = 0;
+        used = 0;
+    }
+
+    void release() {
+        for (char *c : chunks) free(c);
+        chunks.clear();
+        cur_size = cur_used = used = 0;
+    }
+};
+
+struct Slot {
+    const void *buf;  // decode buffer this arena serves; null when free
+    Arena arena;
+};
+
+struct Slots {
+    std::vector<Slot> slots;
+    ~Slots() {
+        for (Slot &s : slots) s.arena.release();
+    }
+    Slot *find(const void *buf) {
+        for (Slot &s : slots)
+            if (s.buf == buf) return &s;
+        return nullptr;
+    }
+    Slot *claim(const void *buf) {
+        if (Slot *s = find(buf)) {
+            s->arena.reset();
+            return s;
+        }
+        if (Slot *s = find(nullptr)) {
+            s->buf = buf;
+            return s;
+        }
+        slots.push_back(Slot{buf, Arena{}});
+        return &slots.back();
+    }
+};
+thread_local Slots g_slots;
+
+// ---- Reader --------------------------------------------------------------
+
+struct Reader {
+    const uint8_t *p;
+    const uint8_t *end;
+
+    size_t left() const { return static_cast<size_t>(end - p); }
+    bool need(size_t n) const { return left() >= n; }
+    uint32_t u32() {
+        uint32_t v = (uint32_t(p[0]) << 24) | (uint32_t(p[1]) << 16) | (uint32_t(p[2]) << 8) | p[3];
+        p += 4;
+        return v;
+    }
+};
+
+constexpr size_t pad4(size_t n) { return (n + 3) & ~size_t(3); }
+
+uint32_t scalar_size(BagKind k) {
+    switch (k) {
+    case BagKind::U8: return 1;
+    case BagKind::U16: return 2;
+    case BagKind::U32: case BagKind::S32: case BagKind::BOOL: return 4;
+    case BagKind::U64: return 8;
+    case BagKind::IP: return 16;
+    case BagKind::MAC: return 6;
+    case BagKind::ESI: return 10;
+    case BagKind::RD: case BagKind::RT: return sizeof(l2vpn_bag_rd_t);
+    case BagKind::STR: case BagKind::OPTSTR: return sizeof(char *);
+    default: return 0;
+    }
+}
+
+uint32_t scalar_align(BagKind k) {
+    switch (k) {
+    case BagKind::U8: case BagKind::IP: case BagKind::MAC: case BagKind::ESI: return 1;
+    case BagKind::U16: return 2;
+    case BagKind::U64: case BagKind::STR: case BagKind::OPTSTR: return 8;
+    default: return 4;
+    }
+}
+
+// Fewest encoded bytes a value of this kind can take (never 0).
+size_t min_encoded(BagKind k, const BagDesc *sub, uint32_t count, int depth);
+
+size_t min_encoded_desc(const BagDesc *d, int depth) {
+    if (depth > static_cast<int>(BAG_MAX_DEPTH)) return 4;
+    size_t n = 0;
+    for (uint32_t i = 0; i < d->nfields; i++) {
+        const BagField &f = d->fields[i];
+        if (f.kind == BagKind::FIXED)
+            n += min_encoded(f.elem, f.sub, 1, depth + 1) * f.count;
+        else
+            n += min_encoded(f.kind, f.sub, 1, depth + 1);
+    }
+    return n ? n : 4;
+}
+
+size_t min_encoded(BagKind k, const BagDesc *sub, uint32_t, int depth) {
+    switch (k) {
+    case BagKind::U64: return 8;
+    case BagKind::IP: return 16;
+    case BagKind::MAC: return 8;
+    case BagKind::ESI: case BagKind::RD: case BagKind::RT: return 12;
+    case BagKind::STRUCT: return min_encoded_desc(sub, depth);
+    default: return 4;
+    }
+}
+
+struct Decoder {
+    Reader r;
+    Arena &arena;
+
+    uint32_t scalar(BagKind k, uint8_t *out) {
+        switch (k) {
+        case BagKind::U8: case BagKind::U16: case BagKind::U32: case BagKind::S32:
+        case BagKind::BOOL: {
+            if (!r.need(4)) return BAG_ERR_TRUNCATED;
+            uint32_t v = r.u32();
+            if (k == BagKind::U8) {
+                if (v > 0xff) return BAG_ERR_VALUE;
+                *out = static_cast<uint8_t>(v);
+            } else if (k == BagKind::U16) {
+                if (v > 0xffff) return BAG_ERR_VALUE;
+                uint16_t h = static_cast<uint16_t>(v);
+                memcpy(out, &h, 2);
+            } else {
+                memcpy(out, &v, 4);
+            }
+            return 0;
+        }
+        case BagKind::U64: {
+            if (!r.need(8)) return BAG_ERR_TRUNCATED;
+            uint64_t hi = r.u32();
+            uint64_t v = (hi << 32) | r.u32();
+            memcpy(out, &v, 8);
+            return 0;
+        }
+        case BagKind::IP: case BagKind::MAC: case BagKind::ESI: {
+            size_t n = scalar_size(k);
+            if (!r.need(pad4(n))) return BAG_ERR_TRUNCATED;
+            memcpy(out, r.p, n);
+            for (size_t i = n; i < pad4(n); i++)
+                if (r.p[i]) return BAG_ERR_VALUE;
+            r.p += pad4(n);
+            return 0;
+        }
+        case BagKind::RD: case BagKind::RT: {
+            if (!r.need(12)) return BAG_ERR_TRUNCATED;
+            l2vpn_bag_rd_t v;
+            v.format = r.u32();
+            memcpy(v.value, r.p, 8);
+            r.p += 8;
+            memcpy(out, &v, sizeof v);
+            return 0;
+        }
+        case BagKind::STR: case BagKind::OPTSTR: {
+            char *s = nullptr;
+            if (k == BagKind::OPTSTR) {
+                if (!r.need(4)) return BAG_ERR_TRUNCATED;
+                uint32_t present = r.u32();
+                if (present > 1) return BAG_ERR_VALUE;
+                if (!present) {
+                    memcpy(out, &s, sizeof s);
+                    return 0;
+                }
+            }
+            if (!r.need(4)) return BAG_ERR_TRUNCATED;
+            uint32_t len = r.u32();
+            if (len > BAG_MAX_STRING) return BAG_ERR_VALUE;
+            if (!r.need(pad4(len))) return BAG_ERR_TRUNCATED;
+            if (arena.used + len + 1 > BAG_MAX_INNER) return BAG_ERR_NOMEM;
+            s = static_cast<char *>(arena.alloc(len + 1, 1));
+            if (!s) return BAG_ERR_NOMEM;
+            memcpy(s, r.p, len);
+            s[len] = '\0';
+            r.p += pad4(len);
+            memcpy(out, &s, sizeof s);
+            return 0;
+        }
+        default:
+            return BAG_ERR_VALUE;
+        }
+    }
+
+    uint32_t element(BagKind k, const BagDesc *sub, uint8_t *out, int depth) {
+        if (k == BagKind::STRUCT) return record(sub, out, depth + 1);
+        return scalar(k, out);
+    }
+
+    uint32_t record(const BagDesc *d, uint8_t *out, int depth) {
+        if (depth > static_cast<int>(BAG_MAX_DEPTH)) return BAG_ERR_DEPTH;
+        for (uint32_t i = 0; i < d->nfields; i++) {
+            const BagField &f = d->fields[i];
+            uint8_t *dst = out + f.offset;
+            uint32_t rc = 0;
+            switch (f.kind) {
+            case BagKind::STRUCT:
+                rc = record(f.sub, dst, depth + 1);
+                break;
+            case BagKind::FIXED: {
+                uint32_t es = bag_elem_size(f);
+                for (uint32_t e = 0; e < f.count && !rc; e++)
+                    rc = element(f.elem, f.sub, dst + size_t(e) * es, depth);
+                break;
+            }
+            case BagKind::ARRAY: {
+                if (!r.need(4)) return BAG_ERR_TRUNCATED;
+                uint32_t count = r.u32();
+                size_t min = min_encoded(f.elem, f.sub, 1, depth + 1);
+                if (count > r.left() / min) return BAG_ERR_COUNT;
+                uint32_t es = bag_elem_size(f);
+                uint8_t *elems = nullptr;
+                if (count) {
+                    size_t bytes = size_t(count) * es;
+                    if (arena.used + bytes > BAG_MAX_INNER) return BAG_ERR_NOMEM;
+                    size_t align = f.elem == BagKind::STRUCT ? f.sub->align : scalar_align(f.elem);
+                    elems = static_cast<uint8_t *>(arena.alloc(bytes, align));
+                    if (!elems) return BAG_ERR_NOMEM;
+                    memset(elems, 0, bytes);
+                    for (uint32_t e = 0; e < count && !rc; e++)
+                        rc = element(f.elem, f.sub, elems + size_t(e) * es, depth);
+                }
+                bag_array<uint8_t> arr{count, elems};
+                memcpy(dst, &arr, sizeof arr);
+                break;
+            }
+            default:
+                rc = scalar(f.kind, dst);
+            }
+            if (rc) return rc;
+        }
+        return 0;
+    }
+};
+
+// ---- Encoder -------------------------------------------------------------
+
+void put32(std::string &out, uint32_t v) {
+    char b[4] = {char(v >> 24), char(v >> 16), char(v >> 8), char(v)};
+    out.append(b, 4);
+}
+
+uint32_t encode_record(const uint8_t *rec, const BagDesc *d, std::string &out, int depth);
+
+uint32_t encode_scalar(BagKind k, const uint8_t *in, std::string &out) {
+    switch (k) {
+    case BagKind::U8: put32(out, *in); return 0;
+    case BagKind::U16: { uint16_t v; memcpy(&v, in, 2); put32(out, v); return 0; }
+    case BagKind::U32: case BagKind::S32: case BagKind::BOOL: {
+        uint32_t v;
+        memcpy(&v, in, 4);
+        put32(out, v);
+        return 0;
+    }
+    case BagKind::U64: {
+        uint64_t v;
+        memcpy(&v, in, 8);
+        put32(out, uint32_t(v >> 32));
+        put32(out, uint32_t(v));
+        return 0;
+    }
+    case BagKind::IP: case BagKind::MAC: case BagKind::ESI: {
+        size_t n = scalar_size(k);
+        out.append(reinterpret_cast<const char *>(in), n);
+        out.append(pad4(n) - n, '\0');
+        return 0;
+    }
+    case BagKind::RD: case BagKind::RT: {
+        l2vpn_bag_rd_t v;
+        memcpy(&v, in, sizeof v);
+        put32(out, v.format);
+        out.append(reinterpret_cast<const char *>(v.value), 8);
+        return 0;
+    }
+    case BagKind::STR: case BagKind::OPTSTR: {
+        const char *s;
+        memcpy(&s, in, sizeof s);
+        if (k == BagKind::OPTSTR) {
+            put32(out, s ? 1 : 0);
+            if (!s) return 0;
+        }
+        size_t len = s ? strlen(s) : 0;
+        if (len > BAG_MAX_STRING) return BAG_ERR_VALUE;
+        put32(out, static_cast<uint32_t>(len));
+        out.append(s ? s : "", len);
+        out.append(pad4(len) - len, '\0');
+        return 0;
+    }
+    default:
+        return BAG_ERR_VALUE;
+    }
+}
+
+uint32_t encode_element(BagKind k, const BagDesc *sub, const uint8_t *in, std::string &out,
+                        int depth) {
+    if (k == BagKind::STRUCT) return encode_record(in, sub, out, depth + 1);
+    return encode_scalar(k, in, out);
+}
+
+uint32_t encode_record(const uint8_t *rec, const BagDesc *d, std::string &out, int depth) {
+    if (depth > static_cast<int>(BAG_MAX_DEPTH)) return BAG_ERR_DEPTH;
+    for (uint32_t i = 0; i < d->nfields; i++) {
+        const BagField &f = d->fields[i];
+        const uint8_t *src = rec + f.offset;
+        uint32_t rc = 0;
+        switch (f.kind) {
+        case BagKind::STRUCT:
+            rc = encode_record(src, f.sub, out, depth + 1);
+            break;
+        case BagKind::FIXED: {
+            uint32_t es = bag_elem_size(f);
+            for (uint32_t e = 0; e < f.count && !rc; e++)
+                rc = encode_element(f.elem, f.sub, src + size_t(e) * es, out, depth);
+            break;
+        }
+        case BagKind::ARRAY: {
+            bag_array<uint8_t> arr;
+            memcpy(&arr, src, sizeof arr);
+            if (arr.count && !arr.data) return BAG_ERR_ARG;
+            put32(out, arr.count);
+            uint32_t es = bag_elem_size(f);
+            for (uint32_t e = 0; e < arr.count && !rc; e++)
+                rc = encode_element(f.elem, f.sub, arr.data + size_t(e) * es, out, depth);
+            break;
+        }
+        default:
+            rc = encode_scalar(f.kind, src, out);
+        }
+        if (rc) return rc;
+    }
+    return 0;
+}
+
+}  // namespace
+
+uint32_t bag_elem_size(const BagField &f) {
+    return f.elem == BagKind::STRUCT ? f.sub->size : scalar_size(f.elem);
+}
+
+const BagField *bag_find_field(const BagDesc *desc, const char *name) {
+    for (uint32_t i = 0; i < desc->nfields; i++)
+        if (strcmp(desc->fields[i].name, name) == 0) return &desc->fields[i];
+    return nullptr;
+}
+
+const char *bag_kind_name(BagKind kind) {
+    static const char *const names[] = {"u8",  "u16", "u32", "s32", "u64",    "bool",   "ip",    "mac",
+                                        "esi", "rd",  "rt",  "string", "optional string", "record",
+                                        "array", "fixed array"};
+    return names[static_cast<int>(kind)];
+}
+
+uint32_t bag_decode(const void *data, uint32_t len, void *buf, uint32_t buf_size,
+                    const BagDesc *desc) {
+    if (!buf || !desc || (!data && len)) return BAG_ERR_ARG;
+    if (buf_size < desc->size) return BAG_ERR_BUFFER;
+    Slot *slot = g_slots.claim(buf);
+    memset(buf, 0, desc->size);
+    const uint8_t *p = static_cast<const uint8_t *>(data);
+    Decoder dec{Reader{p, p + len}, slot->arena};
+    uint32_t rc = dec.record(desc, static_cast<uint8_t *>(buf), 0);
+    if (!rc && dec.r.left()) rc = BAG_ERR_TRAILING;
+    if (rc) {
+        // Nothing of a failed decode stays allocated or reachable.
+        slot->arena.reset();
+        slot->buf = nullptr;
+        memset(buf, 0, desc->size);
+    }
+    return rc;
+}
+
+uint32_t bag_free_indirections(void *buf, const BagDesc *desc) {
+    if (!buf || !desc) return BAG_ERR_ARG;
+    Slot *slot = g_slots.find(buf);
+    if (!slot) return BAG_ERR_NOT_DECODED;
+    slot->arena.reset();
+    slot->buf = nullptr;
+    return 0;
+}
+
+uint32_t bag_encode(const void *record, const BagDesc *desc, std::string &out) {
+    if (!record || !desc) return BAG_ERR_ARG;
+    return encode_record(static_cast<const uint8_t *>(record), desc, out, 0);
+}
+
+size_t bag_inner_bytes_held(void) {
+    size_t n = 0;
+    for (const Slot &s : g_slots.slots)
+        if (s.buf) n += s.arena.used;
+    return n;
+}

@@ -1,0 +1,60 @@
+// Codec descriptions of the record types: one per field list in bag_types.h.
+#include "platform/bag_types.h"
+
+#include <cstddef>
+#include <cstring>
+#include <iterator>
+
+#define BAG_D_F(K, n) {#n, BagKind::K, BagKind::K, 0, static_cast<uint32_t>(offsetof(CurT, n)), nullptr},
+#define BAG_D_S(T, n) {#n, BagKind::STRUCT, BagKind::STRUCT, 0, static_cast<uint32_t>(offsetof(CurT, n)), &bag_desc_##T},
+#define BAG_D_A(K, n) {#n, BagKind::ARRAY, BagKind::K, 0, static_cast<uint32_t>(offsetof(CurT, n)), nullptr},
+#define BAG_D_AS(T, n) {#n, BagKind::ARRAY, BagKind::STRUCT, 0, static_cast<uint32_t>(offsetof(CurT, n)), &bag_desc_##T},
+#define BAG_D_FS(T, n, N) {#n, BagKind::FIXED, BagKind::STRUCT, N, static_cast<uint32_t>(offsetof(CurT, n)), &bag_desc_##T},
+
+#define BAG_DESCRIBE(T)                                                                  \
+    namespace bag_fields_##T {                                                           \
+    using CurT = T;                                                                      \
+    static const BagField fields[] = {                                                   \
+        BAG_FIELDS_##T(BAG_D_F, BAG_D_S, BAG_D_A, BAG_D_AS, BAG_D_FS)};                   \
+    }                                                                                    \
+    const BagDesc bag_desc_##T = {#T, sizeof(T), alignof(T), bag_fields_##T::fields,     \
+                                  static_cast<uint32_t>(std::size(bag_fields_##T::fields))}; \
+    const BagDesc *l2vpn_bag_dll__##T(void) { return &bag_desc_##T; }
+
+BAG_DESCRIBE(SidStructure)
+BAG_DESCRIBE(Srv6Sid)
+BAG_DESCRIBE(SrTeInfo)
+BAG_DESCRIBE(L2Attributes)
+BAG_DESCRIBE(EvpnPath)
+BAG_DESCRIBE(evt_hist_entry_bag)
+BAG_DESCRIBE(evt_hist_bag)
+BAG_DESCRIBE(l2vpn_timespec_bag)
+BAG_DESCRIBE(l2vpn_diag_stats_bag)
+BAG_DESCRIBE(l2vpn_evpn_mac_bag)
+BAG_DESCRIBE(l2vpn_evpn_evi_summary_bag)
+BAG_DESCRIBE(l2vpn_evpn_evi_detail_bag)
+BAG_DESCRIBE(l2vpn_evpn_evi_bgp_rt_bag)
+BAG_DESCRIBE(l2vpn_evpn_rd_private_bag)
+BAG_DESCRIBE(l2vpn_evpn_rd_rt_entry)
+BAG_DESCRIBE(l2vpn_evpn_summary_bag)
+
+// Decoded records must fit the buffers the show commands allocate for them.
+static_assert(sizeof(l2vpn_evpn_mac_bag) <= 320);
+static_assert(sizeof(l2vpn_evpn_evi_summary_bag) <= 24);
+static_assert(sizeof(l2vpn_evpn_evi_detail_bag) <= 432);
+static_assert(sizeof(l2vpn_evpn_evi_bgp_rt_bag) <= 96);
+static_assert(sizeof(l2vpn_evpn_rd_private_bag) <= 64);
+static_assert(sizeof(l2vpn_evpn_summary_bag) <= 616);
+
+const BagDesc *const bag_record_types[] = {
+    &bag_desc_l2vpn_evpn_mac_bag,        &bag_desc_l2vpn_evpn_evi_summary_bag,
+    &bag_desc_l2vpn_evpn_evi_detail_bag, &bag_desc_l2vpn_evpn_evi_bgp_rt_bag,
+    &bag_desc_l2vpn_evpn_rd_private_bag, &bag_desc_l2vpn_evpn_summary_bag,
+    nullptr,
+};
+
+const BagDesc *bag_desc_by_name(const char *name) {
+    for (const BagDesc *const *d = bag_record_types; *d; d++)
+        if (strcmp((*d)->name, name) == 0) return *d;
+    return nullptr;
+}

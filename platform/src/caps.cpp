@@ -1,0 +1,95 @@
+// Capability queries and the interface table, read once per process from the
+// operational database.
+#include "platform/caps.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <unordered_map>
+
+#include "db_internal.h"
+
+namespace {
+
+struct Interface {
+    std::string name, state;
+};
+
+struct Caps {
+    bool loaded = false;
+    int srv6 = 0, srv6_elan = 0;
+    std::unordered_map<uint32_t, Interface> interfaces;
+};
+Caps g_caps;
+
+int env_override(const char *name, int fallback) {
+    const char *v = getenv(name);
+    if (!v || !*v) return fallback;
+    return strcmp(v, "0") != 0;
+}
+
+void load() {
+    if (g_caps.loaded) return;
+    g_caps.loaded = true;
+    sqlite3 *db = platform_db::shared();
+    if (!db) return;
+    sqlite3_stmt *s = nullptr;
+    if (sqlite3_prepare_v2(db, "SELECT name, value FROM capability", -1, &s, nullptr) == SQLITE_OK) {
+        while (sqlite3_step(s) == SQLITE_ROW) {
+            const char *name = reinterpret_cast<const char *>(sqlite3_column_text(s, 0));
+            int value = sqlite3_column_int(s, 1) != 0;
+            if (!name) continue;
+            if (strcmp(name, "srv6") == 0) g_caps.srv6 = value;
+            if (strcmp(name, "srv6_elan") == 0) g_caps.srv6_elan = value;
+        }
+    }
+    sqlite3_finalize(s);
+    s = nullptr;
+    if (sqlite3_prepare_v2(db, "SELECT handle, name, state FROM interface", -1, &s, nullptr) ==
+        SQLITE_OK) {
+        while (sqlite3_step(s) == SQLITE_ROW) {
+            const char *name = reinterpret_cast<const char *>(sqlite3_column_text(s, 1));
+            const char *state = reinterpret_cast<const char *>(sqlite3_column_text(s, 2));
+            g_caps.interfaces[static_cast<uint32_t>(sqlite3_column_int64(s, 0))] =
+                Interface{name ? name : "", state ? state : ""};
+        }
+    }
+    sqlite3_finalize(s);
+}
+
+const Interface *find(uint32_t handle) {
+    load();
+    auto it = g_caps.interfaces.find(handle);
+    return it == g_caps.interfaces.end() ? nullptr : &it->second;
+}
+
+}  // namespace
+
+int l2vpn_platform_srv6_supported(void) {
+    load();
+    return env_override("EVPN_SRV6", g_caps.srv6);
+}
+
+int l2vpn_platform_srv6_elan_supported(void) {
+    load();
+    return env_override("EVPN_SRV6_ELAN", g_caps.srv6_elan);
+}
+
+const char *l2vpn_if_name(uint32_t ifhandle, uint32_t) {
+    if (const Interface *i = find(ifhandle)) return i->name.c_str();
+    static thread_local char buf[4][16];
+    static thread_local int next;
+    char *b = buf[next++ & 3];
+    snprintf(b, sizeof buf[0], "0x%x", ifhandle);
+    return b;
+}
+
+const char *im_display_namestring(uint32_t ifhandle) { return l2vpn_if_name(ifhandle, 0); }
+
+const char *im_state_reverse_lookup(uint32_t ifhandle) {
+    const Interface *i = find(ifhandle);
+    return i ? i->state.c_str() : "Unknown";
+}
+
+void platform_caps_reset(void) { g_caps = Caps{}; }

@@ -1,0 +1,21 @@
+// The platform's read-only connection to the operational database, shared by
+// the system database client, the capability queries and the statistics
+// service.
+#pragma once
+#include <sqlite3.h>
+
+#include <cstdint>
+
+namespace platform_db {
+
+// Opens path read-only and checks that it is a database of ours. Returns 0
+// and the connection, or an error code (SYSDB_ERR_NO_LIBRARY for a missing
+// file, SYSDB_ERR_NOT_BOUND for a file that is not ours).
+uint32_t open_readonly(const char *path, sqlite3 **db);
+
+// The connection of the bound handle, or one opened on sysdb_library_path();
+// null when neither can be had.
+sqlite3 *shared(void);
+void set_bound(sqlite3 *db);
+
+}  // namespace platform_db

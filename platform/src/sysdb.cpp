@@ -1,0 +1,498 @@
+// System database client on an SQLite file: items and listings below a bound
+// root, in natural key order, in batches.
+#include "platform/sysdb.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "db_internal.h"
+#include "platform/cerr.h"
+#include "platform/sysdb_keys.h"
+#include "platform/sysdb_registry.h"
+#include "platform/sysdb_schema.h"
+
+namespace {
+
+constexpr size_t kMaxPath = 255;
+constexpr uint32_t kDefaultBatchBytes = 4u * 1024 * 1024;
+uint32_t g_batch_bytes = kDefaultBatchBytes;
+sysdb_request_observer_fn g_observer;
+void *g_observer_arg;
+sqlite3 *g_bound_db;
+sqlite3 *g_lazy_db;
+
+// Smallest byte string greater than every string that starts with prefix;
+// empty when there is none (all 0xff).
+std::string prefix_end(std::string p) {
+    while (!p.empty() && static_cast<uint8_t>(p.back()) == 0xff) p.pop_back();
+    if (!p.empty()) p.back() = static_cast<char>(static_cast<uint8_t>(p.back()) + 1);
+    return p;
+}
+const std::string kTop(512, '\xff');  // above every key
+
+struct Stmt {
+    sqlite3_stmt *s = nullptr;
+    ~Stmt() { sqlite3_finalize(s); }
+};
+
+}  // namespace
+
+namespace sysdb_schema {
+bool valid_root(const char *root) {
+    if (!root) return false;
+    if (strcmp(root, "/oper/evpn/gl/") == 0 || strcmp(root, "/oper/evpn/gl/stdby/") == 0)
+        return true;
+    const char *node = "/oper/evpn/node/";
+    size_t n = strlen(node);
+    if (strncmp(root, node, n) != 0) return false;
+    const char *p = root + n;
+    size_t digits = strspn(p, "0123456789abcdef");
+    return digits > 0 && digits <= 8 && strcmp(p + digits, "/") == 0;
+}
+}  // namespace sysdb_schema
+
+namespace platform_db {
+
+uint32_t open_readonly(const char *path, sqlite3 **out) {
+    *out = nullptr;
+    if (!path || access(path, R_OK) != 0) return SYSDB_ERR_NO_LIBRARY;
+    sqlite3 *db = nullptr;
+    if (sqlite3_open_v2(path, &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
+        sqlite3_close(db);
+        return SYSDB_ERR_NOT_BOUND;
+    }
+    sqlite3_busy_timeout(db, 2000);
+    int32_t app = 0, ver = 0;
+    sqlite3_stmt *s = nullptr;
+    bool ok = sqlite3_prepare_v2(db, "PRAGMA application_id", -1, &s, nullptr) == SQLITE_OK &&
+              sqlite3_step(s) == SQLITE_ROW;
+    if (ok) app = sqlite3_column_int(s, 0);
+    sqlite3_finalize(s);
+    s = nullptr;
+    ok = ok && sqlite3_prepare_v2(db, "PRAGMA user_version", -1, &s, nullptr) == SQLITE_OK &&
+         sqlite3_step(s) == SQLITE_ROW;
+    if (ok) ver = sqlite3_column_int(s, 0);
+    sqlite3_finalize(s);
+    if (!ok || app != sysdb_schema::kApplicationId || ver != sysdb_schema::kVersion) {
+        sqlite3_close(db);
+        return SYSDB_ERR_NOT_BOUND;
+    }
+    *out = db;
+    return 0;
+}
+
+sqlite3 *shared(void) {
+    if (g_bound_db) return g_bound_db;
+    if (!g_lazy_db) open_readonly(sysdb_library_path(), &g_lazy_db);
+    return g_lazy_db;
+}
+
+void set_bound(sqlite3 *db) { g_bound_db = db; }
+
+}  // namespace platform_db
+
+struct sysdb_handle_s {
+    sqlite3 *db = nullptr;
+    std::string root;
+    std::unordered_map<std::string, int64_t> list_ids;
+    Stmt list_id, get_item, scan_items, scan_index;
+
+    // Id of a listing path below the root; -1 when the database has none.
+    int64_t listing(const std::string &path) {
+        auto it = list_ids.find(path);
+        if (it != list_ids.end()) return it->second;
+        int64_t id = -1;
+        sqlite3_reset(list_id.s);
+        sqlite3_bind_text(list_id.s, 1, root.c_str(), -1, SQLITE_STATIC);
+        sqlite3_bind_text(list_id.s, 2, path.c_str(), -1, SQLITE_TRANSIENT);
+        if (sqlite3_step(list_id.s) == SQLITE_ROW) id = sqlite3_column_int64(list_id.s, 0);
+        sqlite3_reset(list_id.s);
+        list_ids.emplace(path, id);
+        return id;
+    }
+};
+
+struct sysdb_datalist_s {
+    struct Entry {
+        uint32_t name_off, data_off, data_len;
+    };
+    std::string bytes;
+    std::vector<Entry> entries;
+    size_t next = 0;
+    bool more = false;
+};
+
+const char *sysdb_library_path(void) {
+    const char *env = getenv("EVPN_SYSDB");
+    return env && *env ? env : EVPN_DEFAULT_DB;
+}
+
+uint32_t _sysdb_bind(sysdb_handle_td *handle, const char *root, uint32_t mode) {
+    if (!handle) return SYSDB_ERR_BAD_ARG;
+    *handle = nullptr;
+    if (!sysdb_schema::valid_root(root)) return SYSDB_ERR_BAD_PATH;
+    if (mode != SYSDB_BIND_READ) return SYSDB_ERR_BAD_ARG;
+    sqlite3 *db = nullptr;
+    if (uint32_t rc = platform_db::open_readonly(sysdb_library_path(), &db)) return rc;
+    auto *h = new sysdb_handle_s;
+    h->db = db;
+    h->root = root;
+    const char *sql[] = {
+        "SELECT id FROM listing WHERE root = ?1 AND path = ?2",
+        "SELECT data FROM item WHERE list = ?1 AND skey = ?2",
+        "SELECT name, data, skey FROM item WHERE list = ?1 AND skey >= ?2 AND skey > ?3 "
+        "AND skey < ?4 ORDER BY skey LIMIT ?5",
+        "SELECT i.name, i.data, x.ikey FROM item_index x JOIN item i ON i.list = ?6 AND "
+        "i.skey = x.skey WHERE x.list = ?1 AND x.ikey >= ?2 AND x.ikey > ?3 AND x.ikey < ?4 "
+        "ORDER BY x.ikey LIMIT ?5",
+    };
+    Stmt *stmts[] = {&h->list_id, &h->get_item, &h->scan_items, &h->scan_index};
+    for (int i = 0; i < 4; i++) {
+        if (sqlite3_prepare_v3(db, sql[i], -1, SQLITE_PREPARE_PERSISTENT, &stmts[i]->s, nullptr) !=
+            SQLITE_OK) {
+            delete h;
+            sqlite3_close(db);
+            return SYSDB_ERR_NOT_BOUND;
+        }
+    }
+    *handle = h;
+    platform_db::set_bound(db);
+    return 0;
+}
+
+uint32_t _sysdb_unbind(sysdb_handle_td handle) {
+    if (!handle) return SYSDB_ERR_NOT_BOUND;
+    sqlite3 *db = handle->db;
+    if (db == g_bound_db) platform_db::set_bound(nullptr);
+    delete handle;  // finalizes the statements first
+    sqlite3_close(db);
+    return 0;
+}
+
+const char *l2vpn_edm_sysdb_path_to_item_name(const char *path) {
+    if (!path) return nullptr;
+    const char *slash = strrchr(path, '/');
+    return slash ? slash + 1 : path;
+}
+
+namespace {
+
+bool path_ok(const char *path) {
+    if (!path || !*path || path[0] == '/') return false;
+    return strnlen(path, kMaxPath + 1) <= kMaxPath;
+}
+
+// Resolves "base/name" (or a singleton's path) to its listing and sort key.
+uint32_t resolve_item(const char *path, const ListingDef *&l, std::string &skey) {
+    std::string_view p(path);
+    if ((l = sysdb_registry_find(p)) && l->singleton) {
+        skey.clear();
+        return 0;
+    }
+    size_t slash = p.rfind('/');
+    if (slash == std::string_view::npos) return SYSDB_ERR_NOT_FOUND;
+    l = sysdb_registry_find(p.substr(0, slash));
+    if (!l || l->singleton) return SYSDB_ERR_NOT_FOUND;
+    if (!sysdb_keys::skey_from_name(*l, p.substr(slash + 1), skey)) return SYSDB_ERR_NOT_FOUND;
+    return 0;
+}
+
+void split_commas(std::string_view s, std::vector<std::string_view> &out) {
+    out.clear();
+    size_t start = 0;
+    while (true) {
+        size_t comma = s.find(',', start);
+        out.push_back(s.substr(start, comma == std::string_view::npos ? comma : comma - start));
+        if (comma == std::string_view::npos) return;
+        start = comma + 1;
+    }
+}
+
+// A listing request resolved against the registry.
+struct Query {
+    const ListingDef *l = nullptr;
+    std::vector<uint8_t> layout;            // key positions of the scanned rows
+    std::vector<std::string> given;         // sort bytes per key position; empty: any
+    std::vector<bool> is_given;
+    std::string scan_path;                  // listing path of the scanned rows
+    bool on_items = true;                   // scanning the item table
+    size_t run = 0;                         // leading given parts of layout
+    bool filter = false;                    // given parts beyond the run
+};
+
+uint32_t resolve_listing(const char *path, Query &q) {
+    std::string_view p(path);
+    if ((q.l = sysdb_registry_find(p))) {
+        if (q.l->singleton) return SYSDB_ERR_NOT_FOUND;
+        q.layout = q.l->item_key;
+        q.is_given.assign(q.l->keys.size(), false);
+        q.given.assign(q.l->keys.size(), std::string());
+        q.scan_path = q.l->base;
+        return 0;
+    }
+    // "B-index/keys": the longest registered base followed by '-'.
+    const ListingDef *best = nullptr;
+    for (const ListingDef &l : sysdb_registry()) {
+        size_t n = strlen(l.base);
+        if (p.size() > n && p.compare(0, n, l.base) == 0 && p[n] == '-' &&
+            (!best || n > strlen(best->base)))
+            best = &l;
+    }
+    if (!best) return SYSDB_ERR_NOT_FOUND;
+    q.l = best;
+    std::string_view rest = p.substr(strlen(best->base) + 1);
+    size_t slash = rest.find('/');
+    if (slash == std::string_view::npos) return SYSDB_ERR_NO_INDEX_MATCH;
+    std::string_view index = rest.substr(0, slash), keys = rest.substr(slash + 1);
+    const IndexDef *ix = nullptr;
+    for (const IndexDef &d : best->indices)
+        if (index == d.name) ix = &d;
+    if (!ix) return SYSDB_ERR_NO_INDEX_MATCH;
+
+    q.is_given.assign(best->keys.size(), false);
+    q.given.assign(best->keys.size(), std::string());
+    if (!keys.empty()) {
+        std::vector<std::string_view> comps;
+        split_commas(keys, comps);
+        size_t at = 0;
+        for (uint8_t pos : ix->parts) {
+            KeyText t = best->keys[pos].text;
+            size_t n = key_text_components(t);
+            if (at + n > comps.size()) return SYSDB_ERR_NO_INDEX_MATCH;
+            std::vector<std::string_view> part(comps.begin() + at, comps.begin() + at + n);
+            at += n;
+            size_t wild = 0;
+            for (std::string_view c : part) wild += c == sysdb_keys::kWildcard;
+            if (wild == n) continue;
+            if (wild) return SYSDB_ERR_NO_INDEX_MATCH;
+            if (!sysdb_keys::parse_field(t, part, q.given[pos])) return SYSDB_ERR_NO_INDEX_MATCH;
+            q.is_given[pos] = true;
+        }
+        if (at != comps.size()) return SYSDB_ERR_NO_INDEX_MATCH;
+    }
+
+    // The ordering whose leading parts the query gives most of.
+    auto kept = sysdb_keys::stored_orderings(*best);
+    size_t best_run = 0;
+    int best_home = -3;
+    for (const auto &o : ix->orderings) {
+        int home = sysdb_keys::ordering_home(*best, o);
+        if (home < -1) continue;
+        const std::vector<uint8_t> &layout = home == -1 ? best->item_key : kept[home];
+        size_t run = 0;
+        while (run < layout.size() && q.is_given[layout[run]]) run++;
+        if (best_home == -3 || run > best_run) {
+            best_run = run;
+            best_home = home;
+            q.layout = layout;
+        }
+    }
+    if (best_home == -3) return SYSDB_ERR_NO_INDEX_MATCH;
+    q.on_items = best_home == -1;
+    q.scan_path = q.on_items ? best->base : sysdb_keys::ordering_path(*best, kept[best_home]);
+    q.run = best_run;
+    for (size_t i = best_run; i < q.layout.size(); i++)
+        if (q.is_given[q.layout[i]]) q.filter = true;
+    return 0;
+}
+
+// Rows of the scan after the resume name: the key laid out as the scan's rows.
+bool resume_key(const Query &q, std::string_view name, std::string &after) {
+    std::string skey;
+    std::vector<std::string> field_sort;
+    if (!sysdb_keys::skey_from_name(*q.l, name, skey, &field_sort)) return false;
+    if (q.on_items) {
+        after = skey;
+        return true;
+    }
+    after.clear();
+    for (uint8_t pos : q.layout) {
+        if (q.is_given[pos]) after += q.given[pos];
+        else if (!field_sort[pos].empty()) after += field_sort[pos];
+        else return false;  // the name does not carry this key field
+    }
+    after += skey;
+    return true;
+}
+
+bool row_matches(const Query &q, std::string_view key) {
+    if (!q.filter) return true;
+    std::vector<std::string_view> parts;
+    if (!sysdb_keys::split(*q.l, q.layout, key, parts)) return false;
+    for (size_t i = q.run; i < q.layout.size(); i++)
+        if (q.is_given[q.layout[i]] && parts[i] != q.given[q.layout[i]]) return false;
+    return true;
+}
+
+uint32_t run_listing(sysdb_handle_td h, const char *path, const char *resume, uint32_t want,
+                     sysdb_datalist_s &out) {
+    if (!path_ok(path)) return SYSDB_ERR_BAD_PATH;
+    Query q;
+    if (uint32_t rc = resolve_listing(path, q)) return rc;
+    int64_t list = h->listing(q.scan_path);
+    if (list < 0) return SYSDB_ERR_NOT_FOUND;
+    int64_t base = q.on_items ? list : h->listing(q.l->base);
+
+    std::string prefix;
+    for (size_t i = 0; i < q.run; i++) prefix += q.given[q.layout[i]];
+    std::string hi = prefix.empty() ? kTop : prefix_end(prefix);
+    if (hi.empty()) hi = kTop;
+    std::string after;
+    if (resume && *resume && !resume_key(q, resume, after)) return SYSDB_ERR_NO_INDEX_MATCH;
+
+    sqlite3_stmt *s = q.on_items ? h->scan_items.s : h->scan_index.s;
+    // Rows the filter drops still cost a step; ask in pages until filled.
+    while (out.entries.size() <= want) {
+        sqlite3_reset(s);
+        sqlite3_bind_int64(s, 1, list);
+        sqlite3_bind_blob(s, 2, prefix.data(), static_cast<int>(prefix.size()), SQLITE_STATIC);
+        sqlite3_bind_blob(s, 3, after.data(), static_cast<int>(after.size()), SQLITE_STATIC);
+        sqlite3_bind_blob(s, 4, hi.data(), static_cast<int>(hi.size()), SQLITE_STATIC);
+        int page = static_cast<int>(want) + 1;
+        sqlite3_bind_int(s, 5, page);
+        if (!q.on_items) sqlite3_bind_int64(s, 6, base);
+        int rows = 0, rc;
+        bool full = false;
+        while ((rc = sqlite3_step(s)) == SQLITE_ROW) {
+            rows++;
+            const void *k = sqlite3_column_blob(s, 2);
+            int klen = sqlite3_column_bytes(s, 2);
+            std::string_view key(static_cast<const char *>(k), static_cast<size_t>(klen));
+            after.assign(key);
+            if (!row_matches(q, key)) continue;
+            if (out.entries.size() == want ||
+                (!out.entries.empty() && out.bytes.size() > g_batch_bytes)) {
+                out.more = true;
+                full = true;
+                break;
+            }
+            const char *name = reinterpret_cast<const char *>(sqlite3_column_text(s, 0));
+            int nlen = sqlite3_column_bytes(s, 0);
+            const void *data = sqlite3_column_blob(s, 1);
+            int dlen = sqlite3_column_bytes(s, 1);
+            sysdb_datalist_s::Entry e;
+            e.name_off = static_cast<uint32_t>(out.bytes.size());
+            out.bytes.append(name ? name : "", static_cast<size_t>(nlen));
+            out.bytes.push_back('\0');
+            out.bytes.append((4 - out.bytes.size() % 4) % 4, '\0');  // 4-byte aligned data
+            e.data_off = static_cast<uint32_t>(out.bytes.size());
+            e.data_len = static_cast<uint32_t>(dlen);
+            if (dlen) out.bytes.append(static_cast<const char *>(data), static_cast<size_t>(dlen));
+            out.entries.push_back(e);
+        }
+        sqlite3_reset(s);
+        if (rc != SQLITE_ROW && rc != SQLITE_DONE) return SYSDB_ERR_STORE;
+        if (full || rows < page) break;
+    }
+    return out.entries.empty() ? static_cast<uint32_t>(SYSDB_ERR_NOT_FOUND) : 0u;
+}
+
+}  // namespace
+
+uint32_t sysdb_item_get(sysdb_handle_td h, const char *path, uint32_t *type, void **data,
+                        uint32_t *len, uint32_t) {
+    if (data) *data = nullptr;
+    if (len) *len = 0;
+    if (!h) return SYSDB_ERR_NOT_BOUND;
+    if (!data || !len) return SYSDB_ERR_BAD_ARG;
+    if (!path_ok(path)) return SYSDB_ERR_BAD_PATH;
+    const ListingDef *l;
+    std::string skey;
+    if (uint32_t rc = resolve_item(path, l, skey)) return rc;
+    int64_t list = h->listing(l->base);
+    if (list < 0) return SYSDB_ERR_NOT_FOUND;
+    sqlite3_stmt *s = h->get_item.s;
+    sqlite3_reset(s);
+    sqlite3_bind_int64(s, 1, list);
+    sqlite3_bind_blob(s, 2, skey.data(), static_cast<int>(skey.size()), SQLITE_STATIC);
+    int rc = sqlite3_step(s);
+    uint32_t result = SYSDB_ERR_NOT_FOUND;
+    if (rc == SQLITE_ROW) {
+        int n = sqlite3_column_bytes(s, 0);
+        void *copy = malloc(n ? static_cast<size_t>(n) : 1);
+        if (!copy) {
+            result = SYSDB_ERR_STORE;
+        } else {
+            if (n) memcpy(copy, sqlite3_column_blob(s, 0), static_cast<size_t>(n));
+            *data = copy;
+            *len = static_cast<uint32_t>(n);
+            if (type) *type = SYSDB_TYPE_BAG;
+            result = 0;
+        }
+    } else if (rc != SQLITE_DONE) {
+        result = SYSDB_ERR_STORE;
+    }
+    sqlite3_reset(s);
+    return result;
+}
+
+uint32_t sysdb_datalist(sysdb_handle_td h, const char *path, const char *resume_name,
+                        uint32_t *count, sysdb_datalist_h_td *list, uint32_t flags) {
+    uint32_t want = count ? *count : 0;
+    uint32_t rc;
+    if (list) *list = nullptr;
+    auto *dl = new sysdb_datalist_s;
+    if (!h) rc = SYSDB_ERR_NOT_BOUND;
+    else if (!count || !list || want == 0) rc = SYSDB_ERR_BAD_ARG;
+    else rc = run_listing(h, path, (flags & SYSDB_DATALIST_RESUME) || (resume_name && *resume_name)
+                                       ? resume_name : nullptr,
+                          want, *dl);
+    uint32_t got = rc ? 0 : static_cast<uint32_t>(dl->entries.size());
+    if (count) *count = got;
+    if (got) *list = dl;
+    else delete dl;
+    if (g_observer) {
+        sysdb_request_s r{path, resume_name, want, got, flags, rc};
+        g_observer(&r, g_observer_arg);
+    }
+    return rc;
+}
+
+uint32_t sysdb_datalist_next(sysdb_datalist_h_td dl, const char **name, uint32_t *type,
+                             void **data, uint32_t *len, uint32_t *extra) {
+    if (name) *name = nullptr;
+    if (data) *data = nullptr;
+    if (len) *len = 0;
+    if (!dl) return SYSDB_ERR_BAD_ARG;
+    if (dl->next >= dl->entries.size()) return SYSDB_ERR_NOT_FOUND;
+    const sysdb_datalist_s::Entry &e = dl->entries[dl->next++];
+    if (name) *name = dl->bytes.data() + e.name_off;
+    if (data) *data = dl->bytes.data() + e.data_off;
+    if (len) *len = e.data_len;
+    if (type) *type = SYSDB_TYPE_BAG;
+    if (extra) *extra = 0;
+    return 0;
+}
+
+uint32_t sysdb_datalist_start(sysdb_datalist_h_td dl) {
+    if (!dl) return SYSDB_ERR_BAD_ARG;
+    dl->next = 0;
+    return 0;
+}
+
+uint32_t sysdb_datalist_get_more_flag(sysdb_datalist_h_td dl, uint32_t *more) {
+    if (!dl || !more) return SYSDB_ERR_BAD_ARG;
+    *more = dl->more ? 1 : 0;
+    return 0;
+}
+
+uint32_t sysdb_datalist_free(sysdb_datalist_h_td dl) {
+    if (!dl) return SYSDB_ERR_BAD_ARG;
+    delete dl;
+    return 0;
+}
+
+void sysdb_set_request_observer(sysdb_request_observer_fn fn, void *arg) {
+    g_observer = fn;
+    g_observer_arg = arg;
+}
+
+void sysdb_set_batch_byte_budget(uint32_t bytes) {
+    g_batch_bytes = bytes ? bytes : kDefaultBatchBytes;
+}

@@ -1,0 +1,290 @@
+// Item names, sort keys and index orderings.
+#include "platform/sysdb_keys.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "platform/bag.h"
+#include "platform/formatters.h"
+
+namespace sysdb_keys {
+namespace {
+
+void put_be32(std::string &out, uint32_t v) {
+    char b[4] = {char(v >> 24), char(v >> 16), char(v >> 8), char(v)};
+    out.append(b, 4);
+}
+
+bool parse_hex32(std::string_view s, uint32_t max, uint32_t &v) {
+    if (s.size() > 2 && s[0] == '0' && (s[1] == 'x' || s[1] == 'X')) s.remove_prefix(2);
+    if (s.empty() || s.size() > 8) return false;
+    uint64_t n = 0;
+    for (char c : s) {
+        int d;
+        if (c >= '0' && c <= '9') d = c - '0';
+        else if (c >= 'a' && c <= 'f') d = c - 'a' + 10;
+        else if (c >= 'A' && c <= 'F') d = c - 'A' + 10;
+        else return false;
+        n = n * 16 + d;
+    }
+    if (n > max) return false;
+    v = static_cast<uint32_t>(n);
+    return true;
+}
+
+bool parse_hex_bytes(std::string_view s, size_t n, std::string &out) {
+    if (s.size() != 2 * n) return false;
+    for (size_t i = 0; i < n; i++) {
+        uint32_t b;
+        if (!parse_hex32(s.substr(2 * i, 2), 0xff, b)) return false;
+        out.push_back(static_cast<char>(b));
+    }
+    return true;
+}
+
+std::string hex_bytes(const uint8_t *p, size_t n) {
+    static const char digits[] = "0123456789abcdef";
+    std::string s;
+    for (size_t i = 0; i < n; i++) {
+        s.push_back(digits[p[i] >> 4]);
+        s.push_back(digits[p[i] & 15]);
+    }
+    return s;
+}
+
+size_t fixed_len(KeyText t) {
+    switch (t) {
+    case KeyText::HEX0X: case KeyText::HEX: return 4;
+    case KeyText::MAC3: return 6;
+    case KeyText::IPHEX: return 16;
+    case KeyText::ESI: return 10;
+    case KeyText::RDHEX: return 12;
+    case KeyText::STR: return 0;
+    }
+    return 0;
+}
+
+bool is_prefix(const std::vector<uint8_t> &a, const std::vector<uint8_t> &b) {
+    if (a.size() > b.size()) return false;
+    for (size_t i = 0; i < a.size(); i++)
+        if (a[i] != b[i]) return false;
+    return true;
+}
+
+}  // namespace
+
+bool parse_field(KeyText text, const std::vector<std::string_view> &comps, std::string &sort) {
+    switch (text) {
+    case KeyText::HEX0X: case KeyText::HEX: {
+        uint32_t v;
+        if (comps.size() != 1 || !parse_hex32(comps[0], 0xffffffffu, v)) return false;
+        put_be32(sort, v);
+        return true;
+    }
+    case KeyText::MAC3: {
+        if (comps.size() != 3) return false;
+        for (std::string_view c : comps) {
+            uint32_t v;
+            if (!parse_hex32(c, 0xffff, v)) return false;
+            sort.push_back(char(v >> 8));
+            sort.push_back(char(v));
+        }
+        return true;
+    }
+    case KeyText::IPHEX:
+        return comps.size() == 1 && parse_hex_bytes(comps[0], 16, sort);
+    case KeyText::RDHEX:
+        return comps.size() == 1 && parse_hex_bytes(comps[0], 12, sort);
+    case KeyText::ESI: {
+        uint8_t esi[10];
+        std::string s(comps.size() == 1 ? comps[0] : std::string_view());
+        if (comps.size() != 1 || evpn_esi_pton(s.c_str(), esi) != 0) return false;
+        sort.append(reinterpret_cast<const char *>(esi), 10);
+        return true;
+    }
+    case KeyText::STR:
+        if (comps.size() != 1 || comps[0].empty() ||
+            comps[0].find('\0') != std::string_view::npos)
+            return false;
+        sort.append(comps[0]);
+        sort.push_back('\0');
+        return true;
+    }
+    return false;
+}
+
+bool from_record(const ListingDef &l, const void *record, std::vector<std::string> &sort,
+                 std::vector<std::string> &text, std::string &err) {
+    const uint8_t *rec = static_cast<const uint8_t *>(record);
+    sort.clear();
+    text.clear();
+    for (const KeyField &k : l.keys) {
+        const BagField *f = bag_find_field(l.desc, k.field);
+        if (!f) {
+            err = std::string("registry names unknown key field ") + k.field;
+            return false;
+        }
+        const uint8_t *p = rec + f->offset;
+        std::string s, t;
+        char buf[64];
+        switch (k.text) {
+        case KeyText::HEX0X: case KeyText::HEX: {
+            uint32_t v = 0;
+            if (f->kind == BagKind::U8) v = *p;
+            else if (f->kind == BagKind::U16) { uint16_t h; memcpy(&h, p, 2); v = h; }
+            else memcpy(&v, p, 4);
+            put_be32(s, v);
+            snprintf(buf, sizeof buf, k.text == KeyText::HEX0X ? "0x%x" : "%x", v);
+            t = buf;
+            break;
+        }
+        case KeyText::MAC3:
+            s.assign(reinterpret_cast<const char *>(p), 6);
+            snprintf(buf, sizeof buf, "%x,%x,%x", (p[0] << 8) | p[1], (p[2] << 8) | p[3],
+                     (p[4] << 8) | p[5]);
+            t = buf;
+            break;
+        case KeyText::IPHEX:
+            s.assign(reinterpret_cast<const char *>(p), 16);
+            t = hex_bytes(p, 16);
+            break;
+        case KeyText::ESI: {
+            s.assign(reinterpret_cast<const char *>(p), 10);
+            const char *e = esistring(p);
+            if (!e) {
+                err = std::string("field ") + k.field + ": the ESI has no text form";
+                return false;
+            }
+            t = e;
+            break;
+        }
+        case KeyText::RDHEX: {
+            l2vpn_bag_rd_t v;
+            memcpy(&v, p, sizeof v);
+            uint8_t b[12] = {uint8_t(v.format >> 24), uint8_t(v.format >> 16),
+                             uint8_t(v.format >> 8), uint8_t(v.format)};
+            memcpy(b + 4, v.value, 8);
+            s.assign(reinterpret_cast<const char *>(b), 12);
+            t = hex_bytes(b, 12);
+            break;
+        }
+        case KeyText::STR: {
+            const char *str;
+            memcpy(&str, p, sizeof str);
+            if (!str || !*str) {
+                // An empty text cannot stand in a path: the item simply has
+                // no entry in this key's indices.
+                t.clear();
+                s.clear();
+                break;
+            }
+            if (strpbrk(str, ",/")) {
+                err = std::string("field ") + k.field + ": a key text may not hold ',' or '/'";
+                return false;
+            }
+            t = str;
+            s = t;
+            s.push_back('\0');
+            break;
+        }
+        }
+        sort.push_back(std::move(s));
+        text.push_back(std::move(t));
+    }
+    return true;
+}
+
+std::string item_name(const ListingDef &l, const std::vector<std::string> &text) {
+    std::string name;
+    for (size_t i = 0; i < l.item_key.size(); i++) {
+        if (i) name.push_back(',');
+        name += text[l.item_key[i]];
+    }
+    return name;
+}
+
+std::string item_skey(const ListingDef &l, const std::vector<std::string> &sort) {
+    std::string skey;
+    for (uint8_t pos : l.item_key) skey += sort[pos];
+    return skey;
+}
+
+bool skey_from_name(const ListingDef &l, std::string_view name, std::string &skey,
+                    std::vector<std::string> *field_sort) {
+    std::vector<std::string_view> comps;
+    size_t start = 0;
+    while (true) {
+        size_t comma = name.find(',', start);
+        comps.push_back(name.substr(start, comma == std::string_view::npos ? comma : comma - start));
+        if (comma == std::string_view::npos) break;
+        start = comma + 1;
+    }
+    size_t at = 0;
+    skey.clear();
+    if (field_sort) field_sort->assign(l.keys.size(), std::string());
+    for (uint8_t pos : l.item_key) {
+        KeyText t = l.keys[pos].text;
+        size_t n = key_text_components(t);
+        if (at + n > comps.size()) return false;
+        std::vector<std::string_view> part(comps.begin() + at, comps.begin() + at + n);
+        std::string s;
+        if (!parse_field(t, part, s)) return false;
+        skey += s;
+        if (field_sort) (*field_sort)[pos] = s;
+        at += n;
+    }
+    return at == comps.size();
+}
+
+std::vector<std::vector<uint8_t>> stored_orderings(const ListingDef &l) {
+    std::vector<std::vector<uint8_t>> all;
+    for (const IndexDef &ix : l.indices)
+        for (const auto &o : ix.orderings)
+            if (!is_prefix(o, l.item_key)) all.push_back(o);
+    std::vector<std::vector<uint8_t>> kept;
+    for (size_t i = 0; i < all.size(); i++) {
+        bool covered = false;
+        for (size_t j = 0; j < all.size() && !covered; j++)
+            if (i != j && is_prefix(all[i], all[j]) &&
+                (all[i].size() < all[j].size() || j < i))
+                covered = true;
+        if (!covered) kept.push_back(all[i]);
+    }
+    return kept;
+}
+
+int ordering_home(const ListingDef &l, const std::vector<uint8_t> &ordering) {
+    if (is_prefix(ordering, l.item_key)) return -1;
+    auto kept = stored_orderings(l);
+    for (size_t i = 0; i < kept.size(); i++)
+        if (is_prefix(ordering, kept[i])) return static_cast<int>(i);
+    return -2;
+}
+
+std::string ordering_path(const ListingDef &l, const std::vector<uint8_t> &ordering) {
+    std::string p = l.base;
+    p.push_back('#');
+    for (uint8_t pos : ordering) p.push_back(static_cast<char>('0' + pos));
+    return p;
+}
+
+bool split(const ListingDef &l, const std::vector<uint8_t> &ordering, std::string_view bytes,
+           std::vector<std::string_view> &parts) {
+    parts.clear();
+    size_t at = 0;
+    for (uint8_t pos : ordering) {
+        KeyText t = l.keys[pos].text;
+        size_t n = fixed_len(t);
+        if (t == KeyText::STR) {
+            size_t nul = bytes.find('\0', at);
+            if (nul == std::string_view::npos) return false;
+            n = nul - at + 1;
+        }
+        if (at + n > bytes.size()) return false;
+        parts.push_back(bytes.substr(at, n));
+        at += n;
+    }
+    return true;
+}
+
+}  // namespace sysdb_keys

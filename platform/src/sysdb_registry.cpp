@@ -1,0 +1,68 @@
+// The listings of the operational database and their keys.
+//
+// An item's name is its item-key fields joined by commas, each written as its
+// KeyText says; an index path "B-index/k1,k2,..." gives the index's fields in
+// the order of IndexDef::parts. Orderings list the column orders the store
+// keeps for an index, so that every supported wildcard pattern is a prefix
+// range of one ordering: a filtered listing costs what it returns.
+#include "platform/sysdb_registry.h"
+
+#include "platform/bag_types.h"
+
+namespace {
+
+const std::vector<ListingDef> kRegistry = {
+    // MAC and MAC/IP routes: keys evi(0) mac(1) ip(2) bd_name(3).
+    {"evpn_evi_detail/evi_child_container/evpn_mac",
+     &bag_desc_l2vpn_evpn_mac_bag,
+     false,
+     {{"evi", KeyText::HEX0X}, {"mac_address", KeyText::MAC3}, {"ip_address", KeyText::IPHEX},
+      {"bd_name", KeyText::STR}},
+     {0, 1, 2},
+     {
+         {"evi", {0}, {{0}}},
+         {"evi_mac_ip", {0, 1, 2}, {{0, 1, 2}, {0, 2, 1}}},
+         {"mac_ip", {1, 2}, {{1, 2}, {2, 1}}},
+         {"bd_mac_ip", {3, 1, 2}, {{3, 1, 2}, {3, 2, 1}}},
+         {"bd", {3}, {{3}}},
+     }},
+    // EVIs, brief and detailed: keys vpn_id(0) encap(1) bd_name(2).
+    {"evpn_evi",
+     &bag_desc_l2vpn_evpn_evi_summary_bag,
+     false,
+     {{"vpn_id", KeyText::HEX0X}, {"encap", KeyText::HEX0X}, {"bd_name", KeyText::STR}},
+     {0, 1},
+     {{"evi", {0}, {{0}}}, {"bd", {2}, {{2}}}}},
+    {"evpn_evi_detail/detailed_elements",
+     &bag_desc_l2vpn_evpn_evi_detail_bag,
+     false,
+     {{"vpn_id", KeyText::HEX0X}, {"encap", KeyText::HEX0X}, {"bd_name", KeyText::STR}},
+     {0, 1},
+     {{"evi", {0}, {{0}}}, {"bd", {2}, {{2}}}}},
+    // Route targets of EVIs: keys vpn_id(0) encap(1) rt(2) rt_type(3).
+    {"evpn_evi_detail/evi_child_container/evi_route_targets",
+     &bag_desc_l2vpn_evpn_evi_bgp_rt_bag,
+     false,
+     {{"vpn_id", KeyText::HEX0X},
+      {"encap", KeyText::HEX0X},
+      {"rt", KeyText::RDHEX},
+      {"rt_type", KeyText::HEX0X}},
+     {0, 1, 2, 3},
+     {{"evi_encap", {0, 1}, {{0, 1}}}}},
+    // Route distinguisher database.
+    {"rd_private", &bag_desc_l2vpn_evpn_rd_private_bag, false, {{"rd", KeyText::RDHEX}}, {0}, {}},
+    // Global summary: one item.
+    {"summary", &bag_desc_l2vpn_evpn_summary_bag, true, {}, {}, {}},
+};
+
+}  // namespace
+
+const std::vector<ListingDef> &sysdb_registry(void) { return kRegistry; }
+
+const ListingDef *sysdb_registry_find(std::string_view base) {
+    for (const ListingDef &l : kRegistry)
+        if (base == l.base) return &l;
+    return nullptr;
+}
+
+int key_text_components(KeyText text) { return text == KeyText::MAC3 ? 3 : 1; }

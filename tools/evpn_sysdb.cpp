@@ -1,0 +1,163 @@
+// evpn_sysdb: builds, inspects and fills operational databases.
+//
+//   evpn_sysdb load SNAPSHOT.json [--db FILE]
+//   evpn_sysdb dump [PATH] [--db FILE] [--root ROOT]
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "json_record.h"
+#include "platform/bag.h"
+#include "platform/cerr.h"
+#include "platform/sysdb.h"
+#include "platform/sysdb_registry.h"
+#include "snapshot.h"
+
+namespace {
+
+int usage() {
+    fprintf(stderr,
+            "usage: evpn_sysdb load SNAPSHOT.json [--db FILE]\n"
+            "       evpn_sysdb dump [PATH] [--db FILE] [--root ROOT]\n"
+            "FILE defaults to $EVPN_SYSDB, else %s.\n"
+            "ROOT defaults to /oper/evpn/gl/. Without PATH, dump prints the whole database\n"
+            "as a snapshot; with PATH, the items of that listing or the one item.\n",
+            sysdb_library_path());
+    return 2;
+}
+
+struct Args {
+    std::string command, arg, db, root = "/oper/evpn/gl/";
+};
+
+bool parse_args(int argc, char **argv, Args &a) {
+    if (argc < 2) return false;
+    a.command = argv[1];
+    for (int i = 2; i < argc; i++) {
+        std::string s = argv[i];
+        if ((s == "--db" || s == "--root") && i + 1 < argc) {
+            (s == "--db" ? a.db : a.root) = argv[++i];
+        } else if (s.rfind("--", 0) == 0 || !a.arg.empty()) {
+            return false;
+        } else {
+            a.arg = s;
+        }
+    }
+    if (a.db.empty()) a.db = sysdb_library_path();
+    return true;
+}
+
+int cmd_load(const Args &a) {
+    if (a.arg.empty()) return usage();
+    std::ifstream in(a.arg, std::ios::binary);
+    if (!in) {
+        fprintf(stderr, "evpn_sysdb: cannot read %s\n", a.arg.c_str());
+        return 1;
+    }
+    evpn::LoadStats stats;
+    std::string err;
+    if (!evpn::load_snapshot(in, a.db, stats, err)) {
+        fprintf(stderr, "evpn_sysdb: %s: %s\nevpn_sysdb: %s left unchanged\n", a.arg.c_str(),
+                err.c_str(), a.db.c_str());
+        return 1;
+    }
+    fprintf(stderr, "evpn_sysdb: loaded %llu records, %llu interfaces, %llu bd counters into %s\n",
+            static_cast<unsigned long long>(stats.records),
+            static_cast<unsigned long long>(stats.interfaces),
+            static_cast<unsigned long long>(stats.bd_stats), a.db.c_str());
+    return 0;
+}
+
+// Items of one path through the system database client, as the show client sees them.
+int dump_path(const Args &a) {
+    setenv("EVPN_SYSDB", a.db.c_str(), 1);
+    sysdb_handle_td h = nullptr;
+    if (uint32_t rc = _sysdb_bind(&h, a.root.c_str(), SYSDB_BIND_READ)) {
+        fprintf(stderr, "evpn_sysdb: %s: %s\n", a.db.c_str(), cerr_strerror(rc));
+        return 1;
+    }
+    std::string path = a.arg;
+    // The record type: the listing whose base starts the path.
+    const ListingDef *def = nullptr;
+    for (const ListingDef &l : sysdb_registry())
+        if (path.compare(0, strlen(l.base), l.base) == 0 &&
+            (!def || strlen(l.base) > strlen(def->base)))
+            def = &l;
+    if (!def) {
+        fprintf(stderr, "evpn_sysdb: no listing holds %s\n", path.c_str());
+        _sysdb_unbind(h);
+        return 1;
+    }
+    std::vector<uint64_t> buf(def->desc->size / 8 + 1);
+    auto print = [&](const char *name, const void *data, uint32_t len) {
+        nlohmann::ordered_json o;
+        o["name"] = name;
+        if (bag_decode(data, len, buf.data(), static_cast<uint32_t>(buf.size() * 8), def->desc)) {
+            o["error"] = "record does not decode";
+        } else {
+            o["record"] = evpn::record_to_json(buf.data(), def->desc);
+            bag_free_indirections(buf.data(), def->desc);
+        }
+        std::cout << o.dump(2) << "\n";
+    };
+    void *data = nullptr;
+    uint32_t len = 0, type = 0;
+    int status = 0;
+    if (sysdb_item_get(h, path.c_str(), &type, &data, &len, 0) == 0) {
+        print(l2vpn_edm_sysdb_path_to_item_name(path.c_str()), data, len);
+        free(data);
+    } else {
+        std::string resume;
+        uint32_t flags = 0, found = 0;
+        while (true) {
+            uint32_t count = 200;
+            sysdb_datalist_h_td dl = nullptr;
+            uint32_t rc = sysdb_datalist(h, path.c_str(), resume.c_str(), &count, &dl, flags);
+            if (rc || !count) {
+                if (rc != SYSDB_ERR_NOT_FOUND || (!found && !flags)) {
+                    fprintf(stderr, "evpn_sysdb: %s: %s\n", path.c_str(), cerr_strerror(rc));
+                    status = 1;
+                }
+                break;
+            }
+            const char *name;
+            while (sysdb_datalist_next(dl, &name, &type, &data, &len, nullptr) == 0) {
+                print(name, data, len);
+                resume = name;
+                found++;
+            }
+            uint32_t more = 0;
+            sysdb_datalist_get_more_flag(dl, &more);
+            sysdb_datalist_free(dl);
+            if (count < 200 && !more) break;
+            flags = SYSDB_DATALIST_RESUME;
+        }
+    }
+    _sysdb_unbind(h);
+    return status;
+}
+
+int cmd_dump(const Args &a) {
+    if (!a.arg.empty()) return dump_path(a);
+    std::string err;
+    if (!evpn::dump_snapshot(a.db, std::cout, err)) {
+        fprintf(stderr, "evpn_sysdb: %s\n", err.c_str());
+        return 1;
+    }
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    Args a;
+    if (!parse_args(argc, argv, a)) return usage();
+    if (a.command == "load") return cmd_load(a);
+    if (a.command == "dump") return cmd_dump(a);
+    return usage();
+}

@@ -1,0 +1,314 @@
+// Snapshot loading (streamed) and dumping.
+#include "snapshot.h"
+
+#include <sqlite3.h>
+
+#include <cstring>
+#include <ctime>
+#include <istream>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <ostream>
+#include <vector>
+
+#include "json_record.h"
+#include "platform/bag.h"
+#include "platform/sysdb_registry.h"
+#include "platform/sysdb_schema.h"
+#include "sysdb_writer.h"
+
+namespace evpn {
+
+namespace {
+
+using json = nlohmann::json;
+
+struct LoadError {
+    std::string what;
+};
+
+constexpr const char *kSections[] = {"roots", "capabilities", "interfaces", "bd_stats", "comment"};
+constexpr const char *kCapabilities[] = {"srv6", "srv6_elan"};
+
+uint64_t get_u64(const json &o, const char *key, uint64_t max, const std::string &where) {
+    auto it = o.find(key);
+    if (it == o.end()) return 0;
+    if (!it->is_number_unsigned() && !(it->is_number_integer() && it->get<int64_t>() >= 0))
+        throw LoadError{where + "." + key + ": expected a non-negative number"};
+    uint64_t v = it->get<uint64_t>();
+    if (v > max) throw LoadError{where + "." + key + ": value out of range"};
+    return v;
+}
+
+struct Loader {
+    SysdbWriter &w;
+    LoadStats &stats;
+    std::string keys[4];  // object key at depths 1..3
+    std::map<std::string, uint64_t> counts;  // records per listing, for messages
+    uint64_t section_count = 0;
+    RecordArena arena;
+    std::vector<uint64_t> rec;
+    std::string err;
+
+    void record(const json &j) {
+        const std::string &root = keys[2], &base = keys[3];
+        const ListingDef *l = sysdb_registry_find(base);
+        std::string where = root + " " + base + "[" + std::to_string(counts[root + base]++) + "]";
+        rec.assign(l->desc->size / 8 + 1, 0);
+        arena.clear();
+        if (!json_to_record(j, l->desc, rec.data(), arena, where, err)) throw LoadError{err};
+        if (!w.add(root, base, rec.data(), err)) throw LoadError{where + ": " + err};
+        stats.records++;
+    }
+
+    void interface(const json &j) {
+        std::string where = "interfaces[" + std::to_string(section_count++) + "]";
+        if (!j.is_object()) throw LoadError{where + ": expected an object"};
+        for (auto it = j.begin(); it != j.end(); ++it)
+            if (it.key() != "name" && it.key() != "handle" && it.key() != "state")
+                throw LoadError{where + "." + it.key() + ": unknown field of an interface"};
+        auto name = j.find("name");
+        if (name == j.end() || !name->is_string() || name->get<std::string>().empty())
+            throw LoadError{where + ".name: expected the interface name"};
+        uint32_t handle = static_cast<uint32_t>(get_u64(j, "handle", 0xffffffffu, where));
+        std::string state = "Up";
+        if (auto s = j.find("state"); s != j.end()) {
+            if (!s->is_string()) throw LoadError{where + ".state: expected text"};
+            state = s->get<std::string>();
+        }
+        if (!w.add_interface(handle, name->get<std::string>(), state, err))
+            throw LoadError{where + ": " + err};
+        stats.interfaces++;
+    }
+
+    void bd_stats(const json &j) {
+        std::string where = "bd_stats[" + std::to_string(section_count++) + "]";
+        if (!j.is_object()) throw LoadError{where + ": expected an object"};
+        for (auto it = j.begin(); it != j.end(); ++it) {
+            bool known = it.key() == "node" || it.key() == "bd_id";
+            for (const char *c : sysdb_schema::kBdStatsColumns) known = known || it.key() == c;
+            if (!known) throw LoadError{where + "." + it.key() + ": unknown counter"};
+        }
+        bd_forwarding_stats s{};
+        uint64_t v[22];
+        for (int i = 0; i < 22; i++)
+            v[i] = get_u64(j, sysdb_schema::kBdStatsColumns[i], INT64_MAX, where);
+        memcpy(&s, v, sizeof v);
+        uint32_t node = static_cast<uint32_t>(get_u64(j, "node", 0xfffffffeu, where));
+        uint32_t bd = static_cast<uint32_t>(get_u64(j, "bd_id", 0xffffffffu, where));
+        if (!w.add_bd_stats(node, bd, s, err)) throw LoadError{where + ": " + err};
+        stats.bd_stats++;
+    }
+
+    void capabilities(const json &j) {
+        if (!j.is_object()) throw LoadError{"capabilities: expected an object"};
+        for (auto it = j.begin(); it != j.end(); ++it) {
+            bool known = false;
+            for (const char *c : kCapabilities) known = known || it.key() == c;
+            if (!known) throw LoadError{"capabilities." + it.key() + ": unknown capability"};
+            const json &v = it.value();
+            if (!v.is_boolean() && !(v.is_number_integer() && (v == 0 || v == 1)))
+                throw LoadError{"capabilities." + it.key() + ": expected true/false or 0/1"};
+            bool on = v.is_boolean() ? v.get<bool>() : v.get<int>() == 1;
+            if (!w.set_capability(it.key(), on, err)) throw LoadError{err};
+        }
+    }
+
+    // Parser events; records are handled and dropped as soon as they end.
+    bool event(int depth, json::parse_event_t ev, json &parsed) {
+        using E = json::parse_event_t;
+        if (ev == E::key && depth >= 1 && depth <= 3) {
+            std::string k = parsed.get<std::string>();
+            if (depth == 1) {
+                bool known = false;
+                for (const char *s : kSections) known = known || k == s;
+                if (!known) throw LoadError{"unknown section \"" + k + "\""};
+                section_count = 0;
+            } else if (keys[1] == "roots" && depth == 2) {
+                if (!sysdb_schema::valid_root(k.c_str()))
+                    throw LoadError{"unknown root \"" + k + "\""};
+            } else if (keys[1] == "roots" && depth == 3) {
+                if (!sysdb_registry_find(k)) throw LoadError{"unknown listing \"" + k + "\" under " + keys[2]};
+            }
+            keys[depth] = std::move(k);
+            return true;
+        }
+        if (ev == E::object_start || ev == E::array_start) {
+            bool ok = true;
+            if (depth == 0) ok = ev == E::object_start;
+            if (depth == 1 && keys[1] == "roots") ok = ev == E::object_start;
+            if (depth == 2 && keys[1] == "roots") ok = ev == E::object_start;
+            if (depth == 3 && keys[1] == "roots") ok = ev == E::array_start;
+            if (depth == 1 && (keys[1] == "interfaces" || keys[1] == "bd_stats"))
+                ok = ev == E::array_start;
+            if (!ok) {
+                std::string at = depth == 0 ? "snapshot" : keys[1];
+                if (depth >= 2) at += " " + keys[2];
+                if (depth >= 3) at += " " + keys[3];
+                throw LoadError{at + ": unexpected " +
+                                std::string(ev == E::object_start ? "object" : "list")};
+            }
+            return true;
+        }
+        if (ev == E::value && keys[1] == "roots" && depth >= 1 && depth <= 4)
+            throw LoadError{"roots: unexpected value " + parsed.dump() + " at depth " + std::to_string(depth)};
+        if (ev == E::object_end) {
+            if (depth == 4 && keys[1] == "roots") {
+                record(parsed);
+                return false;
+            }
+            if (depth == 2 && keys[1] == "interfaces") {
+                interface(parsed);
+                return false;
+            }
+            if (depth == 2 && keys[1] == "bd_stats") {
+                bd_stats(parsed);
+                return false;
+            }
+            if (depth == 1 && keys[1] == "capabilities") {
+                capabilities(parsed);
+                return false;
+            }
+            if (depth == 1 || depth == 2 || depth == 3) return false;  // drop what was handled
+        }
+        if (ev == E::value && (keys[1] == "interfaces" || keys[1] == "bd_stats") && depth == 2)
+            throw LoadError{keys[1] + ": expected objects"};
+        if (ev == E::array_end && depth == 3 && keys[1] == "roots") return false;
+        return true;
+    }
+};
+
+}  // namespace
+
+bool load_snapshot(std::istream &in, const std::string &db_path, LoadStats &stats,
+                   std::string &err) {
+    auto w = SysdbWriter::open(db_path, err);
+    if (!w) return false;
+    Loader loader{*w, stats, {}, {}, 0, {}, {}, {}};
+    try {
+        json discarded = json::parse(in, [&](int depth, json::parse_event_t ev, json &parsed) {
+            return loader.event(depth, ev, parsed);
+        });
+        (void)discarded;
+    } catch (const LoadError &e) {
+        err = e.what;
+        return false;
+    } catch (const json::exception &e) {
+        err = std::string("malformed JSON: ") + e.what();
+        return false;
+    }
+    char when[32];
+    time_t now = time(nullptr);
+    strftime(when, sizeof when, "%Y-%m-%dT%H:%M:%SZ", gmtime(&now));
+    if (!w->set_meta("loaded_at", when, err)) return false;
+    return w->commit(err);
+}
+
+bool dump_snapshot(const std::string &db_path, std::ostream &out, std::string &err) {
+    sqlite3 *db = nullptr;
+    if (sqlite3_open_v2(db_path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
+        err = "cannot open " + db_path;
+        sqlite3_close(db);
+        return false;
+    }
+    struct Closer {
+        sqlite3 *db;
+        ~Closer() { sqlite3_close(db); }
+    } closer{db};
+    sqlite3_stmt *s = nullptr;
+    auto prep = [&](const char *sql) {
+        sqlite3_finalize(s);
+        s = nullptr;
+        if (sqlite3_prepare_v2(db, sql, -1, &s, nullptr) != SQLITE_OK) {
+            err = sqlite3_errmsg(db);
+            return false;
+        }
+        return true;
+    };
+    if (!prep("PRAGMA application_id")) return false;
+    if (sqlite3_step(s) != SQLITE_ROW || sqlite3_column_int(s, 0) != sysdb_schema::kApplicationId) {
+        sqlite3_finalize(s);
+        err = db_path + " is not an EVPN operational database";
+        return false;
+    }
+
+    out << "{\n  \"capabilities\": {";
+    if (!prep("SELECT name, value FROM capability ORDER BY name")) return false;
+    for (bool first = true; sqlite3_step(s) == SQLITE_ROW; first = false)
+        out << (first ? "" : ",") << "\n    " << json(reinterpret_cast<const char *>(sqlite3_column_text(s, 0))).dump()
+            << ": " << (sqlite3_column_int(s, 1) ? "true" : "false");
+    out << "\n  },\n  \"interfaces\": [";
+    if (!prep("SELECT handle, name, state FROM interface ORDER BY handle")) return false;
+    for (bool first = true; sqlite3_step(s) == SQLITE_ROW; first = false) {
+        nlohmann::ordered_json o;
+        o["name"] = reinterpret_cast<const char *>(sqlite3_column_text(s, 1));
+        o["handle"] = static_cast<uint32_t>(sqlite3_column_int64(s, 0));
+        o["state"] = reinterpret_cast<const char *>(sqlite3_column_text(s, 2));
+        out << (first ? "" : ",") << "\n    " << o.dump();
+    }
+    out << "\n  ],\n  \"bd_stats\": [";
+    std::string sql = "SELECT node, bd_id";
+    for (const char *c : sysdb_schema::kBdStatsColumns) sql += std::string(", ") + c;
+    sql += " FROM bd_stats ORDER BY node, bd_id";
+    if (!prep(sql.c_str())) return false;
+    for (bool first = true; sqlite3_step(s) == SQLITE_ROW; first = false) {
+        nlohmann::ordered_json o;
+        o["node"] = sqlite3_column_int64(s, 0);
+        o["bd_id"] = sqlite3_column_int64(s, 1);
+        for (int i = 0; i < 22; i++)
+            o[sysdb_schema::kBdStatsColumns[i]] = static_cast<uint64_t>(sqlite3_column_int64(s, i + 2));
+        out << (first ? "" : ",") << "\n    " << o.dump();
+    }
+    out << "\n  ],\n  \"roots\": {";
+
+    struct List {
+        int64_t id;
+        std::string root, path;
+    };
+    std::vector<List> lists;
+    if (!prep("SELECT id, root, path FROM listing WHERE instr(path, '#') = 0 ORDER BY root, path"))
+        return false;
+    while (sqlite3_step(s) == SQLITE_ROW)
+        lists.push_back({sqlite3_column_int64(s, 0), reinterpret_cast<const char *>(sqlite3_column_text(s, 1)),
+                         reinterpret_cast<const char *>(sqlite3_column_text(s, 2))});
+    if (!prep("SELECT name, data FROM item WHERE list = ?1 ORDER BY skey")) return false;
+    std::string root;
+    std::vector<uint64_t> buf;
+    for (size_t i = 0; i < lists.size(); i++) {
+        const List &l = lists[i];
+        const ListingDef *def = sysdb_registry_find(l.path);
+        if (!def) continue;
+        if (l.root != root) {
+            out << (root.empty() ? "" : "\n    }") << (root.empty() ? "" : ",") << "\n    "
+                << json(l.root).dump() << ": {";
+            root = l.root;
+            out << "\n";
+        } else {
+            out << ",\n";
+        }
+        out << "      " << json(l.path).dump() << ": [";
+        sqlite3_reset(s);
+        sqlite3_bind_int64(s, 1, l.id);
+        buf.assign(def->desc->size / 8 + 1, 0);
+        for (bool first = true; sqlite3_step(s) == SQLITE_ROW; first = false) {
+            const void *data = sqlite3_column_blob(s, 1);
+            int len = sqlite3_column_bytes(s, 1);
+            const char *name = reinterpret_cast<const char *>(sqlite3_column_text(s, 0));
+            out << (first ? "" : ",") << "\n        ";
+            if (bag_decode(data, static_cast<uint32_t>(len), buf.data(),
+                           static_cast<uint32_t>(buf.size() * 8), def->desc) != 0) {
+                out << "{\"__undecodable_item\": " << json(name ? name : "").dump() << "}";
+                continue;
+            }
+            out << record_to_json(buf.data(), def->desc).dump();
+            bag_free_indirections(buf.data(), def->desc);
+        }
+        out << "\n      ]";
+    }
+    if (!root.empty()) out << "\n    }";
+    out << "\n  }\n}\n";
+    sqlite3_finalize(s);
+    return true;
+}
+
+}  // namespace evpn

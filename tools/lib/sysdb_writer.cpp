@@ -1,0 +1,328 @@
+// Builds an operational database in a temporary file beside the target and
+// renames it over the target on commit: a load is all or nothing, and a
+// reader keeps the file it opened.
+#include "sysdb_writer.h"
+
+#include <fcntl.h>
+#include <sqlite3.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <vector>
+
+#include "platform/bag.h"
+#include "platform/sysdb_keys.h"
+#include "platform/sysdb_registry.h"
+#include "platform/sysdb_schema.h"
+
+namespace evpn {
+
+namespace {
+
+bool exec(sqlite3 *db, const char *sql, std::string &err) {
+    char *msg = nullptr;
+    if (sqlite3_exec(db, sql, nullptr, nullptr, &msg) != SQLITE_OK) {
+        err = msg ? msg : "sqlite error";
+        sqlite3_free(msg);
+        return false;
+    }
+    return true;
+}
+
+// A target that exists must be a database of ours (or be absent).
+bool target_replaceable(const std::string &target, std::string &err) {
+    if (access(target.c_str(), F_OK) != 0) return true;
+    sqlite3 *db = nullptr;
+    bool ours = false;
+    if (sqlite3_open_v2(target.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
+        sqlite3_stmt *s = nullptr;
+        if (sqlite3_prepare_v2(db, "PRAGMA application_id", -1, &s, nullptr) == SQLITE_OK &&
+            sqlite3_step(s) == SQLITE_ROW)
+            ours = sqlite3_column_int(s, 0) == sysdb_schema::kApplicationId;
+        sqlite3_finalize(s);
+    }
+    sqlite3_close(db);
+    if (!ours)
+        err = target + " exists and is not an EVPN operational database; not overwriting it";
+    return ours;
+}
+
+}  // namespace
+
+struct SysdbWriter::Impl {
+    std::string target, temp;
+    sqlite3 *db = nullptr;
+    sqlite3_stmt *ins_list = nullptr, *ins_item = nullptr, *ins_index = nullptr,
+                 *ins_cap = nullptr, *ins_if = nullptr, *ins_stats = nullptr, *ins_meta = nullptr;
+    std::map<std::pair<std::string, std::string>, int64_t> lists;
+    int64_t next_list = 1;
+    bool committed = false;
+    std::string encoded;
+    std::vector<std::string> sort, text;
+
+    ~Impl() {
+        for (sqlite3_stmt *s : {ins_list, ins_item, ins_index, ins_cap, ins_if, ins_stats, ins_meta})
+            sqlite3_finalize(s);
+        if (db) sqlite3_close(db);
+        if (!committed && !temp.empty()) unlink(temp.c_str());
+    }
+
+    bool fail(std::string &err, const std::string &what) {
+        err = what + ": " + sqlite3_errmsg(db);
+        return false;
+    }
+
+    int64_t list_id(const std::string &root, const std::string &path, const char *type,
+                    std::string &err) {
+        auto key = std::make_pair(root, path);
+        auto it = lists.find(key);
+        if (it != lists.end()) return it->second;
+        int64_t id = next_list++;
+        sqlite3_reset(ins_list);
+        sqlite3_bind_int64(ins_list, 1, id);
+        sqlite3_bind_text(ins_list, 2, root.c_str(), -1, SQLITE_TRANSIENT);
+        sqlite3_bind_text(ins_list, 3, path.c_str(), -1, SQLITE_TRANSIENT);
+        sqlite3_bind_text(ins_list, 4, type, -1, SQLITE_STATIC);
+        if (sqlite3_step(ins_list) != SQLITE_DONE) {
+            fail(err, "listing " + path);
+            return -1;
+        }
+        lists.emplace(key, id);
+        return id;
+    }
+
+    bool insert_item(int64_t list, const std::string &skey, const std::string &name,
+                     std::string_view data, const std::string &base, std::string &err) {
+        sqlite3_reset(ins_item);
+        sqlite3_bind_int64(ins_item, 1, list);
+        sqlite3_bind_blob(ins_item, 2, skey.data(), static_cast<int>(skey.size()), SQLITE_STATIC);
+        sqlite3_bind_text(ins_item, 3, name.data(), static_cast<int>(name.size()), SQLITE_STATIC);
+        sqlite3_bind_blob(ins_item, 4, data.data(), static_cast<int>(data.size()), SQLITE_STATIC);
+        int rc = sqlite3_step(ins_item);
+        if (rc == SQLITE_CONSTRAINT) {
+            err = "duplicate item " + (name.empty() ? base : base + "/" + name);
+            return false;
+        }
+        return rc == SQLITE_DONE || fail(err, "item " + base + "/" + name);
+    }
+};
+
+SysdbWriter::SysdbWriter(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
+SysdbWriter::~SysdbWriter() = default;
+
+std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &target, std::string &err) {
+    if (!target_replaceable(target, err)) return nullptr;
+    auto impl = std::make_unique<Impl>();
+    impl->target = target;
+    impl->temp = target + ".load-" + std::to_string(getpid());
+    unlink(impl->temp.c_str());
+    if (sqlite3_open_v2(impl->temp.c_str(), &impl->db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE,
+                        nullptr) != SQLITE_OK) {
+        err = "cannot create " + impl->temp + ": " + sqlite3_errmsg(impl->db);
+        return nullptr;
+    }
+    char pragmas[256];
+    snprintf(pragmas, sizeof pragmas,
+             "PRAGMA journal_mode = OFF; PRAGMA synchronous = OFF; PRAGMA page_size = 8192;"
+             "PRAGMA cache_size = -262144; PRAGMA application_id = %d; PRAGMA user_version = %d;",
+             sysdb_schema::kApplicationId, sysdb_schema::kVersion);
+    if (!exec(impl->db, pragmas, err) || !exec(impl->db, sysdb_schema::kCreate, err) ||
+        !exec(impl->db, "BEGIN", err))
+        return nullptr;
+    struct {
+        sqlite3_stmt **s;
+        const char *sql;
+    } stmts[] = {
+        {&impl->ins_list, "INSERT INTO listing(id, root, path, record_type) VALUES (?1, ?2, ?3, ?4)"},
+        {&impl->ins_item, "INSERT INTO item(list, skey, name, data) VALUES (?1, ?2, ?3, ?4)"},
+        {&impl->ins_index, "INSERT INTO item_index(list, ikey, skey) VALUES (?1, ?2, ?3)"},
+        {&impl->ins_cap, "INSERT OR REPLACE INTO capability(name, value) VALUES (?1, ?2)"},
+        {&impl->ins_if, "INSERT INTO interface(handle, name, state) VALUES (?1, ?2, ?3)"},
+        {&impl->ins_meta, "INSERT OR REPLACE INTO meta(key, value) VALUES (?1, ?2)"},
+    };
+    for (auto &st : stmts)
+        if (sqlite3_prepare_v2(impl->db, st.sql, -1, st.s, nullptr) != SQLITE_OK) {
+            err = sqlite3_errmsg(impl->db);
+            return nullptr;
+        }
+    std::string stats_sql = "INSERT INTO bd_stats(node, bd_id";
+    for (const char *c : sysdb_schema::kBdStatsColumns) stats_sql += std::string(", ") + c;
+    stats_sql += ") VALUES (?1, ?2";
+    for (int i = 0; i < 22; i++) stats_sql += ", ?" + std::to_string(i + 3);
+    stats_sql += ")";
+    if (sqlite3_prepare_v2(impl->db, stats_sql.c_str(), -1, &impl->ins_stats, nullptr) != SQLITE_OK) {
+        err = sqlite3_errmsg(impl->db);
+        return nullptr;
+    }
+    return std::unique_ptr<SysdbWriter>(new SysdbWriter(std::move(impl)));
+}
+
+bool SysdbWriter::add(const std::string &root, std::string_view base, const void *record,
+                      std::string &err) {
+    Impl &m = *impl_;
+    const ListingDef *l = sysdb_registry_find(base);
+    if (!l) {
+        err = "unknown listing " + std::string(base);
+        return false;
+    }
+    if (!sysdb_schema::valid_root(root.c_str())) {
+        err = "unknown root " + root;
+        return false;
+    }
+    m.encoded.clear();
+    if (uint32_t rc = bag_encode(record, l->desc, m.encoded)) {
+        err = std::string("cannot encode ") + l->desc->name;
+        (void)rc;
+        return false;
+    }
+    int64_t list = m.list_id(root, l->base, l->desc->name, err);
+    if (list < 0) return false;
+    if (l->singleton) return m.insert_item(list, std::string(), l->base, m.encoded, l->base, err);
+
+    if (!sysdb_keys::from_record(*l, record, m.sort, m.text, err)) return false;
+    for (uint8_t pos : l->item_key)
+        if (m.sort[pos].empty()) {
+            err = std::string("key field ") + l->keys[pos].field + " is empty";
+            return false;
+        }
+    std::string skey = sysdb_keys::item_skey(*l, m.sort);
+    std::string name = sysdb_keys::item_name(*l, m.text);
+    if (!m.insert_item(list, skey, name, m.encoded, l->base, err)) return false;
+
+    for (const auto &ordering : sysdb_keys::stored_orderings(*l)) {
+        std::string ikey;
+        bool complete = true;
+        for (uint8_t pos : ordering) {
+            if (m.sort[pos].empty()) complete = false;
+            ikey += m.sort[pos];
+        }
+        if (!complete) continue;  // an empty key text has no index entry
+        ikey += skey;
+        int64_t ix = m.list_id(root, sysdb_keys::ordering_path(*l, ordering), l->desc->name, err);
+        if (ix < 0) return false;
+        sqlite3_reset(m.ins_index);
+        sqlite3_bind_int64(m.ins_index, 1, ix);
+        sqlite3_bind_blob(m.ins_index, 2, ikey.data(), static_cast<int>(ikey.size()), SQLITE_STATIC);
+        sqlite3_bind_blob(m.ins_index, 3, skey.data(), static_cast<int>(skey.size()), SQLITE_STATIC);
+        if (sqlite3_step(m.ins_index) != SQLITE_DONE) return m.fail(err, "index of " + name);
+    }
+    return true;
+}
+
+bool SysdbWriter::add_encoded(const std::string &root, std::string_view base,
+                              std::string_view data, std::string &err) {
+    const ListingDef *l = sysdb_registry_find(base);
+    if (!l) {
+        err = "unknown listing " + std::string(base);
+        return false;
+    }
+    std::vector<uint64_t> buf((l->desc->size + 7) / 8 + 1);
+    uint32_t rc = bag_decode(data.data(), static_cast<uint32_t>(data.size()), buf.data(),
+                             static_cast<uint32_t>(buf.size() * 8), l->desc);
+    if (rc) {
+        err = std::string("record does not decode as ") + l->desc->name;
+        return false;
+    }
+    bool ok = add(root, base, buf.data(), err);
+    bag_free_indirections(buf.data(), l->desc);
+    return ok;
+}
+
+bool SysdbWriter::add_raw(const std::string &root, std::string_view base, const std::string &name,
+                          std::string_view data, std::string &err) {
+    Impl &m = *impl_;
+    const ListingDef *l = sysdb_registry_find(base);
+    if (!l) {
+        err = "unknown listing " + std::string(base);
+        return false;
+    }
+    std::string skey;
+    if (!l->singleton && !sysdb_keys::skey_from_name(*l, name, skey)) {
+        err = "item name " + name + " does not fit the keys of " + l->base;
+        return false;
+    }
+    int64_t list = m.list_id(root, l->base, l->desc->name, err);
+    return list >= 0 && m.insert_item(list, skey, l->singleton ? l->base : name, data, l->base, err);
+}
+
+bool SysdbWriter::set_capability(const std::string &name, int64_t value, std::string &err) {
+    Impl &m = *impl_;
+    sqlite3_reset(m.ins_cap);
+    sqlite3_bind_text(m.ins_cap, 1, name.c_str(), -1, SQLITE_TRANSIENT);
+    sqlite3_bind_int64(m.ins_cap, 2, value);
+    return sqlite3_step(m.ins_cap) == SQLITE_DONE || m.fail(err, "capability " + name);
+}
+
+bool SysdbWriter::add_interface(uint32_t handle, const std::string &name, const std::string &state,
+                                std::string &err) {
+    Impl &m = *impl_;
+    sqlite3_reset(m.ins_if);
+    sqlite3_bind_int64(m.ins_if, 1, handle);
+    sqlite3_bind_text(m.ins_if, 2, name.c_str(), -1, SQLITE_TRANSIENT);
+    sqlite3_bind_text(m.ins_if, 3, state.c_str(), -1, SQLITE_TRANSIENT);
+    return sqlite3_step(m.ins_if) == SQLITE_DONE || m.fail(err, "interface " + name);
+}
+
+bool SysdbWriter::add_bd_stats(uint32_t node, uint32_t bd_id, const bd_forwarding_stats &stats,
+                               std::string &err) {
+    Impl &m = *impl_;
+    uint64_t v[22];
+    memcpy(v, &stats, sizeof v);
+    sqlite3_reset(m.ins_stats);
+    sqlite3_bind_int64(m.ins_stats, 1, node);
+    sqlite3_bind_int64(m.ins_stats, 2, bd_id);
+    for (int i = 0; i < 22; i++) sqlite3_bind_int64(m.ins_stats, i + 3, static_cast<int64_t>(v[i]));
+    return sqlite3_step(m.ins_stats) == SQLITE_DONE ||
+           m.fail(err, "bd_stats node " + std::to_string(node) + " bd " + std::to_string(bd_id));
+}
+
+bool SysdbWriter::set_meta(const std::string &key, const std::string &value, std::string &err) {
+    Impl &m = *impl_;
+    sqlite3_reset(m.ins_meta);
+    sqlite3_bind_text(m.ins_meta, 1, key.c_str(), -1, SQLITE_TRANSIENT);
+    sqlite3_bind_text(m.ins_meta, 2, value.c_str(), -1, SQLITE_TRANSIENT);
+    return sqlite3_step(m.ins_meta) == SQLITE_DONE || m.fail(err, "meta " + key);
+}
+
+bool SysdbWriter::commit(std::string &err) {
+    Impl &m = *impl_;
+    if (!exec(m.db, "INSERT OR REPLACE INTO meta(key, value) VALUES ('format', 'evpn-sysdb')", err) ||
+        !exec(m.db, "COMMIT", err))
+        return false;
+    for (sqlite3_stmt **s : {&m.ins_list, &m.ins_item, &m.ins_index, &m.ins_cap, &m.ins_if,
+                             &m.ins_stats, &m.ins_meta}) {
+        sqlite3_finalize(*s);
+        *s = nullptr;
+    }
+    if (sqlite3_close(m.db) != SQLITE_OK) {
+        err = "closing " + m.temp + " failed";
+        return false;
+    }
+    m.db = nullptr;
+    // The new file reaches the disk before it takes the target's name.
+    int fd = ::open(m.temp.c_str(), O_RDONLY);
+    if (fd < 0 || fsync(fd) != 0) {
+        err = "syncing " + m.temp + ": " + strerror(errno);
+        if (fd >= 0) close(fd);
+        return false;
+    }
+    close(fd);
+    if (!target_replaceable(m.target, err)) return false;
+    if (rename(m.temp.c_str(), m.target.c_str()) != 0) {
+        err = "renaming " + m.temp + " to " + m.target + ": " + strerror(errno);
+        return false;
+    }
+    m.committed = true;
+    std::string dir = m.target.substr(0, m.target.find_last_of('/') + 1);
+    int dfd = ::open(dir.empty() ? "." : dir.c_str(), O_RDONLY | O_DIRECTORY);
+    if (dfd >= 0) {
+        fsync(dfd);
+        close(dfd);
+    }
+    return true;
+}
+
+}  // namespace evpn
