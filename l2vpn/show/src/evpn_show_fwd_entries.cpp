@@ -1,0 +1,345 @@
+// Printers of forwarding entries (MAC/IP routes) and the formatting of the
+// parts of a remote path that several displays share: SRv6 SID columns,
+// Ethernet tags, SR-TE steering and path issues.
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+
+#include "evpn_show_print.h"
+#include "platform/caps.h"
+#include "platform/printers.h"
+
+namespace {
+
+constexpr uint32_t kEncapSrv6 = 255;
+
+constexpr uint32_t kEthernetTagMax = 0xFFFFFFFF;
+constexpr uint32_t kEthernetTagTypeVlanPair = 4;
+constexpr uint32_t kVlanNone = 0;        // first VLAN of a pair: absent
+constexpr uint32_t kVlanWildcard = 0xFFF;  // second VLAN of a pair: any
+
+enum : uint8_t {
+    kSrTeNone = 0,
+    kSrTeInterface = 1,
+    kSrTeMplsBsid = 2,
+    kSrTeSrv6Bsid = 3,
+};
+
+constexpr size_t kLabelTextSize = 100;
+constexpr size_t kAttachNameSize = 80;
+constexpr size_t kSidIndentSize = 200;
+constexpr int kNexthopWidth = 39;
+
+constexpr char kMacHistoryTitle[] = "EVPN MAC event history";
+
+// ---- Words -------------------------------------------------------------------
+
+// Words of the path issue codes; a code not listed reads "unknown issue <code>".
+struct IssueWord {
+    uint32_t code;
+    const char *word;
+};
+constexpr uint32_t kIssueMissingLabel = 1;
+constexpr IssueWord kIssueWords[] = {
+    {kIssueMissingLabel, "Missing MPLS label"},
+    {2, "Remote SID format does not match local format"},
+    {3, "CW mismatch"},
+    {4, "MTU mismatch"},
+    {5, "NH AFI not supported"},
+};
+// Code 1 on a route that carries SIDs rather than labels.
+constexpr char kIssueMissingSids[] = "Missing SRv6 SID(s)";
+
+// Word of each ext_flags bit, bit 0 first; higher bits have none.
+constexpr const char *kExtFlagWords[] = {
+    "Lcl ETree Leaf,", "Rmt ETree Leaf,", "RPF,", "Pref-Adj,",                      // 0-3
+    "Lcl Spec,", "Postponed-delete,", "Postponed-unrslv,", "L3Subif-GoingDn,",      // 4-7
+    "Pref-Rib,", "Rmt ETree RT Leaf,", "LP-80,", "Dflt GW,",                        // 8-11
+    "E-Tree mismatch,", "FHRP,", "CFM,",                                            // 12-14
+};
+
+const char *yes_no(uint32_t flag) { return flag ? "Yes" : "No"; }
+const char *true_false(uint32_t flag) { return flag ? "True" : "False"; }
+const char *leaf_root(uint32_t leaf) { return leaf ? "Leaf" : "Root"; }
+
+// A text field left absent (hand-built records) reads as empty.
+const char *text_of(const char *s) { return s ? s : ""; }
+
+// ---- MAC route lines ---------------------------------------------------------
+
+// "   <label, 40 columns>: " - the start of every detail line.
+void print_detail_label(const char *label) { printf("   %-40.40s: ", label); }
+
+// One whole detail line: the label, the value and the line end.
+__attribute__((format(printf, 2, 3))) void print_detail_line(const char *label,
+                                                             const char *format, ...) {
+    print_detail_label(label);
+    va_list ap;
+    va_start(ap, format);
+    vprintf(format, ap);
+    va_end(ap);
+    putchar('\n');
+}
+
+// The four columns that begin every line of a route.
+void print_route_columns(const l2vpn_evpn_mac_bag *mac, uint8_t bgp_encap) {
+    printf("%-10u %-10s %-14.14s %-40.40s", mac->evi, evpn_bgp_encap_type_to_str(bgp_encap),
+           macstring(mac->mac_address, 6), l2vpn_inet_ntop(&mac->ip_address));
+}
+
+// The SID column, continued under itself; only where the platform has SRv6 E-LAN.
+void print_sid_column(const bag_array<Srv6Sid> *sids, const char *indent) {
+    if (l2vpn_platform_srv6_elan_supported())
+        print_srv6_sid_list(sids, indent, false, false, true);
+}
+
+// Next hop and label of the local attachment.
+void print_local_nexthop(const l2vpn_evpn_mac_bag *mac, const char *label_text) {
+    if (mac->proxy) {
+        // The address and the marker share the Nexthop column; the marker is cut.
+        const char *nexthop = l2vpn_inet_ntop(&mac->proxy_nexthop);
+        int room = kNexthopWidth - static_cast<int>(strlen(nexthop));
+        if (room < 0)
+            room = 0;
+        printf(" %s%-*.*s %-8s", nexthop, room, room, " (local proxy)", label_text);
+        return;
+    }
+    const char *name = text_of(mac->local_nexthop_name);
+    if (is_pw_ves(name) || is_vfi_ves(name) || is_access_evi(name)) {
+        char converted[kAttachNameSize] = {};
+        convert_pw_or_vfi_ves_namestring(name, converted);
+        printf(" %-39.39s %-8s", converted, label_text);
+        return;
+    }
+    printf(" %-39.39s %-8s", name, label_text);
+}
+
+// "0x%08x " and, when any bit is set, the words of the set bits in parentheses.
+void print_ext_flags_line(uint32_t ext_flags) {
+    print_detail_label("Ext Flags");
+    printf("0x%08x ", ext_flags);
+    if (ext_flags != 0) {
+        putchar('(');
+        for (size_t bit = 0; bit < std::size(kExtFlagWords); bit++)
+            if (ext_flags & (1u << bit))
+                fputs(kExtFlagWords[bit], stdout);
+        putchar(')');
+    }
+    putchar('\n');
+}
+
+void print_mac_detail(const l2vpn_evpn_mac_bag *mac, char (&label_text)[kLabelTextSize]) {
+    const bool priv = show_filter.private_view != 0;
+    const bool show_local = mac->local || priv;
+    const bool show_remote = mac->remote || priv;
+
+    print_detail_line("Ethernet Tag", "%u", mac->ethernet_tag);
+    print_detail_line("Multi-paths Resolved", "%s", true_false(mac->resolved));
+    l2vpn_mpls_label_to_str(mac->internal_label, label_text, kLabelTextSize, mac->encap);
+    print_detail_line("Multi-paths Internal label", "%s", label_text);
+    print_detail_line("Local Static", "%s", yes_no(mac->local_static));
+    print_detail_line("Remote Static", "%s", yes_no(mac->remote_static));
+    print_detail_line("Local Ethernet Segment", "%s",
+                      show_local ? text_of(mac->local_esi) : "N/A");
+    print_detail_line("Remote Ethernet Segment", "%s",
+                      show_remote ? text_of(mac->remote_esi) : "N/A");
+    if (show_local)
+        print_detail_line("Local Sequence Number", "%u", mac->local_seq_num);
+    else
+        print_detail_line("Local Sequence Number", "%s", "N/A");
+    if (show_remote)
+        print_detail_line("Remote Sequence Number", "%u", mac->remote_seq_num);
+    else
+        print_detail_line("Remote Sequence Number", "%s", "N/A");
+    print_detail_line("Local Encapsulation", "%s",
+                      show_local ? evpn_bgp_encap_type_to_str(mac->local_encap) : "N/A");
+    print_detail_line("Remote Encapsulation", "%s",
+                      show_remote ? evpn_bgp_encap_type_to_str(mac->remote_encap) : "N/A");
+    print_detail_line("Local E-Tree", "%s", leaf_root(mac->local_etree_leaf));
+    print_detail_line("Remote E-Tree", "%s", leaf_root(mac->remote_etree_leaf));
+    print_detail_line("Remote matching E-Tree RT", "%s", yes_no(mac->remote_matching_etree_rt));
+    print_detail_line("Local AC-ID", "0x%x", mac->local_ac_id);
+    print_detail_line("Remote AC-ID", "0x%x", mac->remote_ac_id);
+}
+
+void print_mac_private(const l2vpn_evpn_mac_bag *mac) {
+    print_detail_line("ESI Port Key", "%x", mac->esi_port_key);
+    print_detail_line("Source", "%s%s", mac->local ? "Local" : "Remote",
+                      mac->proxy ? " proxy" : "");
+    print_detail_line("Flush Requested", "%d", mac->flush_requested);
+    print_detail_line("Flush Received", "%d", mac->flush_received);
+    print_detail_line("SOO Nexthop", "%s", l2vpn_inet_ntop(&mac->soo_nexthop));
+    print_ext_flags_line(mac->ext_flags);
+    print_detail_line("BP XCID", "0x%x", mac->bp_xcid);
+    if (mac->remote)
+        print_detail_line("Stamped XCID", "0x%x", mac->stamped_xcid);
+    print_detail_line("BP IFH", "0x%x", mac->bp_ifh);
+    print_detail_line("MAC State", "%s", text_of(mac->mac_state));
+    print_detail_line("MAC Producers", "0x%x (Best: 0x%x)", mac->mac_producers,
+                      mac->best_producer);
+    print_detail_line("Local Router MAC", "%s", macstring(mac->local_router_mac, 6));
+    print_detail_line("L3 Label", "%d", mac->l3_label);
+    infra_db_print_evt_hist_bag(&mac->event_history, &mac->event_history_info,
+                                kMacHistoryTitle);
+}
+
+}  // namespace
+
+// ---- Shared path formatting ----------------------------------------------------
+
+void print_srv6_sid_list(const bag_array<Srv6Sid> *sids, const char *indent, bool end_line,
+                         bool mark_empty, bool with_details) {
+    const bool details = with_details && show_filter.private_view;
+    for (uint32_t i = 0; i < sids->count; i++) {
+        const Srv6Sid &sid = sids->data[i];
+        if (i > 0)
+            printf("\n%s", indent);
+        printf(" %-39.39s", l2vpn_inet_ntop(&sid.SRv6_SID));
+        if (!details)
+            continue;
+        printf("\n%s   SID flags: %u, Endpt behavior: %u", indent, sid.SRv6_SIDFlags,
+               sid.SRv6EndpointBehavior);
+        if (!sid.SIDStructurePresent)
+            continue;
+        const SidStructure &st = sid.sid_struct;
+        printf("\n%s   SID struct: Block  Node  Func  Arg", indent);
+        printf("\n%s               %u     %u    %u    %u", indent, st.LocatorBlockLen,
+               st.LocatorNodeLen, st.FunctionLen, st.ArgumentLen);
+        printf("\n%s   Transposition (len, offset): %u, %u", indent, st.TranspositionLen,
+               st.TranspositionOffset);
+    }
+    if (sids->count == 0 && mark_empty)
+        fputs(" <no SIDs>", stdout);
+    if (end_line)
+        putchar('\n');
+}
+
+void format_ethernet_tag(char *buf, size_t size, uint32_t tag_type, uint32_t tag) {
+    if (tag == kEthernetTagMax) {
+        snprintf(buf, size, "MAX-ET");
+        return;
+    }
+    if (tag_type != kEthernetTagTypeVlanPair) {
+        snprintf(buf, size, "%u", tag);
+        return;
+    }
+    // A VLAN pair: first VLAN in bits 12-23, second in bits 0-11.
+    const int first = static_cast<int>((tag >> 12) & 0xFFF);
+    const int second = static_cast<int>(tag & 0xFFF);
+    if (first != kVlanNone && second != kVlanWildcard)
+        snprintf(buf, size, "<%d,%d>", first, second);
+    else if (first != kVlanNone)
+        snprintf(buf, size, "<%d,*>", first);
+    else if (second != kVlanWildcard)
+        snprintf(buf, size, "<%d>", second);
+    else
+        snprintf(buf, size, "<*>");
+}
+
+int print_sr_te_info(const char *prefix, const SrTeInfo *info) {
+    switch (info->SR_TEType) {
+    case kSrTeNone:
+        return 0;
+    case kSrTeInterface:
+        printf("%sIFH 0x%x (%s)\n", prefix, info->SR_TEInterfaceName,
+               l2vpn_if_name(info->SR_TEInterfaceName, 0));
+        break;
+    case kSrTeMplsBsid:
+        printf("%sBSID %u\n", prefix, info->SR_TE_BSID);
+        break;
+    case kSrTeSrv6Bsid:
+        printf("%sBSIDv6 %s\n", prefix, l2vpn_inet_ntop(&info->SRv6_TE_BSID));
+        break;
+    default:  // steered, by a kind this display does not render
+        break;
+    }
+    return 1;
+}
+
+void print_path_issues(const bag_array<uint32_t> *issues, uint32_t encap, const char *indent) {
+    if (issues->count == 0)
+        return;
+    printf("%sPath Issues: ", indent);
+    for (uint32_t i = 0; i < issues->count; i++) {
+        const uint32_t code = issues->data[i];
+        if (i > 0)
+            fputs(", ", stdout);
+        if (code == kIssueMissingLabel && encap == kEncapSrv6) {
+            fputs(kIssueMissingSids, stdout);
+            continue;
+        }
+        const char *word = nullptr;
+        for (const IssueWord &w : kIssueWords)
+            if (w.code == code)
+                word = w.word;
+        if (word)
+            fputs(word, stdout);
+        else
+            printf("unknown issue %u", code);
+    }
+    putchar('\n');
+}
+
+// ---- MAC routes ----------------------------------------------------------------
+
+void print_evpn_mac_bag_debug(const l2vpn_evpn_mac_bag *mac) {
+    EVPN_TRACE(EVPN_DBG_ERR, "print_evpn_mac_bag_debug",
+               "MAC: %s IP: %s Local: %d, Proxy=%d, Remote %d Paths: %d, PathBuffer: %p",
+               macstring(mac->mac_address, 6), l2vpn_inet_ntop(&mac->ip_address),
+               static_cast<int>(mac->local), static_cast<int>(mac->proxy),
+               static_cast<int>(mac->remote), static_cast<int>(mac->path_buffer.count),
+               static_cast<const void *>(mac->path_buffer.data));
+    for (uint32_t i = 0; i < mac->path_buffer.count; i++) {
+        const EvpnPath &path = mac->path_buffer.data[i];
+        uint64_t words[2];
+        memcpy(words, path.NextHop.bytes, sizeof words);
+        EVPN_TRACE(EVPN_DBG_ERR, "print_evpn_mac_bag_debug",
+                   "Path Entry %d - OutputLabel: %d IP: %lx %lx", static_cast<int>(i),
+                   static_cast<int>(path.OutputLabel), static_cast<unsigned long>(words[0]),
+                   static_cast<unsigned long>(words[1]));
+    }
+}
+
+void print_evpn_mac_bag(const void *record, const char *, PrintContext *) {
+    const auto *mac = static_cast<const l2vpn_evpn_mac_bag *>(record);
+    char label_text[kLabelTextSize] = {};
+    char sid_indent[kSidIndentSize];
+    snprintf(sid_indent, sizeof sid_indent, "%102s", "");
+
+    print_evpn_mac_bag_debug(mac);
+
+    if (show_filter.local_only && mac->local != 1)
+        return;
+
+    if (mac->local) {
+        print_route_columns(mac, mac->local_encap);
+        l2vpn_mpls_label_to_str(mac->local_label, label_text, kLabelTextSize, mac->encap);
+        print_local_nexthop(mac, label_text);
+        print_sid_column(&mac->local_sids, sid_indent);
+        putchar('\n');
+    }
+
+    if (mac->path_buffer.count == 0 && mac->remote) {
+        print_route_columns(mac, mac->remote_encap);
+        printf(" %-39.39s %-8s\n", "No remote pathlist", "");
+    }
+    for (uint32_t i = 0; i < mac->path_buffer.count; i++) {
+        const EvpnPath &path = mac->path_buffer.data[i];
+        print_route_columns(mac, mac->remote_encap);
+        l2vpn_mpls_label_to_str(path.OutputLabel, label_text, kLabelTextSize, mac->encap);
+        printf(" %-39.39s %-8s", l2vpn_inet_ntop(&path.NextHop), label_text);
+        print_sid_column(&path.SRv6_SIDInfo, sid_indent);
+        putchar('\n');
+    }
+
+    if (!show_filter.detail && !show_filter.private_view)
+        return;
+    print_mac_detail(mac, label_text);
+    if (show_filter.private_view)
+        print_mac_private(mac);
+}
+
+// Label and internal-ID listings come with their printers.
+void show_evpn_label_db_common(const char *, RecordPrinter) {}

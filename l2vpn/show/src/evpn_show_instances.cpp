@@ -1,0 +1,477 @@
+// Printers of EVIs (table line and detail block with its statistics, RD/RT and
+// internal sections), of EVI route targets, of RD lists and of the RD database.
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+
+#include "evpn_show_print.h"
+#include "platform/caps.h"
+#include "platform/cerr.h"
+#include "platform/printers.h"
+
+namespace {
+
+constexpr uint32_t kEncapVxlan = 8;
+constexpr uint32_t kEncapMpls = 10;
+constexpr uint32_t kEncapSrv6 = 255;
+constexpr uint32_t kVpnIdEsImport = 65535;   // EVI of the Ethernet-segment import RTs
+
+constexpr size_t kLabelTextSize = 100;
+constexpr size_t kSidIndentSize = 100;
+constexpr size_t kPathSize = 256;
+constexpr uint32_t kRtRecordSize = 96;
+constexpr uint32_t kRtBatchCount = 200;
+constexpr uint32_t kRtsPerLine = 5;
+constexpr uint32_t kRtCounterCols = 3;       // B, I, E
+
+constexpr char kRdError[] = "\n Error! unable to parse RD format";
+constexpr char kRtError[] = "\n Error! unable to parse RT format";
+constexpr char kColumnRule[] = "---------------------------------------------";
+constexpr char kRtListIndent[] = "         ";
+constexpr char kStatsIndent[] = "   ";
+
+// ---- Words -------------------------------------------------------------------
+
+const char *enabled_unless(uint32_t disabled) { return disabled ? "Disabled" : "Enabled"; }
+const char *enabled_if(uint32_t enabled) { return enabled ? "Enabled" : "Disabled"; }
+
+// Indexed by preferred_nexthop_mode; codes past the table read "Off".
+constexpr const char *kNexthopModeWords[] = {"Off", "Lowest IP", "Highest IP", "Modulo",
+                                             "ECMP Disable"};
+
+const char *nexthop_mode_word(uint32_t mode) {
+    return mode < std::size(kNexthopModeWords) ? kNexthopModeWords[mode] : kNexthopModeWords[0];
+}
+
+// Indexed by etree_leaf * 2 + etree_rt_leaf.
+constexpr const char *kEtreeWords[] = {"Root", "RT Leaf", "Leaf", "Ambiguous Leaf"};
+
+const char *etree_word(uint32_t leaf, uint32_t rt_leaf) {
+    return kEtreeWords[(leaf ? 2 : 0) + (rt_leaf ? 1 : 0)];
+}
+
+struct RtTypeWord {
+    uint32_t rt_type;
+    const char *word;
+};
+// Every other type is an import RT.
+constexpr RtTypeWord kRtTypeWords[] = {{0, "Both"}, {2, "Export"}};
+
+const char *rt_type_word(uint32_t rt_type, uint32_t vpn_id) {
+    for (const RtTypeWord &w : kRtTypeWords)
+        if (w.rt_type == rt_type)
+            return w.word;
+    return vpn_id == kVpnIdEsImport ? "ES:Import" : "Import";
+}
+
+// Only EVIs of kinds 3 and 4 carry MTU settings.
+bool has_mtu_settings(uint32_t evi_kind) { return evi_kind == 3 || evi_kind == 4; }
+
+// A text field the codec left absent reads as empty.
+const char *text_of(const char *s) { return s ? s : ""; }
+bool is_empty(const char *s) { return s == nullptr || s[0] == '\0'; }
+
+// ---- RD / RT text --------------------------------------------------------------
+
+// Text of an RD value; false when the value does not convert.
+bool rd_text(const l2vpn_bag_rd_t *value, char (&buf)[L2VPN_RD_STR_SIZE]) {
+    l2vpn_rd_t rd;
+    memset(&rd, 0, sizeof rd);
+    if (!l2vpn_bag_rd_convert(value, &rd))
+        return false;
+    memset(buf, 0, sizeof buf);
+    rd_get_string(&rd, buf);
+    return true;
+}
+
+// Text of an RT value; false when the value does not convert.
+bool rt_text(const l2vpn_bag_rt_t *value, char (&buf)[L2VPN_RT_STR_SIZE]) {
+    l2vpn_rt_t rt;
+    memset(&rt, 0, sizeof rt);
+    if (!l2vpn_bag_rt_convert(value, &rt))
+        return false;
+    memset(buf, 0, sizeof buf);
+    rt_get_string(&rt, buf);
+    return true;
+}
+
+// ---- EVI table line ------------------------------------------------------------
+
+void print_evi_line(uint32_t vpn_id, uint32_t encap, const char *bd_name, uint32_t evi_type) {
+    const char *encap_word = evpn_bgp_encap_type_to_str(encap);
+    if (is_empty(bd_name))
+        printf("%-10u %-10s %-28.28s %-19.19s\n", vpn_id, encap_word, "Not set", "Not set");
+    else
+        printf("%-10u %-10s %-28.28s %-19.19s\n", vpn_id, encap_word, bd_name,
+               evpn_type_2_string(evi_type));
+}
+
+// ---- Forwarding statistics -----------------------------------------------------
+
+// One unit (packets or bytes) of a bridge domain's counters, sent and received.
+struct TrafficCounters {
+    uint64_t tx_total, rx_total;
+    uint64_t tx_unicast, rx_unicast;
+    uint64_t tx_broadcast, rx_broadcast;
+    uint64_t tx_multicast, rx_multicast;
+    uint64_t rx_unknown_unicast;
+    uint64_t tx_bum, rx_bum;
+};
+
+TrafficCounters packets_of(const bd_forwarding_stats &s) {
+    return {s.tx_total_packets,     s.rx_total_packets,     s.tx_unicast_packets,
+            s.rx_unicast_packets,   s.tx_broadcast_packets, s.rx_broadcast_packets,
+            s.tx_multicast_packets, s.rx_multicast_packets, s.rx_unknown_unicast_packets,
+            s.tx_bum_packets,       s.rx_bum_packets};
+}
+
+TrafficCounters bytes_of(const bd_forwarding_stats &s) {
+    return {s.tx_total_bytes,     s.rx_total_bytes,     s.tx_unicast_bytes,
+            s.rx_unicast_bytes,   s.tx_broadcast_bytes, s.rx_broadcast_bytes,
+            s.tx_multicast_bytes, s.rx_multicast_bytes, s.rx_unknown_unicast_bytes,
+            s.tx_bum_bytes,       s.rx_bum_bytes};
+}
+
+unsigned long ul(uint64_t v) { return static_cast<unsigned long>(v); }
+
+void print_packets_heading() {
+    printf("%s  Packets            Sent                 Received\n", kStatsIndent);
+}
+
+void print_bytes_heading() {
+    printf("%s  Bytes              Sent                 Received\n", kStatsIndent);
+}
+
+void print_total_unicast(const TrafficCounters &c) {
+    printf("%s    Total          : %-20lu %-20lu\n", kStatsIndent, ul(c.tx_total), ul(c.rx_total));
+    printf("%s    Unicast        : %-20lu %-20lu\n", kStatsIndent, ul(c.tx_unicast),
+           ul(c.rx_unicast));
+}
+
+void print_broadcast_multicast(const TrafficCounters &c) {
+    printf("%s    Broadcast      : %-20lu %-20lu\n", kStatsIndent, ul(c.tx_broadcast),
+           ul(c.rx_broadcast));
+    printf("%s    Multicast      : %-20lu %-20lu\n", kStatsIndent, ul(c.tx_multicast),
+           ul(c.rx_multicast));
+}
+
+void print_bum(const TrafficCounters &c) {
+    printf("%s    BUM            : %-20lu %-20lu\n", kStatsIndent, ul(c.tx_bum), ul(c.rx_bum));
+}
+
+// The per-kind table is worth printing only when broadcast, multicast or
+// unknown-unicast traffic was counted; otherwise BUM totals say it all.
+bool wants_detailed_form(const bd_forwarding_stats &s) {
+    return s.rx_broadcast_packets || s.rx_multicast_packets || s.rx_unknown_unicast_packets ||
+           s.tx_broadcast_packets || s.tx_multicast_packets;
+}
+
+// ---- EVI internal state --------------------------------------------------------
+
+// rt_counters is DEF/ADD/DEL rows of B/I/E columns; a record carrying fewer
+// than nine counters reads 0 for the missing ones.
+uint32_t rt_counter(const l2vpn_evpn_evi_detail_bag *evi, uint32_t row, uint32_t col) {
+    uint32_t i = row * kRtCounterCols + col;
+    return evi->rt_counters.data != nullptr && i < evi->rt_counters.count
+               ? evi->rt_counters.data[i]
+               : 0;
+}
+
+void print_evi_private_tail(const l2vpn_evpn_evi_detail_bag *evi) {
+    printf("    Access: %s\n", evi->access ? "TRUE" : "FALSE");
+    printf("    BD PTR: 0x%lx\n", ul(evi->bd_ptr));
+    printf("    BD ID:  %u\n", evi->bd_id);
+    printf("    RT Counters:\n");
+    printf("       DEF - B:%10u I:%10u E:%10u\n", rt_counter(evi, 0, 0), rt_counter(evi, 0, 1),
+           rt_counter(evi, 0, 2));
+    printf("       ADD - B:%10u I:%10u E:%10u\n", rt_counter(evi, 1, 0), rt_counter(evi, 1, 1),
+           rt_counter(evi, 1, 2));
+    printf("       DEL - B:%10u I:%10u E:%10u\n", rt_counter(evi, 2, 0), rt_counter(evi, 2, 1),
+           rt_counter(evi, 2, 2));
+    printf("    Counters:\n");
+    printf("      Num Upd MACs to L2RIB  : %u\n", evi->upd_macs);
+    printf("      Num Upd Error to L2RIB : %u\n", evi->upd_mac_errors);
+    printf("      Num Del MACs to L2RIB  : %u\n", evi->del_macs);
+    printf("      Num Del Error to L2RIB : %u\n", evi->del_mac_errors);
+    printf("      Num Upd IMETs to L2RIB    : %u\n", evi->upd_imets);
+    printf("      Num Upd IMET Err to L2RIB : %u\n", evi->upd_imet_errors);
+    printf("      Num Del IMETs to L2RIB    : %u\n", evi->del_imets);
+    printf("      Num Del IMET Err to L2RIB : %u\n", evi->del_imet_errors);
+    infra_db_print_evt_hist_bag(&evi->event_history, &evi->event_history_info,
+                                "EVPN VPN-ID event history");
+}
+
+}  // namespace
+
+// ---- EVI ---------------------------------------------------------------------------
+
+void print_evpn_evi_summary_bag(const void *record, const char *, PrintContext *) {
+    const auto *evi = static_cast<const l2vpn_evpn_evi_summary_bag *>(record);
+    if (evi == nullptr)
+        return;
+    print_evi_line(evi->vpn_id, evi->encap, evi->bd_name, evi->evi_type);
+}
+
+void print_evpn_evi_detail_bag(const void *record, const char *, PrintContext *ctx) {
+    const auto *evi = static_cast<const l2vpn_evpn_evi_detail_bag *>(record);
+    if (evi == nullptr)
+        return;
+    l2vpn_rd_t rd_auto;
+    memset(&rd_auto, 0, sizeof rd_auto);
+    if (!l2vpn_bag_rd_convert(&evi->rd_auto, &rd_auto)) {
+        printf("%s", kRdError);
+        return;
+    }
+    const bool priv = show_filter.private_view != 0;
+    char sid_indent[kSidIndentSize];
+    snprintf(sid_indent, sizeof sid_indent, "%19s", "");
+
+    print_evi_line(evi->vpn_id, evi->encap, evi->bd_name, evi->evi_type);
+    if (!is_empty(evi->description))
+        printf("   Description    : %s\n", evi->description);
+    printf("   Stitching: %s\n", evi->stitching ? "Stitching" : "Regular");
+
+    if (evi->encap == kEncapSrv6) {
+        if (l2vpn_platform_srv6_elan_supported()) {
+            printf("   Unicast SID: ");
+            print_srv6_sid_list(&evi->unicast_sids, sid_indent, true, true, true);
+            printf("   Multicast SID: ");
+            print_srv6_sid_list(&evi->multicast_sids, sid_indent, true, true, true);
+        }
+    } else if (evi->encap == kEncapMpls) {
+        char label[kLabelTextSize];
+        memset(label, 0, sizeof label);
+        l2vpn_mpls_label_to_str(evi->unicast_label, label, sizeof label, kEncapMpls);
+        printf("   Unicast Label  : %s\n", label);
+        l2vpn_mpls_label_to_str(evi->multicast_label, label, sizeof label, evi->encap);
+        printf("   Multicast Label: %s\n", label);
+        l2vpn_mpls_label_to_str(evi->reroute_label, label, sizeof label, evi->encap);
+        if (priv)
+            printf("   Reroute Label: %s (FRR AC count: %u)\n", label, evi->frr_ac_count);
+        else
+            printf("   Reroute Label: %s\n", label);
+    }
+    if (evi->encap == kEncapVxlan)
+        printf("   VNI: %d\n", static_cast<int>(evi->unicast_label));
+    if (evi->encap != kEncapSrv6) {
+        printf("%sFlow Label: %s%s\n", "   ", evi->flow_label ? "Y" : "N",
+               evi->flow_label_global ? " [Global]" : "");
+        printf("   Control-Word: %s\n", enabled_unless(evi->control_word_disabled));
+    }
+
+    printf("   E-Tree: %s\n", etree_word(evi->etree_leaf, evi->etree_rt_leaf));
+    if (!is_empty(evi->table_policy))
+        printf("   Table-policy Name: %s\n", evi->table_policy);
+    if (!is_empty(evi->route_policy_import))
+        printf("   Route-policy Import: %s\n", evi->route_policy_import);
+    if (!is_empty(evi->route_policy_export))
+        printf("   Route-policy Export: %s\n", evi->route_policy_export);
+    printf("   Forward-class: %u\n", evi->forward_class);
+    printf("   Advertise MACs: %s\n", Yes_or_No_str(evi->advertise_macs));
+    printf("   Advertise BVI MACs: %s\n", Yes_or_No_str(evi->advertise_bvi_macs));
+    printf("   Aliasing: %s\n", enabled_unless(evi->aliasing_disabled));
+    printf("   UUF: %s\n", enabled_unless(evi->uuf_disabled));
+    printf("   Re-origination: %s\n", enabled_unless(evi->reorigination_disabled));
+    printf("   Multicast:\n");
+    printf("     Source connected   : %s\n", Yes_or_No_str(evi->mcast_source_connected));
+    printf("     IGMP-Snooping Proxy: %s\n", Yes_or_No_str(evi->igmp_snooping_proxy));
+    printf("     MLD-Snooping Proxy : %s\n", Yes_or_No_str(evi->mld_snooping_proxy));
+    printf("   BGP Implicit Import: %s\n", enabled_unless(evi->implicit_import_disabled));
+    printf("   VRF Name: %s\n", text_of(evi->vrf_name));
+    if (priv)
+        printf("   VRF Table EOD: %s\n     Expected: %s\n     Why     : %s\n",
+               Yes_or_No_str(evi->vrf_table_eod), Yes_or_No_str(evi->vrf_table_eod_expected),
+               text_of(evi->vrf_table_eod_why));
+    if (!is_empty(evi->srv6_locator_name)) {
+        printf("   SRv6 Locator Name: %s\n", evi->srv6_locator_name);
+        if (priv)
+            printf("   SRv6 Locator ID: %u\n", evi->srv6_locator_id);
+    }
+    printf("   Preferred Nexthop Mode: %s\n", nexthop_mode_word(evi->preferred_nexthop_mode));
+    if (priv)
+        printf("   ECMP Disable: %s\n", enabled_if(evi->ecmp_disable));
+    if (has_mtu_settings(evi->evi_kind)) {
+        printf("   Ignore MTU Mismatch: %s\n", enabled_if(evi->ignore_mtu_mismatch));
+        printf("   Transmit MTU Zero: %s\n", enabled_if(evi->transmit_mtu_zero));
+    }
+    printf("   BVI Coupled Mode: %s\n", Yes_or_No_str(evi->bvi_coupled_mode));
+    printf("   BVI Subnet Withheld: ipv4 %s, ipv6 %s\n",
+           Yes_or_No_str(evi->bvi_subnet_withheld_ipv4),
+           Yes_or_No_str(evi->bvi_subnet_withheld_ipv6));
+
+    if (evi->has_statistics)
+        print_evpn_evi_detail_stats(evi, ctx);
+    print_evpn_evi_rd_rt_section(evi);
+}
+
+// Counters come from the walk's bulk table when printed in a walk, else from
+// one direct request; lookup failures go to the debug facility and leave zeros.
+void print_evpn_evi_detail_stats(const l2vpn_evpn_evi_detail_bag *evi, const PrintContext *ctx) {
+    if (evi == nullptr)
+        return;
+    bd_forwarding_stats stats;
+    memset(&stats, 0, sizeof stats);
+    if (ctx != nullptr) {
+        const l2fib_bd_stats_entry &entry =
+            evi_fwd_stats_bulk[ctx->index % EVI_FWD_STATS_BULK_SIZE];
+        if (entry.stats != nullptr)
+            stats = *entry.stats;
+        else
+            EVPN_TRACE(EVPN_DBG_ERR, __func__, "Failed to find stats for EVI %u", evi->evi);
+    } else {
+        uint32_t rc = l2fib_get_stats_bag_bd_forwarding(L2FIB_ALL_NODES, evi->bd_id, &stats,
+                                                        "latest");
+        if (rc != 0)
+            EVPN_TRACE(EVPN_DBG_ERR, __func__, "Failed to get stats for EVI %u - %#x:%s", evi->evi,
+                       rc, cerr_strerror(rc));
+    }
+    if (show_filter.no_stats)
+        return;
+
+    const TrafficCounters packets = packets_of(stats);
+    const TrafficCounters bytes = bytes_of(stats);
+    printf("\n%sStatistics:\n", kStatsIndent);
+    if (wants_detailed_form(stats)) {
+        print_packets_heading();
+        print_total_unicast(packets);
+        print_broadcast_multicast(packets);
+        printf("%s    Unknown Unicast: N/A                  %-20lu\n", kStatsIndent,
+               ul(packets.rx_unknown_unicast));
+        print_bytes_heading();
+        print_total_unicast(bytes);
+        print_broadcast_multicast(bytes);
+        printf("%s    Unknown Unicast: N/A                  %-20lu\n\n", kStatsIndent,
+               ul(bytes.rx_unknown_unicast));
+    } else {
+        print_packets_heading();
+        print_total_unicast(packets);
+        print_bum(packets);
+        print_bytes_heading();
+        print_total_unicast(bytes);
+        print_bum(bytes);
+    }
+}
+
+// An RD or RT that does not convert ends the block with its error text and
+// without the block's final newline.
+void print_evpn_evi_rd_rt_section(const l2vpn_evpn_evi_detail_bag *evi) {
+    if (evi == nullptr)
+        return;
+    char rd[L2VPN_RD_STR_SIZE];
+    if (!rd_text(&evi->rd_config, rd)) {
+        printf("%s", kRdError);
+        return;
+    }
+    printf("   RD Config: %s\n", rd);
+    if (!rd_text(&evi->rd_auto, rd)) {
+        printf("%s", kRdError);
+        return;
+    }
+    printf("   RD Auto  : %s\n", rd);
+    char rt[L2VPN_RT_STR_SIZE];
+    if (!rt_text(&evi->rt_auto, rt)) {
+        printf("%s", kRtError);
+        return;
+    }
+    printf("   RT Auto  : %s", rt);
+    printf("\n");
+    if (evi->rt_import_none)
+        printf("    RT Import None Set\n");
+    if (evi->rt_export_none)
+        printf("    RT Export None Set\n");
+
+    printf("   %-30.30s %-21.21s\n", "Route Targets in Use", "Type");
+    printf("   %-30.30s %-21.21s\n", kColumnRule, kColumnRule);
+    char path[kPathSize];
+    snprintf(path, sizeof path, "%s/%s/%s-%s/0x%x,0x%x", "evpn_evi_detail", "evi_child_container",
+             "evi_route_targets", "evi_encap", evi->vpn_id, evi->encap);
+    // A nested walk: it collects no statistics, so the outer batch's table stays.
+    const ShowContext route_targets = {path,
+                                       print_evpn_evi_bgp_rt_bag,
+                                       l2vpn_bag_dll__l2vpn_evpn_evi_bgp_rt_bag(),
+                                       kRtRecordSize,
+                                       kRtBatchCount,
+                                       EVPN_DATALIST_OPT_NONE};
+    evpn_show_datalist_display(&route_targets);
+
+    if (show_filter.private_view)
+        print_evi_private_tail(evi);
+    printf("\n");
+}
+
+// ---- Route targets and route distinguishers ----------------------------------------
+
+void print_evpn_evi_bgp_rt_bag(const void *record, const char *, PrintContext *) {
+    const auto *rt = static_cast<const l2vpn_evpn_evi_bgp_rt_bag *>(record);
+    if (rt == nullptr)
+        return;
+    char text[L2VPN_RT_STR_SIZE];
+    if (!rt_text(&rt->rt, text)) {
+        printf("%s", kRtError);
+        return;
+    }
+    printf("   %-30.30s ", text);
+    printf("%-9.9s%-12.12s", rt_type_word(rt->rt_type, rt->vpn_id),
+           rt->stitching ? "(stitching)" : "");
+    if (show_filter.private_view)
+        infra_db_print_evt_hist_bag(&rt->event_history, &rt->event_history_info,
+                                    "EVPN RT event history");
+    printf("\n");
+}
+
+// Five RTs to a line; a value that does not convert ends the whole list.
+void print_evpn_rd_rt_list(const l2vpn_evpn_rd_rt_entry *entries, uint32_t count) {
+    if (entries == nullptr || count == 0)
+        return;
+    for (uint32_t i = 0; i < count; i++) {
+        const l2vpn_evpn_rd_rt_entry &entry = entries[i];
+        char rd[L2VPN_RD_STR_SIZE];
+        if (!rd_text(&entry.rd, rd)) {
+            printf("%s", kRdError);
+            return;
+        }
+        printf("\n     RD: %s, Num RTs: %d %s", rd, static_cast<int>(entry.rts.count),
+               entry.stitching ? "(Stitching)" : "");
+        printf("     RT List:\n");
+        printf("%s", kRtListIndent);
+        if (entry.rts.data == nullptr)
+            continue;
+        uint32_t on_line = 0;
+        for (uint32_t j = 0; j < entry.rts.count; j++) {
+            char rt[L2VPN_RT_STR_SIZE];
+            if (!rt_text(&entry.rts.data[j], rt)) {
+                printf("%s", kRtError);
+                return;
+            }
+            printf("%s, ", rt);
+            if (++on_line == kRtsPerLine) {
+                printf("\n");
+                on_line = 0;
+                if (j + 1 < entry.rts.count)
+                    printf("%s", kRtListIndent);
+            }
+        }
+        if (on_line > 0)
+            printf("\n");
+    }
+}
+
+void print_evpn_rd_private_bag(const void *record, const char *, PrintContext *) {
+    if (!show_filter.private_view)
+        return;
+    const auto *entry = static_cast<const l2vpn_evpn_rd_private_bag *>(record);
+    if (entry == nullptr) {
+        printf("\n Error! a pointer is null");
+        printf("\n");
+        return;
+    }
+    char rd[L2VPN_RD_STR_SIZE];
+    if (rd_text(&entry->rd, rd))
+        printf(" Route Distinguisher:  %s", rd);
+    else
+        printf("%s", kRdError);
+    infra_db_print_evt_hist_bag(&entry->event_history, &entry->event_history_info,
+                                "EVPN RD DB event history");
+    printf("\n");
+}

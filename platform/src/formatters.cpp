@@ -1,0 +1,512 @@
+// Value formatters and their parsers. Each formatter writes a bounded text
+// into the caller's buffer or into one slot of a per-thread ring; each parser
+// validates the whole text before it writes its result, so a failed parse
+// leaves the destination as it was. Nothing here allocates.
+#include "platform/formatters.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+// ---- Shared helpers --------------------------------------------------------
+
+constexpr size_t kRingSlots = 8;
+constexpr size_t kRingSlotSize = 64;   // longest text: an IPv6 address, 45 chars
+constexpr size_t kVesNameSize = 80;    // buffer of convert_pw_or_vfi_ves_namestring
+
+// Next slot of this thread's ring. A text stays valid for kRingSlots - 1 more
+// calls, so several formatters may feed one printf.
+char *ring_next() {
+    thread_local char ring[kRingSlots][kRingSlotSize];
+    thread_local unsigned next;
+    char *slot = ring[next];
+    next = (next + 1) % kRingSlots;
+    return slot;
+}
+
+// snprintf that tolerates a null or zero-sized buffer (it then writes nothing).
+__attribute__((format(printf, 3, 4)))
+void bounded_printf(char *buf, size_t size, const char *fmt, ...) {
+    if (buf == nullptr || size == 0)
+        return;
+    va_list ap;
+    va_start(ap, fmt);
+    vsnprintf(buf, size, fmt, ap);
+    va_end(ap);
+}
+
+int hex_digit(char c) {
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    if (c >= 'a' && c <= 'f')
+        return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F')
+        return c - 'A' + 10;
+    return -1;
+}
+
+// Reads 2 * n hex digits at s into n bytes; false when one is not a hex digit.
+bool parse_hex_bytes(const char *s, size_t n, uint8_t *out) {
+    for (size_t i = 0; i < n; i++) {
+        int hi = hex_digit(s[2 * i]);
+        int lo = hi < 0 ? -1 : hex_digit(s[2 * i + 1]);
+        if (lo < 0)
+            return false;
+        out[i] = static_cast<uint8_t>(hi << 4 | lo);
+    }
+    return true;
+}
+
+// Reads the decimal number in [s, end): digits only, 1 to 10 of them, at most max.
+bool parse_dec(const char *s, const char *end, uint64_t max, uint64_t *out) {
+    if (s >= end || end - s > 10)
+        return false;
+    uint64_t v = 0;
+    for (; s < end; s++) {
+        if (*s < '0' || *s > '9')
+            return false;
+        v = v * 10 + static_cast<uint64_t>(*s - '0');
+    }
+    if (v > max)
+        return false;
+    *out = v;
+    return true;
+}
+
+uint16_t get_be16(const uint8_t *p) { return static_cast<uint16_t>(p[0] << 8 | p[1]); }
+uint32_t get_be32(const uint8_t *p) {
+    return static_cast<uint32_t>(p[0]) << 24 | static_cast<uint32_t>(p[1]) << 16 |
+           static_cast<uint32_t>(p[2]) << 8 | p[3];
+}
+void put_be16(uint8_t *p, uint32_t v) {
+    p[0] = static_cast<uint8_t>(v >> 8);
+    p[1] = static_cast<uint8_t>(v);
+}
+void put_be32(uint8_t *p, uint32_t v) {
+    put_be16(p, v >> 16);
+    put_be16(p + 2, v);
+}
+
+bool all_zero(const uint8_t *p, size_t n) {
+    for (size_t i = 0; i < n; i++)
+        if (p[i] != 0)
+            return false;
+    return true;
+}
+
+// True when name starts with prefix and has at least one character after it.
+bool has_prefix_and_rest(const char *name, const char *prefix) {
+    if (name == nullptr)
+        return false;
+    size_t n = strlen(prefix);
+    return strncmp(name, prefix, n) == 0 && name[n] != '\0';
+}
+
+// ---- RD / RT ---------------------------------------------------------------
+
+// Type word (value bytes 0-1) that each record format must carry.
+constexpr uint16_t kRdTypeAs2 = 0, kRdTypeIpv4 = 1, kRdTypeAs4 = 2;
+
+int rdrt_convert(const l2vpn_bag_rd_t *value, uint8_t out[8]) {
+    if (value == nullptr || out == nullptr)
+        return 0;
+    if (value->format < L2VPN_RD_FORMAT_AS2 || value->format > L2VPN_RD_FORMAT_AS4)
+        return 0;
+    if (get_be16(value->value) != value->format - 1)
+        return 0;
+    memcpy(out, value->value, 8);
+    return 1;
+}
+
+// Text of a converted 8-byte RD or RT. The longest, "255.255.255.255:65535",
+// is 21 characters, so it fits both the RD and the RT buffer.
+void rdrt_text(const uint8_t *b, char *buf, size_t size) {
+    if (buf == nullptr)
+        return;
+    if (b == nullptr) {
+        bounded_printf(buf, size, "%s", "");
+        return;
+    }
+    switch (get_be16(b)) {
+    case kRdTypeAs2:
+        bounded_printf(buf, size, "%u:%u", get_be16(b + 2), get_be32(b + 4));
+        break;
+    case kRdTypeIpv4:
+        bounded_printf(buf, size, "%u.%u.%u.%u:%u", b[2], b[3], b[4], b[5], get_be16(b + 6));
+        break;
+    case kRdTypeAs4:
+        bounded_printf(buf, size, "%u:%u", get_be32(b + 2), get_be16(b + 6));
+        break;
+    default:
+        bounded_printf(buf, size, "%s", "Invalid");
+        break;
+    }
+}
+
+// "a.b.c.d:n", "asn:n" after the checks of l2vpn_bag_rd_pton.
+bool parse_rd_admin_text(const char *text, l2vpn_bag_rd_t *out) {
+    const char *colon = strchr(text, ':');
+    if (colon == nullptr)
+        return false;
+    const char *num = colon + 1;
+    const char *end = num + strlen(num);
+    uint64_t assigned = 0;
+    if (memchr(text, '.', static_cast<size_t>(colon - text)) != nullptr) {
+        char ip[INET_ADDRSTRLEN];
+        size_t len = static_cast<size_t>(colon - text);
+        in_addr v4;
+        if (len >= sizeof ip)
+            return false;
+        memcpy(ip, text, len);
+        ip[len] = '\0';
+        if (inet_pton(AF_INET, ip, &v4) != 1 || !parse_dec(num, end, 0xFFFF, &assigned))
+            return false;
+        out->format = L2VPN_RD_FORMAT_IPV4;
+        put_be16(out->value, kRdTypeIpv4);
+        memcpy(out->value + 2, &v4, 4);
+        put_be16(out->value + 6, static_cast<uint32_t>(assigned));
+        return true;
+    }
+    uint64_t asn = 0;
+    if (!parse_dec(text, colon, 0xFFFFFFFF, &asn))
+        return false;
+    if (asn <= 0xFFFF) {
+        if (!parse_dec(num, end, 0xFFFFFFFF, &assigned))
+            return false;
+        out->format = L2VPN_RD_FORMAT_AS2;
+        put_be16(out->value, kRdTypeAs2);
+        put_be16(out->value + 2, static_cast<uint32_t>(asn));
+        put_be32(out->value + 4, static_cast<uint32_t>(assigned));
+        return true;
+    }
+    if (!parse_dec(num, end, 0xFFFF, &assigned))
+        return false;
+    out->format = L2VPN_RD_FORMAT_AS4;
+    put_be16(out->value, kRdTypeAs4);
+    put_be32(out->value + 2, static_cast<uint32_t>(asn));
+    put_be16(out->value + 6, static_cast<uint32_t>(assigned));
+    return true;
+}
+
+constexpr char kRawPrefix[] = "raw:";
+constexpr size_t kRawPrefixLen = sizeof kRawPrefix - 1;
+constexpr size_t kRawHexLen = 24;   // the 12 record bytes
+
+// ---- Words -----------------------------------------------------------------
+
+struct CodeWord {
+    uint32_t code;
+    const char *word;
+};
+
+#define EVPN_ENCAP_WORDS(X)                                                     \
+    X(0, "N/A") X(1, "L2TPv3") X(2, "GRE") X(7, "IPinIP") X(8, "VXLAN")         \
+    X(9, "NVGRE") X(10, "MPLS") X(11, "MPLSoGRE") X(12, "VXLAN-GPE")            \
+    X(13, "MPLSoUDP") X(255, "SRv6")
+#define EVPN_CODE_WORD(code, word) {code, word},
+constexpr CodeWord kEncapWords[] = {EVPN_ENCAP_WORDS(EVPN_CODE_WORD)};
+#undef EVPN_CODE_WORD
+
+// Indexed by the EVI type code.
+constexpr const char *kEviTypeWords[] = {
+    "Invalid", "EVPN", "PBB-EVPN", "EVPN VPWS", "EVPN FXC", "EVPN VXLAN", "EVPN SRv6", "EVPN IRB",
+};
+// Indexed by the designated-forwarder role.
+constexpr const char *kDfRoleWords[] = {
+    "Not Set", "Primary", "Backup", "Not Designated Forwarder",
+};
+
+template <size_t N>
+const char *indexed_word(const char *const (&words)[N], uint32_t code) {
+    return code < N ? words[code] : "Unknown";
+}
+
+}  // namespace
+
+// ---- Addresses -------------------------------------------------------------
+
+bool l2vpn_ip_is_v4(const l2vpn_ip_addr_t *addr) {
+    return addr != nullptr && all_zero(addr->bytes, 10) && addr->bytes[10] == 0xff &&
+           addr->bytes[11] == 0xff;
+}
+
+const char *l2vpn_inet_ntop(const l2vpn_ip_addr_t *addr) {
+    char *out = ring_next();
+    if (addr == nullptr) {
+        snprintf(out, kRingSlotSize, "%s", "(null)");
+    } else if (l2vpn_ip_is_v4(addr)) {
+        const uint8_t *b = addr->bytes + 12;
+        snprintf(out, kRingSlotSize, "%u.%u.%u.%u", b[0], b[1], b[2], b[3]);
+    } else if (inet_ntop(AF_INET6, addr->bytes, out, kRingSlotSize) == nullptr) {
+        snprintf(out, kRingSlotSize, "%s", "::");   // cannot happen: the slot is large enough
+    }
+    return out;
+}
+
+int l2vpn_inet_pton(const char *text, l2vpn_ip_addr_t *addr) {
+    if (text == nullptr || addr == nullptr)
+        return 0;
+    l2vpn_ip_addr_t parsed{};
+    in_addr v4;
+    if (inet_pton(AF_INET, text, &v4) == 1) {
+        parsed.bytes[10] = 0xff;
+        parsed.bytes[11] = 0xff;
+        memcpy(parsed.bytes + 12, &v4, 4);
+    } else if (inet_pton(AF_INET6, text, parsed.bytes) != 1) {
+        return 0;
+    }
+    *addr = parsed;
+    return 1;
+}
+
+void l2vpn_ip_addr2hex_string2(const l2vpn_ip_addr_t *addr, char *buf, size_t size) {
+    if (buf == nullptr || size == 0)
+        return;
+    static constexpr char kHex[] = "0123456789abcdef";
+    size_t n = 0;
+    if (addr != nullptr) {
+        for (size_t i = 0; i < L2VPN_IP_HEX_LEN && n + 1 < size; i++, n++) {
+            uint8_t byte = addr->bytes[i / 2];
+            buf[n] = kHex[i % 2 == 0 ? byte >> 4 : byte & 0xf];
+        }
+    }
+    buf[n] = '\0';
+}
+
+// ---- MAC -------------------------------------------------------------------
+
+const char *macstring(const uint8_t *mac, int len) {
+    char *out = ring_next();
+    if (mac == nullptr || len != 6)
+        snprintf(out, kRingSlotSize, "%s", "Invalid");
+    else
+        snprintf(out, kRingSlotSize, "%02x%02x.%02x%02x.%02x%02x", mac[0], mac[1], mac[2],
+                 mac[3], mac[4], mac[5]);
+    return out;
+}
+
+int l2vpn_mac_pton(const char *text, uint8_t mac[6]) {
+    if (text == nullptr || mac == nullptr)
+        return EINVAL;
+    uint8_t parsed[6];
+    size_t len = strnlen(text, 18);
+    if (len == 14) {
+        // "0011.2233.4455": three groups of four digits.
+        for (size_t g = 0; g < 3; g++) {
+            if (g > 0 && text[g * 5 - 1] != '.')
+                return EINVAL;
+            if (!parse_hex_bytes(text + g * 5, 2, parsed + g * 2))
+                return EINVAL;
+        }
+    } else if (len == 17 && (text[2] == ':' || text[2] == '-')) {
+        // "00:11:22:33:44:55" or with '-': one separator throughout.
+        for (size_t i = 0; i < 6; i++) {
+            if (i > 0 && text[i * 3 - 1] != text[2])
+                return EINVAL;
+            if (!parse_hex_bytes(text + i * 3, 1, parsed + i))
+                return EINVAL;
+        }
+    } else {
+        return EINVAL;
+    }
+    memcpy(mac, parsed, sizeof parsed);
+    return 0;
+}
+
+int is_valid_mac(const uint8_t *mac) { return mac != nullptr && !all_zero(mac, 6); }
+
+// ---- ESI -------------------------------------------------------------------
+
+namespace {
+constexpr uint8_t kEsiMaxType = 5;
+constexpr size_t kEsiLen = 10;
+}  // namespace
+
+const char *esistring(const uint8_t *esi) {
+    if (esi == nullptr || esi[0] > kEsiMaxType)
+        return nullptr;
+    char *out = ring_next();
+    snprintf(out, kRingSlotSize, "%02x%02x.%02x%02x.%02x%02x.%02x%02x.%02x%02x", esi[0], esi[1],
+             esi[2], esi[3], esi[4], esi[5], esi[6], esi[7], esi[8], esi[9]);
+    return out;
+}
+
+// Any type octet parses: refusing types above 5 is esistring's job, so that
+// a filter naming such a segment is reported where it is used.
+int evpn_esi_pton(const char *text, uint8_t esi[10]) {
+    if (text == nullptr || esi == nullptr)
+        return EINVAL;
+    uint8_t parsed[kEsiLen];
+    size_t len = strnlen(text, 30);
+    if (len == L2VPN_ESI_STR_LEN) {
+        // "0011.2233.4455.6677.8899": five groups of four digits.
+        for (size_t g = 0; g < 5; g++) {
+            if (g > 0 && text[g * 5 - 1] != '.')
+                return EINVAL;
+            if (!parse_hex_bytes(text + g * 5, 2, parsed + g * 2))
+                return EINVAL;
+        }
+    } else if (len == 29 && (text[2] == ':' || text[2] == '.' || text[2] == '-')) {
+        // "00:11:...:99" (or '.' or '-'): ten octets, one separator throughout.
+        for (size_t i = 0; i < kEsiLen; i++) {
+            if (i > 0 && text[i * 3 - 1] != text[2])
+                return EINVAL;
+            if (!parse_hex_bytes(text + i * 3, 1, parsed + i))
+                return EINVAL;
+        }
+    } else {
+        return EINVAL;
+    }
+    memcpy(esi, parsed, sizeof parsed);
+    return 0;
+}
+
+int is_nonzero_esi(const uint8_t *esi) { return esi != nullptr && !all_zero(esi, kEsiLen); }
+
+// ---- RD / RT ---------------------------------------------------------------
+
+int l2vpn_bag_rd_convert(const l2vpn_bag_rd_t *value, l2vpn_rd_t *rd) {
+    return rdrt_convert(value, rd ? rd->bytes : nullptr);
+}
+
+int l2vpn_bag_rt_convert(const l2vpn_bag_rt_t *value, l2vpn_rt_t *rt) {
+    return rdrt_convert(value, rt ? rt->bytes : nullptr);
+}
+
+void rd_get_string(const l2vpn_rd_t *rd, char *buf) {
+    rdrt_text(rd ? rd->bytes : nullptr, buf, L2VPN_RD_STR_SIZE);
+}
+
+void rt_get_string(const l2vpn_rt_t *rt, char *buf) {
+    rdrt_text(rt ? rt->bytes : nullptr, buf, L2VPN_RT_STR_SIZE);
+}
+
+int l2vpn_bag_rd_pton(const char *text, l2vpn_bag_rd_t *value) {
+    if (text == nullptr || value == nullptr)
+        return EINVAL;
+    l2vpn_bag_rd_t parsed{};
+    if (strncmp(text, kRawPrefix, kRawPrefixLen) == 0) {
+        const char *hex = text + kRawPrefixLen;
+        uint8_t raw[kRawHexLen / 2];
+        if (strnlen(hex, kRawHexLen + 1) != kRawHexLen || !parse_hex_bytes(hex, sizeof raw, raw))
+            return EINVAL;
+        parsed.format = get_be32(raw);
+        memcpy(parsed.value, raw + 4, sizeof parsed.value);
+    } else if (!parse_rd_admin_text(text, &parsed)) {
+        return EINVAL;
+    }
+    *value = parsed;
+    return 0;
+}
+
+void l2vpn_bag_rd_to_text(const l2vpn_bag_rd_t *value, char *buf, size_t size) {
+    if (buf == nullptr || size == 0)
+        return;
+    l2vpn_rd_t rd;
+    if (value == nullptr) {
+        buf[0] = '\0';
+    } else if (l2vpn_bag_rd_convert(value, &rd)) {
+        char text[L2VPN_RD_STR_SIZE];
+        rd_get_string(&rd, text);
+        bounded_printf(buf, size, "%s", text);
+    } else {
+        const uint8_t *v = value->value;
+        bounded_printf(buf, size, "%s%08x%02x%02x%02x%02x%02x%02x%02x%02x", kRawPrefix,
+                       value->format, v[0], v[1], v[2], v[3], v[4], v[5], v[6], v[7]);
+    }
+}
+
+// ---- Labels and identifiers ------------------------------------------------
+
+namespace {
+constexpr uint32_t kEncapVxlan = 8, kEncapMpls = 10;
+constexpr uint32_t kLabelImplicitNull = 3;
+constexpr uint32_t kLabelMax = 0xFFFFF;   // 20-bit MPLS label
+}  // namespace
+
+void l2vpn_mpls_label_to_str(uint32_t label, char *buf, size_t size, uint32_t encap) {
+    if (encap == kEncapVxlan)
+        bounded_printf(buf, size, "%u", label);   // a VNI, not a label
+    else if (label == kLabelImplicitNull)
+        bounded_printf(buf, size, "%s", "IMP-NULL");
+    else if (encap == kEncapMpls && label > kLabelMax)
+        bounded_printf(buf, size, "%s", "Invalid");
+    else
+        bounded_printf(buf, size, "%u", label);
+}
+
+void l2vpn_l3rib_internal_id_to_str(uint32_t id, char *buf, size_t size) {
+    if (id == 0)
+        bounded_printf(buf, size, "%s", "None");
+    else
+        bounded_printf(buf, size, "0x%x", id);
+}
+
+// ---- Words -----------------------------------------------------------------
+
+const char *evpn_bgp_encap_type_to_str(uint32_t encap) {
+    for (const CodeWord &cw : kEncapWords)
+        if (cw.code == encap)
+            return cw.word;
+    return "Unknown";
+}
+
+const char *evpn_type_2_string(uint32_t evi_type) { return indexed_word(kEviTypeWords, evi_type); }
+
+const char *evpn_bag_df_role_to_str(uint32_t role) { return indexed_word(kDfRoleWords, role); }
+
+const char *Yes_or_No_str(uint32_t flag) { return flag ? "Yes" : "No"; }
+
+// ---- Attachment names --------------------------------------------------------
+
+int is_pw_ves(const char *name) { return has_prefix_and_rest(name, "PW:"); }
+int is_vfi_ves(const char *name) { return has_prefix_and_rest(name, "VFI:"); }
+int is_access_evi(const char *name) { return has_prefix_and_rest(name, "EVI:"); }
+
+void convert_pw_or_vfi_ves_namestring(const char *name, char *buf) {
+    if (buf == nullptr)
+        return;
+    if (name == nullptr) {
+        buf[0] = '\0';
+    } else if (is_pw_ves(name)) {
+        // "PW:<neighbor>,<pw-id>" -> "PW <neighbor> / <pw-id>"
+        const char *rest = name + 3;
+        const char *comma = strchr(rest, ',');
+        if (comma == nullptr) {
+            bounded_printf(buf, kVesNameSize, "PW %s", rest);
+        } else {
+            size_t nlen = static_cast<size_t>(comma - rest);
+            if (nlen >= kVesNameSize)
+                nlen = kVesNameSize - 1;   // the text is cut at the buffer anyway
+            bounded_printf(buf, kVesNameSize, "PW %.*s / %s", static_cast<int>(nlen), rest,
+                           comma + 1);
+        }
+    } else if (is_vfi_ves(name)) {
+        bounded_printf(buf, kVesNameSize, "VFI %s", name + 4);
+    } else if (is_access_evi(name)) {
+        bounded_printf(buf, kVesNameSize, "Access EVI %s", name + 4);
+    } else {
+        bounded_printf(buf, kVesNameSize, "%s", name);
+    }
+}
+
+int imc_internal_namestring(const char *name, char *buf, size_t size, uint32_t /*flags*/) {
+    if (buf == nullptr || size == 0)
+        return EINVAL;
+    buf[0] = '\0';
+    if (name == nullptr || name[0] == '\0')
+        return EINVAL;
+    size_t len = strnlen(name, size);
+    if (len >= size)
+        return ENOSPC;
+    for (size_t i = 0; i < len; i++)
+        buf[i] = name[i] == '/' ? '_' : name[i];
+    buf[len] = '\0';
+    return 0;
+}
