@@ -2,21 +2,28 @@
 //
 //   evpn_sysdb load SNAPSHOT.json [--db FILE]
 //   evpn_sysdb dump [PATH] [--db FILE] [--root ROOT]
+//   evpn_sysdb gen --routes N --evis E [--seed S] [--db FILE] [--json FILE]
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <fstream>
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
+#include "generator.h"
 #include "json_record.h"
 #include "platform/bag.h"
 #include "platform/cerr.h"
 #include "platform/sysdb.h"
 #include "platform/sysdb_registry.h"
 #include "snapshot.h"
+#include "sysdb_writer.h"
 
 namespace {
 
@@ -24,9 +31,12 @@ int usage() {
     fprintf(stderr,
             "usage: evpn_sysdb load SNAPSHOT.json [--db FILE]\n"
             "       evpn_sysdb dump [PATH] [--db FILE] [--root ROOT]\n"
+            "       evpn_sysdb gen --routes N --evis E [--seed S] [--db FILE] [--json FILE]\n"
             "FILE defaults to $EVPN_SYSDB, else %s.\n"
             "ROOT defaults to /oper/evpn/gl/. Without PATH, dump prints the whole database\n"
-            "as a snapshot; with PATH, the items of that listing or the one item.\n",
+            "as a snapshot; with PATH, the items of that listing or the one item.\n"
+            "gen fills FILE (and, with --json, a snapshot of the same data) with N\n"
+            "synthetic MAC routes over E EVIs; the same seed gives the same data.\n",
             sysdb_library_path());
     return 2;
 }
@@ -152,9 +162,71 @@ int cmd_dump(const Args &a) {
     return 0;
 }
 
+// Synthetic data at scale: into the database, and as a snapshot with --json.
+int cmd_gen(int argc, char **argv) {
+    evpn::GenOptions opt;
+    std::string db, json_path;
+    bool have_routes = false, have_evis = false;
+    for (int i = 2; i < argc; i++) {
+        std::string s = argv[i];
+        if (i + 1 >= argc) return usage();
+        const char *v = argv[++i];
+        char *end = nullptr;
+        errno = 0;
+        unsigned long long n = strtoull(v, &end, 0);
+        bool number = *v && *end == 0 && errno == 0 && *v != '-';
+        if (s == "--db") db = v;
+        else if (s == "--json") json_path = v;
+        else if (s == "--routes" && number) opt.routes = n, have_routes = true;
+        else if (s == "--evis" && number && n > 0 && n <= 0xffffffffull)
+            opt.evis = static_cast<uint32_t>(n), have_evis = true;
+        else if (s == "--seed" && number) opt.seed = n;
+        else return usage();
+    }
+    if (!have_routes || !have_evis) return usage();
+    if (db.empty()) db = sysdb_library_path();
+
+    std::string err;
+    auto w = evpn::SysdbWriter::open(db, err);
+    if (!w) {
+        fprintf(stderr, "evpn_sysdb: %s\n", err.c_str());
+        return 1;
+    }
+    std::ofstream json;
+    std::vector<char> json_buf(1 << 20);
+    if (!json_path.empty()) {
+        json.rdbuf()->pubsetbuf(json_buf.data(), static_cast<std::streamsize>(json_buf.size()));
+        json.open(json_path, std::ios::binary | std::ios::trunc);
+        if (!json) {
+            fprintf(stderr, "evpn_sysdb: cannot write %s\n", json_path.c_str());
+            return 1;
+        }
+    }
+    evpn::GenCounts c;
+    char when[32];
+    time_t now = time(nullptr);
+    strftime(when, sizeof when, "%Y-%m-%dT%H:%M:%SZ", gmtime(&now));
+    if (!evpn::generate(opt, w.get(), json_path.empty() ? nullptr : &json, err, &c) ||
+        !w->set_meta("loaded_at", when, err) || !w->commit(err)) {
+        fprintf(stderr, "evpn_sysdb: gen: %s\nevpn_sysdb: %s left unchanged\n", err.c_str(),
+                db.c_str());
+        if (!json_path.empty()) unlink(json_path.c_str());
+        return 1;
+    }
+    fprintf(stderr,
+            "evpn_sysdb: generated %llu routes (%llu local, %llu remote, %llu MAC+IPv4, "
+            "%llu MAC+IPv6, %llu remote paths) over %u EVIs into %s%s%s\n",
+            static_cast<unsigned long long>(c.routes), static_cast<unsigned long long>(c.local),
+            static_cast<unsigned long long>(c.remote), static_cast<unsigned long long>(c.ipv4),
+            static_cast<unsigned long long>(c.ipv6), static_cast<unsigned long long>(c.paths),
+            opt.evis, db.c_str(), json_path.empty() ? "" : " and ", json_path.c_str());
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
+    if (argc >= 2 && strcmp(argv[1], "gen") == 0) return cmd_gen(argc, argv);
     Args a;
     if (!parse_args(argc, argv, a)) return usage();
     if (a.command == "load") return cmd_load(a);

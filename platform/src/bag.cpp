@@ -228,6 +228,8 @@ struct Decoder {
             uint32_t len = r.u32();
             if (len > BAG_MAX_STRING) return BAG_ERR_VALUE;
             if (!r.need(pad4(len))) return BAG_ERR_TRUNCATED;
+            for (size_t i = len; i < pad4(len); i++)
+                if (r.p[i]) return BAG_ERR_VALUE;  // padding is zeros, as for opaque data
             if (arena.used + len + 1 > BAG_MAX_INNER) return BAG_ERR_NOMEM;
             s = static_cast<char *>(arena.alloc(len + 1, 1));
             if (!s) return BAG_ERR_NOMEM;

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "db_internal.h"
+#include "platform/bag.h"
 #include "platform/cerr.h"
 #include "platform/sysdb_keys.h"
 #include "platform/sysdb_registry.h"
@@ -302,8 +303,33 @@ uint32_t resolve_listing(const char *path, Query &q) {
     return 0;
 }
 
+// Sort bytes of every key field of the item with sort key skey, read from
+// its record; false when the item is gone or does not decode.
+bool item_key_fields(sysdb_handle_td h, const ListingDef &l, const std::string &skey,
+                     std::vector<std::string> &sort) {
+    int64_t list = h->listing(l.base);
+    if (list < 0) return false;
+    sqlite3_stmt *s = h->get_item.s;
+    sqlite3_reset(s);
+    sqlite3_bind_int64(s, 1, list);
+    sqlite3_bind_blob(s, 2, skey.data(), static_cast<int>(skey.size()), SQLITE_STATIC);
+    bool ok = false;
+    if (sqlite3_step(s) == SQLITE_ROW) {
+        std::vector<uint64_t> buf(l.desc->size / 8 + 1);
+        if (bag_decode(sqlite3_column_blob(s, 0), static_cast<uint32_t>(sqlite3_column_bytes(s, 0)),
+                       buf.data(), static_cast<uint32_t>(buf.size() * 8), l.desc) == 0) {
+            std::vector<std::string> text;
+            std::string err;
+            ok = sysdb_keys::from_record(l, buf.data(), sort, text, err);
+            bag_free_indirections(buf.data(), l.desc);
+        }
+    }
+    sqlite3_reset(s);
+    return ok;
+}
+
 // Rows of the scan after the resume name: the key laid out as the scan's rows.
-bool resume_key(const Query &q, std::string_view name, std::string &after) {
+bool resume_key(sysdb_handle_td h, const Query &q, std::string_view name, std::string &after) {
     std::string skey;
     std::vector<std::string> field_sort;
     if (!sysdb_keys::skey_from_name(*q.l, name, skey, &field_sort)) return false;
@@ -312,10 +338,19 @@ bool resume_key(const Query &q, std::string_view name, std::string &after) {
         return true;
     }
     after.clear();
+    std::vector<std::string> record_sort;
     for (uint8_t pos : q.layout) {
-        if (q.is_given[pos]) after += q.given[pos];
-        else if (!field_sort[pos].empty()) after += field_sort[pos];
-        else return false;  // the name does not carry this key field
+        if (q.is_given[pos]) {
+            after += q.given[pos];
+        } else if (!field_sort[pos].empty()) {
+            after += field_sort[pos];
+        } else {
+            // The name does not carry this key field (a bridge-domain name):
+            // the item's record does.
+            if (record_sort.empty() && !item_key_fields(h, *q.l, skey, record_sort)) return false;
+            if (record_sort[pos].empty()) return false;
+            after += record_sort[pos];
+        }
     }
     after += skey;
     return true;
@@ -344,15 +379,18 @@ uint32_t run_listing(sysdb_handle_td h, const char *path, const char *resume, ui
     std::string hi = prefix.empty() ? kTop : prefix_end(prefix);
     if (hi.empty()) hi = kTop;
     std::string after;
-    if (resume && *resume && !resume_key(q, resume, after)) return SYSDB_ERR_NO_INDEX_MATCH;
+    if (resume && *resume && !resume_key(h, q, resume, after)) return SYSDB_ERR_NO_INDEX_MATCH;
 
     sqlite3_stmt *s = q.on_items ? h->scan_items.s : h->scan_index.s;
     // Rows the filter drops still cost a step; ask in pages until filled.
     while (out.entries.size() <= want) {
         sqlite3_reset(s);
         sqlite3_bind_int64(s, 1, list);
-        sqlite3_bind_blob(s, 2, prefix.data(), static_cast<int>(prefix.size()), SQLITE_STATIC);
-        sqlite3_bind_blob(s, 3, after.data(), static_cast<int>(after.size()), SQLITE_STATIC);
+        // One lower bound for the seek: the resume key when it lies past the prefix.
+        const std::string &lo = after > prefix ? after : prefix;
+        sqlite3_bind_blob(s, 2, lo.data(), static_cast<int>(lo.size()), SQLITE_TRANSIENT);
+        // A copy: after moves on with every row while the statement still reads it.
+        sqlite3_bind_blob(s, 3, after.data(), static_cast<int>(after.size()), SQLITE_TRANSIENT);
         sqlite3_bind_blob(s, 4, hi.data(), static_cast<int>(hi.size()), SQLITE_STATIC);
         int page = static_cast<int>(want) + 1;
         sqlite3_bind_int(s, 5, page);

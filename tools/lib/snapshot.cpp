@@ -139,8 +139,12 @@ struct Loader {
             if (depth == 1 && keys[1] == "roots") ok = ev == E::object_start;
             if (depth == 2 && keys[1] == "roots") ok = ev == E::object_start;
             if (depth == 3 && keys[1] == "roots") ok = ev == E::array_start;
+            if (depth == 4 && keys[1] == "roots") ok = ev == E::object_start;
             if (depth == 1 && (keys[1] == "interfaces" || keys[1] == "bd_stats"))
                 ok = ev == E::array_start;
+            if (depth == 2 && (keys[1] == "interfaces" || keys[1] == "bd_stats"))
+                ok = ev == E::object_start;
+            if (depth == 1 && keys[1] == "capabilities") ok = ev == E::object_start;
             if (!ok) {
                 std::string at = depth == 0 ? "snapshot" : keys[1];
                 if (depth >= 2) at += " " + keys[2];
@@ -150,6 +154,9 @@ struct Loader {
             }
             return true;
         }
+        if (ev == E::value && depth == 0) throw LoadError{"snapshot: expected an object"};
+        if (ev == E::value && depth == 1 && keys[1] != "roots" && keys[1] != "comment")
+            throw LoadError{keys[1] + ": unexpected value " + parsed.dump()};
         if (ev == E::value && keys[1] == "roots" && depth >= 1 && depth <= 4)
             throw LoadError{"roots: unexpected value " + parsed.dump() + " at depth " + std::to_string(depth)};
         if (ev == E::object_end) {

@@ -43,6 +43,14 @@ bool target_replaceable(const std::string &target, std::string &err) {
             sqlite3_step(s) == SQLITE_ROW)
             ours = sqlite3_column_int(s, 0) == sysdb_schema::kApplicationId;
         sqlite3_finalize(s);
+        // A database of another version of ours is not ours to replace either.
+        s = nullptr;
+        if (ours && sqlite3_prepare_v2(db, "PRAGMA user_version", -1, &s, nullptr) == SQLITE_OK &&
+            sqlite3_step(s) == SQLITE_ROW)
+            ours = sqlite3_column_int(s, 0) == sysdb_schema::kVersion;
+        else
+            ours = false;
+        sqlite3_finalize(s);
     }
     sqlite3_close(db);
     if (!ours)
@@ -60,8 +68,43 @@ struct SysdbWriter::Impl {
     std::map<std::pair<std::string, std::string>, int64_t> lists;
     int64_t next_list = 1;
     bool committed = false;
-    std::string encoded;
+    std::string encoded, skey, name, ikey;
     std::vector<std::string> sort, text;
+
+    // Per listing and root, what add() would otherwise work out for every
+    // record: the registry entry, the listing ids and the kept orderings.
+    struct Target {
+        const ListingDef *def;
+        std::string base, root;  // as the caller named them
+        int64_t list = -1;
+        std::vector<std::vector<uint8_t>> orderings;
+        std::vector<int64_t> ordering_lists;  // -1 until the first entry
+    };
+    std::vector<std::unique_ptr<Target>> targets;
+    Target *last = nullptr;
+
+    Target *target_of(const std::string &root, std::string_view base, std::string &err) {
+        if (last && last->base == base && last->root == root) return last;
+        for (auto &t : targets)
+            if (t->base == base && t->root == root) return last = t.get();
+        const ListingDef *l = sysdb_registry_find(base);
+        if (!l) {
+            err = "unknown listing " + std::string(base);
+            return nullptr;
+        }
+        if (!sysdb_schema::valid_root(root.c_str())) {
+            err = "unknown root " + root;
+            return nullptr;
+        }
+        auto t = std::make_unique<Target>();
+        t->def = l;
+        t->base = base;
+        t->root = root;
+        if (!l->singleton) t->orderings = sysdb_keys::stored_orderings(*l);
+        t->ordering_lists.assign(t->orderings.size(), -1);
+        targets.push_back(std::move(t));
+        return last = targets.back().get();
+    }
 
     ~Impl() {
         for (sqlite3_stmt *s : {ins_list, ins_item, ins_index, ins_cap, ins_if, ins_stats, ins_meta})
@@ -163,24 +206,17 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &target, std::s
 bool SysdbWriter::add(const std::string &root, std::string_view base, const void *record,
                       std::string &err) {
     Impl &m = *impl_;
-    const ListingDef *l = sysdb_registry_find(base);
-    if (!l) {
-        err = "unknown listing " + std::string(base);
-        return false;
-    }
-    if (!sysdb_schema::valid_root(root.c_str())) {
-        err = "unknown root " + root;
-        return false;
-    }
+    Impl::Target *t = m.target_of(root, base, err);
+    if (!t) return false;
+    const ListingDef *l = t->def;
     m.encoded.clear();
     if (uint32_t rc = bag_encode(record, l->desc, m.encoded)) {
         err = std::string("cannot encode ") + l->desc->name;
         (void)rc;
         return false;
     }
-    int64_t list = m.list_id(root, l->base, l->desc->name, err);
-    if (list < 0) return false;
-    if (l->singleton) return m.insert_item(list, std::string(), l->base, m.encoded, l->base, err);
+    if (t->list < 0 && (t->list = m.list_id(root, l->base, l->desc->name, err)) < 0) return false;
+    if (l->singleton) return m.insert_item(t->list, std::string(), l->base, m.encoded, l->base, err);
 
     if (!sysdb_keys::from_record(*l, record, m.sort, m.text, err)) return false;
     for (uint8_t pos : l->item_key)
@@ -188,21 +224,34 @@ bool SysdbWriter::add(const std::string &root, std::string_view base, const void
             err = std::string("key field ") + l->keys[pos].field + " is empty";
             return false;
         }
-    std::string skey = sysdb_keys::item_skey(*l, m.sort);
-    std::string name = sysdb_keys::item_name(*l, m.text);
-    if (!m.insert_item(list, skey, name, m.encoded, l->base, err)) return false;
+    // Item name and sort key (as sysdb_keys::item_name / item_skey make them),
+    // built in buffers kept across records.
+    std::string &skey = m.skey, &name = m.name;
+    skey.clear();
+    name.clear();
+    for (size_t i = 0; i < l->item_key.size(); i++) {
+        if (i) name.push_back(',');
+        name += m.text[l->item_key[i]];
+        skey += m.sort[l->item_key[i]];
+    }
+    if (!m.insert_item(t->list, skey, name, m.encoded, l->base, err)) return false;
 
-    for (const auto &ordering : sysdb_keys::stored_orderings(*l)) {
-        std::string ikey;
+    for (size_t o = 0; o < t->orderings.size(); o++) {
+        std::string &ikey = m.ikey;
+        ikey.clear();
         bool complete = true;
-        for (uint8_t pos : ordering) {
+        for (uint8_t pos : t->orderings[o]) {
             if (m.sort[pos].empty()) complete = false;
             ikey += m.sort[pos];
         }
         if (!complete) continue;  // an empty key text has no index entry
         ikey += skey;
-        int64_t ix = m.list_id(root, sysdb_keys::ordering_path(*l, ordering), l->desc->name, err);
-        if (ix < 0) return false;
+        // The listing row of an ordering appears with its first entry.
+        int64_t &ix = t->ordering_lists[o];
+        if (ix < 0 &&
+            (ix = m.list_id(root, sysdb_keys::ordering_path(*l, t->orderings[o]), l->desc->name,
+                            err)) < 0)
+            return false;
         sqlite3_reset(m.ins_index);
         sqlite3_bind_int64(m.ins_index, 1, ix);
         sqlite3_bind_blob(m.ins_index, 2, ikey.data(), static_cast<int>(ikey.size()), SQLITE_STATIC);

@@ -31,6 +31,7 @@ constexpr size_t kPathSize = 256;
 constexpr size_t kRootSize = 64;
 constexpr size_t kIpTextSize = 40;
 constexpr size_t kPwTextSize = 33;
+constexpr uint32_t kEviDetailSize = 432;  // decode area of one detailed EVI record
 constexpr uint32_t kNoNode = L2FIB_ALL_NODES;
 constexpr const char kDecodedBagLabel[] = "L2VPN show decoded bag";
 constexpr const char kStatsBagLabel[] = "EVI BD Stats Bag";
@@ -219,7 +220,7 @@ void evpn_bulk_statistics_collect(sysdb_datalist_h_td list, size_t count,
             EVPN_TRACE(EVPN_DBG_ERR, kFn, "Failed to calloc BD stats bag");
             return;
         }
-        alignas(std::max_align_t) unsigned char evi[432];
+        alignas(std::max_align_t) unsigned char evi[kEviDetailSize];
         smemzero_s(evi, sizeof evi);
         if ((rc = bag_decode(data, len, evi, sizeof evi, bag))) {
             EVPN_TRACE(EVPN_DBG_ERR, kFn, "l2vpn_evpn_evi_detail bag_decode failed %s",
@@ -266,7 +267,7 @@ constexpr RecordTypeDef kInternalId     {"l2vpn_evpn_label_bag", nullptr, nullpt
 constexpr RecordTypeDef kEthernetSegment{"l2vpn_evpn_es_bag", nullptr, nullptr /* print_evpn_es_bag */, 1776, 200, kNone};
 constexpr RecordTypeDef kRdPrivate      {"l2vpn_evpn_rd_private_bag", l2vpn_bag_dll__l2vpn_evpn_rd_private_bag, print_evpn_rd_private_bag, 64, 200, kNone};
 constexpr RecordTypeDef kEviSummary     {"l2vpn_evpn_evi_summary_bag", l2vpn_bag_dll__l2vpn_evpn_evi_summary_bag, print_evpn_evi_summary_bag, 24, 200, kNone};
-constexpr RecordTypeDef kEviDetail      {"l2vpn_evpn_evi_detail_bag", l2vpn_bag_dll__l2vpn_evpn_evi_detail_bag, print_evpn_evi_detail_bag, 432, 200, kEviStats};
+constexpr RecordTypeDef kEviDetail      {"l2vpn_evpn_evi_detail_bag", l2vpn_bag_dll__l2vpn_evpn_evi_detail_bag, print_evpn_evi_detail_bag, kEviDetailSize, 200, kEviStats};
 constexpr RecordTypeDef kSummary        {"l2vpn_evpn_summary_bag", l2vpn_bag_dll__l2vpn_evpn_summary_bag, print_evpn_summary_bag, 616, 0, kNone};
 constexpr RecordTypeDef kNeighbor       {"l2vpn_evpn_neighbor_bag", nullptr, nullptr /* print_evpn_neighbor_bag */, 104, 200, kNone};
 constexpr RecordTypeDef kNeighborLeaf   {"l2vpn_evpn_neighbor_bag", nullptr, nullptr /* print_evpn_neighbor_leaf_evis */, 104, 200, kNone};

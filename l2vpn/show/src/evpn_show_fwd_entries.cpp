@@ -89,7 +89,7 @@ void print_route_columns(const l2vpn_evpn_mac_bag *mac, uint8_t bgp_encap) {
            macstring(mac->mac_address, 6), l2vpn_inet_ntop(&mac->ip_address));
 }
 
-// The SID column, continued under itself; only where the platform has SRv6 E-LAN.
+// The SID column of a route line, only where the platform has SRv6 E-LAN.
 void print_sid_column(const bag_array<Srv6Sid> *sids, const char *indent) {
     if (l2vpn_platform_srv6_elan_supported())
         print_srv6_sid_list(sids, indent, false, false, true);

@@ -1,0 +1,161 @@
+// Show client test helpers: test databases, the client program as a
+// subprocess, and the in-process client with its output, traces and fetches captured.
+#pragma once
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <regex>
+#include <sstream>
+
+#include "evpn_show_print.h"
+#include "platform/caps.h"
+#include "platform/cerr.h"
+#include "sysdb_writer.h"
+
+extern char **environ;
+extern void (*evpn_show_pending_fetch_observer)(const char *type, const char *path);
+
+namespace spine_test {
+
+inline std::string scratch(const std::string &name) {  // in a directory removed at exit
+    static struct Dir {
+        std::string path = (std::filesystem::temp_directory_path() / "spine.XXXXXX").string();
+        Dir() { mkdtemp(path.data()); }
+        ~Dir() { std::error_code ec; std::filesystem::remove_all(path, ec); }
+    } dir;
+    return dir.path + "/" + name;
+}
+
+inline std::string build_db(const std::string &name,
+                            const std::function<void(evpn::SysdbWriter &)> &fill = {}) {
+    std::string path = scratch(name), err;
+    std::filesystem::remove(path);
+    auto w = evpn::SysdbWriter::open(path, err);
+    EXPECT_TRUE(w) << err;
+    if (w && fill) fill(*w);
+    EXPECT_TRUE(w && w->commit(err)) << err;
+    return path;
+}
+
+inline const std::string &empty_db() {
+    static const std::string path = build_db("empty.db");
+    return path;
+}
+
+inline std::string slurp(const std::string &path) {
+    std::ostringstream s;
+    s << std::ifstream(path, std::ios::binary).rdbuf();
+    return s.str();
+}
+
+// Debug output with the source line numbers taken out: "function: message\n".
+inline std::string traces(const std::string &err) {
+    static const std::regex line_number("^([A-Za-z_0-9]+):[0-9]+: ", std::regex::multiline);
+    return std::regex_replace(err, line_number, "$1: ");
+}
+
+struct ClientRun {
+    int status = -1;
+    std::string out, err;
+};
+
+// Runs the client program; env ("NAME=value") replaces the test's EVPN_* environment.
+inline ClientRun run_client(std::vector<std::string> args, const std::vector<std::string> &env) {
+    static int runs;
+    std::string out = scratch("run" + std::to_string(++runs)), err = out + ".err";
+    args.insert(args.begin(), EVPN_CLIENT_BIN);
+    std::vector<std::string> env_s(env);
+    for (char **e = environ; *e; e++)
+        if (strncmp(*e, "EVPN_", 5) != 0) env_s.emplace_back(*e);
+    std::vector<char *> argv, envp;
+    for (std::string &a : args) argv.push_back(a.data());
+    for (std::string &e : env_s) envp.push_back(e.data());
+    argv.push_back(nullptr);
+    envp.push_back(nullptr);
+    posix_spawn_file_actions_t fa;
+    posix_spawn_file_actions_init(&fa);
+    posix_spawn_file_actions_addopen(&fa, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    posix_spawn_file_actions_addopen(&fa, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    pid_t pid;
+    ClientRun r;
+    int ws = 0;
+    if (posix_spawn(&pid, argv[0], &fa, nullptr, argv.data(), envp.data()) == 0 &&
+        waitpid(pid, &ws, 0) == pid)
+        r.status = WIFEXITED(ws) ? WEXITSTATUS(ws) : 128 + WTERMSIG(ws);
+    posix_spawn_file_actions_destroy(&fa);
+    r.out = slurp(out);
+    r.err = slurp(err);
+    return r;
+}
+
+// What ran in this process printed, traced and fetched. A fetch is a database
+// listing request "walk <path>" (with " rc=<code>" unless the database
+// understood the path and found it empty) or a pending fetch "<type> <path>".
+struct Capture {
+    std::string out, traces;
+    std::vector<sysdb_request_s> requests;  // path and resume name not kept
+    std::vector<std::string> paths, resume_names, fetches;
+};
+
+inline Capture *g_capture;
+
+inline Capture capture(const std::function<void()> &body) {
+    Capture c;
+    g_capture = &c;
+    sysdb_set_request_observer(
+        [](const sysdb_request_s *r, void *) {
+            g_capture->requests.push_back(*r);
+            g_capture->paths.push_back(r->path);
+            g_capture->resume_names.push_back(r->resume_name);
+            char rc[24] = "";
+            if (r->result != SYSDB_ERR_NOT_FOUND) snprintf(rc, sizeof rc, " rc=%x", r->result);
+            g_capture->fetches.push_back(std::string("walk ") + r->path + rc);
+        },
+        nullptr);
+    evpn_show_pending_fetch_observer = [](const char *type, const char *path) {
+        g_capture->fetches.push_back(std::string(type) + " " + path);
+    };
+    l2vpn_debug_set_enabled_bitset(~0ull);
+    fflush(stdout);
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    body();
+    fflush(stdout);
+    c.out = testing::internal::GetCapturedStdout();
+    c.traces = traces(testing::internal::GetCapturedStderr());
+    l2vpn_debug_set_enabled_bitset(0);
+    evpn_show_pending_fetch_observer = nullptr;
+    sysdb_set_request_observer(nullptr, nullptr);
+    g_capture = nullptr;
+    return c;
+}
+
+// The client bound to a database at the global root, with fresh filters.
+class BoundClient : public testing::Test {
+  protected:
+    void bind(const std::string &db) {
+        unbind();
+        setenv("EVPN_SYSDB", db.c_str(), 1);
+        platform_caps_reset();
+        ASSERT_EQ(_sysdb_bind(&sysdb_handle, "/oper/evpn/gl/", SYSDB_BIND_READ), 0u) << db;
+    }
+    void unbind() {
+        if (sysdb_handle) _sysdb_unbind(sysdb_handle);
+        sysdb_handle = nullptr;
+    }
+    void SetUp() override { show_filter = ShowFilter{.node_id = L2FIB_ALL_NODES}; }
+    void TearDown() override {
+        unbind();
+        SetUp();
+        unsetenv("EVPN_SRV6");
+        unsetenv("EVPN_SRV6_ELAN");
+        platform_caps_reset();
+    }
+};
+
+}  // namespace spine_test

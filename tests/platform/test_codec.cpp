@@ -1,0 +1,537 @@
+// Record codec: round trips of every record type, the wire layout, and the
+// refusal of malformed encodings without over-reads or leaks.
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstring>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "json_record.h"
+#include "platform/bag.h"
+#include "platform/bag_types.h"
+#include "platform/cerr.h"
+
+namespace {
+
+using nlohmann::json;
+
+// Aligned storage for one decoded record.
+struct Buf {
+    std::vector<uint64_t> words;
+    explicit Buf(size_t bytes) : words(bytes / 8 + 1) {}
+    void *p() { return words.data(); }
+    uint32_t size() const { return static_cast<uint32_t>(words.size() * 8); }
+    bool all_zero(size_t n) const {
+        const auto *b = reinterpret_cast<const uint8_t *>(words.data());
+        for (size_t i = 0; i < n; i++)
+            if (b[i]) return false;
+        return true;
+    }
+};
+
+std::string hex(const std::string &s) {
+    static const char d[] = "0123456789abcdef";
+    std::string out;
+    for (unsigned char c : s) {
+        out.push_back(d[c >> 4]);
+        out.push_back(d[c & 15]);
+    }
+    return out;
+}
+
+std::string unhex(const char *h) {
+    std::string out;
+    for (const char *p = h; p[0] && p[1]; p += 2) {
+        while (*p == ' ') p++;
+        out.push_back(static_cast<char>(std::stoi(std::string(p, 2), nullptr, 16)));
+    }
+    return out;
+}
+
+std::string be32(uint32_t v) {
+    return std::string{char(v >> 24), char(v >> 16), char(v >> 8), char(v)};
+}
+
+// Decodes from an exact-size heap copy, so that a read past the end is seen
+// by the address sanitizer.
+uint32_t decode_exact(const std::string &enc, size_t len, Buf &buf, const BagDesc *d) {
+    std::vector<uint8_t> copy(enc.begin(), enc.begin() + static_cast<std::ptrdiff_t>(len));
+    copy.shrink_to_fit();
+    return bag_decode(len ? copy.data() : nullptr, static_cast<uint32_t>(len), buf.p(), buf.size(), d);
+}
+
+// A JSON object that sets every field of a description to a non-trivial
+// value: strings of every padding length, both IP families, every RD form,
+// absent and present optional strings, arrays of several elements.
+json sample_scalar(BagKind k, unsigned &seed) {
+    unsigned s = seed++;
+    static const char *const rds[] = {"100:1", "1.1.1.1:5", "4200000000:7",
+                                      "raw:00000001000102030405ffff"};
+    char b[64];
+    switch (k) {
+    case BagKind::U8: return s * 37 % 256;
+    case BagKind::U16: return 65535 - s;
+    case BagKind::U32: return 0x80000000u + s * 7919;
+    case BagKind::S32: return -static_cast<int>(s) - 1;
+    case BagKind::U64: return 0xF000000000000000ull + s;
+    case BagKind::BOOL: return s % 3 == 0 ? json(2) : json(s % 2 == 1);
+    case BagKind::IP:
+        snprintf(b, sizeof b, s % 2 ? "10.1.2.%u" : "2001:db8::%x", s % 250 + 1);
+        return b;
+    case BagKind::MAC: snprintf(b, sizeof b, "0011.2233.44%02x", s % 256); return b;
+    case BagKind::ESI: snprintf(b, sizeof b, "0011.2233.4455.6677.88%02x", s % 256); return b;
+    case BagKind::RD: case BagKind::RT: return rds[s % 4];
+    case BagKind::STR: return std::string(s % 9, static_cast<char>('a' + s % 26));
+    case BagKind::OPTSTR:
+        return s % 3 == 0 ? json(nullptr) : json(std::string(s % 6 + 1, 'z'));
+    default: return nullptr;
+    }
+}
+
+json sample(const BagDesc *d, unsigned &seed, int depth = 0) {
+    json o = json::object();
+    for (uint32_t i = 0; i < d->nfields; i++) {
+        const BagField &f = d->fields[i];
+        auto elem = [&] { return f.elem == BagKind::STRUCT ? sample(f.sub, seed, depth + 1)
+                                                           : sample_scalar(f.elem, seed); };
+        if (f.kind == BagKind::STRUCT) {
+            o[f.name] = sample(f.sub, seed, depth + 1);
+        } else if (f.kind == BagKind::ARRAY || f.kind == BagKind::FIXED) {
+            json a = json::array();
+            uint32_t n = f.kind == BagKind::FIXED ? f.count : (depth < 2 ? 2 + seed % 2 : 1);
+            for (uint32_t e = 0; e < n; e++) a.push_back(elem());
+            o[f.name] = a;
+        } else {
+            o[f.name] = sample_scalar(f.kind, seed);
+        }
+    }
+    return o;
+}
+
+// A filled record of type d, its strings and arrays owned by arena.
+void build(const BagDesc *d, unsigned seed, Buf &rec, evpn::RecordArena &arena) {
+    std::string err;
+    json j = sample(d, seed);
+    ASSERT_TRUE(evpn::json_to_record(j, d, rec.p(), arena, d->name, err)) << err;
+}
+
+std::string encode_sample(const BagDesc *d, unsigned seed = 1) {
+    Buf rec(d->size);
+    evpn::RecordArena arena;
+    build(d, seed, rec, arena);
+    std::string enc;
+    EXPECT_EQ(bag_encode(rec.p(), d, enc), 0u) << d->name;
+    return enc;
+}
+
+// ---- Custom descriptions for layouts no record type has ------------------
+
+struct Mix {
+    uint8_t a;
+    uint16_t b;
+    int32_t c;
+    uint64_t d;
+    l2vpn_ip_addr_t ip;
+    uint8_t mac[6];
+    char *o1, *o2;
+    bag_array<uint32_t> arr;
+};
+const BagField kMixFields[] = {
+    {"a", BagKind::U8, BagKind::U8, 0, offsetof(Mix, a), nullptr},
+    {"b", BagKind::U16, BagKind::U16, 0, offsetof(Mix, b), nullptr},
+    {"c", BagKind::S32, BagKind::S32, 0, offsetof(Mix, c), nullptr},
+    {"d", BagKind::U64, BagKind::U64, 0, offsetof(Mix, d), nullptr},
+    {"ip", BagKind::IP, BagKind::IP, 0, offsetof(Mix, ip), nullptr},
+    {"mac", BagKind::MAC, BagKind::MAC, 0, offsetof(Mix, mac), nullptr},
+    {"o1", BagKind::OPTSTR, BagKind::OPTSTR, 0, offsetof(Mix, o1), nullptr},
+    {"o2", BagKind::OPTSTR, BagKind::OPTSTR, 0, offsetof(Mix, o2), nullptr},
+    {"arr", BagKind::ARRAY, BagKind::U32, 0, offsetof(Mix, arr), nullptr},
+};
+const BagDesc kMix = {"mix", sizeof(Mix), alignof(Mix), kMixFields, 9};
+
+struct Pads {
+    uint8_t mac[6];
+    uint8_t esi[10];
+    char *str;
+    char *opt;
+};
+const BagField kPadsFields[] = {
+    {"mac", BagKind::MAC, BagKind::MAC, 0, offsetof(Pads, mac), nullptr},
+    {"esi", BagKind::ESI, BagKind::ESI, 0, offsetof(Pads, esi), nullptr},
+    {"str", BagKind::STR, BagKind::STR, 0, offsetof(Pads, str), nullptr},
+    {"opt", BagKind::OPTSTR, BagKind::OPTSTR, 0, offsetof(Pads, opt), nullptr},
+};
+const BagDesc kPads = {"pads", sizeof(Pads), alignof(Pads), kPadsFields, 4};
+
+// mac 0011.2233.4455, esi 0011.2233.4455.6677.8899, str "abcde", opt "q".
+const char *kPadsHex =
+    "001122334455 0000"
+    "00112233445566778899 0000"
+    "00000005 6162636465 000000"
+    "00000001 00000001 71 000000";
+
+// ---- Round trips ---------------------------------------------------------
+
+TEST(Codec, EveryRecordTypeRoundTripsByteForByte) {
+    int types = 0;
+    for (const BagDesc *const *dp = bag_record_types; *dp; dp++, types++) {
+        const BagDesc *d = *dp;
+        SCOPED_TRACE(d->name);
+        for (unsigned seed : {1u, 5u}) {
+            Buf rec(d->size);
+            evpn::RecordArena arena;
+            build(d, seed, rec, arena);
+            std::string first;
+            ASSERT_EQ(bag_encode(rec.p(), d, first), 0u);
+
+            Buf dec(d->size);
+            ASSERT_EQ(bag_decode(first.data(), static_cast<uint32_t>(first.size()), dec.p(),
+                                 dec.size(), d), 0u);
+            EXPECT_GT(bag_inner_bytes_held(), 0u);
+            // The decoded record says what the built one said, field by field.
+            EXPECT_EQ(evpn::record_to_json(dec.p(), d).dump(), evpn::record_to_json(rec.p(), d).dump());
+            std::string second;
+            ASSERT_EQ(bag_encode(dec.p(), d, second), 0u);
+            EXPECT_EQ(hex(second), hex(first));
+            EXPECT_EQ(bag_free_indirections(dec.p(), d), 0u);
+        }
+        // The all-zero record: empty arrays, absent strings (encoded as empty).
+        Buf zero(d->size), dec(d->size);
+        std::string first, second;
+        ASSERT_EQ(bag_encode(zero.p(), d, first), 0u);
+        ASSERT_EQ(bag_decode(first.data(), static_cast<uint32_t>(first.size()), dec.p(), dec.size(), d), 0u);
+        ASSERT_EQ(bag_encode(dec.p(), d, second), 0u);
+        EXPECT_EQ(hex(second), hex(first));
+        bag_free_indirections(dec.p(), d);
+    }
+    EXPECT_EQ(types, 6);
+    EXPECT_EQ(bag_inner_bytes_held(), 0u);
+}
+
+TEST(Codec, WireLayoutIsBigEndianXdr) {
+    // A record type as the database holds it.
+    l2vpn_evpn_evi_summary_bag evi{0x64, 10, const_cast<char *>("bd1"), 1};
+    std::string enc;
+    ASSERT_EQ(bag_encode(&evi, &bag_desc_l2vpn_evpn_evi_summary_bag, enc), 0u);
+    EXPECT_EQ(hex(enc), "00000064" "0000000a" "00000003" "62643100" "00000001");
+
+    // Every scalar kind, in one record.
+    uint32_t words[2] = {7, 8};
+    Mix m{};
+    m.a = 0xff;
+    m.b = 0x1234;
+    m.c = -2;
+    m.d = 0x0102030405060708ull;
+    ASSERT_NE(l2vpn_inet_pton("10.0.0.1", &m.ip), 0);
+    ASSERT_EQ(l2vpn_mac_pton("0011.2233.4455", m.mac), 0);
+    m.o2 = const_cast<char *>("xyz");
+    m.arr = {2, words};
+    enc.clear();
+    ASSERT_EQ(bag_encode(&m, &kMix, enc), 0u);
+    EXPECT_EQ(hex(enc), "000000ff" "00001234" "fffffffe" "0102030405060708"
+                        "00000000000000000000ffff0a000001" "0011223344550000"
+                        "00000000" "00000001" "00000003" "78797a00"
+                        "00000002" "00000007" "00000008");
+    Buf dec(sizeof(Mix));
+    ASSERT_EQ(bag_decode(enc.data(), static_cast<uint32_t>(enc.size()), dec.p(), dec.size(), &kMix), 0u);
+    const Mix &out = *static_cast<const Mix *>(dec.p());
+    EXPECT_EQ(out.a, 0xff);
+    EXPECT_EQ(out.b, 0x1234);
+    EXPECT_EQ(out.c, -2);
+    EXPECT_EQ(out.d, 0x0102030405060708ull);
+    EXPECT_EQ(out.o1, nullptr);
+    EXPECT_STREQ(out.o2, "xyz");
+    ASSERT_EQ(out.arr.count, 2u);
+    EXPECT_EQ(out.arr.data[1], 8u);
+    bag_free_indirections(dec.p(), &kMix);
+
+    // A record with an RD and two empty event histories.
+    l2vpn_evpn_rd_private_bag rd{};
+    ASSERT_EQ(l2vpn_bag_rd_pton("100:1", &rd.rd), 0);
+    enc.clear();
+    ASSERT_EQ(bag_encode(&rd, &bag_desc_l2vpn_evpn_rd_private_bag, enc), 0u);
+    EXPECT_EQ(hex(enc), "00000001" "0000006400000001" "00000000" "00000000" "00000000" "00000000");
+}
+
+// ---- Malformed encodings -------------------------------------------------
+
+TEST(Codec, EveryTruncationFailsWithoutReadingPastTheEnd) {
+    for (const BagDesc *const *dp = bag_record_types; *dp; dp++) {
+        const BagDesc *d = *dp;
+        SCOPED_TRACE(d->name);
+        std::string enc = encode_sample(d);
+        ASSERT_FALSE(enc.empty());
+        Buf dec(d->size);
+        for (size_t len = 0; len < enc.size(); len++) {
+            uint32_t rc = decode_exact(enc, len, dec, d);
+            ASSERT_TRUE(rc == BAG_ERR_TRUNCATED || rc == BAG_ERR_COUNT)
+                << "prefix " << len << " of " << enc.size() << ": " << std::hex << rc;
+            ASSERT_EQ(bag_inner_bytes_held(), 0u) << "prefix " << len;
+            ASSERT_TRUE(dec.all_zero(d->size)) << "prefix " << len;
+        }
+        EXPECT_EQ(decode_exact(enc, enc.size(), dec, d), 0u);
+        bag_free_indirections(dec.p(), d);
+    }
+}
+
+TEST(Codec, ArrayCountBeyondTheDataIsRefusedBeforeAllocating) {
+    const BagDesc *d = &bag_desc_l2vpn_evpn_rd_rt_entry;  // rd, rts[], stitching
+    const std::string rd = unhex("00000001 0000006400000001");
+    const std::string rt = rd;
+    Buf dec(d->size);
+    auto decode = [&](const std::string &e) {
+        return bag_decode(e.data(), static_cast<uint32_t>(e.size()), dec.p(), dec.size(), d);
+    };
+    // One RT and the flag remain: a count of 1 fits, 2 does not.
+    EXPECT_EQ(decode(rd + be32(1) + rt + be32(1)), 0u);
+    bag_free_indirections(dec.p(), d);
+    EXPECT_EQ(decode(rd + be32(2) + rt + be32(1)), BAG_ERR_COUNT);
+    // Counts that would ask for gigabytes.
+    for (uint32_t count : {0xffffffffu, 0x80000000u, 0x15555556u}) {
+        EXPECT_EQ(decode(rd + be32(count) + rt + be32(1)), BAG_ERR_COUNT) << count;
+        EXPECT_EQ(bag_inner_bytes_held(), 0u);
+    }
+    // The same inside a sub-record array: evt_data of an event entry.
+    const BagDesc *h = &bag_desc_evt_hist_bag;
+    std::string entry = be32(0) + be32(0) + be32(0) + be32(0) + be32(0) + be32(0) + be32(0);
+    std::string hist = be32(0) + be32(1) + entry + be32(0x40000000u) + be32(5);
+    Buf hdec(h->size);
+    EXPECT_EQ(bag_decode(hist.data(), static_cast<uint32_t>(hist.size()), hdec.p(), hdec.size(), h),
+              BAG_ERR_COUNT);
+    EXPECT_EQ(bag_inner_bytes_held(), 0u);
+}
+
+TEST(Codec, StringsAndPaddingAreChecked) {
+    const std::string good = unhex(kPadsHex);
+    Buf dec(sizeof(Pads));
+    auto decode = [&](const std::string &e) {
+        return bag_decode(e.data(), static_cast<uint32_t>(e.size()), dec.p(), dec.size(), &kPads);
+    };
+    ASSERT_EQ(decode(good), 0u);
+    const Pads &p = *static_cast<const Pads *>(dec.p());
+    EXPECT_STREQ(p.str, "abcde");
+    EXPECT_STREQ(p.opt, "q");
+    EXPECT_EQ(p.esi[9], 0x99);
+    bag_free_indirections(dec.p(), &kPads);
+
+    // Non-zero padding after a MAC, an ESI, a string and an optional string.
+    for (size_t at : {6u, 7u, 18u, 19u, 29u, 31u, 41u, 43u}) {
+        std::string bad = good;
+        bad[at] = 1;
+        EXPECT_EQ(decode(bad), BAG_ERR_VALUE) << "byte " << at;
+        EXPECT_EQ(bag_inner_bytes_held(), 0u);
+    }
+    // An optional string's present word is 0 or 1.
+    {
+        std::string bad = good;
+        bad[35] = 2;
+        EXPECT_EQ(decode(bad), BAG_ERR_VALUE);
+    }
+    const std::string head = good.substr(0, 20);  // mac and esi
+    // A length without its bytes, or without its padding.
+    EXPECT_EQ(decode(head + be32(5)), BAG_ERR_TRUNCATED);
+    EXPECT_EQ(decode(head + be32(5) + "abcde"), BAG_ERR_TRUNCATED);
+    EXPECT_EQ(decode(head + be32(5) + "abcde" + std::string(3, '\0')), BAG_ERR_TRUNCATED);  // opt missing
+    // Over-long strings: refused by length, not by what follows.
+    EXPECT_EQ(decode(head + be32(0xffffffffu) + "abcd"), BAG_ERR_VALUE);
+    std::string big(BAG_MAX_STRING + 4, 'x');
+    EXPECT_EQ(decode(head + be32(BAG_MAX_STRING + 1) + big + be32(0)), BAG_ERR_VALUE);
+    // The longest string there may be.
+    ASSERT_EQ(decode(head + be32(BAG_MAX_STRING) + big.substr(0, BAG_MAX_STRING) + be32(0)), 0u);
+    EXPECT_EQ(strlen(static_cast<const Pads *>(dec.p())->str), size_t(BAG_MAX_STRING));
+    bag_free_indirections(dec.p(), &kPads);
+    EXPECT_EQ(bag_inner_bytes_held(), 0u);
+}
+
+TEST(Codec, NarrowFieldsRefuseValuesOutOfRange) {
+    // SidStructure: six u8 fields; L2Attributes: flag, u16 MTU, two u32.
+    const BagDesc *sid = &bag_desc_SidStructure, *l2 = &bag_desc_L2Attributes;
+    Buf dec(64);
+    auto decode = [&](const std::string &e, const BagDesc *d) {
+        return bag_decode(e.data(), static_cast<uint32_t>(e.size()), dec.p(), dec.size(), d);
+    };
+    std::string s;
+    for (int i = 0; i < 6; i++) s += be32(255);
+    ASSERT_EQ(decode(s, sid), 0u);
+    EXPECT_EQ(static_cast<const SidStructure *>(dec.p())->TranspositionOffset, 255);
+    bag_free_indirections(dec.p(), sid);
+    for (uint32_t v : {256u, 0x100000ffu, 0xffffffffu}) {
+        std::string bad = s;
+        bad.replace(20, 4, be32(v));
+        EXPECT_EQ(decode(bad, sid), BAG_ERR_VALUE) << v;
+    }
+    std::string a = be32(1) + be32(0xffff) + be32(1) + be32(2);
+    ASSERT_EQ(decode(a, l2), 0u);
+    EXPECT_EQ(static_cast<const L2Attributes *>(dec.p())->MTU, 0xffff);
+    bag_free_indirections(dec.p(), l2);
+    EXPECT_EQ(decode(be32(1) + be32(70000) + be32(1) + be32(2), l2), BAG_ERR_VALUE);
+    // A flag is a whole word: any value stands.
+    ASSERT_EQ(decode(be32(7) + be32(1) + be32(1) + be32(2), l2), 0u);
+    EXPECT_EQ(static_cast<const L2Attributes *>(dec.p())->Valid, 7u);
+    bag_free_indirections(dec.p(), l2);
+    EXPECT_EQ(bag_inner_bytes_held(), 0u);
+}
+
+TEST(Codec, TrailingBytesSmallBuffersAndAbsentArgumentsAreRefused) {
+    for (const BagDesc *const *dp = bag_record_types; *dp; dp++) {
+        const BagDesc *d = *dp;
+        SCOPED_TRACE(d->name);
+        std::string enc = encode_sample(d);
+        Buf dec(d->size);
+        EXPECT_EQ(decode_exact(enc + std::string(4, '\0'), enc.size() + 4, dec, d), BAG_ERR_TRAILING);
+        EXPECT_EQ(decode_exact(enc + "x", enc.size() + 1, dec, d), BAG_ERR_TRAILING);
+        EXPECT_EQ(bag_inner_bytes_held(), 0u);
+        EXPECT_EQ(bag_decode(enc.data(), static_cast<uint32_t>(enc.size()), dec.p(), d->size - 1, d),
+                  BAG_ERR_BUFFER);
+        EXPECT_EQ(bag_decode(enc.data(), static_cast<uint32_t>(enc.size()), dec.p(), d->size, d), 0u);
+        bag_free_indirections(dec.p(), d);
+    }
+    std::string enc = encode_sample(&bag_desc_l2vpn_evpn_evi_summary_bag);
+    const BagDesc *d = &bag_desc_l2vpn_evpn_evi_summary_bag;
+    Buf dec(d->size);
+    uint32_t n = static_cast<uint32_t>(enc.size());
+    EXPECT_EQ(bag_decode(nullptr, n, dec.p(), dec.size(), d), BAG_ERR_ARG);
+    EXPECT_EQ(bag_decode(enc.data(), n, nullptr, dec.size(), d), BAG_ERR_ARG);
+    EXPECT_EQ(bag_decode(enc.data(), n, dec.p(), dec.size(), nullptr), BAG_ERR_ARG);
+    EXPECT_EQ(bag_decode(nullptr, 0, dec.p(), dec.size(), d), BAG_ERR_TRUNCATED);
+    EXPECT_EQ(bag_free_indirections(nullptr, d), BAG_ERR_ARG);
+    EXPECT_EQ(bag_free_indirections(dec.p(), nullptr), BAG_ERR_ARG);
+    EXPECT_EQ(bag_free_indirections(dec.p(), d), BAG_ERR_NOT_DECODED);
+    std::string out;
+    EXPECT_EQ(bag_encode(nullptr, d, out), BAG_ERR_ARG);
+    EXPECT_EQ(bag_encode(dec.p(), nullptr, out), BAG_ERR_ARG);
+    // An array that claims elements it does not have.
+    l2vpn_evpn_rd_rt_entry e{};
+    e.rts.count = 3;
+    EXPECT_EQ(bag_encode(&e, &bag_desc_l2vpn_evpn_rd_rt_entry, out), BAG_ERR_ARG);
+}
+
+// Descriptions nested n deep: each level a word and the next level.
+struct Chain {
+    std::vector<BagDesc> descs;
+    std::vector<BagField> fields;
+    explicit Chain(int n) : descs(n), fields(2 * n) {
+        for (int i = n - 1; i >= 0; i--) {
+            fields[2 * i] = {"v", BagKind::U32, BagKind::U32, 0, 0, nullptr};
+            fields[2 * i + 1] = {"in", BagKind::STRUCT, BagKind::STRUCT, 0, 4, descs.data() + i + 1};
+            uint32_t size = 4 * static_cast<uint32_t>(n - i);
+            descs[i] = {"level", size, 4, &fields[2 * i], i == n - 1 ? 1u : 2u};
+        }
+    }
+};
+
+TEST(Codec, NestingBeyondTheDepthLimitIsRefused) {
+    // No record type nests that deep; a description built here does.
+    for (int n : {int(BAG_MAX_DEPTH) + 1, int(BAG_MAX_DEPTH) + 2}) {
+        Chain c(n);
+        std::vector<uint32_t> rec(n, 0);
+        std::string enc;
+        uint32_t rc = bag_encode(rec.data(), &c.descs[0], enc);
+        Buf dec(4 * n);
+        std::string words(4 * n, '\0');
+        uint32_t drc = bag_decode(words.data(), static_cast<uint32_t>(words.size()), dec.p(),
+                                  dec.size(), &c.descs[0]);
+        if (n == int(BAG_MAX_DEPTH) + 1) {
+            EXPECT_EQ(rc, 0u);
+            EXPECT_EQ(enc.size(), words.size());
+            EXPECT_EQ(drc, 0u);
+            bag_free_indirections(dec.p(), &c.descs[0]);
+        } else {
+            EXPECT_EQ(rc, BAG_ERR_DEPTH);
+            EXPECT_EQ(drc, BAG_ERR_DEPTH);
+        }
+    }
+    EXPECT_EQ(bag_inner_bytes_held(), 0u);
+}
+
+TEST(Codec, InnerAllocationsOfOneRecordAreCapped) {
+    // An event history whose entries decode to more than BAG_MAX_INNER bytes.
+    const BagDesc *h = &bag_desc_evt_hist_bag;
+    const std::string entry = std::string(4, '\0') + std::string(8, '\1') + std::string(5 * 4, '\0');
+    auto history = [&](uint32_t n) {
+        std::string s = be32(0) + be32(n);
+        s.reserve(s.size() + size_t(n) * entry.size());
+        for (uint32_t i = 0; i < n; i++) s += entry;
+        return s;
+    };
+    Buf dec(h->size);
+    std::string ok = history(100000);
+    ASSERT_EQ(bag_decode(ok.data(), static_cast<uint32_t>(ok.size()), dec.p(), dec.size(), h), 0u);
+    EXPECT_EQ(static_cast<const evt_hist_bag *>(dec.p())->evt_entry.count, 100000u);
+    EXPECT_LE(bag_inner_bytes_held(), size_t(BAG_MAX_INNER));
+    bag_free_indirections(dec.p(), h);
+    std::string over = history(BAG_MAX_INNER / sizeof(evt_hist_entry_bag) + 1000);
+    EXPECT_EQ(bag_decode(over.data(), static_cast<uint32_t>(over.size()), dec.p(), dec.size(), h),
+              BAG_ERR_NOMEM);
+    EXPECT_EQ(bag_inner_bytes_held(), 0u);
+}
+
+// ---- Release of inner allocations ----------------------------------------
+
+TEST(Codec, ReleaseReturnsEveryInnerAllocation) {
+    const BagDesc *d = &bag_desc_l2vpn_evpn_mac_bag;
+    std::string a = encode_sample(d, 1), b = encode_sample(d, 7);
+    ASSERT_EQ(bag_inner_bytes_held(), 0u);
+    Buf dec(d->size);
+    ASSERT_EQ(bag_decode(a.data(), static_cast<uint32_t>(a.size()), dec.p(), dec.size(), d), 0u);
+    size_t held_a = bag_inner_bytes_held();
+    EXPECT_GT(held_a, 0u);
+    EXPECT_EQ(bag_free_indirections(dec.p(), d), 0u);
+    EXPECT_EQ(bag_inner_bytes_held(), 0u);
+    EXPECT_EQ(bag_free_indirections(dec.p(), d), BAG_ERR_NOT_DECODED);  // released once only
+
+    // A second decode into the same buffer replaces the first record's parts.
+    ASSERT_EQ(bag_decode(a.data(), static_cast<uint32_t>(a.size()), dec.p(), dec.size(), d), 0u);
+    ASSERT_EQ(bag_decode(b.data(), static_cast<uint32_t>(b.size()), dec.p(), dec.size(), d), 0u);
+    size_t held_b = bag_inner_bytes_held();
+    ASSERT_EQ(bag_decode(b.data(), static_cast<uint32_t>(b.size()), dec.p(), dec.size(), d), 0u);
+    EXPECT_EQ(bag_inner_bytes_held(), held_b);
+    std::string again;
+    ASSERT_EQ(bag_encode(dec.p(), d, again), 0u);
+    EXPECT_EQ(hex(again), hex(b));
+    // A failed decode into a buffer that held a record releases that record too.
+    ASSERT_EQ(decode_exact(b, b.size() - 4, dec, d), BAG_ERR_TRUNCATED);
+    EXPECT_EQ(bag_inner_bytes_held(), 0u);
+    EXPECT_EQ(bag_free_indirections(dec.p(), d), BAG_ERR_NOT_DECODED);
+
+    // Many records through one buffer hold no more than the last one.
+    for (int i = 0; i < 1000; i++) {
+        const std::string &e = i % 2 ? a : b;
+        ASSERT_EQ(bag_decode(e.data(), static_cast<uint32_t>(e.size()), dec.p(), dec.size(), d), 0u);
+        ASSERT_EQ(bag_free_indirections(dec.p(), d), 0u);
+    }
+    EXPECT_EQ(bag_inner_bytes_held(), 0u);
+}
+
+TEST(Codec, LiveBuffersKeepTheirOwnStrings) {
+    // A walk nested in a printer decodes into a second buffer while the
+    // outer record is still in use.
+    const BagDesc *d = &bag_desc_l2vpn_evpn_evi_detail_bag;
+    const BagDesc *rt = &bag_desc_l2vpn_evpn_evi_bgp_rt_bag;
+    std::string outer_enc = encode_sample(d, 3), inner_enc = encode_sample(rt, 11);
+    Buf outer(d->size), inner(rt->size);
+    ASSERT_EQ(bag_decode(outer_enc.data(), static_cast<uint32_t>(outer_enc.size()), outer.p(),
+                         outer.size(), d), 0u);
+    const std::string before = evpn::record_to_json(outer.p(), d).dump();
+    size_t held_outer = bag_inner_bytes_held();
+    for (int i = 0; i < 3; i++) {
+        ASSERT_EQ(bag_decode(inner_enc.data(), static_cast<uint32_t>(inner_enc.size()), inner.p(),
+                             inner.size(), rt), 0u);
+        EXPECT_GT(bag_inner_bytes_held(), held_outer);
+        EXPECT_EQ(evpn::record_to_json(outer.p(), d).dump(), before);
+        ASSERT_EQ(bag_free_indirections(inner.p(), rt), 0u);
+        EXPECT_EQ(bag_inner_bytes_held(), held_outer);
+        // A failed decode of the inner buffer leaves the outer alone.
+        EXPECT_EQ(decode_exact(inner_enc, 8, inner, rt), BAG_ERR_TRUNCATED);
+        EXPECT_EQ(evpn::record_to_json(outer.p(), d).dump(), before);
+    }
+    std::string again;
+    ASSERT_EQ(bag_encode(outer.p(), d, again), 0u);
+    EXPECT_EQ(hex(again), hex(outer_enc));
+    ASSERT_EQ(bag_free_indirections(outer.p(), d), 0u);
+    EXPECT_EQ(bag_inner_bytes_held(), 0u);
+}
+
+}  // namespace

@@ -1,0 +1,304 @@
+// Loads that are killed part-way, readers racing a loader, and files that are
+// not ours: the database a reader opens is always a whole snapshot, old or new.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string &scratch() {
+    struct Dir {
+        std::string path;
+        Dir() {
+            std::string pattern = (fs::temp_directory_path() / "reliability.XXXXXX").string();
+            path = mkdtemp(pattern.data()) ? pattern : std::string();
+        }
+        ~Dir() {
+            std::error_code ec;
+            if (!path.empty()) fs::remove_all(path, ec);
+        }
+    };
+    static Dir dir;
+    return dir.path;
+}
+std::string scratch_file(const std::string &name) { return scratch() + "/" + name; }
+
+std::string read_file(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+struct Outcome {
+    int status = -1;  // exit status, or 128 + signal
+    std::string out, err;
+};
+
+// Starts prog with args; EVPN_SYSDB / EVPN_DEBUG set when given. Output goes
+// to files named after tag, so concurrent runs need different tags.
+pid_t start(const std::vector<std::string> &args, const std::string &tag,
+            const std::string &sysdb = "", const std::string &debug = "") {
+    const std::string out = scratch_file(tag + ".out"), err = scratch_file(tag + ".err");
+    pid_t pid = fork();
+    if (pid == 0) {
+        int o = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        int e = open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        if (o < 0 || e < 0) _exit(127);
+        dup2(o, 1);
+        dup2(e, 2);
+        if (!sysdb.empty()) setenv("EVPN_SYSDB", sysdb.c_str(), 1);
+        if (debug.empty())
+            unsetenv("EVPN_DEBUG");
+        else
+            setenv("EVPN_DEBUG", debug.c_str(), 1);
+        std::vector<char *> argv;
+        for (auto &a : args) argv.push_back(const_cast<char *>(a.c_str()));
+        argv.push_back(nullptr);
+        execv(argv[0], argv.data());
+        _exit(127);
+    }
+    return pid;
+}
+
+Outcome finish(pid_t pid, const std::string &tag) {
+    Outcome r;
+    int ws = 0;
+    if (waitpid(pid, &ws, 0) == pid)
+        r.status = WIFEXITED(ws) ? WEXITSTATUS(ws) : 128 + WTERMSIG(ws);
+    r.out = read_file(scratch_file(tag + ".out"));
+    r.err = read_file(scratch_file(tag + ".err"));
+    return r;
+}
+
+Outcome run(const std::vector<std::string> &args, const std::string &tag = "run",
+            const std::string &sysdb = "", const std::string &debug = "") {
+    return finish(start(args, tag, sysdb, debug), tag);
+}
+
+Outcome load(const std::string &json, const std::string &db, const std::string &tag = "load") {
+    return run({EVPN_SYSDB_BIN, "load", json, "--db", db}, tag);
+}
+Outcome dump(const std::string &db, const std::string &tag = "dump") {
+    return run({EVPN_SYSDB_BIN, "dump", "--db", db}, tag);
+}
+Outcome client(const std::vector<std::string> &args, const std::string &db,
+               const std::string &tag = "client", const std::string &debug = "") {
+    std::vector<std::string> argv{EVPN_CLIENT_BIN};
+    argv.insert(argv.end(), args.begin(), args.end());
+    return run(argv, tag, db, debug);
+}
+
+// A snapshot of `routes` MAC routes spread over 16 EVIs; `variant` changes
+// every record's label and sequence number, so two variants differ throughout.
+std::string write_snapshot(const std::string &name, int routes, int variant) {
+    const std::string path = scratch_file(name);
+    std::ofstream out(path);
+    out << "{\"roots\":{\"/oper/evpn/gl/\":{\"evpn_evi_detail/evi_child_container/evpn_mac\":[\n";
+    for (int i = 0; i < routes; i++) {
+        char mac[16], ip[24];
+        snprintf(mac, sizeof mac, "02%02x.%04x.%04x", variant & 0xff, (i >> 16) & 0xffff, i & 0xffff);
+        snprintf(ip, sizeof ip, "10.%d.%d.%d", (i >> 16) & 0xff, (i >> 8) & 0xff, i & 0xff);
+        out << (i ? ",\n" : "") << "{\"evi\":" << (1 + i % 16) << ",\"encap\":10,\"mac_address\":\""
+            << mac << "\",\"ip_address\":\"" << ip << "\",\"bd_name\":\"bd-" << (1 + i % 16)
+            << "\",\"local_label\":" << (24000 + variant * 1000 + i % 1000)
+            << ",\"local_seq_num\":" << variant << ",\"local\":" << (i % 2 ? "true" : "false")
+            << "}";
+    }
+    out << "]},\"/oper/evpn/gl/stdby/\":{},\"/oper/evpn/node/0/\":{}}}\n";
+    return path;
+}
+
+struct FileState {
+    std::string bytes;
+    struct timespec mtime {};
+    bool operator==(const FileState &o) const {
+        return bytes == o.bytes && mtime.tv_sec == o.mtime.tv_sec && mtime.tv_nsec == o.mtime.tv_nsec;
+    }
+};
+FileState file_state(const std::string &path) {
+    FileState s;
+    s.bytes = read_file(path);
+    struct stat st {};
+    if (stat(path.c_str(), &st) == 0) s.mtime = st.st_mtim;
+    return s;
+}
+
+size_t temp_files_of(const std::string &db) {
+    size_t n = 0;
+    const std::string prefix = fs::path(db).filename().string() + ".load-";
+    for (auto &e : fs::directory_iterator(fs::path(db).parent_path()))
+        if (e.path().filename().string().rfind(prefix, 0) == 0) n++;
+    return n;
+}
+
+}  // namespace
+
+// (a) A loader killed at any moment leaves the old database or the new one,
+// never a mix; its temp file is ignored by readers.
+TEST(Reliability, KilledLoadsLeaveOldOrNewDatabase) {
+    // Big enough that a load takes a good part of a second, small enough that
+    // fifty loads and dumps stay within the suite's time.
+    const std::string snaps[2] = {write_snapshot("kill-old.json", 10000, 1),
+                                  write_snapshot("kill-new.json", 10000, 2)};
+    std::string dumps[2];
+    double load_ms = 0;
+    for (int v = 0; v < 2; v++) {
+        const std::string ref = scratch_file("kill-ref" + std::to_string(v) + ".db");
+        auto t0 = std::chrono::steady_clock::now();
+        ASSERT_EQ(load(snaps[v], ref).status, 0);
+        load_ms = std::max(load_ms, std::chrono::duration<double, std::milli>(
+                                        std::chrono::steady_clock::now() - t0).count());
+        Outcome d = dump(ref);
+        ASSERT_EQ(d.status, 0) << d.err;
+        dumps[v] = d.out;
+    }
+    ASSERT_NE(dumps[0], dumps[1]);
+
+    const std::string db = scratch_file("kill.db");
+    ASSERT_EQ(load(snaps[0], db).status, 0);
+    std::mt19937 rng(12345);
+    std::uniform_int_distribution<int> moment(0, static_cast<int>(load_ms * 1.2));
+    int current = 0, killed_part_way = 0, finished = 0;
+    const int kRounds = 50;
+    for (int round = 0; round < kRounds; round++) {
+        const int next = 1 - current;
+        pid_t pid = start({EVPN_SYSDB_BIN, "load", snaps[next], "--db", db}, "kill-load");
+        std::this_thread::sleep_for(std::chrono::milliseconds(moment(rng)));
+        kill(pid, SIGKILL);
+        Outcome r = finish(pid, "kill-load");
+        if (r.status == 0) finished++; else killed_part_way++;
+
+        Outcome d = dump(db);
+        ASSERT_EQ(d.status, 0) << "round " << round << ": " << d.err;
+        if (d.out == dumps[next])
+            current = next;
+        else
+            ASSERT_EQ(d.out, dumps[current]) << "round " << round << ": neither snapshot";
+        if (r.status == 0) ASSERT_EQ(current, next) << "a finished load must show";
+    }
+    // Both outcomes happened, and the killed loads' temp files did not bother readers.
+    EXPECT_GT(killed_part_way, 0);
+    EXPECT_GT(finished, 0);
+    EXPECT_GT(temp_files_of(db), 0u);
+    Outcome c = client({"7"}, db);
+    EXPECT_EQ(c.status, 0) << c.err;
+    RecordProperty("killed_part_way", killed_part_way);
+    RecordProperty("finished", finished);
+    RecordProperty("load_ms", static_cast<int>(load_ms));
+    printf("[ figures  ] %d rounds, load %.0f ms: %d killed part-way, %d finished, %zu temp files left\n",
+           kRounds, load_ms, killed_part_way, finished, temp_files_of(db));
+}
+
+// (b) A reader running while the loader replaces the database prints the
+// report of one snapshot or the other, whole.
+TEST(Reliability, ReadersSeeOneSnapshotWhileLoaderReplaces) {
+    const std::string snaps[2] = {write_snapshot("race-a.json", 1500, 3),
+                                  write_snapshot("race-b.json", 1200, 4)};
+    std::string reports[2];
+    for (int v = 0; v < 2; v++) {
+        const std::string ref = scratch_file("race-ref" + std::to_string(v) + ".db");
+        ASSERT_EQ(load(snaps[v], ref).status, 0);
+        Outcome c = client({"0"}, ref);
+        ASSERT_EQ(c.status, 0) << c.err;
+        reports[v] = c.out;
+    }
+    ASSERT_NE(reports[0], reports[1]);
+
+    const std::string db = scratch_file("race.db");
+    ASSERT_EQ(load(snaps[0], db).status, 0);
+    std::atomic<bool> stop{false};
+    std::atomic<int> loads{0}, load_failures{0};
+    std::thread writer([&] {
+        for (int v = 1; !stop; v ^= 1) {
+            if (load(snaps[v], db, "race-load").status == 0)
+                loads++;
+            else
+                load_failures++;
+        }
+    });
+    int seen[2] = {0, 0}, bad = 0;
+    const int kReads = 200;
+    for (int i = 0; i < kReads; i++) {
+        Outcome c = client({"0"}, db, "race-client");
+        if (c.status == 0 && c.out == reports[0])
+            seen[0]++;
+        else if (c.status == 0 && c.out == reports[1])
+            seen[1]++;
+        else if (bad++ == 0)
+            ADD_FAILURE() << "read " << i << ": status " << c.status << ", " << c.out.size()
+                          << " bytes out, stderr: " << c.err;
+    }
+    stop = true;
+    writer.join();
+    EXPECT_EQ(bad, 0);
+    EXPECT_EQ(load_failures, 0);
+    EXPECT_GT(loads, 2) << "the loader did not race the readers";
+    printf("[ figures  ] %d reads during %d loads: %d old, %d new, %d bad\n", kReads, loads.load(),
+           seen[0], seen[1], bad);
+}
+
+// (c) Show commands never write the database.
+TEST(ClientReadOnly, ShowCommandsLeaveTheFileUntouched) {
+    const std::string db = scratch_file("ro.db");
+    ASSERT_EQ(load(EVPN_SOURCE_DIR "/data/demo.json", db).status, 0);
+    const FileState before = file_state(db);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));  // an mtime change would show
+    for (auto args : std::vector<std::vector<std::string>>{
+             {"0"}, {"-p", "0"}, {"-d", "5"}, {"-p", "4"}, {"7"}, {"-p", "7"}, {"-M", "64", "0"}, {"3"}}) {
+        Outcome c = client(args, db);
+        EXPECT_EQ(c.status, 0) << args.back() << ": " << c.err;
+    }
+    EXPECT_TRUE(file_state(db) == before);
+    EXPECT_FALSE(fs::exists(db + "-journal"));
+    EXPECT_FALSE(fs::exists(db + "-wal"));
+}
+
+// (d) Files that are not ours: the client refuses to bind, the loader to overwrite.
+TEST(ForeignDatabase, ClientRefusesAndLoaderKeepsTheFile) {
+    const std::string small = write_snapshot("foreign-src.json", 10, 5);
+    auto make_sqlite = [](const std::string &path, const char *sql) {
+        sqlite3 *db = nullptr;
+        ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
+        ASSERT_EQ(sqlite3_exec(db, sql, nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
+        sqlite3_close(db);
+    };
+    const std::string other = scratch_file("other.sqlite");
+    make_sqlite(other, "CREATE TABLE t(a, b); INSERT INTO t VALUES (1, 'x');");
+    const std::string text = scratch_file("text.db");
+    std::ofstream(text) << "not a database\n";
+    const std::string empty = scratch_file("empty.db");
+    std::ofstream(empty).close();
+    const std::string newer = scratch_file("newer.db");
+    ASSERT_EQ(load(small, newer).status, 0);
+    make_sqlite(newer, "PRAGMA user_version = 2;");
+
+    for (const std::string &path : {other, text, empty, newer}) {
+        SCOPED_TRACE(path);
+        const FileState before = file_state(path);
+        Outcome c = client({"7"}, path, "foreign-client", "400001");
+        EXPECT_EQ(c.status, 1);
+        EXPECT_NE(c.err.find("sysdb_bind failed for"), std::string::npos) << c.err;
+        Outcome l = load(small, path, "foreign-load");
+        EXPECT_EQ(l.status, 1);
+        EXPECT_TRUE(file_state(path) == before);
+    }
+}
