@@ -63,6 +63,30 @@ bool parse_hex_bytes(const char *s, size_t n, uint8_t *out) {
     return true;
 }
 
+// n octets (n even) written as dotted groups of four digits ("0011.2233.4455"),
+// or as two-digit octets with one separator from seps throughout ("00:11:22").
+bool parse_octets(const char *text, uint8_t *out, size_t n, const char *seps) {
+    size_t len = strnlen(text, 3 * n + 1);
+    if (len == n * 5 / 2 - 1) {
+        for (size_t g = 0; g < n / 2; g++) {
+            if (g > 0 && text[g * 5 - 1] != '.')
+                return false;
+            if (!parse_hex_bytes(text + g * 5, 2, out + g * 2))
+                return false;
+        }
+        return true;
+    }
+    if (len != 3 * n - 1 || strchr(seps, text[2]) == nullptr)
+        return false;
+    for (size_t i = 0; i < n; i++) {
+        if (i > 0 && text[i * 3 - 1] != text[2])
+            return false;
+        if (!parse_hex_bytes(text + i * 3, 1, out + i))
+            return false;
+    }
+    return true;
+}
+
 // Reads the decimal number in [s, end): digits only, 1 to 10 of them, at most max.
 bool parse_dec(const char *s, const char *end, uint64_t max, uint64_t *out) {
     if (s >= end || end - s > 10)
@@ -295,26 +319,8 @@ int l2vpn_mac_pton(const char *text, uint8_t mac[6]) {
     if (text == nullptr || mac == nullptr)
         return EINVAL;
     uint8_t parsed[6];
-    size_t len = strnlen(text, 18);
-    if (len == 14) {
-        // "0011.2233.4455": three groups of four digits.
-        for (size_t g = 0; g < 3; g++) {
-            if (g > 0 && text[g * 5 - 1] != '.')
-                return EINVAL;
-            if (!parse_hex_bytes(text + g * 5, 2, parsed + g * 2))
-                return EINVAL;
-        }
-    } else if (len == 17 && (text[2] == ':' || text[2] == '-')) {
-        // "00:11:22:33:44:55" or with '-': one separator throughout.
-        for (size_t i = 0; i < 6; i++) {
-            if (i > 0 && text[i * 3 - 1] != text[2])
-                return EINVAL;
-            if (!parse_hex_bytes(text + i * 3, 1, parsed + i))
-                return EINVAL;
-        }
-    } else {
+    if (!parse_octets(text, parsed, sizeof parsed, ":-"))
         return EINVAL;
-    }
     memcpy(mac, parsed, sizeof parsed);
     return 0;
 }
@@ -343,26 +349,8 @@ int evpn_esi_pton(const char *text, uint8_t esi[10]) {
     if (text == nullptr || esi == nullptr)
         return EINVAL;
     uint8_t parsed[kEsiLen];
-    size_t len = strnlen(text, 30);
-    if (len == L2VPN_ESI_STR_LEN) {
-        // "0011.2233.4455.6677.8899": five groups of four digits.
-        for (size_t g = 0; g < 5; g++) {
-            if (g > 0 && text[g * 5 - 1] != '.')
-                return EINVAL;
-            if (!parse_hex_bytes(text + g * 5, 2, parsed + g * 2))
-                return EINVAL;
-        }
-    } else if (len == 29 && (text[2] == ':' || text[2] == '.' || text[2] == '-')) {
-        // "00:11:...:99" (or '.' or '-'): ten octets, one separator throughout.
-        for (size_t i = 0; i < kEsiLen; i++) {
-            if (i > 0 && text[i * 3 - 1] != text[2])
-                return EINVAL;
-            if (!parse_hex_bytes(text + i * 3, 1, parsed + i))
-                return EINVAL;
-        }
-    } else {
+    if (!parse_octets(text, parsed, sizeof parsed, ":.-"))
         return EINVAL;
-    }
     memcpy(esi, parsed, sizeof parsed);
     return 0;
 }

@@ -160,8 +160,8 @@ int _getopt(int argc, char *const argv[], const char *optstring) {
     // The platform does not reorder the argument vector (POSIXLY_CORRECT
     // behaviour) and reports errors only through the returned '?'.
     opterr = 0;
-    std::string spec = std::string("+") + optstring;
-    int c = getopt(argc, argv, spec.c_str());
+    std::string posix_optstring = std::string("+") + optstring;
+    int c = getopt(argc, argv, posix_optstring.c_str());
     l2vpn_optarg = optarg;
     l2vpn_optind = optind;
     return c;

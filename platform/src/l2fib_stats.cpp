@@ -21,9 +21,9 @@ uint32_t fetch(sqlite3_stmt *s, uint32_t node, uint32_t bd, bd_forwarding_stats 
     sqlite3_bind_int64(s, 2, node);
     sqlite3_bind_int(s, 3, node == L2FIB_ALL_NODES);
     uint32_t rc = L2FIB_ERR_NO_BD;
-    if (sqlite3_step(s) == SQLITE_ROW && sqlite3_column_int64(s, 22) > 0) {
-        uint64_t v[22];
-        for (int i = 0; i < 22; i++) v[i] = static_cast<uint64_t>(sqlite3_column_int64(s, i));
+    if (sqlite3_step(s) == SQLITE_ROW && sqlite3_column_int64(s, sysdb_schema::kBdStatsCount) > 0) {
+        uint64_t v[sysdb_schema::kBdStatsCount];
+        for (int i = 0; i < sysdb_schema::kBdStatsCount; i++) v[i] = static_cast<uint64_t>(sqlite3_column_int64(s, i));
         memcpy(out, v, sizeof v);
         rc = 0;
     }

@@ -279,7 +279,7 @@ uint32_t resolve_listing(const char *path, Query &q) {
     }
 
     // The ordering whose leading parts the query gives most of.
-    auto kept = sysdb_keys::stored_orderings(*best);
+    const auto &kept = sysdb_keys::stored_orderings(*best);
     size_t best_run = 0;
     int best_home = -3;
     for (const auto &o : ix->orderings) {

@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <map>
 
 #include "platform/bag.h"
 #include "platform/formatters.h"
@@ -236,7 +237,8 @@ bool skey_from_name(const ListingDef &l, std::string_view name, std::string &ske
     return at == comps.size();
 }
 
-std::vector<std::vector<uint8_t>> stored_orderings(const ListingDef &l) {
+namespace {
+std::vector<std::vector<uint8_t>> compute_stored_orderings(const ListingDef &l) {
     std::vector<std::vector<uint8_t>> all;
     for (const IndexDef &ix : l.indices)
         for (const auto &o : ix.orderings)
@@ -252,10 +254,19 @@ std::vector<std::vector<uint8_t>> stored_orderings(const ListingDef &l) {
     }
     return kept;
 }
+}  // namespace
+
+const std::vector<std::vector<uint8_t>> &stored_orderings(const ListingDef &l) {
+    // The registry is constant: each listing's orderings are worked out once.
+    static std::map<const ListingDef *, std::vector<std::vector<uint8_t>>> cache;
+    auto it = cache.find(&l);
+    if (it == cache.end()) it = cache.emplace(&l, compute_stored_orderings(l)).first;
+    return it->second;
+}
 
 int ordering_home(const ListingDef &l, const std::vector<uint8_t> &ordering) {
     if (is_prefix(ordering, l.item_key)) return -1;
-    auto kept = stored_orderings(l);
+    const auto &kept = stored_orderings(l);
     for (size_t i = 0; i < kept.size(); i++)
         if (is_prefix(ordering, kept[i])) return static_cast<int>(i);
     return -2;

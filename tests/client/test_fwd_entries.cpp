@@ -9,6 +9,7 @@
 #include <string>
 
 #include "evpn_show_print.h"
+#include "stdout_capture.h"
 #include "platform/caps.h"
 #include "platform/debug.h"
 
@@ -16,14 +17,6 @@ namespace {
 
 std::string blanks(size_t n) { return std::string(n, ' '); }
 
-template <class F>
-std::string stdout_of(F &&f) {
-    fflush(stdout);
-    testing::internal::CaptureStdout();
-    f();
-    fflush(stdout);
-    return testing::internal::GetCapturedStdout();
-}
 
 l2vpn_ip_addr_t ip(const char *text) {
     l2vpn_ip_addr_t a{};

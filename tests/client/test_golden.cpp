@@ -9,7 +9,6 @@
 //   ---
 //   <expected standard output, byte for byte>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -22,6 +21,7 @@
 #include <vector>
 
 #include "snapshot.h"
+#include "subprocess.h"
 
 namespace fs = std::filesystem;
 
@@ -61,38 +61,12 @@ std::vector<std::string> split_words(const std::string &s) {
     return words;
 }
 
-// Runs the client with the database and the case's environment; returns its stdout.
-std::string run_client(const std::string &db, const Case &c, int &status) {
-    int out[2];
-    if (pipe(out) != 0) return "";
-    pid_t pid = fork();
-    if (pid == 0) {
-        dup2(out[1], 1);
-        close(out[0]);
-        close(out[1]);
-        setenv("EVPN_SYSDB", db.c_str(), 1);
-        unsetenv("EVPN_DEBUG");
-        for (const std::string &kv : split_words(c.env)) {
-            auto eq = kv.find('=');
-            if (eq != std::string::npos) setenv(kv.substr(0, eq).c_str(), kv.substr(eq + 1).c_str(), 1);
-        }
-        std::vector<std::string> words = split_words(c.args);
-        std::vector<char *> argv{const_cast<char *>(EVPN_CLIENT_BIN)};
-        for (std::string &w : words) argv.push_back(w.data());
-        argv.push_back(nullptr);
-        execv(EVPN_CLIENT_BIN, argv.data());
-        _exit(127);
-    }
-    close(out[1]);
-    std::string text;
-    char buf[65536];
-    ssize_t n;
-    while ((n = read(out[0], buf, sizeof buf)) > 0) text.append(buf, static_cast<size_t>(n));
-    close(out[0]);
-    int ws = 0;
-    waitpid(pid, &ws, 0);
-    status = WIFEXITED(ws) ? WEXITSTATUS(ws) : -1;
-    return text;
+// Runs the client with the database and the case's environment.
+subprocess::Run run_client(const std::string &db, const Case &c) {
+    std::vector<std::string> args = split_words(c.args), env = split_words(c.env);
+    args.insert(args.begin(), EVPN_CLIENT_BIN);
+    env.push_back("EVPN_SYSDB=" + db);
+    return subprocess::run(args, env);
 }
 
 class Golden : public testing::TestWithParam<std::string> {};
@@ -115,9 +89,9 @@ TEST_P(Golden, ReportMatches) {
         fs::remove(db);
         ASSERT_TRUE(evpn::load_snapshot(in, db, stats, err)) << err;
     }
-    int status = -1;
-    std::string got = run_client(db, c, status);
-    EXPECT_EQ(status, c.status);
+    subprocess::Run r = run_client(db, c);
+    const std::string &got = r.out;
+    EXPECT_EQ(r.status, c.status) << r.err;
     EXPECT_EQ(got, c.expected) << "case " << c.name << ": " << c.args;
     if (got != c.expected && getenv("EVPN_GOLDEN_ACTUAL")) {
         std::ofstream(std::string(getenv("EVPN_GOLDEN_ACTUAL")) + "/" + c.name + ".out", std::ios::binary)

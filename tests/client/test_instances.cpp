@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "evpn_show_print.h"
+#include "stdout_capture.h"
 #include "platform/caps.h"
 #include "platform/printers.h"
 
@@ -16,14 +17,6 @@ const ShowContext *walk_stub_last_context() __attribute__((weak));
 
 namespace {
 
-template <class F>
-std::string stdout_of(F &&f) {
-    fflush(stdout);
-    testing::internal::CaptureStdout();
-    f();
-    fflush(stdout);
-    return testing::internal::GetCapturedStdout();
-}
 
 char *txt(const char *s) { return const_cast<char *>(s); }
 

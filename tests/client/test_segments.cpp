@@ -6,18 +6,11 @@
 #include <vector>
 
 #include "evpn_show_print.h"
+#include "stdout_capture.h"
 #include "platform/printers.h"
 
 namespace {
 
-template <class F>
-std::string capture(F &&print) {
-    fflush(stdout);
-    testing::internal::CaptureStdout();
-    print();
-    fflush(stdout);
-    return testing::internal::GetCapturedStdout();
-}
 
 bool contains(const std::string &text, const std::string &part) {
     return text.find(part) != std::string::npos;
@@ -68,7 +61,7 @@ class SummaryReport : public ::testing::Test {
 
     std::string report(bool private_view) {
         show_filter.private_view = private_view;
-        return capture([&] { print_evpn_summary_bag(&s_, "summary", nullptr); });
+        return stdout_of([&] { print_evpn_summary_bag(&s_, "summary", nullptr); });
     }
 
     static evt_hist_entry_bag entry(const char *ts, const char *name, bool many, bool sticky,
@@ -90,110 +83,8 @@ class SummaryReport : public ::testing::Test {
     ShowFilter saved_filter_;
 };
 
-const std::string kCountsAndRouterId =
-    "-----------------------------\n"
-    "Global Information\n"
-    "-----------------------------\n"
-    "Number of EVIs                     : 4\n"
-    "Number of TEPs                     : 0\n"
-    "Number of Local EAD Entries        : 6\n"
-    "Number of Remote EAD Entries       : 12\n"
-    "Number of Local MAC Routes         : 37\n"
-    "          MAC                      : 22\n"
-    "          MAC-IPv4                 : 12\n"
-    "          MAC-IPv6                 : 3\n"
-    "Number of Local ES:Global MAC      : 0\n"
-    "Number of Remote MAC Routes        : 58\n"
-    "          MAC                      : 32\n"
-    "          MAC-IPv4                 : 20\n"
-    "          MAC-IPv6                 : 6\n"
-    "Number of Remote SYNC MAC Routes   : 4\n"
-    "Number of Local IMCAST Routes      : 4\n"
-    "Number of Remote IMCAST Routes     : 8\n"
-    "Number of Internal Labels          : 5\n"
-    "Number of single-home Internal IDs : 0\n"
-    "Number of multi-home Internal IDs  : 2\n"
-    "Number of ES Entries               : 2\n"
-    "Number of Neighbor Entries         : 3\n"
-    "EVPN Router ID                     : 10.0.0.1\n";
-
-const std::string kAsnAndTimers =
-    "BGP ASN                            : 65001\n"
-    "PBB BSA MAC address                : 008a.9612.3401\n"
-    "Global peering timer               :      3 seconds\n"
-    "Global recovery timer              :     30 seconds\n"
-    "Global carving timer               :      3 seconds\n"
-    "Global MAC postpone timer          :    300 seconds [not running]\n"
-    "Global core de-isolation timer     :     60 seconds [running, 42.5 sec left]\n"
-    "EVPN services costed out on node   : No\n"
-    "          Startup-cost-in timer    : Not configured\n"
-    "          EVPN manual cost-out     : No\n"
-    "          EVPN Bundle Convergence  : No\n";
-
-const std::string kPrivateLines =
-    "Staggered bring-up timer           :  10000 milliseconds [running, 2.3 sec left]\n"
-    "          Items in bring-up queue  : 3, In-Progress 1\n"
-    "Global AC debounce timer           :   3000 milliseconds\n"
-    "Backup replacement timer           :   1500 milliseconds [not running]\n"
-    "DF Election logging                : enabled\n"
-    "BGP Nexthop Resolution Pfx Len IPv6: 128\n"
-    "-----------------------------\n"
-    "High Availability Information\n"
-    "-----------------------------\n"
-    "BGP EOD                            : Y\n"
-    "Number of Marked Remote MAC Routes : 0\n"
-    "Number of Swept Remote MAC Routes  : 0\n"
-    "Number of Marked Local MAC Routes  : 0\n"
-    "Number of Swept Local MAC Routes   : 0\n"
-    "Number of Marked IMCAST Routes     : 0\n"
-    "Number of Swept IMCAST Routes      : 0\n"
-    "Throttle send to L2RIB             : FALSE\n"
-    "Number of ES/EAD pulses pending    : 0\n"
-    "NTP Configured and in sync         : TRUE\n"
-    "\n"
-    "   Event Trace History [Total events: 5]\n"
-    "-----------------------------------------------------------------------------------\n"
-    "     Time                Event                Info1        Info2        Info3        Info4       \n"
-    "     ====                =====                =====        =====        =====        =====       \n"
-    "     11/23 07:40:10.112  Process start        0x1          0x0          0x0          0x0          -  S \n"
-    "     11/23 07:40:12.345  BGP session up       0xfde9       0x1          0x0          0x0          -  - \n"
-    "     11/23 07:40:15.020  Core isolation clear 0x2          0x0          0x0          0x0          -  - \n"
-    "     11/23 07:40:41.877  BGP EOD received     0x1          0x0          0x0          0x0          -  S \n"
-    "     11/23 07:41:02.503  ES DF election       0x2          0x4          0x1          0x0          M  - \n"
-    "-----------------------------------------------------------------------------------\n"
-    "\n"
-    "Ethernet Segment Section\n"
-    "                  | Cnt Last Time          Last Arg\n"
-    "    Error Internal|   0 never                   0x0\n"
-    "         Error API|   0 never                   0x0\n"
-    "Error Collaborator|   0 never                   0x0\n"
-    "          Warnings|   1 11/23 07:40:15.020      0x2\n"
-    "    Empty NH Count|   0 never                   0x0\n"
-    "Replay MP Callback|   1 11/23 07:40:12.400      0x0\n"
-    "    Replay MP Done|   1 11/23 07:40:12.410      0x0\n"
-    "      Advertise RT|   4 11/23 07:40:12.420      0x4\n"
-    "       Withdraw RT|   0 never                   0x0\n"
-    "     Advertise ESI|   2 11/23 07:40:12.430      0x2\n"
-    "      Withdraw ESI|   0 never                   0x0\n"
-    "  Advertise EAD/ES|   2 11/23 07:41:02.503      0x2\n"
-    "   Withdraw EAD/ES|   0 never                   0x0\n"
-    " Advertise EAD/EVI|   6 11/23 07:41:02.504     0x64\n"
-    "  Withdraw EAD/EVI|   0 never                   0x0\n"
-    "    Advertise SMAC|   0 never                   0x0\n"
-    "     Withdraw SMAC|   0 never                   0x0\n"
-    "    DF Election BP|   2 11/23 07:41:02.502      0x1\n"
-    "     MAC Flush PEs|   0 never                   0x0\n"
-    "      MAC Flush CE|   0 never                   0x0\n";
-
-TEST_F(SummaryReport, PublicFormEndsWithBundleConvergenceLine) {
-    EXPECT_EQ(report(false), kCountsAndRouterId + kAsnAndTimers);
-}
-
-TEST_F(SummaryReport, PrivateFormAddsBgpRouterIdAndEverythingAfterTheTimers) {
-    EXPECT_EQ(report(true), kCountsAndRouterId +
-                                "BGP Router ID                      : 10.1.1.1\n" +
-                                kAsnAndTimers + kPrivateLines);
-}
+// The whole report, both forms, is checked byte for byte by the golden cases
+// summary_public and summary_private, whose snapshot holds this record.
 
 TEST_F(SummaryReport, RunningSuffixCutsTimeLeftToTenths) {
     const struct { uint32_t left_ms; const char *suffix; } cases[] = {
@@ -254,7 +145,7 @@ TEST_F(SummaryReport, EmptyTraceIsOneLineFollowedByTheSection) {
     EXPECT_TRUE(contains(report(true), "NTP Configured and in sync         : TRUE\n"
                                        "\nNo event in the Event Trace History\n"
                                        "Ethernet Segment Section\n"));
-    EXPECT_EQ(capture([] { print_evt_trace_history(nullptr); }), "");
+    EXPECT_EQ(stdout_of([] { print_evt_trace_history(nullptr); }), "");
 }
 
 TEST(EventTrace, RowsShowZeroForWordsAnEntryDoesNotHold) {
@@ -272,7 +163,7 @@ TEST(EventTrace, RowsShowZeroForWordsAnEntryDoesNotHold) {
     };
     evt_hist_bag h{const_cast<char *>("evpn-client"), {4, e}};
     EXPECT_EQ(
-        capture([&] { print_evt_trace_history(&h); }),
+        stdout_of([&] { print_evt_trace_history(&h); }),
         "\n"
         "   Event Trace History [Total events: 4]\n"
         "-----------------------------------------------------------------------------------\n"

@@ -1,10 +1,7 @@
 // Show client test helpers: test databases, the client program as a
 // subprocess, and the in-process client with its output, traces and fetches captured.
 #pragma once
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <spawn.h>
-#include <sys/wait.h>
 
 #include <filesystem>
 #include <fstream>
@@ -15,9 +12,9 @@
 #include "evpn_show_print.h"
 #include "platform/caps.h"
 #include "platform/cerr.h"
+#include "subprocess.h"
 #include "sysdb_writer.h"
 
-extern char **environ;
 extern void (*evpn_show_pending_fetch_observer)(const char *type, const char *path);
 
 namespace spine_test {
@@ -47,50 +44,18 @@ inline const std::string &empty_db() {
     return path;
 }
 
-inline std::string slurp(const std::string &path) {
-    std::ostringstream s;
-    s << std::ifstream(path, std::ios::binary).rdbuf();
-    return s.str();
-}
-
 // Debug output with the source line numbers taken out: "function: message\n".
 inline std::string traces(const std::string &err) {
     static const std::regex line_number("^([A-Za-z_0-9]+):[0-9]+: ", std::regex::multiline);
     return std::regex_replace(err, line_number, "$1: ");
 }
 
-struct ClientRun {
-    int status = -1;
-    std::string out, err;
-};
+using ClientRun = subprocess::Run;
 
 // Runs the client program; env ("NAME=value") replaces the test's EVPN_* environment.
 inline ClientRun run_client(std::vector<std::string> args, const std::vector<std::string> &env) {
-    static int runs;
-    std::string out = scratch("run" + std::to_string(++runs)), err = out + ".err";
     args.insert(args.begin(), EVPN_CLIENT_BIN);
-    std::vector<std::string> env_s(env);
-    for (char **e = environ; *e; e++)
-        if (strncmp(*e, "EVPN_", 5) != 0) env_s.emplace_back(*e);
-    std::vector<char *> argv, envp;
-    for (std::string &a : args) argv.push_back(a.data());
-    for (std::string &e : env_s) envp.push_back(e.data());
-    argv.push_back(nullptr);
-    envp.push_back(nullptr);
-    posix_spawn_file_actions_t fa;
-    posix_spawn_file_actions_init(&fa);
-    posix_spawn_file_actions_addopen(&fa, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    posix_spawn_file_actions_addopen(&fa, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    pid_t pid;
-    ClientRun r;
-    int ws = 0;
-    if (posix_spawn(&pid, argv[0], &fa, nullptr, argv.data(), envp.data()) == 0 &&
-        waitpid(pid, &ws, 0) == pid)
-        r.status = WIFEXITED(ws) ? WEXITSTATUS(ws) : 128 + WTERMSIG(ws);
-    posix_spawn_file_actions_destroy(&fa);
-    r.out = slurp(out);
-    r.err = slurp(err);
-    return r;
+    return subprocess::run(args, env);
 }
 
 // What ran in this process printed, traced and fetched. A fetch is a database

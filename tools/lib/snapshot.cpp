@@ -90,8 +90,8 @@ struct Loader {
             if (!known) throw LoadError{where + "." + it.key() + ": unknown counter"};
         }
         bd_forwarding_stats s{};
-        uint64_t v[22];
-        for (int i = 0; i < 22; i++)
+        uint64_t v[sysdb_schema::kBdStatsCount];
+        for (int i = 0; i < sysdb_schema::kBdStatsCount; i++)
             v[i] = get_u64(j, sysdb_schema::kBdStatsColumns[i], INT64_MAX, where);
         memcpy(&s, v, sizeof v);
         uint32_t node = static_cast<uint32_t>(get_u64(j, "node", 0xfffffffeu, where));
@@ -262,7 +262,7 @@ bool dump_snapshot(const std::string &db_path, std::ostream &out, std::string &e
         nlohmann::ordered_json o;
         o["node"] = sqlite3_column_int64(s, 0);
         o["bd_id"] = sqlite3_column_int64(s, 1);
-        for (int i = 0; i < 22; i++)
+        for (int i = 0; i < sysdb_schema::kBdStatsCount; i++)
             o[sysdb_schema::kBdStatsColumns[i]] = static_cast<uint64_t>(sqlite3_column_int64(s, i + 2));
         out << (first ? "" : ",") << "\n    " << o.dump();
     }

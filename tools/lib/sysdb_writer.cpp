@@ -173,6 +173,7 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &target, std::s
              "PRAGMA cache_size = -262144; PRAGMA application_id = %d; PRAGMA user_version = %d;",
              sysdb_schema::kApplicationId, sysdb_schema::kVersion);
     if (!exec(impl->db, pragmas, err) || !exec(impl->db, sysdb_schema::kCreate, err) ||
+        !exec(impl->db, sysdb_schema::bd_stats_create().c_str(), err) ||
         !exec(impl->db, "BEGIN", err))
         return nullptr;
     struct {
@@ -194,7 +195,7 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &target, std::s
     std::string stats_sql = "INSERT INTO bd_stats(node, bd_id";
     for (const char *c : sysdb_schema::kBdStatsColumns) stats_sql += std::string(", ") + c;
     stats_sql += ") VALUES (?1, ?2";
-    for (int i = 0; i < 22; i++) stats_sql += ", ?" + std::to_string(i + 3);
+    for (int i = 0; i < sysdb_schema::kBdStatsCount; i++) stats_sql += ", ?" + std::to_string(i + 3);
     stats_sql += ")";
     if (sqlite3_prepare_v2(impl->db, stats_sql.c_str(), -1, &impl->ins_stats, nullptr) != SQLITE_OK) {
         err = sqlite3_errmsg(impl->db);
@@ -318,12 +319,12 @@ bool SysdbWriter::add_interface(uint32_t handle, const std::string &name, const 
 bool SysdbWriter::add_bd_stats(uint32_t node, uint32_t bd_id, const bd_forwarding_stats &stats,
                                std::string &err) {
     Impl &m = *impl_;
-    uint64_t v[22];
+    uint64_t v[sysdb_schema::kBdStatsCount];
     memcpy(v, &stats, sizeof v);
     sqlite3_reset(m.ins_stats);
     sqlite3_bind_int64(m.ins_stats, 1, node);
     sqlite3_bind_int64(m.ins_stats, 2, bd_id);
-    for (int i = 0; i < 22; i++) sqlite3_bind_int64(m.ins_stats, i + 3, static_cast<int64_t>(v[i]));
+    for (int i = 0; i < sysdb_schema::kBdStatsCount; i++) sqlite3_bind_int64(m.ins_stats, i + 3, static_cast<int64_t>(v[i]));
     return sqlite3_step(m.ins_stats) == SQLITE_DONE ||
            m.fail(err, "bd_stats node " + std::to_string(node) + " bd " + std::to_string(bd_id));
 }

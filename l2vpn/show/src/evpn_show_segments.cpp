@@ -26,6 +26,14 @@ static_assert(std::size(kEsDiagLabels) ==
 
 const char *text_or_empty(const char *s) { return s ? s : ""; }
 
+// A route total split into plain MACs and MAC-IP routes; the plain count is
+// taken in 32-bit arithmetic, so a total lagging its parts wraps.
+void print_mac_split(uint32_t total, uint32_t ipv4, uint32_t ipv6) {
+    printf("          MAC                      : %u\n", total - ipv4 - ipv6);
+    printf("          MAC-IPv4                 : %u\n", ipv4);
+    printf("          MAC-IPv6                 : %u\n", ipv6);
+}
+
 // Ends a timer line with its running state; the time left is cut to tenths.
 void print_running_suffix(uint32_t left_ms) {
     if (left_ms == 0)
@@ -89,17 +97,10 @@ void print_evpn_summary_bag(const void *record, const char *, PrintContext *) {
     printf("Number of Local EAD Entries        : %u\n", s.local_ead_count);
     printf("Number of Remote EAD Entries       : %u\n", s.remote_ead_count);
     printf("Number of Local MAC Routes         : %u\n", s.local_mac_count);
-    // Plain MACs: the total less the MAC-IP routes, in 32-bit arithmetic (a lagging total wraps).
-    printf("          MAC                      : %u\n",
-           s.local_mac_count - s.local_mac_ipv4_count - s.local_mac_ipv6_count);
-    printf("          MAC-IPv4                 : %u\n", s.local_mac_ipv4_count);
-    printf("          MAC-IPv6                 : %u\n", s.local_mac_ipv6_count);
+    print_mac_split(s.local_mac_count, s.local_mac_ipv4_count, s.local_mac_ipv6_count);
     printf("Number of Local ES:Global MAC      : %u\n", s.local_es_global_mac_count);
     printf("Number of Remote MAC Routes        : %u\n", s.remote_mac_count);
-    printf("          MAC                      : %u\n",
-           s.remote_mac_count - s.remote_mac_ipv4_count - s.remote_mac_ipv6_count);
-    printf("          MAC-IPv4                 : %u\n", s.remote_mac_ipv4_count);
-    printf("          MAC-IPv6                 : %u\n", s.remote_mac_ipv6_count);
+    print_mac_split(s.remote_mac_count, s.remote_mac_ipv4_count, s.remote_mac_ipv6_count);
     printf("Number of Remote SYNC MAC Routes   : %u\n", s.remote_sync_mac_count);
     printf("Number of Local IMCAST Routes      : %u\n", s.local_imcast_count);
     printf("Number of Remote IMCAST Routes     : %u\n", s.remote_imcast_count);

@@ -6,20 +6,26 @@
 
 struct event_manager_s;
 
-// One bridge domain's forwarding counters (176 bytes).
+// One bridge domain's forwarding counters, in record order (176 bytes). The
+// one list makes the record, the database columns and the snapshot names.
+#define BD_FORWARDING_COUNTERS(X) \
+    X(rx_total_packets) X(rx_total_bytes) \
+    X(rx_bum_packets) X(rx_bum_bytes) \
+    X(rx_multicast_packets) X(rx_multicast_bytes) \
+    X(rx_broadcast_packets) X(rx_broadcast_bytes) \
+    X(rx_unicast_packets) X(rx_unicast_bytes) \
+    X(rx_unknown_unicast_packets) X(rx_unknown_unicast_bytes) \
+    X(tx_total_packets) X(tx_total_bytes) \
+    X(tx_bum_packets) X(tx_bum_bytes) \
+    X(tx_multicast_packets) X(tx_multicast_bytes) \
+    X(tx_broadcast_packets) X(tx_broadcast_bytes) \
+    X(tx_unicast_packets) X(tx_unicast_bytes)
+
+#define BD_FORWARDING_MEMBER(name) uint64_t name;
 struct bd_forwarding_stats {
-    uint64_t rx_total_packets, rx_total_bytes;
-    uint64_t rx_bum_packets, rx_bum_bytes;
-    uint64_t rx_multicast_packets, rx_multicast_bytes;
-    uint64_t rx_broadcast_packets, rx_broadcast_bytes;
-    uint64_t rx_unicast_packets, rx_unicast_bytes;
-    uint64_t rx_unknown_unicast_packets, rx_unknown_unicast_bytes;
-    uint64_t tx_total_packets, tx_total_bytes;
-    uint64_t tx_bum_packets, tx_bum_bytes;
-    uint64_t tx_multicast_packets, tx_multicast_bytes;
-    uint64_t tx_broadcast_packets, tx_broadcast_bytes;
-    uint64_t tx_unicast_packets, tx_unicast_bytes;
+    BD_FORWARDING_COUNTERS(BD_FORWARDING_MEMBER)
 };
+#undef BD_FORWARDING_MEMBER
 static_assert(sizeof(bd_forwarding_stats) == 176);
 
 // One entry of a bulk request.

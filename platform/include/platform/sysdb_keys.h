@@ -29,7 +29,7 @@ bool parse_field(KeyText text, const std::vector<std::string_view> &comps, std::
 // The orderings whose rows the store keeps for a listing: every index
 // ordering that is neither a prefix of the item key nor a prefix of another
 // kept ordering. Each is a list of positions in ListingDef::keys.
-std::vector<std::vector<uint8_t>> stored_orderings(const ListingDef &l);
+const std::vector<std::vector<uint8_t>> &stored_orderings(const ListingDef &l);
 // Where an index ordering is served from: -1 for the item table, else the
 // position in stored_orderings().
 int ordering_home(const ListingDef &l, const std::vector<uint8_t> &ordering);

@@ -2,6 +2,9 @@
 // sqlite3 tool; see docs/database.md.
 #pragma once
 #include <cstdint>
+#include <string>
+
+#include "platform/l2fib_stats.h"
 
 namespace sysdb_schema {
 
@@ -47,32 +50,23 @@ CREATE TABLE interface (
   name   TEXT NOT NULL UNIQUE,
   state  TEXT NOT NULL
 );
-CREATE TABLE bd_stats (
-  node  INTEGER NOT NULL,
-  bd_id INTEGER NOT NULL,
-  rx_total_packets INTEGER NOT NULL DEFAULT 0, rx_total_bytes INTEGER NOT NULL DEFAULT 0,
-  rx_bum_packets INTEGER NOT NULL DEFAULT 0, rx_bum_bytes INTEGER NOT NULL DEFAULT 0,
-  rx_multicast_packets INTEGER NOT NULL DEFAULT 0, rx_multicast_bytes INTEGER NOT NULL DEFAULT 0,
-  rx_broadcast_packets INTEGER NOT NULL DEFAULT 0, rx_broadcast_bytes INTEGER NOT NULL DEFAULT 0,
-  rx_unicast_packets INTEGER NOT NULL DEFAULT 0, rx_unicast_bytes INTEGER NOT NULL DEFAULT 0,
-  rx_unknown_unicast_packets INTEGER NOT NULL DEFAULT 0, rx_unknown_unicast_bytes INTEGER NOT NULL DEFAULT 0,
-  tx_total_packets INTEGER NOT NULL DEFAULT 0, tx_total_bytes INTEGER NOT NULL DEFAULT 0,
-  tx_bum_packets INTEGER NOT NULL DEFAULT 0, tx_bum_bytes INTEGER NOT NULL DEFAULT 0,
-  tx_multicast_packets INTEGER NOT NULL DEFAULT 0, tx_multicast_bytes INTEGER NOT NULL DEFAULT 0,
-  tx_broadcast_packets INTEGER NOT NULL DEFAULT 0, tx_broadcast_bytes INTEGER NOT NULL DEFAULT 0,
-  tx_unicast_packets INTEGER NOT NULL DEFAULT 0, tx_unicast_bytes INTEGER NOT NULL DEFAULT 0,
-  PRIMARY KEY (node, bd_id)
-) WITHOUT ROWID;
+-- bd_stats(node, bd_id, <one INTEGER column per counter>): made by
+-- bd_stats_create() from the counter list.
 )sql";
 
-// The 22 counters of bd_stats, in bd_forwarding_stats order.
-constexpr const char *kBdStatsColumns[22] = {
-    "rx_total_packets", "rx_total_bytes", "rx_bum_packets", "rx_bum_bytes",
-    "rx_multicast_packets", "rx_multicast_bytes", "rx_broadcast_packets", "rx_broadcast_bytes",
-    "rx_unicast_packets", "rx_unicast_bytes", "rx_unknown_unicast_packets",
-    "rx_unknown_unicast_bytes", "tx_total_packets", "tx_total_bytes", "tx_bum_packets",
-    "tx_bum_bytes", "tx_multicast_packets", "tx_multicast_bytes", "tx_broadcast_packets",
-    "tx_broadcast_bytes", "tx_unicast_packets", "tx_unicast_bytes"};
+#define BD_STATS_COLUMN_NAME(name) #name,
+// The counters of bd_stats, in bd_forwarding_stats order.
+constexpr const char *kBdStatsColumns[] = {BD_FORWARDING_COUNTERS(BD_STATS_COLUMN_NAME)};
+#undef BD_STATS_COLUMN_NAME
+constexpr int kBdStatsCount = sizeof(kBdStatsColumns) / sizeof(kBdStatsColumns[0]);
+static_assert(kBdStatsCount * sizeof(uint64_t) == sizeof(bd_forwarding_stats));
+
+// CREATE TABLE statement of bd_stats.
+inline std::string bd_stats_create() {
+    std::string sql = "CREATE TABLE bd_stats (\n  node INTEGER NOT NULL,\n  bd_id INTEGER NOT NULL,\n";
+    for (const char *c : kBdStatsColumns) sql += std::string("  ") + c + " INTEGER NOT NULL DEFAULT 0,\n";
+    return sql + "  PRIMARY KEY (node, bd_id)\n) WITHOUT ROWID;\n";
+}
 
 // The three roots a database holds items under.
 bool valid_root(const char *root);
