@@ -139,55 +139,38 @@ uint32_t scalar_align(BagKind k) {
     }
 }
 
-// Fewest encoded bytes a value of this kind can take (never 0).
-size_t min_encoded(BagKind k, const BagDesc *sub, uint32_t count, int depth);
-
-size_t min_encoded_desc(const BagDesc *d, int depth) {
-    if (depth > static_cast<int>(BAG_MAX_DEPTH)) return 4;
-    size_t n = 0;
-    for (uint32_t i = 0; i < d->nfields; i++) {
-        const BagField &f = d->fields[i];
-        if (f.kind == BagKind::FIXED)
-            n += min_encoded(f.elem, f.sub, 1, depth + 1) * f.count;
-        else
-            n += min_encoded(f.kind, f.sub, 1, depth + 1);
-    }
-    return n ? n : 4;
-}
-
-size_t min_encoded(BagKind k, const BagDesc *sub, uint32_t, int depth) {
-    switch (k) {
-    case BagKind::U64: return 8;
-    case BagKind::IP: return 16;
-    case BagKind::MAC: return 8;
-    case BagKind::ESI: case BagKind::RD: case BagKind::RT: return 12;
-    case BagKind::STRUCT: return min_encoded_desc(sub, depth);
-    default: return 4;
-    }
+// Kinds that take one unit and decode to an integer: most fields of a record.
+constexpr bool is_unit(BagKind k) {
+    return k == BagKind::U32 || k == BagKind::BOOL || k == BagKind::S32 || k == BagKind::U16 ||
+           k == BagKind::U8;
 }
 
 struct Decoder {
     Reader r;
     Arena &arena;
 
+    // The unit kinds, inline in the field loop; scalar() takes the others.
+    __attribute__((always_inline)) uint32_t unit(BagKind k, uint8_t *out) {
+        if (!r.need(4)) return BAG_ERR_TRUNCATED;
+        uint32_t v = r.u32();
+        if (k == BagKind::U8) {
+            if (v > 0xff) return BAG_ERR_VALUE;
+            *out = static_cast<uint8_t>(v);
+        } else if (k == BagKind::U16) {
+            if (v > 0xffff) return BAG_ERR_VALUE;
+            uint16_t h = static_cast<uint16_t>(v);
+            memcpy(out, &h, 2);
+        } else {
+            memcpy(out, &v, 4);
+        }
+        return 0;
+    }
+
     uint32_t scalar(BagKind k, uint8_t *out) {
         switch (k) {
         case BagKind::U8: case BagKind::U16: case BagKind::U32: case BagKind::S32:
-        case BagKind::BOOL: {
-            if (!r.need(4)) return BAG_ERR_TRUNCATED;
-            uint32_t v = r.u32();
-            if (k == BagKind::U8) {
-                if (v > 0xff) return BAG_ERR_VALUE;
-                *out = static_cast<uint8_t>(v);
-            } else if (k == BagKind::U16) {
-                if (v > 0xffff) return BAG_ERR_VALUE;
-                uint16_t h = static_cast<uint16_t>(v);
-                memcpy(out, &h, 2);
-            } else {
-                memcpy(out, &v, 4);
-            }
-            return 0;
-        }
+        case BagKind::BOOL:
+            return unit(k, out);
         case BagKind::U64: {
             if (!r.need(8)) return BAG_ERR_TRUNCATED;
             uint64_t hi = r.u32();
@@ -246,6 +229,7 @@ struct Decoder {
 
     uint32_t element(BagKind k, const BagDesc *sub, uint8_t *out, int depth) {
         if (k == BagKind::STRUCT) return record(sub, out, depth + 1);
+        if (is_unit(k)) return unit(k, out);
         return scalar(k, out);
     }
 
@@ -255,6 +239,10 @@ struct Decoder {
             const BagField &f = d->fields[i];
             uint8_t *dst = out + f.offset;
             uint32_t rc = 0;
+            if (is_unit(f.kind)) {
+                if ((rc = unit(f.kind, dst))) return rc;
+                continue;
+            }
             switch (f.kind) {
             case BagKind::STRUCT:
                 rc = record(f.sub, dst, depth + 1);
@@ -268,8 +256,7 @@ struct Decoder {
             case BagKind::ARRAY: {
                 if (!r.need(4)) return BAG_ERR_TRUNCATED;
                 uint32_t count = r.u32();
-                size_t min = min_encoded(f.elem, f.sub, 1, depth + 1);
-                if (count > r.left() / min) return BAG_ERR_COUNT;
+                if (count > r.left() / bag_min_encoded(f.elem, f.sub)) return BAG_ERR_COUNT;
                 uint32_t es = bag_elem_size(f);
                 uint8_t *elems = nullptr;
                 if (count) {

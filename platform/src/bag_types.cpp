@@ -14,11 +14,13 @@
 #define BAG_DESCRIBE(T)                                                                  \
     namespace bag_fields_##T {                                                           \
     using CurT = T;                                                                      \
-    static const BagField fields[] = {                                                   \
+    constexpr BagField fields[] = {                                                      \
         BAG_FIELDS_##T(BAG_D_F, BAG_D_S, BAG_D_A, BAG_D_AS, BAG_D_FS)};                   \
+    constexpr uint32_t nfields = static_cast<uint32_t>(std::size(fields));               \
     }                                                                                    \
-    const BagDesc bag_desc_##T = {#T, sizeof(T), alignof(T), bag_fields_##T::fields,     \
-                                  static_cast<uint32_t>(std::size(bag_fields_##T::fields))}; \
+    constexpr BagDesc bag_desc_##T = {#T, sizeof(T), alignof(T), bag_fields_##T::fields, \
+                                      bag_fields_##T::nfields,                           \
+                                      bag_min_encoded(bag_fields_##T::fields, bag_fields_##T::nfields)}; \
     const BagDesc *l2vpn_bag_dll__##T(void) { return &bag_desc_##T; }
 
 BAG_DESCRIBE(SidStructure)

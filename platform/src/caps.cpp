@@ -29,10 +29,7 @@ int env_override(const char *name, int fallback) {
     return strcmp(v, "0") != 0;
 }
 
-void load() {
-    if (g_caps.loaded) return;
-    g_caps.loaded = true;
-    sqlite3 *db = platform_db::shared();
+void load_tables(sqlite3 *db) {
     if (!db) return;
     sqlite3_stmt *s = nullptr;
     if (sqlite3_prepare_v2(db, "SELECT name, value FROM capability", -1, &s, nullptr) == SQLITE_OK) {
@@ -58,6 +55,16 @@ void load() {
     sqlite3_finalize(s);
 }
 
+// The database's capabilities, each overridden by its environment variable
+// when that is set; the variables are read here, not on every query.
+void load() {
+    if (g_caps.loaded) return;
+    g_caps.loaded = true;
+    load_tables(platform_db::shared());
+    g_caps.srv6 = env_override("EVPN_SRV6", g_caps.srv6);
+    g_caps.srv6_elan = env_override("EVPN_SRV6_ELAN", g_caps.srv6_elan);
+}
+
 const Interface *find(uint32_t handle) {
     load();
     auto it = g_caps.interfaces.find(handle);
@@ -68,12 +75,12 @@ const Interface *find(uint32_t handle) {
 
 int l2vpn_platform_srv6_supported(void) {
     load();
-    return env_override("EVPN_SRV6", g_caps.srv6);
+    return g_caps.srv6;
 }
 
 int l2vpn_platform_srv6_elan_supported(void) {
     load();
-    return env_override("EVPN_SRV6_ELAN", g_caps.srv6_elan);
+    return g_caps.srv6_elan;
 }
 
 const char *l2vpn_if_name(uint32_t ifhandle, uint32_t) {

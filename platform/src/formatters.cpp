@@ -41,6 +41,103 @@ void bounded_printf(char *buf, size_t size, const char *fmt, ...) {
     va_end(ap);
 }
 
+// The formatters below run once or more per route of a listing: their
+// common texts are built digit by digit rather than through vsnprintf.
+constexpr char kHexDigits[] = "0123456789abcdef";
+
+// Decimal digits of v at out, no terminator; returns the end (at most 10 chars).
+char *put_decimal(char *out, uint32_t v) {
+    char digits[10];
+    int n = 0;
+    do {
+        digits[n++] = static_cast<char>('0' + v % 10);
+        v /= 10;
+    } while (v);
+    while (n) *out++ = digits[--n];
+    return out;
+}
+
+// Two lowercase hex digits of each of n bytes, a dot after every second byte
+// but the last: the dotted form of MACs and ESIs.
+char *put_dotted_hex(char *out, const uint8_t *b, size_t n) {
+    for (size_t i = 0; i < n; i++) {
+        *out++ = kHexDigits[b[i] >> 4];
+        *out++ = kHexDigits[b[i] & 0xf];
+        if (i % 2 == 1 && i + 1 < n) *out++ = '.';
+    }
+    *out = '\0';
+    return out;
+}
+
+// Dotted quad of 4 bytes at out, terminated; returns the end.
+char *put_dotted_quad(char *out, const uint8_t *b) {
+    for (int i = 0; i < 4; i++) {
+        out = put_decimal(out, b[i]);
+        *out++ = '.';
+    }
+    *--out = '\0';
+    return out;
+}
+
+// The RFC 5952 text of an IPv6 address, exactly as the C library's inet_ntop
+// writes it: lowercase groups without leading zeros, the first longest run
+// of two or more zero groups as "::", and the last 32 bits as a dotted quad
+// for IPv4-compatible and IPv4-mapped addresses. out holds at least 46 chars.
+void put_ipv6(char *out, const uint8_t *b) {
+    unsigned words[8];
+    for (int i = 0; i < 8; i++) words[i] = (unsigned(b[2 * i]) << 8) | b[2 * i + 1];
+    int best = -1, best_len = 0;
+    for (int i = 0; i < 8;) {
+        if (words[i]) {
+            i++;
+            continue;
+        }
+        int j = i;
+        while (j < 8 && !words[j]) j++;
+        if (j - i > best_len) {
+            best = i;
+            best_len = j - i;
+        }
+        i = j;
+    }
+    if (best_len < 2) best = -1;
+    char *o = out;
+    for (int i = 0; i < 8; i++) {
+        if (best >= 0 && i >= best && i < best + best_len) {
+            if (i == best) *o++ = ':';
+            continue;
+        }
+        if (i) *o++ = ':';
+        if (i == 6 && best == 0 && (best_len == 6 || (best_len == 5 && words[5] == 0xffff))) {
+            put_dotted_quad(o, b + 12);
+            return;
+        }
+        bool lead = true;
+        for (int shift = 12; shift >= 0; shift -= 4) {
+            unsigned nibble = (words[i] >> shift) & 0xf;
+            if (lead && nibble == 0 && shift) continue;
+            lead = false;
+            *o++ = kHexDigits[nibble];
+        }
+    }
+    if (best >= 0 && best + best_len == 8) *o++ = ':';
+    *o = '\0';
+}
+
+// text into buf as snprintf("%s") would put it: cut to size - 1 chars.
+void bounded_copy(char *buf, size_t size, const char *text, size_t len) {
+    if (buf == nullptr || size == 0)
+        return;
+    if (len > size - 1) len = size - 1;
+    memcpy(buf, text, len);
+    buf[len] = '\0';
+}
+
+void bounded_decimal(char *buf, size_t size, uint32_t v) {
+    char text[10];
+    bounded_copy(buf, size, text, static_cast<size_t>(put_decimal(text, v) - text));
+}
+
 int hex_digit(char c) {
     if (c >= '0' && c <= '9')
         return c - '0';
@@ -265,10 +362,9 @@ const char *l2vpn_inet_ntop(const l2vpn_ip_addr_t *addr) {
     if (addr == nullptr) {
         snprintf(out, kRingSlotSize, "%s", "(null)");
     } else if (l2vpn_ip_is_v4(addr)) {
-        const uint8_t *b = addr->bytes + 12;
-        snprintf(out, kRingSlotSize, "%u.%u.%u.%u", b[0], b[1], b[2], b[3]);
-    } else if (inet_ntop(AF_INET6, addr->bytes, out, kRingSlotSize) == nullptr) {
-        snprintf(out, kRingSlotSize, "%s", "::");   // cannot happen: the slot is large enough
+        put_dotted_quad(out, addr->bytes + 12);
+    } else {
+        put_ipv6(out, addr->bytes);
     }
     return out;
 }
@@ -310,8 +406,7 @@ const char *macstring(const uint8_t *mac, int len) {
     if (mac == nullptr || len != 6)
         snprintf(out, kRingSlotSize, "%s", "Invalid");
     else
-        snprintf(out, kRingSlotSize, "%02x%02x.%02x%02x.%02x%02x", mac[0], mac[1], mac[2],
-                 mac[3], mac[4], mac[5]);
+        put_dotted_hex(out, mac, 6);
     return out;
 }
 
@@ -338,8 +433,7 @@ const char *esistring(const uint8_t *esi) {
     if (esi == nullptr || esi[0] > kEsiMaxType)
         return nullptr;
     char *out = ring_next();
-    snprintf(out, kRingSlotSize, "%02x%02x.%02x%02x.%02x%02x.%02x%02x.%02x%02x", esi[0], esi[1],
-             esi[2], esi[3], esi[4], esi[5], esi[6], esi[7], esi[8], esi[9]);
+    put_dotted_hex(out, esi, kEsiLen);
     return out;
 }
 
@@ -420,13 +514,13 @@ constexpr uint32_t kLabelMax = 0xFFFFF;   // 20-bit MPLS label
 
 void l2vpn_mpls_label_to_str(uint32_t label, char *buf, size_t size, uint32_t encap) {
     if (encap == kEncapVxlan)
-        bounded_printf(buf, size, "%u", label);   // a VNI, not a label
+        bounded_decimal(buf, size, label);   // a VNI, not a label
     else if (label == kLabelImplicitNull)
-        bounded_printf(buf, size, "%s", "IMP-NULL");
+        bounded_copy(buf, size, "IMP-NULL", 8);
     else if (encap == kEncapMpls && label > kLabelMax)
-        bounded_printf(buf, size, "%s", "Invalid");
+        bounded_copy(buf, size, "Invalid", 7);
     else
-        bounded_printf(buf, size, "%u", label);
+        bounded_decimal(buf, size, label);
 }
 
 void l2vpn_l3rib_internal_id_to_str(uint32_t id, char *buf, size_t size) {

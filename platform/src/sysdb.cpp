@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -64,7 +65,7 @@ uint32_t open_readonly(const char *path, sqlite3 **out) {
     *out = nullptr;
     if (!path || access(path, R_OK) != 0) return SYSDB_ERR_NO_LIBRARY;
     sqlite3 *db = nullptr;
-    if (sqlite3_open_v2(path, &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
+    if (sqlite3_open_v2(path, &db, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, nullptr) != SQLITE_OK) {
         sqlite3_close(db);
         return SYSDB_ERR_NOT_BOUND;
     }
@@ -129,6 +130,31 @@ struct sysdb_datalist_s {
     bool more = false;
 };
 
+namespace {
+// A walk asks for batch after batch and frees each before the next: the
+// freed datalist is kept, with its memory, for the next request.
+thread_local std::unique_ptr<sysdb_datalist_s> t_spare_datalist;
+
+sysdb_datalist_s *take_datalist() {
+    if (!t_spare_datalist) return new sysdb_datalist_s;
+    sysdb_datalist_s *dl = t_spare_datalist.release();
+    dl->bytes.clear();
+    dl->entries.clear();
+    dl->next = 0;
+    dl->more = false;
+    return dl;
+}
+
+void give_back_datalist(sysdb_datalist_s *dl) {
+    constexpr size_t kKeepBytes = 2 * kDefaultBatchBytes;  // an oversized batch is not kept
+    if (t_spare_datalist || dl->bytes.capacity() > kKeepBytes) {
+        delete dl;
+        return;
+    }
+    t_spare_datalist.reset(dl);
+}
+}  // namespace
+
 const char *sysdb_library_path(void) {
     const char *env = getenv("EVPN_SYSDB");
     return env && *env ? env : EVPN_DEFAULT_DB;
@@ -162,6 +188,9 @@ uint32_t _sysdb_bind(sysdb_handle_td *handle, const char *root, uint32_t mode) {
             return SYSDB_ERR_NOT_BOUND;
         }
     }
+    // One read transaction for the binding's life: every request reads the
+    // same state, and batches do not each take and drop the file lock.
+    sqlite3_exec(db, "BEGIN", nullptr, nullptr, nullptr);
     *handle = h;
     platform_db::set_bound(db);
     return 0;
@@ -475,7 +504,7 @@ uint32_t sysdb_datalist(sysdb_handle_td h, const char *path, const char *resume_
     uint32_t want = count ? *count : 0;
     uint32_t rc;
     if (list) *list = nullptr;
-    auto *dl = new sysdb_datalist_s;
+    sysdb_datalist_s *dl = take_datalist();
     if (!h) rc = SYSDB_ERR_NOT_BOUND;
     else if (!count || !list || want == 0) rc = SYSDB_ERR_BAD_ARG;
     else rc = run_listing(h, path, (flags & SYSDB_DATALIST_RESUME) || (resume_name && *resume_name)
@@ -484,7 +513,7 @@ uint32_t sysdb_datalist(sysdb_handle_td h, const char *path, const char *resume_
     uint32_t got = rc ? 0 : static_cast<uint32_t>(dl->entries.size());
     if (count) *count = got;
     if (got) *list = dl;
-    else delete dl;
+    else give_back_datalist(dl);
     if (g_observer) {
         sysdb_request_s r{path, resume_name, want, got, flags, rc};
         g_observer(&r, g_observer_arg);
@@ -522,7 +551,7 @@ uint32_t sysdb_datalist_get_more_flag(sysdb_datalist_h_td dl, uint32_t *more) {
 
 uint32_t sysdb_datalist_free(sysdb_datalist_h_td dl) {
     if (!dl) return SYSDB_ERR_BAD_ARG;
-    delete dl;
+    give_back_datalist(dl);
     return 0;
 }
 

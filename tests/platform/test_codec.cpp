@@ -149,7 +149,7 @@ const BagField kMixFields[] = {
     {"o2", BagKind::OPTSTR, BagKind::OPTSTR, 0, offsetof(Mix, o2), nullptr},
     {"arr", BagKind::ARRAY, BagKind::U32, 0, offsetof(Mix, arr), nullptr},
 };
-const BagDesc kMix = {"mix", sizeof(Mix), alignof(Mix), kMixFields, 9};
+const BagDesc kMix = {"mix", sizeof(Mix), alignof(Mix), kMixFields, 9, bag_min_encoded(kMixFields, 9)};
 
 struct Pads {
     uint8_t mac[6];
@@ -163,7 +163,8 @@ const BagField kPadsFields[] = {
     {"str", BagKind::STR, BagKind::STR, 0, offsetof(Pads, str), nullptr},
     {"opt", BagKind::OPTSTR, BagKind::OPTSTR, 0, offsetof(Pads, opt), nullptr},
 };
-const BagDesc kPads = {"pads", sizeof(Pads), alignof(Pads), kPadsFields, 4};
+const BagDesc kPads = {"pads", sizeof(Pads), alignof(Pads), kPadsFields, 4,
+                       bag_min_encoded(kPadsFields, 4)};
 
 // mac 0011.2233.4455, esi 0011.2233.4455.6677.8899, str "abcde", opt "q".
 const char *kPadsHex =

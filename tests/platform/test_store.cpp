@@ -346,24 +346,28 @@ TEST_F(Store, ResumeStartsAfterTheNamedItemEvenWhenItIsGone) {
         }
     };
 
+    // A binding reads one state of the database: the items go between two
+    // bindings, and the second resumes after names that the first returned.
     Batch b1 = request(h, kEvi, 2);
     ASSERT_EQ(b1.names.back(), "0x2,0x8");
-    remove_item("0x2,0x8");  // the resume item itself
-    remove_item("0x3,0x8");  // and the one after it
-    Batch b2 = request(h, kEvi, 2, "0x2,0x8", SYSDB_DATALIST_RESUME);
-    EXPECT_EQ(b2.names, (std::vector<std::string>{"0x4,0x8", "0x5,0x8"}));
-
     // The same on a key index (addresses first, then MACs).
     const std::string by_ip = kMac + "-mac_ip/" + kWild + "," + kWild + "," + kWild + "," +
                               Route{0, "", "10.0.0.1", ""}.ip_hex();
     Batch i1 = request(h, by_ip, 2);
     ASSERT_EQ(i1.count, 2u);
     EXPECT_EQ(i1.more, 1u);
+    unbind(h);
+    remove_item("0x2,0x8");  // the resume item itself
+    remove_item("0x3,0x8");  // and the one after it
     remove_item(i1.names[1]);
+    sqlite3_close(rw);
+    h = bind(path("r.db"));
+
+    Batch b2 = request(h, kEvi, 2, "0x2,0x8", SYSDB_DATALIST_RESUME);
+    EXPECT_EQ(b2.names, (std::vector<std::string>{"0x4,0x8", "0x5,0x8"}));
     Batch i2 = request(h, by_ip, 10, i1.names[1].c_str(), SYSDB_DATALIST_RESUME);
     EXPECT_EQ(i2.count, 4u);
     EXPECT_EQ(i2.names.front(), Route({3, "0000.0000.0003", "10.0.0.1", ""}).name());
-    sqlite3_close(rw);
 
     // A resume name that is no item name of the listing.
     EXPECT_EQ(request(h, kEvi, 2, "0x2", SYSDB_DATALIST_RESUME).rc, SYSDB_ERR_NO_INDEX_MATCH);
@@ -812,6 +816,7 @@ TEST_F(Store, CapabilitiesAndInterfacesComeFromTheBoundDatabase) {
     EXPECT_STREQ(im_state_reverse_lookup(0x300), "Unknown");
     setenv("EVPN_SRV6", "0", 1);
     setenv("EVPN_SRV6_ELAN", "1", 1);
+    platform_caps_reset();
     EXPECT_EQ(l2vpn_platform_srv6_supported(), 0);
     EXPECT_EQ(l2vpn_platform_srv6_elan_supported(), 1);
     unsetenv("EVPN_SRV6");

@@ -83,10 +83,14 @@ __attribute__((format(printf, 2, 3))) void print_detail_line(const char *label,
     putchar('\n');
 }
 
-// The four columns that begin every line of a route.
-void print_route_columns(const l2vpn_evpn_mac_bag *mac, uint8_t bgp_encap) {
-    printf("%-10u %-10s %-14.14s %-40.40s", mac->evi, evpn_bgp_encap_type_to_str(bgp_encap),
-           macstring(mac->mac_address, 6), l2vpn_inet_ntop(&mac->ip_address));
+// The four columns that begin every line of a route, as text: a route with
+// several paths formats them once and prints them on each line.
+constexpr size_t kRouteColumnsSize = 128;
+void format_route_columns(const l2vpn_evpn_mac_bag *mac, uint8_t bgp_encap,
+                          char (&columns)[kRouteColumnsSize]) {
+    snprintf(columns, sizeof columns, "%-10u %-10s %-14.14s %-40.40s", mac->evi,
+             evpn_bgp_encap_type_to_str(bgp_encap), macstring(mac->mac_address, 6),
+             l2vpn_inet_ntop(&mac->ip_address));
 }
 
 // The SID column of a route line, only where the platform has SRv6 E-LAN.
@@ -285,6 +289,8 @@ void print_path_issues(const bag_array<uint32_t> *issues, uint32_t encap, const 
 // ---- MAC routes ----------------------------------------------------------------
 
 void print_evpn_mac_bag_debug(const l2vpn_evpn_mac_bag *mac) {
+    if (!(l2vpn_debug_get_enabled_bitset() & EVPN_DBG_ERR))
+        return;  // nothing to format: this runs for every route
     EVPN_TRACE(EVPN_DBG_ERR, "print_evpn_mac_bag_debug",
                "MAC: %s IP: %s Local: %d, Proxy=%d, Remote %d Paths: %d, PathBuffer: %p",
                macstring(mac->mac_address, 6), l2vpn_inet_ntop(&mac->ip_address),
@@ -305,29 +311,34 @@ void print_evpn_mac_bag_debug(const l2vpn_evpn_mac_bag *mac) {
 void print_evpn_mac_bag(const void *record, const char *, PrintContext *) {
     const auto *mac = static_cast<const l2vpn_evpn_mac_bag *>(record);
     char label_text[kLabelTextSize] = {};
-    char sid_indent[kSidIndentSize];
-    snprintf(sid_indent, sizeof sid_indent, "%102s", "");
+    static char sid_indent[kSidIndentSize];  // made once: this runs per route
+    if (!sid_indent[0])
+        snprintf(sid_indent, sizeof sid_indent, "%102s", "");
 
     print_evpn_mac_bag_debug(mac);
 
     if (show_filter.local_only && mac->local != 1)
         return;
 
+    char columns[kRouteColumnsSize];
     if (mac->local) {
-        print_route_columns(mac, mac->local_encap);
+        format_route_columns(mac, mac->local_encap, columns);
+        fputs(columns, stdout);
         l2vpn_mpls_label_to_str(mac->local_label, label_text, kLabelTextSize, mac->encap);
         print_local_nexthop(mac, label_text);
         print_sid_column(&mac->local_sids, sid_indent);
         putchar('\n');
     }
 
+    if (mac->path_buffer.count || mac->remote)
+        format_route_columns(mac, mac->remote_encap, columns);
     if (mac->path_buffer.count == 0 && mac->remote) {
-        print_route_columns(mac, mac->remote_encap);
+        fputs(columns, stdout);
         printf(" %-39.39s %-8s\n", "No remote pathlist", "");
     }
     for (uint32_t i = 0; i < mac->path_buffer.count; i++) {
         const EvpnPath &path = mac->path_buffer.data[i];
-        print_route_columns(mac, mac->remote_encap);
+        fputs(columns, stdout);
         l2vpn_mpls_label_to_str(path.OutputLabel, label_text, kLabelTextSize, mac->encap);
         printf(" %-39.39s %-8s", l2vpn_inet_ntop(&path.NextHop), label_text);
         print_sid_column(&path.SRv6_SIDInfo, sid_indent);

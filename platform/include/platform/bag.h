@@ -33,7 +33,30 @@ struct BagDesc {
     uint32_t align;
     const BagField *fields;
     uint32_t nfields;
+    uint32_t min_encoded;  // fewest bytes an encoding takes: bag_min_encoded(fields, nfields)
 };
+
+// Fewest encoded bytes one value of kind k takes (sub: its description when
+// k is STRUCT); never 0, so that it can bound an array's count by the bytes left.
+constexpr uint32_t bag_min_encoded(BagKind k, const BagDesc *sub) {
+    switch (k) {
+    case BagKind::U64: return 8;
+    case BagKind::IP: return 16;
+    case BagKind::MAC: return 8;
+    case BagKind::ESI: case BagKind::RD: case BagKind::RT: return 12;
+    case BagKind::STRUCT: return sub->min_encoded;
+    default: return 4;  // one unit: a scalar, a string's length, an array's count
+    }
+}
+constexpr uint32_t bag_min_encoded(const BagField *fields, uint32_t nfields) {
+    uint32_t n = 0;
+    for (uint32_t i = 0; i < nfields; i++) {
+        const BagField &f = fields[i];
+        n += f.kind == BagKind::FIXED ? bag_min_encoded(f.elem, f.sub) * f.count
+                                      : bag_min_encoded(f.kind, f.sub);
+    }
+    return n ? n : 4;
+}
 
 // Decoded array: element count and elements (null when the count is 0).
 template <class T>
