@@ -100,6 +100,8 @@ thread_local Slots g_slots;
 
 // ---- Reader --------------------------------------------------------------
 
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the reader swaps big-endian units");
+
 struct Reader {
     const uint8_t *p;
     const uint8_t *end;
@@ -107,9 +109,10 @@ struct Reader {
     size_t left() const { return static_cast<size_t>(end - p); }
     bool need(size_t n) const { return left() >= n; }
     uint32_t u32() {
-        uint32_t v = (uint32_t(p[0]) << 24) | (uint32_t(p[1]) << 16) | (uint32_t(p[2]) << 8) | p[3];
+        uint32_t v;
+        memcpy(&v, p, 4);
         p += 4;
-        return v;
+        return __builtin_bswap32(v);  // big-endian on the wire
     }
 };
 
@@ -140,10 +143,10 @@ uint32_t scalar_align(BagKind k) {
 }
 
 // Kinds that take one unit and decode to an integer: most fields of a record.
-constexpr bool is_unit(BagKind k) {
-    return k == BagKind::U32 || k == BagKind::BOOL || k == BagKind::S32 || k == BagKind::U16 ||
-           k == BagKind::U8;
-}
+constexpr uint32_t kUnitKinds = 1u << int(BagKind::U8) | 1u << int(BagKind::U16) |
+                                1u << int(BagKind::U32) | 1u << int(BagKind::S32) |
+                                1u << int(BagKind::BOOL);
+constexpr bool is_unit(BagKind k) { return (kUnitKinds >> int(k)) & 1; }
 
 struct Decoder {
     Reader r;
@@ -227,6 +230,18 @@ struct Decoder {
         }
     }
 
+    // Opaque bytes (IP, MAC, ESI): n bytes, then zero padding to a unit.
+    template <size_t N>
+    __attribute__((always_inline)) uint32_t opaque(uint8_t *out) {
+        constexpr size_t kPadded = (N + 3) & ~size_t(3);
+        if (!r.need(kPadded)) return BAG_ERR_TRUNCATED;
+        memcpy(out, r.p, N);
+        for (size_t i = N; i < kPadded; i++)
+            if (r.p[i]) return BAG_ERR_VALUE;
+        r.p += kPadded;
+        return 0;
+    }
+
     uint32_t element(BagKind k, const BagDesc *sub, uint8_t *out, int depth) {
         if (k == BagKind::STRUCT) return record(sub, out, depth + 1);
         if (is_unit(k)) return unit(k, out);
@@ -244,6 +259,12 @@ struct Decoder {
                 continue;
             }
             switch (f.kind) {
+            case BagKind::IP:
+                rc = opaque<16>(dst);
+                break;
+            case BagKind::MAC:
+                rc = opaque<6>(dst);
+                break;
             case BagKind::STRUCT:
                 rc = record(f.sub, dst, depth + 1);
                 break;

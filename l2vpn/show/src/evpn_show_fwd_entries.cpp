@@ -84,11 +84,12 @@ __attribute__((format(printf, 2, 3))) void print_detail_line(const char *label,
 }
 
 // The four columns that begin every line of a route, as text: a route with
-// several paths formats them once and prints them on each line.
+// several paths formats them once and prints them on each line. The lines of
+// a route go through show_printf: they are printed a million times a listing.
 constexpr size_t kRouteColumnsSize = 128;
 void format_route_columns(const l2vpn_evpn_mac_bag *mac, uint8_t bgp_encap,
                           char (&columns)[kRouteColumnsSize]) {
-    snprintf(columns, sizeof columns, "%-10u %-10s %-14.14s %-40.40s", mac->evi,
+    show_snprintf(columns, sizeof columns, "%-10u %-10s %-14.14s %-40.40s", mac->evi,
              evpn_bgp_encap_type_to_str(bgp_encap), macstring(mac->mac_address, 6),
              l2vpn_inet_ntop(&mac->ip_address));
 }
@@ -107,17 +108,17 @@ void print_local_nexthop(const l2vpn_evpn_mac_bag *mac, const char *label_text) 
         int room = kNexthopWidth - static_cast<int>(strlen(nexthop));
         if (room < 0)
             room = 0;
-        printf(" %s%-*.*s %-8s", nexthop, room, room, " (local proxy)", label_text);
+        show_printf(" %s%-*.*s %-8s", nexthop, room, room, " (local proxy)", label_text);
         return;
     }
     const char *name = text_of(mac->local_nexthop_name);
     if (is_pw_ves(name) || is_vfi_ves(name) || is_access_evi(name)) {
         char converted[kAttachNameSize] = {};
         convert_pw_or_vfi_ves_namestring(name, converted);
-        printf(" %-39.39s %-8s", converted, label_text);
+        show_printf(" %-39.39s %-8s", converted, label_text);
         return;
     }
-    printf(" %-39.39s %-8s", name, label_text);
+    show_printf(" %-39.39s %-8s", name, label_text);
 }
 
 // "0x%08x " and, when any bit is set, the words of the set bits in parentheses.
@@ -334,13 +335,13 @@ void print_evpn_mac_bag(const void *record, const char *, PrintContext *) {
         format_route_columns(mac, mac->remote_encap, columns);
     if (mac->path_buffer.count == 0 && mac->remote) {
         fputs(columns, stdout);
-        printf(" %-39.39s %-8s\n", "No remote pathlist", "");
+        show_printf(" %-39.39s %-8s\n", "No remote pathlist", "");
     }
     for (uint32_t i = 0; i < mac->path_buffer.count; i++) {
         const EvpnPath &path = mac->path_buffer.data[i];
         fputs(columns, stdout);
         l2vpn_mpls_label_to_str(path.OutputLabel, label_text, kLabelTextSize, mac->encap);
-        printf(" %-39.39s %-8s", l2vpn_inet_ntop(&path.NextHop), label_text);
+        show_printf(" %-39.39s %-8s", l2vpn_inet_ntop(&path.NextHop), label_text);
         print_sid_column(&path.SRv6_SIDInfo, sid_indent);
         putchar('\n');
     }
