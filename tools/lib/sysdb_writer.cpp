@@ -3,7 +3,9 @@
 // reader keeps the file it opened.
 #include "sysdb_writer.h"
 
+#include <dirent.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <sqlite3.h>
 #include <unistd.h>
 
@@ -56,6 +58,28 @@ bool target_replaceable(const std::string &target, std::string &err) {
     if (!ours)
         err = target + " exists and is not an EVPN operational database; not overwriting it";
     return ours;
+}
+
+// Removes the temp files that loaders killed part-way left beside target:
+// "<target>.load-<pid>" of a process that no longer exists.
+void remove_stale_temps(const std::string &target) {
+    const size_t slash = target.find_last_of('/');
+    const std::string dir = slash == std::string::npos ? "." : target.substr(0, slash + 1);
+    const std::string prefix =
+        (slash == std::string::npos ? target : target.substr(slash + 1)) + ".load-";
+    DIR *d = opendir(dir.c_str());
+    if (!d) return;
+    while (const dirent *e = readdir(d)) {
+        const char *name = e->d_name;
+        if (strncmp(name, prefix.c_str(), prefix.size()) != 0) continue;
+        char *end = nullptr;
+        const long pid = strtol(name + prefix.size(), &end, 10);
+        if (pid <= 0 || *end) continue;
+        if (kill(static_cast<pid_t>(pid), 0) == 0 || errno != ESRCH)
+            continue;  // its loader still runs, or may (no permission to tell)
+        unlink((slash == std::string::npos ? std::string(name) : dir + name).c_str());
+    }
+    closedir(d);
 }
 
 }  // namespace
@@ -160,6 +184,7 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &target, std::s
     if (!target_replaceable(target, err)) return nullptr;
     auto impl = std::make_unique<Impl>();
     impl->target = target;
+    remove_stale_temps(target);
     impl->temp = target + ".load-" + std::to_string(getpid());
     unlink(impl->temp.c_str());
     if (sqlite3_open_v2(impl->temp.c_str(), &impl->db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE,
