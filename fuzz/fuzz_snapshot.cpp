@@ -1,5 +1,6 @@
 // Snapshot loader against arbitrary JSON text, into a scratch database of
-// this process. A load that succeeds must dump and load back again.
+// this process. A load that succeeds must dump and load back again. The
+// tokenizer must read the text the same whatever its buffer size.
 #include <unistd.h>
 
 #include <cstdint>
@@ -8,6 +9,7 @@
 #include <sstream>
 #include <string>
 
+#include "json_reader.h"
 #include "snapshot.h"
 
 namespace {
@@ -22,6 +24,24 @@ void remove_db() {
     unlink(g_temp);
 }
 
+// Every token of text (kind, then text), then the error if it is refused.
+std::string token_trace(const std::string &text, size_t buffer) {
+    std::istringstream in(text);
+    std::string out;
+    try {
+        evpn::JsonReader r(in, buffer);
+        for (;;) {
+            const evpn::JsonToken &t = r.next();
+            out += static_cast<char>('A' + static_cast<int>(t.kind));
+            out += t.text;
+            out += '\0';
+            if (t.kind == evpn::JsonTok::End) return out;
+        }
+    } catch (const evpn::JsonSyntaxError &e) {
+        return out + e.what();
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
@@ -33,7 +53,9 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     remove_db();
-    std::istringstream in(std::string(reinterpret_cast<const char *>(data), size));
+    const std::string text(reinterpret_cast<const char *>(data), size);
+    if (token_trace(text, evpn::JsonReader::kDefaultBufferSize) != token_trace(text, 1 + size % 7)) abort();
+    std::istringstream in(text);
     evpn::LoadStats stats;
     std::string err;
     if (!evpn::load_snapshot(in, g_db, stats, err)) {

@@ -279,6 +279,12 @@ TEST_F(Loader, RefusalsNameTheRecordAndFieldAndChangeNothing) {
         {R"({"roots": {}} x)", {"malformed JSON"}},
         {"", {"malformed JSON"}},
         {R"({"roots": {"/oper/evpn/gl/": {"evpn_evi": [{"vpn_id": 1,}]}}})", {"malformed JSON"}},
+        // After a record that was accepted; the position is in the text.
+        {"{\n  \"roots\": {\n    \"/oper/evpn/gl/\": {\"evpn_evi\": [{\"vpn_id\": 1} {}]}}}",
+         {"malformed JSON: line 3, column 51: expected ',' or ']'"}},
+        {R"({"comment": )" + std::string(64, '[') + std::string(64, ']') + "}",
+         {"malformed JSON: line 1, column 76: nesting deeper than 64 levels"}},
+        {"{\"comment\": \"\\ud800\"}", {"malformed JSON: line 1, column 14: lone high surrogate"}},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.snapshot);

@@ -1,6 +1,8 @@
 // JSON <-> record conversion driven by the record descriptions.
 #include "json_record.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
@@ -10,20 +12,46 @@
 
 namespace evpn {
 
-char *RecordArena::text(const std::string &s) {
-    texts_.push_back(s);
-    return texts_.back().data();
+namespace {
+constexpr size_t kChunkWords = 8192;  // 64 KiB
+}  // namespace
+
+uint64_t *RecordArena::take(size_t words) {
+    if (!chunks_.empty() && used_ + words <= chunks_[current_].words) {
+        uint64_t *p = chunks_[current_].mem.get() + used_;
+        used_ += words;
+        return p;
+    }
+    // The next chunk, if it is big enough; else a new one in its place.
+    size_t next = chunks_.empty() ? 0 : current_ + 1;
+    if (next >= chunks_.size() || chunks_[next].words < words) {
+        size_t n = words > kChunkWords ? words : kChunkWords;
+        chunks_.insert(chunks_.begin() + static_cast<ptrdiff_t>(next),
+                       Chunk{std::unique_ptr<uint64_t[]>(new uint64_t[n]), n});
+    }
+    current_ = next;
+    used_ = words;
+    return chunks_[current_].mem.get();
+}
+
+char *RecordArena::text(std::string_view s) {
+    char *p = reinterpret_cast<char *>(take(s.size() / 8 + 1));
+    memcpy(p, s.data(), s.size());
+    p[s.size()] = '\0';
+    return p;
 }
 
 void *RecordArena::block(size_t bytes) {
     size_t words = (bytes + 7) / 8;
-    blocks_.emplace_back(new uint64_t[words ? words : 1]());
-    return blocks_.back().get();
+    if (!words) words = 1;
+    uint64_t *p = take(words);
+    memset(p, 0, words * 8);
+    return p;
 }
 
 void RecordArena::clear() {
-    texts_.clear();
-    blocks_.clear();
+    current_ = 0;
+    used_ = 0;
 }
 
 namespace {
@@ -35,123 +63,244 @@ bool bad(std::string &err, const std::string &where, const std::string &what) {
     return false;
 }
 
-// Integers are numbers or text ("0x1f", "31"); flags also true/false.
-bool get_int(const json &v, int64_t lo, uint64_t hi, bool allow_bool, uint64_t &out,
-             const std::string &where, std::string &err) {
-    if (v.is_boolean()) {
-        if (!allow_bool) return bad(err, where, "expected a number, got true/false");
-        out = v.get<bool>() ? 1 : 0;
-        return true;
+// One JSON value as the field conversions see it: a scalar, or only the kind
+// of an object or list. Made from a parsed value or from a token.
+struct Value {
+    enum Type : uint8_t { Null, Bool, Uint, Int, Float, String, Object, Array } type = Null;
+    bool b = false;
+    uint64_t u = 0;
+    int64_t i = 0;  // may be positive when the value was built in code
+    std::string_view s;
+
+    const char *type_name() const {
+        static const char *const names[] = {"null", "boolean", "number", "number",
+                                            "number", "string", "object", "array"};
+        return names[type];
     }
-    if (v.is_number_unsigned()) {
-        out = v.get<uint64_t>();
-    } else if (v.is_number_integer()) {
-        int64_t s = v.get<int64_t>();
-        if (s < lo) return bad(err, where, "value " + std::to_string(s) + " out of range");
-        out = static_cast<uint64_t>(s);
-        if (s < 0) {
+};
+
+Value from_json(const json &j) {
+    Value v;
+    switch (j.type()) {
+    case json::value_t::boolean: v.type = Value::Bool; v.b = j.get<bool>(); break;
+    case json::value_t::number_unsigned: v.type = Value::Uint; v.u = j.get<uint64_t>(); break;
+    case json::value_t::number_integer: v.type = Value::Int; v.i = j.get<int64_t>(); break;
+    case json::value_t::number_float: v.type = Value::Float; break;
+    case json::value_t::string: v.type = Value::String; v.s = j.get_ref<const std::string &>(); break;
+    case json::value_t::object: v.type = Value::Object; break;
+    case json::value_t::array: v.type = Value::Array; break;
+    default: break;  // null, and nothing else a parsed value holds
+    }
+    return v;
+}
+
+Value from_token(const JsonToken &t) {
+    Value v;
+    switch (t.kind) {
+    case JsonTok::True: v.type = Value::Bool; v.b = true; break;
+    case JsonTok::False: v.type = Value::Bool; break;
+    case JsonTok::Uint: v.type = Value::Uint; v.u = t.u; break;
+    case JsonTok::Int: v.type = Value::Int; v.i = t.i; break;
+    case JsonTok::Float: v.type = Value::Float; break;
+    case JsonTok::String: v.type = Value::String; v.s = t.text; break;
+    case JsonTok::ObjectStart: v.type = Value::Object; break;
+    case JsonTok::ArrayStart: v.type = Value::Array; break;
+    default: break;
+    }
+    return v;
+}
+
+// A text as the C parsers take it: up to its first NUL, as c_str() gives it.
+class CText {
+  public:
+    explicit CText(std::string_view s) {
+        if (s.size() < sizeof small_) {
+            memcpy(small_, s.data(), s.size());
+            small_[s.size()] = '\0';
+            p_ = small_;
+        } else {
+            big_.assign(s);
+            p_ = big_.c_str();
+        }
+    }
+    const char *c_str() const { return p_; }
+
+  private:
+    char small_[128];
+    std::string big_;
+    const char *p_;
+};
+
+std::string quoted(std::string_view s) {
+    std::string q;
+    q.reserve(s.size() + 2);
+    q += '"';
+    q += s;
+    q += '"';
+    return q;
+}
+
+// Integers are numbers or text ("0x1f", "31"); flags also true/false.
+bool get_int(const Value &v, int64_t lo, uint64_t hi, bool allow_bool, uint64_t &out, std::string &what) {
+    switch (v.type) {
+    case Value::Bool:
+        if (!allow_bool) {
+            what = "expected a number, got true/false";
+            return false;
+        }
+        out = v.b ? 1 : 0;
+        return true;
+    case Value::Uint:
+        out = v.u;
+        break;
+    case Value::Int:
+        if (v.i < lo) {
+            what = "value " + std::to_string(v.i) + " out of range";
+            return false;
+        }
+        out = static_cast<uint64_t>(v.i);
+        if (v.i < 0) {
             // Negative values are kept as their two's complement in 32 bits.
-            out = static_cast<uint32_t>(static_cast<int32_t>(s));
+            out = static_cast<uint32_t>(static_cast<int32_t>(v.i));
             return true;
         }
-    } else if (v.is_string()) {
-        const std::string &s = v.get_ref<const std::string &>();
-        if (s.empty()) return bad(err, where, "empty number");
+        break;
+    case Value::String: {
+        if (v.s.empty()) {
+            what = "empty number";
+            return false;
+        }
+        CText s(v.s);
         errno = 0;
         char *end = nullptr;
-        bool neg = s[0] == '-';
-        if (neg) {
+        if (v.s[0] == '-') {
             long long n = strtoll(s.c_str(), &end, 0);
-            if (*end || errno || n < lo) return bad(err, where, "\"" + s + "\" is not a number in range");
+            if (*end || errno || n < lo) {
+                what = quoted(v.s) + " is not a number in range";
+                return false;
+            }
             out = static_cast<uint32_t>(static_cast<int32_t>(n));
             return true;
         }
         unsigned long long n = strtoull(s.c_str(), &end, 0);
-        if (*end || errno) return bad(err, where, "\"" + s + "\" is not a number");
+        if (*end || errno) {
+            what = quoted(v.s) + " is not a number";
+            return false;
+        }
         out = n;
-    } else {
-        return bad(err, where, std::string("expected a number, got ") + v.type_name());
+        break;
     }
-    if (out > hi) return bad(err, where, "value " + std::to_string(out) + " out of range");
+    default:
+        what = std::string("expected a number, got ") + v.type_name();
+        return false;
+    }
+    if (out > hi) {
+        what = "value " + std::to_string(out) + " out of range";
+        return false;
+    }
     return true;
 }
 
-bool scalar_from_json(const json &v, BagKind k, uint8_t *dst, RecordArena &arena,
-                      const std::string &where, std::string &err) {
+// Converts one value into a field of kind k at dst; on error, what says why.
+bool scalar_from_value(const Value &v, BagKind k, uint8_t *dst, RecordArena &arena, std::string &what) {
     uint64_t n = 0;
     switch (k) {
     case BagKind::U8:
-        if (!get_int(v, 0, 0xff, false, n, where, err)) return false;
+        if (!get_int(v, 0, 0xff, false, n, what)) return false;
         *dst = static_cast<uint8_t>(n);
         return true;
     case BagKind::U16: {
-        if (!get_int(v, 0, 0xffff, false, n, where, err)) return false;
+        if (!get_int(v, 0, 0xffff, false, n, what)) return false;
         uint16_t h = static_cast<uint16_t>(n);
         memcpy(dst, &h, 2);
         return true;
     }
     case BagKind::U32: case BagKind::BOOL: {
-        if (!get_int(v, 0, 0xffffffffu, k == BagKind::BOOL, n, where, err)) return false;
+        if (!get_int(v, 0, 0xffffffffu, k == BagKind::BOOL, n, what)) return false;
         uint32_t w = static_cast<uint32_t>(n);
         memcpy(dst, &w, 4);
         return true;
     }
     case BagKind::S32: {
-        if (!get_int(v, std::numeric_limits<int32_t>::min(), 0x7fffffff, false, n, where, err))
-            return false;
+        if (!get_int(v, std::numeric_limits<int32_t>::min(), 0x7fffffff, false, n, what)) return false;
         uint32_t w = static_cast<uint32_t>(n);
         memcpy(dst, &w, 4);
         return true;
     }
     case BagKind::U64:
-        if (!get_int(v, 0, std::numeric_limits<uint64_t>::max(), false, n, where, err)) return false;
+        if (!get_int(v, 0, std::numeric_limits<uint64_t>::max(), false, n, what)) return false;
         memcpy(dst, &n, 8);
         return true;
     default:
         break;
     }
+    if (v.type == Value::Null && k == BagKind::OPTSTR) {
+        char *none = nullptr;
+        memcpy(dst, &none, sizeof none);
+        return true;
+    }
+    if (v.type != Value::String) {
+        what = std::string("expected text, got ") + v.type_name();
+        return false;
+    }
     if (k == BagKind::STR || k == BagKind::OPTSTR) {
-        if (v.is_null() && k == BagKind::OPTSTR) return true;
-        if (!v.is_string()) return bad(err, where, std::string("expected text, got ") + v.type_name());
-        const std::string &s = v.get_ref<const std::string &>();
-        if (s.size() > BAG_MAX_STRING) return bad(err, where, "text longer than 65536 bytes");
-        char *p = arena.text(s);
+        if (v.s.size() > BAG_MAX_STRING) {
+            what = "text longer than 65536 bytes";
+            return false;
+        }
+        char *p = arena.text(v.s);
         memcpy(dst, &p, sizeof p);
         return true;
     }
-    if (!v.is_string()) return bad(err, where, std::string("expected text, got ") + v.type_name());
-    const std::string &s = v.get_ref<const std::string &>();
+    CText s(v.s);
     switch (k) {
     case BagKind::IP: {
         l2vpn_ip_addr_t a{};
-        if (!l2vpn_inet_pton(s.c_str(), &a)) return bad(err, where, "\"" + s + "\" is not an IP address");
+        if (!l2vpn_inet_pton(s.c_str(), &a)) {
+            what = quoted(v.s) + " is not an IP address";
+            return false;
+        }
         memcpy(dst, &a, sizeof a);
         return true;
     }
     case BagKind::MAC:
-        if (l2vpn_mac_pton(s.c_str(), dst) != 0)
-            return bad(err, where, "\"" + s + "\" is not a MAC address (0011.2233.4455)");
+        if (l2vpn_mac_pton(s.c_str(), dst) != 0) {
+            what = quoted(v.s) + " is not a MAC address (0011.2233.4455)";
+            return false;
+        }
         return true;
     case BagKind::ESI:
-        if (evpn_esi_pton(s.c_str(), dst) != 0)
-            return bad(err, where, "\"" + s + "\" is not an ESI (0011.2233.4455.6677.8899)");
+        if (evpn_esi_pton(s.c_str(), dst) != 0) {
+            what = quoted(v.s) + " is not an ESI (0011.2233.4455.6677.8899)";
+            return false;
+        }
         return true;
     case BagKind::RD: case BagKind::RT: {
         l2vpn_bag_rd_t rd{};
-        if (l2vpn_bag_rd_pton(s.c_str(), &rd) != 0)
-            return bad(err, where, "\"" + s + "\" is not an RD/RT (100:1, 1.1.1.1:5 or raw:<24 hex>)");
+        if (l2vpn_bag_rd_pton(s.c_str(), &rd) != 0) {
+            what = quoted(v.s) + " is not an RD/RT (100:1, 1.1.1.1:5 or raw:<24 hex>)";
+            return false;
+        }
         memcpy(dst, &rd, sizeof rd);
         return true;
     }
     default:
-        return bad(err, where, "unsupported field kind");
+        what = "unsupported field kind";
+        return false;
     }
 }
+
+std::string expected_object(const BagDesc *desc, const Value &v) {
+    return std::string("expected an object of ") + desc->name + ", got " + v.type_name();
+}
+
+std::string at_most(const BagField &f) { return "at most " + std::to_string(f.count) + " elements"; }
 
 bool element_from_json(const json &v, const BagField &f, uint8_t *dst, RecordArena &arena,
                        const std::string &where, std::string &err) {
     if (f.elem == BagKind::STRUCT) return json_to_record(v, f.sub, dst, arena, where, err);
-    return scalar_from_json(v, f.elem, dst, arena, where, err);
+    std::string what;
+    return scalar_from_value(from_json(v), f.elem, dst, arena, what) || bad(err, where, what);
 }
 
 nlohmann::ordered_json scalar_to_json(BagKind k, const uint8_t *p) {
@@ -206,9 +355,7 @@ nlohmann::ordered_json element_to_json(const BagField &f, const uint8_t *p) {
 
 bool json_to_record(const json &j, const BagDesc *desc, void *out, RecordArena &arena,
                     const std::string &where, std::string &err) {
-    if (!j.is_object())
-        return bad(err, where, std::string("expected an object of ") + desc->name + ", got " +
-                                   j.type_name());
+    if (!j.is_object()) return bad(err, where, expected_object(desc, from_json(j)));
     uint8_t *rec = static_cast<uint8_t *>(out);
     memset(rec, 0, desc->size);
     for (auto it = j.begin(); it != j.end(); ++it) {
@@ -223,8 +370,7 @@ bool json_to_record(const json &j, const BagDesc *desc, void *out, RecordArena &
             break;
         case BagKind::FIXED: {
             if (!v.is_array()) return bad(err, at, "expected a list");
-            if (v.size() > f->count)
-                return bad(err, at, "at most " + std::to_string(f->count) + " elements");
+            if (v.size() > f->count) return bad(err, at, at_most(*f));
             uint32_t es = bag_elem_size(*f);
             for (size_t e = 0; e < v.size(); e++)
                 if (!element_from_json(v[e], *f, dst + e * es, arena,
@@ -244,11 +390,148 @@ bool json_to_record(const json &j, const BagDesc *desc, void *out, RecordArena &
             memcpy(dst, &arr, sizeof arr);
             break;
         }
-        default:
-            if (!scalar_from_json(v, f->kind, dst, arena, at, err)) return false;
+        default: {
+            std::string what;
+            if (!scalar_from_value(from_json(v), f->kind, dst, arena, what)) return bad(err, at, what);
+        }
         }
     }
     return true;
+}
+
+// Where a value is, for messages: the record's own where, then a field, a
+// member name that is no field, or an element index per level. Rendered only
+// when there is an error.
+struct TokenRecordBuilder::Path {
+    enum Kind : uint8_t { Record, Field, Unknown, Element } kind;
+    const Path *up;
+    const std::string *where;  // Record
+    const char *field;         // Field
+    std::string_view unknown;  // Unknown
+    size_t index;              // Element
+
+    static Path record(const std::string &where) { return {Record, nullptr, &where, nullptr, {}, 0}; }
+    static Path of_field(const Path &up, const char *name) { return {Field, &up, nullptr, name, {}, 0}; }
+    static Path of_unknown(const Path &up, std::string_view name) { return {Unknown, &up, nullptr, nullptr, name, 0}; }
+    static Path of_element(const Path &up, size_t i) { return {Element, &up, nullptr, nullptr, {}, i}; }
+
+    void render(std::string &out) const {
+        switch (kind) {
+        case Record: out += *where; return;
+        case Field: up->render(out); out += '.'; out += field; return;
+        case Unknown: up->render(out); out += '.'; out += unknown; return;
+        case Element: up->render(out); out += '['; out += std::to_string(index); out += ']'; return;
+        }
+    }
+};
+
+namespace {
+
+bool same_name(const char *name, std::string_view key) {
+    return !key.empty() && name[0] == key[0] && strnlen(name, key.size() + 1) == key.size() &&
+           memcmp(name, key.data(), key.size()) == 0;
+}
+
+// Fields mostly come in description order, some left out, so the search
+// starts after the last field found.
+const BagField *find_field(const BagDesc *desc, std::string_view key, uint32_t hint) {
+    const uint32_t n = desc->nfields;
+    for (uint32_t i = hint; i < n; i++)
+        if (same_name(desc->fields[i].name, key)) return &desc->fields[i];
+    for (uint32_t i = 0; i < hint && i < n; i++)
+        if (same_name(desc->fields[i].name, key)) return &desc->fields[i];
+    // A name with a NUL in it matches as its text up to the NUL, as with C strings.
+    if (key.find('\0') != std::string_view::npos) return bag_find_field(desc, std::string(key).c_str());
+    return nullptr;
+}
+
+}  // namespace
+
+bool TokenRecordBuilder::fail(const Path &at, const std::string &what) {
+    err_->clear();
+    at.render(*err_);
+    *err_ += ": ";
+    *err_ += what;
+    return false;
+}
+
+bool TokenRecordBuilder::build(JsonReader &r, const JsonToken &first, const BagDesc *desc, void *out,
+                               RecordArena &arena, const std::string &where, std::string &err) {
+    arena_ = &arena;
+    err_ = &err;
+    const Path at = Path::record(where);
+    if (first.kind != JsonTok::ObjectStart) return fail(at, expected_object(desc, from_token(first)));
+    return record(r, desc, static_cast<uint8_t *>(out), at, 0);
+}
+
+// The object's opening brace has been read.
+bool TokenRecordBuilder::record(JsonReader &r, const BagDesc *desc, uint8_t *rec, const Path &at,
+                                unsigned level) {
+    memset(rec, 0, desc->size);
+    uint32_t hint = 0;
+    for (;;) {
+        const JsonToken &key = r.next();
+        if (key.kind == JsonTok::ObjectEnd) return true;
+        const BagField *f = find_field(desc, key.text, hint);
+        if (!f) return fail(Path::of_unknown(at, key.text), std::string("unknown field of ") + desc->name);
+        hint = static_cast<uint32_t>(f - desc->fields) + 1;
+        const Path here = Path::of_field(at, f->name);
+        const JsonToken &v = r.next();
+        uint8_t *dst = rec + f->offset;
+        switch (f->kind) {
+        case BagKind::STRUCT:
+            if (v.kind != JsonTok::ObjectStart) return fail(here, expected_object(f->sub, from_token(v)));
+            if (!record(r, f->sub, dst, here, level)) return false;
+            break;
+        case BagKind::FIXED: {
+            if (v.kind != JsonTok::ArrayStart) return fail(here, "expected a list");
+            const uint32_t es = bag_elem_size(*f);
+            // A field given twice keeps only its last list.
+            memset(dst, 0, size_t(f->count) * es);
+            for (size_t e = 0;; e++) {
+                const JsonToken &t = r.next();
+                if (t.kind == JsonTok::ArrayEnd) break;
+                if (e >= f->count) return fail(here, at_most(*f));
+                if (!element(r, t, *f, dst + e * es, Path::of_element(here, e), level)) return false;
+            }
+            break;
+        }
+        case BagKind::ARRAY: {
+            if (v.kind != JsonTok::ArrayStart) return fail(here, "expected a list");
+            const size_t es = bag_elem_size(*f);
+            if (lists_.size() <= level) lists_.resize(level + 1);
+            std::vector<uint64_t> &list = lists_[level];
+            size_t count = 0;
+            for (;; count++) {
+                const JsonToken &t = r.next();
+                if (t.kind == JsonTok::ArrayEnd) break;
+                size_t words = ((count + 1) * es + 7) / 8;
+                if (words > list.size()) list.resize(std::max(words, 2 * list.size()));
+                uint8_t *slot = reinterpret_cast<uint8_t *>(list.data()) + count * es;
+                memset(slot, 0, es);
+                if (!element(r, t, *f, slot, Path::of_element(here, count), level + 1)) return false;
+            }
+            bag_array<uint8_t> arr{static_cast<uint32_t>(count), nullptr};
+            if (count) {
+                arr.data = static_cast<uint8_t *>(arena_->block(count * es));
+                memcpy(arr.data, list.data(), count * es);
+            }
+            memcpy(dst, &arr, sizeof arr);
+            break;
+        }
+        default:
+            if (!scalar_from_value(from_token(v), f->kind, dst, *arena_, what_)) return fail(here, what_);
+        }
+    }
+}
+
+bool TokenRecordBuilder::element(JsonReader &r, const JsonToken &t, const BagField &f, uint8_t *dst,
+                                 const Path &at, unsigned level) {
+    if (f.elem == BagKind::STRUCT) {
+        if (t.kind != JsonTok::ObjectStart) return fail(at, expected_object(f.sub, from_token(t)));
+        return record(r, f.sub, dst, at, level);
+    }
+    return scalar_from_value(from_token(t), f.elem, dst, *arena_, what_) || fail(at, what_);
 }
 
 nlohmann::ordered_json record_to_json(const void *record, const BagDesc *desc) {

@@ -5,22 +5,37 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "json_reader.h"
 #include "platform/bag.h"
 
 namespace evpn {
 
-// Owns the strings and arrays of records built from JSON.
+// Owns the strings and arrays of records built from JSON. clear() keeps the
+// memory, so a loader that clears per record stops allocating once it has
+// seen its largest record.
 class RecordArena {
   public:
-    char *text(const std::string &s);
-    void *block(size_t bytes);
+    RecordArena() = default;
+    RecordArena(const RecordArena &) = delete;
+    RecordArena &operator=(const RecordArena &) = delete;
+
+    char *text(std::string_view s);  // NUL-terminated copy
+    void *block(size_t bytes);       // zeroed, 8-byte aligned
     void clear();
 
   private:
-    std::deque<std::string> texts_;
-    std::vector<std::unique_ptr<uint64_t[]>> blocks_;
+    uint64_t *take(size_t words);
+
+    struct Chunk {
+        std::unique_ptr<uint64_t[]> mem;
+        size_t words;
+    };
+    std::vector<Chunk> chunks_;
+    size_t current_ = 0;  // chunk being filled
+    size_t used_ = 0;     // words of it taken
 };
 
 // Fills out (desc->size bytes, zeroed first) from a JSON object. Fields left
@@ -28,6 +43,33 @@ class RecordArena {
 // ("evpn_mac[3].path_buffer[0].NextHop: ...").
 bool json_to_record(const nlohmann::json &j, const BagDesc *desc, void *out, RecordArena &arena,
                     const std::string &where, std::string &err);
+
+// The same from a token stream, with the same values accepted and the same
+// errors: one record at a time, without building the JSON value. Keeps its
+// scratch space from record to record.
+class TokenRecordBuilder {
+  public:
+    // first: the token that starts the record's value, just read from r. On
+    // success r has read the whole value; after an error it is left inside
+    // it. Text that is not JSON throws JsonSyntaxError.
+    bool build(JsonReader &r, const JsonToken &first, const BagDesc *desc, void *out,
+               RecordArena &arena, const std::string &where, std::string &err);
+
+    struct Path;
+
+  private:
+    bool record(JsonReader &r, const BagDesc *desc, uint8_t *rec, const Path &at, unsigned level);
+    bool element(JsonReader &r, const JsonToken &t, const BagField &f, uint8_t *dst, const Path &at,
+                 unsigned level);
+    bool fail(const Path &at, const std::string &what);
+
+    RecordArena *arena_ = nullptr;
+    std::string *err_ = nullptr;
+    std::string what_;
+    // Elements of the lists being read, one per list nesting level (a deque:
+    // growing it keeps the levels in use where they are).
+    std::deque<std::vector<uint64_t>> lists_;
+};
 
 // Every field of a decoded record, in record order.
 nlohmann::ordered_json record_to_json(const void *record, const BagDesc *desc);

@@ -3,6 +3,7 @@
 
 #include <sqlite3.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <istream>
@@ -11,6 +12,7 @@
 #include <ostream>
 #include <vector>
 
+#include "json_reader.h"
 #include "json_record.h"
 #include "platform/bag.h"
 #include "platform/sysdb_registry.h"
@@ -40,30 +42,128 @@ uint64_t get_u64(const json &o, const char *key, uint64_t max, const std::string
     return v;
 }
 
+// A scalar token as a JSON value, for the small sections.
+json scalar(const JsonToken &t) {
+    switch (t.kind) {
+    case JsonTok::String: return std::string(t.text);
+    case JsonTok::Uint: return t.u;
+    case JsonTok::Int: return t.i;
+    case JsonTok::Float: return strtod(std::string(t.text).c_str(), nullptr);
+    case JsonTok::True: return true;
+    case JsonTok::False: return false;
+    default: return nullptr;
+    }
+}
+
+// A scalar token for messages: numbers as written.
+std::string shown(const JsonToken &t) {
+    bool number = t.kind == JsonTok::Uint || t.kind == JsonTok::Int || t.kind == JsonTok::Float;
+    return number ? std::string(t.text) : scalar(t).dump();
+}
+
 struct Loader {
+    JsonReader &r;
     SysdbWriter &w;
     LoadStats &stats;
-    std::string keys[4];  // object key at depths 1..3
-    std::map<std::string, uint64_t> counts;  // records per listing, for messages
-    uint64_t section_count = 0;
+    std::map<std::string, uint64_t> counts;  // records per root and listing, for messages
+    TokenRecordBuilder builder;
     RecordArena arena;
     std::vector<uint64_t> rec;
-    std::string err;
+    std::string err, where;
 
-    void record(const json &j) {
-        const std::string &root = keys[2], &base = keys[3];
-        const ListingDef *l = sysdb_registry_find(base);
-        std::string where = root + " " + base + "[" + std::to_string(counts[root + base]++) + "]";
-        rec.assign(l->desc->size / 8 + 1, 0);
-        arena.clear();
-        if (!json_to_record(j, l->desc, rec.data(), arena, where, err)) throw LoadError{err};
-        if (!w.add(root, base, rec.data(), err)) throw LoadError{where + ": " + err};
-        stats.records++;
+    // The value that t starts, read whole (the small sections).
+    json collect(const JsonToken &t) {
+        if (t.kind == JsonTok::ObjectStart) {
+            json o = json::object();
+            for (;;) {
+                const JsonToken &k = r.next();
+                if (k.kind == JsonTok::ObjectEnd) return o;
+                std::string key(k.text);
+                o[key] = collect(r.next());
+            }
+        }
+        if (t.kind == JsonTok::ArrayStart) {
+            json a = json::array();
+            for (;;) {
+                const JsonToken &e = r.next();
+                if (e.kind == JsonTok::ArrayEnd) return a;
+                a.push_back(collect(e));
+            }
+        }
+        return scalar(t);
     }
 
-    void interface(const json &j) {
-        std::string where = "interfaces[" + std::to_string(section_count++) + "]";
-        if (!j.is_object()) throw LoadError{where + ": expected an object"};
+    static bool is_scalar(const JsonToken &t) {
+        return t.kind != JsonTok::ObjectStart && t.kind != JsonTok::ArrayStart;
+    }
+
+    void records(const std::string &root, const std::string &base) {
+        const ListingDef *l = sysdb_registry_find(base);
+        uint64_t &count = counts[root + base];
+        if (rec.size() < l->desc->size / 8 + 1) rec.assign(l->desc->size / 8 + 1, 0);
+        for (;;) {
+            const JsonToken &t = r.next();
+            if (t.kind == JsonTok::ArrayEnd) return;
+            if (t.kind == JsonTok::ArrayStart)
+                throw LoadError{"roots " + root + " " + base + ": unexpected list"};
+            if (t.kind != JsonTok::ObjectStart)
+                throw LoadError{"roots: unexpected value " + shown(t) + " at depth 4"};
+            where.assign(root);
+            where += ' ';
+            where += base;
+            where += '[';
+            where += std::to_string(count++);
+            where += ']';
+            arena.clear();
+            if (!builder.build(r, t, l->desc, rec.data(), arena, where, err)) throw LoadError{err};
+            if (!w.add(root, base, rec.data(), err)) throw LoadError{where + ": " + err};
+            stats.records++;
+        }
+    }
+
+    void roots(const JsonToken &t) {
+        if (t.kind == JsonTok::ArrayStart) throw LoadError{"roots: unexpected list"};
+        if (is_scalar(t)) throw LoadError{"roots: unexpected value " + shown(t) + " at depth 1"};
+        for (;;) {
+            const JsonToken &k = r.next();
+            if (k.kind == JsonTok::ObjectEnd) return;
+            std::string root(k.text);
+            if (!sysdb_schema::valid_root(root.c_str())) throw LoadError{"unknown root \"" + root + "\""};
+            const JsonToken &v = r.next();
+            if (v.kind == JsonTok::ArrayStart) throw LoadError{"roots " + root + ": unexpected list"};
+            if (is_scalar(v)) throw LoadError{"roots: unexpected value " + shown(v) + " at depth 2"};
+            for (;;) {
+                const JsonToken &lk = r.next();
+                if (lk.kind == JsonTok::ObjectEnd) break;
+                std::string base(lk.text);
+                if (!sysdb_registry_find(base))
+                    throw LoadError{"unknown listing \"" + base + "\" under " + root};
+                const JsonToken &lv = r.next();
+                if (lv.kind == JsonTok::ObjectStart)
+                    throw LoadError{"roots " + root + " " + base + ": unexpected object"};
+                if (is_scalar(lv))
+                    throw LoadError{"roots: unexpected value " + shown(lv) + " at depth 3"};
+                records(root, base);
+            }
+        }
+    }
+
+    // A list of objects, each read whole and handled by one().
+    using Handler = void (Loader::*)(const json &, const std::string &where);
+    void objects(const std::string &section, const JsonToken &t, Handler one) {
+        if (t.kind == JsonTok::ObjectStart) throw LoadError{section + ": unexpected object"};
+        if (is_scalar(t)) throw LoadError{section + ": unexpected value " + shown(t)};
+        uint64_t n = 0;
+        for (;;) {
+            const JsonToken &e = r.next();
+            if (e.kind == JsonTok::ArrayEnd) return;
+            if (e.kind == JsonTok::ArrayStart) throw LoadError{section + ": unexpected list"};
+            if (is_scalar(e)) throw LoadError{section + ": expected objects"};
+            (this->*one)(collect(e), section + "[" + std::to_string(n++) + "]");
+        }
+    }
+
+    void interface(const json &j, const std::string &where) {
         for (auto it = j.begin(); it != j.end(); ++it)
             if (it.key() != "name" && it.key() != "handle" && it.key() != "state")
                 throw LoadError{where + "." + it.key() + ": unknown field of an interface"};
@@ -81,9 +181,7 @@ struct Loader {
         stats.interfaces++;
     }
 
-    void bd_stats(const json &j) {
-        std::string where = "bd_stats[" + std::to_string(section_count++) + "]";
-        if (!j.is_object()) throw LoadError{where + ": expected an object"};
+    void bd_stats(const json &j, const std::string &where) {
         for (auto it = j.begin(); it != j.end(); ++it) {
             bool known = it.key() == "node" || it.key() == "bd_id";
             for (const char *c : sysdb_schema::kBdStatsColumns) known = known || it.key() == c;
@@ -100,8 +198,10 @@ struct Loader {
         stats.bd_stats++;
     }
 
-    void capabilities(const json &j) {
-        if (!j.is_object()) throw LoadError{"capabilities: expected an object"};
+    void capabilities(const JsonToken &t) {
+        if (t.kind == JsonTok::ArrayStart) throw LoadError{"capabilities: unexpected list"};
+        if (is_scalar(t)) throw LoadError{"capabilities: unexpected value " + shown(t)};
+        json j = collect(t);
         for (auto it = j.begin(); it != j.end(); ++it) {
             bool known = false;
             for (const char *c : kCapabilities) known = known || it.key() == c;
@@ -114,74 +214,32 @@ struct Loader {
         }
     }
 
-    // Parser events; records are handled and dropped as soon as they end.
-    bool event(int depth, json::parse_event_t ev, json &parsed) {
-        using E = json::parse_event_t;
-        if (ev == E::key && depth >= 1 && depth <= 3) {
-            std::string k = parsed.get<std::string>();
-            if (depth == 1) {
-                bool known = false;
-                for (const char *s : kSections) known = known || k == s;
-                if (!known) throw LoadError{"unknown section \"" + k + "\""};
-                section_count = 0;
-            } else if (keys[1] == "roots" && depth == 2) {
-                if (!sysdb_schema::valid_root(k.c_str()))
-                    throw LoadError{"unknown root \"" + k + "\""};
-            } else if (keys[1] == "roots" && depth == 3) {
-                if (!sysdb_registry_find(k)) throw LoadError{"unknown listing \"" + k + "\" under " + keys[2]};
+    // The document: one object of sections.
+    void run() {
+        const JsonToken &t = r.next();
+        if (t.kind == JsonTok::ArrayStart) throw LoadError{"snapshot: unexpected list"};
+        if (t.kind != JsonTok::ObjectStart) throw LoadError{"snapshot: expected an object"};
+        for (;;) {
+            const JsonToken &k = r.next();
+            if (k.kind == JsonTok::ObjectEnd) break;
+            std::string section(k.text);
+            bool known = false;
+            for (const char *s : kSections) known = known || section == s;
+            if (!known) throw LoadError{"unknown section \"" + section + "\""};
+            const JsonToken &v = r.next();
+            if (section == "roots") {
+                roots(v);
+            } else if (section == "capabilities") {
+                capabilities(v);
+            } else if (section == "interfaces") {
+                objects(section, v, &Loader::interface);
+            } else if (section == "bd_stats") {
+                objects(section, v, &Loader::bd_stats);
+            } else {
+                r.skip(v);  // comment
             }
-            keys[depth] = std::move(k);
-            return true;
         }
-        if (ev == E::object_start || ev == E::array_start) {
-            bool ok = true;
-            if (depth == 0) ok = ev == E::object_start;
-            if (depth == 1 && keys[1] == "roots") ok = ev == E::object_start;
-            if (depth == 2 && keys[1] == "roots") ok = ev == E::object_start;
-            if (depth == 3 && keys[1] == "roots") ok = ev == E::array_start;
-            if (depth == 4 && keys[1] == "roots") ok = ev == E::object_start;
-            if (depth == 1 && (keys[1] == "interfaces" || keys[1] == "bd_stats"))
-                ok = ev == E::array_start;
-            if (depth == 2 && (keys[1] == "interfaces" || keys[1] == "bd_stats"))
-                ok = ev == E::object_start;
-            if (depth == 1 && keys[1] == "capabilities") ok = ev == E::object_start;
-            if (!ok) {
-                std::string at = depth == 0 ? "snapshot" : keys[1];
-                if (depth >= 2) at += " " + keys[2];
-                if (depth >= 3) at += " " + keys[3];
-                throw LoadError{at + ": unexpected " +
-                                std::string(ev == E::object_start ? "object" : "list")};
-            }
-            return true;
-        }
-        if (ev == E::value && depth == 0) throw LoadError{"snapshot: expected an object"};
-        if (ev == E::value && depth == 1 && keys[1] != "roots" && keys[1] != "comment")
-            throw LoadError{keys[1] + ": unexpected value " + parsed.dump()};
-        if (ev == E::value && keys[1] == "roots" && depth >= 1 && depth <= 4)
-            throw LoadError{"roots: unexpected value " + parsed.dump() + " at depth " + std::to_string(depth)};
-        if (ev == E::object_end) {
-            if (depth == 4 && keys[1] == "roots") {
-                record(parsed);
-                return false;
-            }
-            if (depth == 2 && keys[1] == "interfaces") {
-                interface(parsed);
-                return false;
-            }
-            if (depth == 2 && keys[1] == "bd_stats") {
-                bd_stats(parsed);
-                return false;
-            }
-            if (depth == 1 && keys[1] == "capabilities") {
-                capabilities(parsed);
-                return false;
-            }
-            if (depth == 1 || depth == 2 || depth == 3) return false;  // drop what was handled
-        }
-        if (ev == E::value && (keys[1] == "interfaces" || keys[1] == "bd_stats") && depth == 2)
-            throw LoadError{keys[1] + ": expected objects"};
-        if (ev == E::array_end && depth == 3 && keys[1] == "roots") return false;
-        return true;
+        r.next();  // End, or an error for anything after the object
     }
 };
 
@@ -191,16 +249,14 @@ bool load_snapshot(std::istream &in, const std::string &db_path, LoadStats &stat
                    std::string &err) {
     auto w = SysdbWriter::open(db_path, err);
     if (!w) return false;
-    Loader loader{*w, stats, {}, {}, 0, {}, {}, {}};
     try {
-        json discarded = json::parse(in, [&](int depth, json::parse_event_t ev, json &parsed) {
-            return loader.event(depth, ev, parsed);
-        });
-        (void)discarded;
+        JsonReader reader(in);
+        Loader loader{reader, *w, stats, {}, {}, {}, {}, {}, {}};
+        loader.run();
     } catch (const LoadError &e) {
         err = e.what;
         return false;
-    } catch (const json::exception &e) {
+    } catch (const JsonSyntaxError &e) {
         err = std::string("malformed JSON: ") + e.what();
         return false;
     }
