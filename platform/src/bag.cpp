@@ -7,6 +7,8 @@
 // record once the arena has grown to the largest record's size.
 #include "platform/bag.h"
 
+#include "bag_decoder.h"
+
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -22,7 +24,9 @@ namespace {
 constexpr size_t kFirstChunk = 8 * 1024;
 constexpr size_t kKeepChunk = 256 * 1024;  // larger chunks are freed on reset
 
-struct Arena {
+}  // namespace
+
+struct BagArena {
     std::vector<char *> chunks;
     size_t cur_size = 0;  // size of chunks.back()
     size_t cur_used = 0;
@@ -68,9 +72,13 @@ struct Arena {
     }
 };
 
+namespace {
+
+bool g_generated_decoders = true;  // off only in tests that compare the two
+
 struct Slot {
     const void *buf;  // decode buffer this arena serves; null when free
-    Arena arena;
+    BagArena arena;
 };
 
 struct Slots {
@@ -92,29 +100,11 @@ struct Slots {
             s->buf = buf;
             return s;
         }
-        slots.push_back(Slot{buf, Arena{}});
+        slots.push_back(Slot{buf, BagArena{}});
         return &slots.back();
     }
 };
 thread_local Slots g_slots;
-
-// ---- Reader --------------------------------------------------------------
-
-static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the reader swaps big-endian units");
-
-struct Reader {
-    const uint8_t *p;
-    const uint8_t *end;
-
-    size_t left() const { return static_cast<size_t>(end - p); }
-    bool need(size_t n) const { return left() >= n; }
-    uint32_t u32() {
-        uint32_t v;
-        memcpy(&v, p, 4);
-        p += 4;
-        return __builtin_bswap32(v);  // big-endian on the wire
-    }
-};
 
 constexpr size_t pad4(size_t n) { return (n + 3) & ~size_t(3); }
 
@@ -142,166 +132,136 @@ uint32_t scalar_align(BagKind k) {
     }
 }
 
-// Kinds that take one unit and decode to an integer: most fields of a record.
-constexpr uint32_t kUnitKinds = 1u << int(BagKind::U8) | 1u << int(BagKind::U16) |
-                                1u << int(BagKind::U32) | 1u << int(BagKind::S32) |
-                                1u << int(BagKind::BOOL);
-constexpr bool is_unit(BagKind k) { return (kUnitKinds >> int(k)) & 1; }
+}  // namespace
 
-struct Decoder {
-    Reader r;
-    Arena &arena;
+// ---- Decoder -------------------------------------------------------------
 
-    // The unit kinds, inline in the field loop; scalar() takes the others.
-    __attribute__((always_inline)) uint32_t unit(BagKind k, uint8_t *out) {
-        if (!r.need(4)) return BAG_ERR_TRUNCATED;
-        uint32_t v = r.u32();
-        if (k == BagKind::U8) {
-            if (v > 0xff) return BAG_ERR_VALUE;
-            *out = static_cast<uint8_t>(v);
-        } else if (k == BagKind::U16) {
-            if (v > 0xffff) return BAG_ERR_VALUE;
-            uint16_t h = static_cast<uint16_t>(v);
-            memcpy(out, &h, 2);
-        } else {
-            memcpy(out, &v, 4);
-        }
+uint32_t BagDecodeState::scalar(BagKind k, uint8_t *out) {
+    switch (k) {
+    case BagKind::U8: case BagKind::U16: case BagKind::U32: case BagKind::S32:
+    case BagKind::BOOL:
+        return unit(k, out);
+    case BagKind::U64: {
+        if (!need(8)) return BAG_ERR_TRUNCATED;
+        uint64_t hi = u32();
+        uint64_t v = (hi << 32) | u32();
+        memcpy(out, &v, 8);
         return 0;
     }
-
-    uint32_t scalar(BagKind k, uint8_t *out) {
-        switch (k) {
-        case BagKind::U8: case BagKind::U16: case BagKind::U32: case BagKind::S32:
-        case BagKind::BOOL:
-            return unit(k, out);
-        case BagKind::U64: {
-            if (!r.need(8)) return BAG_ERR_TRUNCATED;
-            uint64_t hi = r.u32();
-            uint64_t v = (hi << 32) | r.u32();
-            memcpy(out, &v, 8);
-            return 0;
-        }
-        case BagKind::IP: case BagKind::MAC: case BagKind::ESI: {
-            size_t n = scalar_size(k);
-            if (!r.need(pad4(n))) return BAG_ERR_TRUNCATED;
-            memcpy(out, r.p, n);
-            for (size_t i = n; i < pad4(n); i++)
-                if (r.p[i]) return BAG_ERR_VALUE;
-            r.p += pad4(n);
-            return 0;
-        }
-        case BagKind::RD: case BagKind::RT: {
-            if (!r.need(12)) return BAG_ERR_TRUNCATED;
-            l2vpn_bag_rd_t v;
-            v.format = r.u32();
-            memcpy(v.value, r.p, 8);
-            r.p += 8;
-            memcpy(out, &v, sizeof v);
-            return 0;
-        }
-        case BagKind::STR: case BagKind::OPTSTR: {
-            char *s = nullptr;
-            if (k == BagKind::OPTSTR) {
-                if (!r.need(4)) return BAG_ERR_TRUNCATED;
-                uint32_t present = r.u32();
-                if (present > 1) return BAG_ERR_VALUE;
-                if (!present) {
-                    memcpy(out, &s, sizeof s);
-                    return 0;
-                }
+    case BagKind::IP: return opaque<16>(out);
+    case BagKind::MAC: return opaque<6>(out);
+    case BagKind::ESI: return opaque<10>(out);
+    case BagKind::RD: case BagKind::RT: {
+        if (!need(12)) return BAG_ERR_TRUNCATED;
+        l2vpn_bag_rd_t v;
+        v.format = u32();
+        memcpy(v.value, p, 8);
+        p += 8;
+        memcpy(out, &v, sizeof v);
+        return 0;
+    }
+    case BagKind::STR: case BagKind::OPTSTR: {
+        char *s = nullptr;
+        if (k == BagKind::OPTSTR) {
+            if (!need(4)) return BAG_ERR_TRUNCATED;
+            uint32_t present = u32();
+            if (present > 1) return BAG_ERR_VALUE;
+            if (!present) {
+                memcpy(out, &s, sizeof s);
+                return 0;
             }
-            if (!r.need(4)) return BAG_ERR_TRUNCATED;
-            uint32_t len = r.u32();
-            if (len > BAG_MAX_STRING) return BAG_ERR_VALUE;
-            if (!r.need(pad4(len))) return BAG_ERR_TRUNCATED;
-            for (size_t i = len; i < pad4(len); i++)
-                if (r.p[i]) return BAG_ERR_VALUE;  // padding is zeros, as for opaque data
-            if (arena.used + len + 1 > BAG_MAX_INNER) return BAG_ERR_NOMEM;
-            s = static_cast<char *>(arena.alloc(len + 1, 1));
-            if (!s) return BAG_ERR_NOMEM;
-            memcpy(s, r.p, len);
-            s[len] = '\0';
-            r.p += pad4(len);
-            memcpy(out, &s, sizeof s);
-            return 0;
         }
+        if (!need(4)) return BAG_ERR_TRUNCATED;
+        uint32_t len = u32();
+        if (len > BAG_MAX_STRING) return BAG_ERR_VALUE;
+        if (!need(pad4(len))) return BAG_ERR_TRUNCATED;
+        for (size_t i = len; i < pad4(len); i++)
+            if (p[i]) return BAG_ERR_VALUE;  // padding is zeros, as for opaque data
+        if (arena.used + len + 1 > BAG_MAX_INNER) return BAG_ERR_NOMEM;
+        s = static_cast<char *>(arena.alloc(len + 1, 1));
+        if (!s) return BAG_ERR_NOMEM;
+        memcpy(s, p, len);
+        s[len] = '\0';
+        p += pad4(len);
+        memcpy(out, &s, sizeof s);
+        return 0;
+    }
+    default:
+        return BAG_ERR_VALUE;
+    }
+}
+
+uint32_t BagDecodeState::array(BagKind elem, const BagDesc *sub, uint8_t *out, int depth) {
+    if (!need(4)) return BAG_ERR_TRUNCATED;
+    uint32_t count = u32();
+    if (count > left() / bag_min_encoded(elem, sub)) return BAG_ERR_COUNT;
+    const uint32_t es = elem == BagKind::STRUCT ? sub->size : scalar_size(elem);
+    uint8_t *elems = nullptr;
+    uint32_t rc = 0;
+    if (count) {
+        size_t bytes = size_t(count) * es;
+        if (arena.used + bytes > BAG_MAX_INNER) return BAG_ERR_NOMEM;
+        size_t align = elem == BagKind::STRUCT ? sub->align : scalar_align(elem);
+        elems = static_cast<uint8_t *>(arena.alloc(bytes, align));
+        if (!elems) return BAG_ERR_NOMEM;
+        memset(elems, 0, bytes);
+        for (uint32_t e = 0; e < count && !rc; e++) {
+            uint8_t *at = elems + size_t(e) * es;
+            rc = elem == BagKind::STRUCT ? record(sub, at, depth + 1) : scalar(elem, at);
+        }
+    }
+    bag_array<uint8_t> arr{count, elems};
+    memcpy(out, &arr, sizeof arr);
+    return rc;
+}
+
+uint32_t BagDecodeState::record(const BagDesc *d, uint8_t *out, int depth) {
+    if (depth > static_cast<int>(BAG_MAX_DEPTH)) return BAG_ERR_DEPTH;
+    if (d->decode && g_generated_decoders) return d->decode(*this, out, depth);
+    return walk(d, out, depth);
+}
+
+uint32_t BagDecodeState::walk(const BagDesc *d, uint8_t *out, int depth) {
+    for (uint32_t i = 0; i < d->nfields; i++) {
+        const BagField &f = d->fields[i];
+        uint8_t *dst = out + f.offset;
+        uint32_t rc = 0;
+        if (bag_is_unit(f.kind)) {
+            if ((rc = unit(f.kind, dst))) return rc;
+            continue;
+        }
+        switch (f.kind) {
+        case BagKind::IP:
+            rc = opaque<16>(dst);
+            break;
+        case BagKind::MAC:
+            rc = opaque<6>(dst);
+            break;
+        case BagKind::STRUCT:
+            rc = record(f.sub, dst, depth + 1);
+            break;
+        case BagKind::FIXED: {
+            const uint32_t es = bag_elem_size(f);
+            for (uint32_t e = 0; e < f.count && !rc; e++) {
+                uint8_t *at = dst + size_t(e) * es;
+                rc = f.elem == BagKind::STRUCT ? record(f.sub, at, depth + 1) : scalar(f.elem, at);
+            }
+            break;
+        }
+        case BagKind::ARRAY:
+            rc = array(f.elem, f.sub, dst, depth);
+            break;
         default:
-            return BAG_ERR_VALUE;
+            rc = scalar(f.kind, dst);
         }
+        if (rc) return rc;
     }
+    return 0;
+}
 
-    // Opaque bytes (IP, MAC, ESI): n bytes, then zero padding to a unit.
-    template <size_t N>
-    __attribute__((always_inline)) uint32_t opaque(uint8_t *out) {
-        constexpr size_t kPadded = (N + 3) & ~size_t(3);
-        if (!r.need(kPadded)) return BAG_ERR_TRUNCATED;
-        memcpy(out, r.p, N);
-        for (size_t i = N; i < kPadded; i++)
-            if (r.p[i]) return BAG_ERR_VALUE;
-        r.p += kPadded;
-        return 0;
-    }
+void bag_use_generated_decoders(bool on) { g_generated_decoders = on; }
 
-    uint32_t element(BagKind k, const BagDesc *sub, uint8_t *out, int depth) {
-        if (k == BagKind::STRUCT) return record(sub, out, depth + 1);
-        if (is_unit(k)) return unit(k, out);
-        return scalar(k, out);
-    }
-
-    uint32_t record(const BagDesc *d, uint8_t *out, int depth) {
-        if (depth > static_cast<int>(BAG_MAX_DEPTH)) return BAG_ERR_DEPTH;
-        for (uint32_t i = 0; i < d->nfields; i++) {
-            const BagField &f = d->fields[i];
-            uint8_t *dst = out + f.offset;
-            uint32_t rc = 0;
-            if (is_unit(f.kind)) {
-                if ((rc = unit(f.kind, dst))) return rc;
-                continue;
-            }
-            switch (f.kind) {
-            case BagKind::IP:
-                rc = opaque<16>(dst);
-                break;
-            case BagKind::MAC:
-                rc = opaque<6>(dst);
-                break;
-            case BagKind::STRUCT:
-                rc = record(f.sub, dst, depth + 1);
-                break;
-            case BagKind::FIXED: {
-                uint32_t es = bag_elem_size(f);
-                for (uint32_t e = 0; e < f.count && !rc; e++)
-                    rc = element(f.elem, f.sub, dst + size_t(e) * es, depth);
-                break;
-            }
-            case BagKind::ARRAY: {
-                if (!r.need(4)) return BAG_ERR_TRUNCATED;
-                uint32_t count = r.u32();
-                if (count > r.left() / bag_min_encoded(f.elem, f.sub)) return BAG_ERR_COUNT;
-                uint32_t es = bag_elem_size(f);
-                uint8_t *elems = nullptr;
-                if (count) {
-                    size_t bytes = size_t(count) * es;
-                    if (arena.used + bytes > BAG_MAX_INNER) return BAG_ERR_NOMEM;
-                    size_t align = f.elem == BagKind::STRUCT ? f.sub->align : scalar_align(f.elem);
-                    elems = static_cast<uint8_t *>(arena.alloc(bytes, align));
-                    if (!elems) return BAG_ERR_NOMEM;
-                    memset(elems, 0, bytes);
-                    for (uint32_t e = 0; e < count && !rc; e++)
-                        rc = element(f.elem, f.sub, elems + size_t(e) * es, depth);
-                }
-                bag_array<uint8_t> arr{count, elems};
-                memcpy(dst, &arr, sizeof arr);
-                break;
-            }
-            default:
-                rc = scalar(f.kind, dst);
-            }
-            if (rc) return rc;
-        }
-        return 0;
-    }
-};
+namespace {
 
 // ---- Encoder -------------------------------------------------------------
 
@@ -427,9 +387,9 @@ uint32_t bag_decode(const void *data, uint32_t len, void *buf, uint32_t buf_size
     Slot *slot = g_slots.claim(buf);
     memset(buf, 0, desc->size);
     const uint8_t *p = static_cast<const uint8_t *>(data);
-    Decoder dec{Reader{p, p + len}, slot->arena};
+    BagDecodeState dec{p, p + len, slot->arena};
     uint32_t rc = dec.record(desc, static_cast<uint8_t *>(buf), 0);
-    if (!rc && dec.r.left()) rc = BAG_ERR_TRAILING;
+    if (!rc && dec.left()) rc = BAG_ERR_TRAILING;
     if (rc) {
         // Nothing of a failed decode stays allocated or reachable.
         slot->arena.reset();

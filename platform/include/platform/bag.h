@@ -27,6 +27,11 @@ struct BagField {
     const BagDesc *sub; // STRUCT, or ARRAY / FIXED of STRUCT
 };
 
+struct BagDecodeState;
+// A decoder generated from a record type's field list; decodes what walking
+// the description would, faster. Absent for descriptions built by hand.
+typedef uint32_t (*BagDecodeFn)(BagDecodeState &state, uint8_t *out, int depth);
+
 struct BagDesc {
     const char *name;
     uint32_t size;      // bytes of the decoded record
@@ -34,6 +39,7 @@ struct BagDesc {
     const BagField *fields;
     uint32_t nfields;
     uint32_t min_encoded;  // fewest bytes an encoding takes: bag_min_encoded(fields, nfields)
+    BagDecodeFn decode;
 };
 
 // Fewest encoded bytes one value of kind k takes (sub: its description when
@@ -84,6 +90,9 @@ uint32_t bag_encode(const void *record, const BagDesc *desc, std::string &out);
 
 // Bytes the codec holds for records not yet released (tests).
 size_t bag_inner_bytes_held(void);
+// Off: every record is decoded by walking its description (tests that hold
+// the generated decoders to the walk).
+void bag_use_generated_decoders(bool on);
 
 // Size in bytes of one decoded element of an ARRAY or FIXED field.
 uint32_t bag_elem_size(const BagField &field);
