@@ -487,13 +487,26 @@ int l2vpn_bag_rd_pton(const char *text, l2vpn_bag_rd_t *value) {
     return 0;
 }
 
+namespace {
+// The display text names the value only when it parses back to it: a 4-byte
+// AS number of 16 bits or less reads "0:0" like a 2-byte one, so such a
+// value keeps the raw form.
+bool rd_text_round_trips(const l2vpn_bag_rd_t *value, const l2vpn_rd_t &rd) {
+    char text[L2VPN_RD_STR_SIZE];
+    rd_get_string(&rd, text);
+    l2vpn_bag_rd_t back{};
+    return parse_rd_admin_text(text, &back) && back.format == value->format &&
+           memcmp(back.value, value->value, sizeof back.value) == 0;
+}
+}  // namespace
+
 void l2vpn_bag_rd_to_text(const l2vpn_bag_rd_t *value, char *buf, size_t size) {
     if (buf == nullptr || size == 0)
         return;
     l2vpn_rd_t rd;
     if (value == nullptr) {
         buf[0] = '\0';
-    } else if (l2vpn_bag_rd_convert(value, &rd)) {
+    } else if (l2vpn_bag_rd_convert(value, &rd) && rd_text_round_trips(value, rd)) {
         char text[L2VPN_RD_STR_SIZE];
         rd_get_string(&rd, text);
         bounded_printf(buf, size, "%s", text);

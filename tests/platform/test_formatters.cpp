@@ -186,6 +186,10 @@ TEST(Formatters, RdConvertNeedsFormatAndTypeToAgreeElseRawForm) {
     ASSERT_EQ(l2vpn_bag_rd_pton("raw:00000001000000640000000a", &v), 0);
     l2vpn_bag_rd_to_text(&v, text, sizeof text);
     EXPECT_STREQ(text, "100:10");
+    // A 4-byte AS number that fits 16 bits would read back as a 2-byte one.
+    ASSERT_EQ(l2vpn_bag_rd_pton("raw:000000030002000000000000", &v), 0);
+    l2vpn_bag_rd_to_text(&v, text, sizeof text);
+    EXPECT_STREQ(text, "raw:000000030002000000000000");
     char small[2] = {kFill, kFill};
     l2vpn_bag_rd_to_text(&v, small, 0);
     EXPECT_EQ(small[0], kFill);
