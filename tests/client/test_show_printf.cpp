@@ -12,28 +12,23 @@
 
 namespace {
 
-std::string libc(const char *format, ...) __attribute__((format(printf, 1, 2)));
-std::string libc(const char *format, ...) {
-    char buf[8192];
-    va_list ap;
-    va_start(ap, format);
-    vsnprintf(buf, sizeof buf, format, ap);
-    va_end(ap);
-    return buf;
-}
+using VFormat = int (*)(char *, size_t, const char *, va_list);
 
-std::string ours(const char *format, ...) __attribute__((format(printf, 1, 2)));
-std::string ours(const char *format, ...) {
+// The text one formatter makes of a format and its arguments.
+std::string with(VFormat f, const char *format, ...) __attribute__((format(printf, 2, 3)));
+std::string with(VFormat f, const char *format, ...) {
     char buf[8192];
     va_list ap;
     va_start(ap, format);
-    show_vsnprintf(buf, sizeof buf, format, ap);
+    f(buf, sizeof buf, format, ap);
     va_end(ap);
     return buf;
 }
+#define libc(...) with(vsnprintf, __VA_ARGS__)
+#define ours(...) with(show_vsnprintf, __VA_ARGS__)
 
 // A random conversion: flags, width, precision and length, then the letter.
-std::string random_spec(std::mt19937 &rng, const char *length, char conv) {
+std::string random_conversion(std::mt19937 &rng, const char *length, char conv) {
     std::string f = "%";
     for (char flag : {'-', '+', ' ', '#', '0'})
         if (rng() % 4 == 0) f += flag;
@@ -53,8 +48,8 @@ TEST(ShowPrintf, IntegersMatchTheCLibrary) {
                                   : static_cast<long long>(rng()) * (rng() % 2 ? 1 : -1);
         const char conv = "diuxXo"[rng() % 6];
         const char *length = (const char *[]){"", "", "hh", "h", "l", "ll", "z"}[rng() % 7];
-        const std::string spec = random_spec(rng, length, conv);
-        const char *f = spec.c_str();
+        const std::string conv_text = random_conversion(rng, length, conv);
+        const char *f = conv_text.c_str();
         std::string want, got;
         if (!strcmp(length, "l") || !strcmp(length, "ll") || !strcmp(length, "z")) {
             want = libc(f, v);
@@ -63,7 +58,7 @@ TEST(ShowPrintf, IntegersMatchTheCLibrary) {
             want = libc(f, static_cast<int>(v));
             got = ours(f, static_cast<int>(v));
         }
-        ASSERT_EQ(got, want) << "format " << spec << " value " << v;
+        ASSERT_EQ(got, want) << "format " << conv_text << " value " << v;
     }
 }
 
@@ -72,13 +67,13 @@ TEST(ShowPrintf, TextCharactersAndStarsMatchTheCLibrary) {
     const char *texts[] = {"", "a", "MPLS", "GigabitEthernet0/0/2/43", "No remote pathlist",
                            "2001:db8:0:64::17b1", nullptr};
     for (int n = 0; n < 20000; n++) {
-        std::string spec = random_spec(rng, "", rng() % 4 ? 's' : 'c');
+        std::string conv_text = random_conversion(rng, "", rng() % 4 ? 's' : 'c');
         // The zero flag is undefined for text; the client never uses it.
-        spec.erase(std::remove(spec.begin(), spec.end(), '0'), spec.end());
+        conv_text.erase(std::remove(conv_text.begin(), conv_text.end(), '0'), conv_text.end());
         const char *t = texts[rng() % std::size(texts)];
-        const std::string f = "<" + spec + "|" + "%-*.*s>";
+        const std::string f = "<" + conv_text + "|" + "%-*.*s>";
         const int w = static_cast<int>(rng() % 30) - 10, p = static_cast<int>(rng() % 20) - 4;
-        if (spec.back() == 'c') {
+        if (conv_text.back() == 'c') {
             ASSERT_EQ(ours(f.c_str(), 'q', w, p, "star"), libc(f.c_str(), 'q', w, p, "star")) << f;
         } else {
             ASSERT_EQ(ours(f.c_str(), t, w, p, "star"), libc(f.c_str(), t, w, p, "star")) << f;

@@ -142,6 +142,15 @@ void JsonReader::skip_space() {
     }
 }
 
+const JsonToken &JsonReader::close(bool object) {
+    pos_++;
+    depth_--;
+    expect_ = Expect::Next;
+    tok_.kind = object ? JsonTok::ObjectEnd : JsonTok::ArrayEnd;
+    tok_.text = {};
+    return tok_;
+}
+
 const JsonToken &JsonReader::next() {
     for (;;) {
         skip_space();
@@ -167,21 +176,10 @@ const JsonToken &JsonReader::next() {
             if (c != (object ? '}' : ']'))
                 fail_found(pos_, object ? "expected ',' or '}' after an object member, found "
                                         : "expected ',' or ']' after a list element, found ");
-            pos_++;
-            depth_--;
-            tok_.kind = object ? JsonTok::ObjectEnd : JsonTok::ArrayEnd;
-            tok_.text = {};
-            return tok_;
+            return close(object);
         }
         case Expect::FirstKey:
-            if (!at_end && *pos_ == '}') {
-                pos_++;
-                depth_--;
-                expect_ = Expect::Next;
-                tok_.kind = JsonTok::ObjectEnd;
-                tok_.text = {};
-                return tok_;
-            }
+            if (!at_end && *pos_ == '}') return close(true);
             [[fallthrough]];
         case Expect::Key:
             if (at_end) fail_eof("unexpected end of input; expected a member name");
@@ -204,14 +202,7 @@ const JsonToken &JsonReader::next() {
             expect_ = Expect::Value;
             continue;
         case Expect::FirstValue:
-            if (!at_end && *pos_ == ']') {
-                pos_++;
-                depth_--;
-                expect_ = Expect::Next;
-                tok_.kind = JsonTok::ArrayEnd;
-                tok_.text = {};
-                return tok_;
-            }
+            if (!at_end && *pos_ == ']') return close(false);
             [[fallthrough]];
         case Expect::Value:
             value();

@@ -73,6 +73,8 @@ class JsonReader {
     [[noreturn, gnu::cold, gnu::noinline]] void fail_found(const char *p, const char *what,
                                                           const char *after = "") const;
     void value();
+    // Consumes the '}' or ']' that closes the innermost container.
+    const JsonToken &close(bool object);
     void push(bool object);
     void string(JsonTok kind);
     void string_slow(const char *start, const char *p);

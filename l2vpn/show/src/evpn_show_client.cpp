@@ -1003,19 +1003,19 @@ struct FormatOut {
     }
 };
 
-struct Spec {
+struct Conversion {  // flags, width and precision of one conversion
     bool left = false, plus = false, space = false, alt = false, zero = false;
     int width = 0, prec = -1;
 };
 
-void put_padded(FormatOut &o, const Spec &sp, const char *text, size_t n) {
+void put_padded(FormatOut &o, const Conversion &sp, const char *text, size_t n) {
     const int fill = sp.width - static_cast<int>(n);
     if (!sp.left) o.pad(' ', fill);
     o.put(text, n);
     if (sp.left) o.pad(' ', fill);
 }
 
-void put_integer(FormatOut &o, const Spec &sp, unsigned long long v, bool negative, char conv) {
+void put_integer(FormatOut &o, const Conversion &sp, unsigned long long v, bool negative, char conv) {
     char digits[24];
     int nd = 0;
     const unsigned base = conv == 'o' ? 8 : (conv == 'x' || conv == 'X') ? 16 : 10;
@@ -1059,7 +1059,7 @@ bool format_into(FormatOut &o, const char *f, va_list ap) {
         }
         o.put(f, static_cast<size_t>(pct - f));
         f = pct + 1;
-        Spec sp;
+        Conversion sp;
         for (;; f++) {
             if (*f == '-') sp.left = true;
             else if (*f == '+') sp.plus = true;
