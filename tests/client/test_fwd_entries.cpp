@@ -178,7 +178,7 @@ l2vpn_evpn_mac_bag route(uint32_t local, uint32_t remote) {
     m.local_encap = 10;
     m.remote_encap = 13;
     m.local_label = 24001;
-    m.local_nexthop_name = text("Gi0/0/0/1");
+    m.local_nexthop_name = text("eth1");
     m.local_esi = text("0011.2233.4455.6677.8899");
     m.remote_esi = text("0099.8877.6655.4433.2211");
     m.mac_state = text("Remote");
@@ -187,7 +187,7 @@ l2vpn_evpn_mac_bag route(uint32_t local, uint32_t remote) {
 
 const std::string kLocalCols = "100        MPLS       0011.2233.4455 10.1.1.1" + blanks(32);
 const std::string kRemoteCols = "100        MPLSoUDP   0011.2233.4455 10.1.1.1" + blanks(32);
-const std::string kLocalLine = kLocalCols + " Gi0/0/0/1" + blanks(30) + " 24001   \n";
+const std::string kLocalLine = kLocalCols + " eth1" + blanks(35) + " 24001   \n";
 
 std::string print(const l2vpn_evpn_mac_bag &m) {
     return stdout_of([&] { print_evpn_mac_bag(&m, "item", nullptr); });
@@ -276,7 +276,7 @@ TEST_F(FwdEntries, MacSidColumnOnlyWithSrv6Elan) {
 
     EXPECT_EQ(print(m), kLocalLine + path0 + "\n" + path1 + "\n");
     elan(true);
-    EXPECT_EQ(print(m), kLocalCols + " Gi0/0/0/1" + blanks(30) + " 24001   " +
+    EXPECT_EQ(print(m), kLocalCols + " eth1" + blanks(35) + " 24001   " +
                             " fc00:0:1:e000::" + blanks(24) + "\n" + blanks(103) +
                             "fc00:0:1:e001::" + blanks(24) + "\n" + blanks(103) + "fc00::9" +
                             blanks(32) + "\n" +

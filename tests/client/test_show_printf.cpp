@@ -64,7 +64,7 @@ TEST(ShowPrintf, IntegersMatchTheCLibrary) {
 
 TEST(ShowPrintf, TextCharactersAndStarsMatchTheCLibrary) {
     std::mt19937 rng(12);
-    const char *texts[] = {"", "a", "MPLS", "GigabitEthernet0/0/2/43", "No remote pathlist",
+    const char *texts[] = {"", "a", "MPLS", "eth2.43", "No remote pathlist", "Remote Ethernet Segment",
                            "2001:db8:0:64::17b1", nullptr};
     for (int n = 0; n < 20000; n++) {
         std::string conv_text = random_conversion(rng, "", rng() % 4 ? 's' : 'c');

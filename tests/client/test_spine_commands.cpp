@@ -24,7 +24,7 @@ const Set TAG = [](ShowFilter &f) { f.eth_tag_set = 1, f.eth_tag = 0xab; };
 const Set ISID = [](ShowFilter &f) { f.i_sid_set = 1, f.i_sid = 0x2a; };
 const Set ESI = [](ShowFilter &f) { f.esi_set = 1, evpn_esi_pton(E.c_str(), f.esi); };
 const Set BAD_ESI = [](ShowFilter &f) { f.esi_set = 1, f.esi[0] = 6; };  // type 6 has no text
-const Set IFN = [](ShowFilter &f) { f.ifname_set = 1, strcpy(f.ifname, "BE1"); };
+const Set IFN = [](ShowFilter &f) { f.ifname_set = 1, strcpy(f.ifname, "bond1"); };
 const Set PW = [](ShowFilter &f) {
     f.pw_neighbor_set = 1, f.pw_id = 100, l2vpn_inet_pton("10.0.0.1", &f.pw_neighbor);
 };
@@ -131,7 +131,7 @@ TEST_F(SpineCommands, PathsTracesAndFetches) {
     const std::string I = "l2vpn_evpn_imcast_bag ", N = "l2vpn_evpn_neighbor_bag ",
                       EAD = "l2vpn_evpn_ead_bag ", P = "l2vpn_evpn_pl_bag ", S = "l2vpn_evpn_es_bag ",
                       AC = "l2vpn_atom_acid_bag ", IG = "l2vpn_evpn_igmp_bag ";
-    const std::string ifn = "intf filter path: " + ES + "-ifname/BE1", esi = "esi filter path: " + ES +
+    const std::string ifn = "intf filter path: " + ES + "-ifname/bond1", esi = "esi filter path: " + ES +
                           "-esi/" + E, pw = "PW filter path: " + ES + "-pw/" + H + ",0x64";
     const std::vector<PathCase> cases = {
         {0, {V5, MAC, IP}, {"value + mac + ip filter path: @"}, "walk " + M + "-evi_mac_ip/0x5,11,22,33," + H},
@@ -158,7 +158,7 @@ TEST_F(SpineCommands, PathsTracesAndFetches) {
         {1, {V5, BD, TAG}, {"value + eth_tag filter path: " + IM + "-evi_eth_tag/0x5,ab",
                             "bd + eth_tag filter path: @"}, I + IM + "-bd_eth_tag/bd1,ab"},
         {3, {}, {}, S + ES},
-        {3, {IFN}, {"intf filter path: @"}, S + ES + "-ifname/BE1"},
+        {3, {IFN}, {"intf filter path: @"}, S + ES + "-ifname/bond1"},
         {3, {ESI}, {"esi filter path: @"}, S + ES + "-esi/" + E},
         {3, {PW}, {"PW filter path: @"}, S + ES + "-pw/" + H + ",0x64"},
         {3, {VFI}, {"VFI filter path: @"}, S + ES + "-vfi/core"},

@@ -253,10 +253,10 @@ TEST(Formatters, AttachmentNames) {
         EXPECT_EQ(std::string(buf), c.out ? c.out : long_name.substr(0, 79));
         EXPECT_EQ(buf[80], kFill);
     }
-    char key[23];   // exactly fits the first name
-    EXPECT_EQ(imc_internal_namestring("GigabitEthernet0/0/0/1", key, sizeof key, 0), 0);
-    EXPECT_STREQ(key, "GigabitEthernet0_0_0_1");
-    EXPECT_NE(imc_internal_namestring("GigabitEthernet0/0/0/10", key, sizeof key, 0), 0);
+    char key[13];   // exactly fits the first name
+    EXPECT_EQ(imc_internal_namestring("ports/1/eth1", key, sizeof key, 0), 0);
+    EXPECT_STREQ(key, "ports_1_eth1");
+    EXPECT_NE(imc_internal_namestring("ports/1/eth10", key, sizeof key, 0), 0);
     EXPECT_NE(imc_internal_namestring("", key, sizeof key, 0), 0);
     EXPECT_NE(imc_internal_namestring(nullptr, key, sizeof key, 0), 0);
 }

@@ -799,8 +799,8 @@ TEST_F(Store, CapabilitiesAndInterfacesComeFromTheBoundDatabase) {
         Db db(path("c1.db"));
         ASSERT_TRUE(db.w().set_capability("srv6", 1, err)) << err;
         ASSERT_TRUE(db.w().set_capability("srv6_elan", 0, err)) << err;
-        ASSERT_TRUE(db.w().add_interface(0x100, "GigabitEthernet0/0/0/1", "Up", err)) << err;
-        ASSERT_TRUE(db.w().add_interface(0x200, "BE1", "Down", err)) << err;
+        ASSERT_TRUE(db.w().add_interface(0x100, "eth1", "Up", err)) << err;
+        ASSERT_TRUE(db.w().add_interface(0x200, "bond1", "Down", err)) << err;
         db.commit();
         Db empty(path("c2.db"));
         empty.commit();
@@ -809,8 +809,8 @@ TEST_F(Store, CapabilitiesAndInterfacesComeFromTheBoundDatabase) {
     platform_caps_reset();
     EXPECT_EQ(l2vpn_platform_srv6_supported(), 1);
     EXPECT_EQ(l2vpn_platform_srv6_elan_supported(), 0);
-    EXPECT_STREQ(l2vpn_if_name(0x100, 0), "GigabitEthernet0/0/0/1");
-    EXPECT_STREQ(im_display_namestring(0x200), "BE1");
+    EXPECT_STREQ(l2vpn_if_name(0x100, 0), "eth1");
+    EXPECT_STREQ(im_display_namestring(0x200), "bond1");
     EXPECT_STREQ(im_state_reverse_lookup(0x200), "Down");
     EXPECT_STREQ(l2vpn_if_name(0x300, 0), "0x300");
     EXPECT_STREQ(im_state_reverse_lookup(0x300), "Unknown");

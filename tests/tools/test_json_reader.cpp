@@ -71,11 +71,11 @@ std::string value(const std::string &text) {
 
 TEST(JsonReader, TokensDoNotDependOnWhereTheBufferRefills) {
     const std::string doc =
-        "\xef\xbb\xbf{\"name\": \"Gigabit\\tEthernet\\u00e9\xe2\x82\xac\\ud83d\\ude00 and then some more text\",\n"
+        "\xef\xbb\xbf{\"name\": \"bond1\\teth2.100\\u00e9\xe2\x82\xac\\ud83d\\ude00 and then some more text\",\n"
         "  \"list\": [0, -1, 18446744073709551615, -9223372036854775808, 1.5e-3, true, false, null],\n"
         "  \"nested\": {\"a\": [[], {}], \"\": \"\"}, \"tail\": {\"x\": [\"end\"]}\r\n}  \n";
     const std::vector<std::string> expected = {
-        "{", "k:name", "s:Gigabit\tEthernet\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80 and then some more text",
+        "{", "k:name", "s:bond1\teth2.100\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80 and then some more text",
         "k:list", "[", "u:0", "i:-1", "u:18446744073709551615", "i:-9223372036854775808", "f:1.5e-3",
         "true", "false", "null", "]", "k:nested", "{", "k:a", "[", "[", "]", "{", "}", "]", "k:", "s:",
         "}", "k:tail", "{", "k:x", "[", "s:end", "]", "}", "}"};

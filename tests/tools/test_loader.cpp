@@ -31,8 +31,8 @@ const char *const kGood = R"({
   "comment": "two EVIs and their routes",
   "capabilities": {"srv6": true, "srv6_elan": 0},
   "interfaces": [
-    {"name": "GigabitEthernet0/0/0/1", "handle": 256, "state": "Up"},
-    {"name": "BE1", "handle": 4096}
+    {"name": "eth1", "handle": 256, "state": "Up"},
+    {"name": "bond1", "handle": 4096}
   ],
   "bd_stats": [
     {"node": 0, "bd_id": 5, "rx_total_packets": 10, "tx_total_bytes": 9007199254740993},

@@ -6,7 +6,7 @@
 // an encapsulation (about 60% MPLS, 25% VXLAN, 15% SRv6). Routes are spread
 // evenly over the EVIs and come in hosts: a MAC-only route, often a MAC+IPv4
 // route and sometimes a MAC+IPv6 route for the same MAC. About 30% of hosts
-// are local (some on a multi-homed bundle, some of those also learned from
+// are local (some on a multi-homed bond, some of those also learned from
 // the peer), the rest remote with 1 to 4 paths (more than one path means an
 // aliased multi-homed segment). MACs and IPv4 addresses grow with the host
 // number, so routes come out in key order and inserts append.
@@ -295,11 +295,11 @@ class Generator {
             r.local_label = evi_label(encap, evi, 0);
             if (multihomed) {
                 r.local_esi = b.local_esi;
-                snprintf(b.nexthop_name, sizeof b.nexthop_name, "Bundle-Ether%u.%u", segment + 1, evi);
+                snprintf(b.nexthop_name, sizeof b.nexthop_name, "bond%u.%u", segment + 1, evi);
             } else if (encap == kEncapSrv6 || rng_.chance(10)) {
                 snprintf(b.nexthop_name, sizeof b.nexthop_name, "PW:192.0.2.%u,%u", 20 + ac, evi);
             } else {
-                snprintf(b.nexthop_name, sizeof b.nexthop_name, "GigabitEthernet0/0/%u/%u", ac / 16, ac);
+                snprintf(b.nexthop_name, sizeof b.nexthop_name, "eth%u", ac);
             }
             r.local_nexthop_name = b.nexthop_name;
             r.mac_state = const_cast<char *>("Local");
