@@ -44,37 +44,13 @@
                                       bag_fields_##T::decode};                           \
     const BagDesc *l2vpn_bag_dll__##T(void) { return &bag_desc_##T; }
 
-BAG_DESCRIBE(SidStructure)
-BAG_DESCRIBE(Srv6Sid)
-BAG_DESCRIBE(SrTeInfo)
-BAG_DESCRIBE(L2Attributes)
-BAG_DESCRIBE(EvpnPath)
-BAG_DESCRIBE(evt_hist_entry_bag)
-BAG_DESCRIBE(evt_hist_bag)
-BAG_DESCRIBE(l2vpn_timespec_bag)
-BAG_DESCRIBE(l2vpn_diag_stats_bag)
-BAG_DESCRIBE(l2vpn_evpn_mac_bag)
-BAG_DESCRIBE(l2vpn_evpn_evi_summary_bag)
-BAG_DESCRIBE(l2vpn_evpn_evi_detail_bag)
-BAG_DESCRIBE(l2vpn_evpn_evi_bgp_rt_bag)
-BAG_DESCRIBE(l2vpn_evpn_rd_private_bag)
-BAG_DESCRIBE(l2vpn_evpn_rd_rt_entry)
-BAG_DESCRIBE(l2vpn_evpn_summary_bag)
+#define BAG_DESCRIBE_RECORD(T, N) BAG_DESCRIBE(T)
+#define BAG_RECORD_ENTRY(T, N) &bag_desc_##T,
 
-// Decoded records must fit the buffers the show commands allocate for them.
-static_assert(sizeof(l2vpn_evpn_mac_bag) <= 320);
-static_assert(sizeof(l2vpn_evpn_evi_summary_bag) <= 24);
-static_assert(sizeof(l2vpn_evpn_evi_detail_bag) <= 432);
-static_assert(sizeof(l2vpn_evpn_evi_bgp_rt_bag) <= 96);
-static_assert(sizeof(l2vpn_evpn_rd_private_bag) <= 64);
-static_assert(sizeof(l2vpn_evpn_summary_bag) <= 616);
+BAG_SUBRECORDS(BAG_DESCRIBE)
+BAG_RECORDS(BAG_DESCRIBE_RECORD)
 
-const BagDesc *const bag_record_types[] = {
-    &bag_desc_l2vpn_evpn_mac_bag,        &bag_desc_l2vpn_evpn_evi_summary_bag,
-    &bag_desc_l2vpn_evpn_evi_detail_bag, &bag_desc_l2vpn_evpn_evi_bgp_rt_bag,
-    &bag_desc_l2vpn_evpn_rd_private_bag, &bag_desc_l2vpn_evpn_summary_bag,
-    nullptr,
-};
+const BagDesc *const bag_record_types[] = {BAG_RECORDS(BAG_RECORD_ENTRY) nullptr};
 
 const BagDesc *bag_desc_by_name(const char *name) {
     for (const BagDesc *const *d = bag_record_types; *d; d++)

@@ -326,11 +326,7 @@ struct CodeWord {
     const char *word;
 };
 
-#define EVPN_ENCAP_WORDS(X)                                                     \
-    X(0, "N/A") X(1, "L2TPv3") X(2, "GRE") X(7, "IPinIP") X(8, "VXLAN")         \
-    X(9, "NVGRE") X(10, "MPLS") X(11, "MPLSoGRE") X(12, "VXLAN-GPE")            \
-    X(13, "MPLSoUDP") X(255, "SRv6")
-#define EVPN_CODE_WORD(code, word) {code, word},
+#define EVPN_CODE_WORD(name, code, word) {name, word},
 constexpr CodeWord kEncapWords[] = {EVPN_ENCAP_WORDS(EVPN_CODE_WORD)};
 #undef EVPN_CODE_WORD
 
@@ -520,17 +516,16 @@ void l2vpn_bag_rd_to_text(const l2vpn_bag_rd_t *value, char *buf, size_t size) {
 // ---- Labels and identifiers ------------------------------------------------
 
 namespace {
-constexpr uint32_t kEncapVxlan = 8, kEncapMpls = 10;
 constexpr uint32_t kLabelImplicitNull = 3;
 constexpr uint32_t kLabelMax = 0xFFFFF;   // 20-bit MPLS label
 }  // namespace
 
 void l2vpn_mpls_label_to_str(uint32_t label, char *buf, size_t size, uint32_t encap) {
-    if (encap == kEncapVxlan)
+    if (encap == EVPN_ENCAP_VXLAN)
         bounded_decimal(buf, size, label);   // a VNI, not a label
     else if (label == kLabelImplicitNull)
         bounded_copy(buf, size, "IMP-NULL", 8);
-    else if (encap == kEncapMpls && label > kLabelMax)
+    else if (encap == EVPN_ENCAP_MPLS && label > kLabelMax)
         bounded_copy(buf, size, "Invalid", 7);
     else
         bounded_decimal(buf, size, label);

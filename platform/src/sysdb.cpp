@@ -460,10 +460,8 @@ uint32_t run_listing(sysdb_handle_td h, const char *path, const char *resume, ui
     return out.entries.empty() ? static_cast<uint32_t>(SYSDB_ERR_NOT_FOUND) : 0u;
 }
 
-}  // namespace
-
-uint32_t sysdb_item_get(sysdb_handle_td h, const char *path, uint32_t *type, void **data,
-                        uint32_t *len, uint32_t) {
+uint32_t item_get(sysdb_handle_td h, const char *path, uint32_t *type, void **data,
+                  uint32_t *len) {
     if (data) *data = nullptr;
     if (len) *len = 0;
     if (!h) return SYSDB_ERR_NOT_BOUND;
@@ -499,6 +497,18 @@ uint32_t sysdb_item_get(sysdb_handle_td h, const char *path, uint32_t *type, voi
     return result;
 }
 
+}  // namespace
+
+uint32_t sysdb_item_get(sysdb_handle_td h, const char *path, uint32_t *type, void **data,
+                        uint32_t *len, uint32_t) {
+    uint32_t rc = item_get(h, path, type, data, len);
+    if (g_observer) {
+        sysdb_request_s r{true, path, "", 0, 0, 0, rc};
+        g_observer(&r, g_observer_arg);
+    }
+    return rc;
+}
+
 uint32_t sysdb_datalist(sysdb_handle_td h, const char *path, const char *resume_name,
                         uint32_t *count, sysdb_datalist_h_td *list, uint32_t flags) {
     uint32_t want = count ? *count : 0;
@@ -515,7 +525,7 @@ uint32_t sysdb_datalist(sysdb_handle_td h, const char *path, const char *resume_
     if (got) *list = dl;
     else give_back_datalist(dl);
     if (g_observer) {
-        sysdb_request_s r{path, resume_name, want, got, flags, rc};
+        sysdb_request_s r{false, path, resume_name, want, got, flags, rc};
         g_observer(&r, g_observer_arg);
     }
     return rc;

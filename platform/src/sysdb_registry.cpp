@@ -8,12 +8,13 @@
 #include "platform/sysdb_registry.h"
 
 #include "platform/bag_types.h"
+#include "platform/sysdb_paths.h"
 
 namespace {
 
 const std::vector<ListingDef> kRegistry = {
     // MAC and MAC/IP routes: keys evi(0) mac(1) ip(2) bd_name(3).
-    {"evpn_evi_detail/evi_child_container/evpn_mac",
+    {EVPN_PATH_MAC,
      &bag_desc_l2vpn_evpn_mac_bag,
      false,
      {{"evi", KeyText::HEX0X}, {"mac_address", KeyText::MAC3}, {"ip_address", KeyText::IPHEX},
@@ -27,20 +28,20 @@ const std::vector<ListingDef> kRegistry = {
          {"bd", {3}, {{3}}},
      }},
     // EVIs, brief and detailed: keys vpn_id(0) encap(1) bd_name(2).
-    {"evpn_evi",
+    {EVPN_PATH_EVI,
      &bag_desc_l2vpn_evpn_evi_summary_bag,
      false,
      {{"vpn_id", KeyText::HEX0X}, {"encap", KeyText::HEX0X}, {"bd_name", KeyText::STR}},
      {0, 1},
      {{"evi", {0}, {{0}}}, {"bd", {2}, {{2}}}}},
-    {"evpn_evi_detail/detailed_elements",
+    {EVPN_PATH_EVI_DETAIL,
      &bag_desc_l2vpn_evpn_evi_detail_bag,
      false,
      {{"vpn_id", KeyText::HEX0X}, {"encap", KeyText::HEX0X}, {"bd_name", KeyText::STR}},
      {0, 1},
      {{"evi", {0}, {{0}}}, {"bd", {2}, {{2}}}}},
     // Route targets of EVIs: keys vpn_id(0) encap(1) rt(2) rt_type(3).
-    {"evpn_evi_detail/evi_child_container/evi_route_targets",
+    {EVPN_PATH_EVI_RT,
      &bag_desc_l2vpn_evpn_evi_bgp_rt_bag,
      false,
      {{"vpn_id", KeyText::HEX0X},
@@ -50,9 +51,9 @@ const std::vector<ListingDef> kRegistry = {
      {0, 1, 2, 3},
      {{"evi_encap", {0, 1}, {{0, 1}}}}},
     // Route distinguisher database.
-    {"rd_private", &bag_desc_l2vpn_evpn_rd_private_bag, false, {{"rd", KeyText::RDHEX}}, {0}, {}},
+    {EVPN_PATH_RD, &bag_desc_l2vpn_evpn_rd_private_bag, false, {{"rd", KeyText::RDHEX}}, {0}, {}},
     // Global summary: one item.
-    {"summary", &bag_desc_l2vpn_evpn_summary_bag, true, {}, {}, {}},
+    {EVPN_PATH_SUMMARY, &bag_desc_l2vpn_evpn_summary_bag, true, {}, {}, {}},
 };
 
 }  // namespace

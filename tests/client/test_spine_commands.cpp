@@ -128,9 +128,7 @@ struct PathCase {
 };
 
 TEST_F(SpineCommands, PathsTracesAndFetches) {
-    const std::string I = "l2vpn_evpn_imcast_bag ", N = "l2vpn_evpn_neighbor_bag ",
-                      EAD = "l2vpn_evpn_ead_bag ", P = "l2vpn_evpn_pl_bag ", S = "l2vpn_evpn_es_bag ",
-                      AC = "l2vpn_atom_acid_bag ", IG = "l2vpn_evpn_igmp_bag ";
+    const std::string I = "walk ", N = I, EAD = I, P = I, S = I, IG = I;
     const std::string ifn = "intf filter path: " + ES + "-ifname/bond1", esi = "esi filter path: " + ES +
                           "-esi/" + E, pw = "PW filter path: " + ES + "-pw/" + H + ",0x64";
     const std::vector<PathCase> cases = {
@@ -175,7 +173,7 @@ TEST_F(SpineCommands, PathsTracesAndFetches) {
         {5, {DETAIL}, {}, "walk " + D},
         {5, {DETAIL, V(0x64)}, {}, "walk " + D + "-evi/0x64"},
         {5, {PRIV, BD}, {}, "walk " + D + "-bd/bd1"},
-        {7, {}, {}, ""},
+        {7, {}, {}, "get summary"},
         {8, {V(0x1f), IP}, {"value + ip addr filter path: @"}, N + NB + "-evi_nbr_ip/0x1f," + H},
         {8, {V(0x1f)}, {"value filter path: @"}, N + NB + "-evi/0x1f"},
         {8, {BD, IP}, {"bd + ip addr filter path: @"}, N + NB + "-bd_nbr_ip/bd1," + H},
@@ -189,27 +187,27 @@ TEST_F(SpineCommands, PathsTracesAndFetches) {
         {9, {ESI}, {"esi filter path: @"}, EAD + EA + "-esi/" + E},
         {9, {}, {}, EAD + EA},
         {9, {BD, BAD_ESI}, {"Failed to extract ESI string from array"}, ""},
-        {10, {V5, ISID}, {}, AC + "evpn_atom_acid/0x5,2a"},
-        {10, {V5}, {}, AC + "evpn_atom_acid-evi/0x5"},
-        {10, {ISID}, {}, AC + "evpn_atom_acid"},
+        {10, {V5, ISID}, {}, "get evpn_atom_acid/0x5,2a"},
+        {10, {V5}, {}, "walk evpn_atom_acid-evi/0x5"},
+        {10, {ISID}, {}, "walk evpn_atom_acid"},
         {11, {V5, ESI, ISID}, {"PL value + label esi + tag filter path: @"}, P + PL + "-evi_esi_tag/0x5," + E + ",2a"},
         {11, {V5, ESI}, {"PL value + label esi filter path: @"}, P + PL + "-evi_esi/0x5," + E},
         {11, {V5, ISID}, {"PL value filter path: @"}, P + PL + "-evi/0x5"},
         {11, {BAD_ESI, ISID}, {}, P + PL},  // without -M neither plays a part
         {11, {V5, BAD_ESI}, {"Failed to extract ESI string from array"}, ""},
-        {12, {}, {}, "l2vpn_evpn_remote_shg_bag remote_shg"},
+        {12, {}, {}, "walk remote_shg"},
         {13, {V5, ESI}, {"value + esi filter path: @"}, IG + "igmp-evi_esi/0x5," + E},
         {13, {V5}, {"value filter path: @"}, IG + "igmp-evi/0x5"},
         {13, {ESI}, {"esi filter path: @"}, IG + "igmp-esi/" + E},
         {13, {}, {}, IG + "igmp"},
         {13, {BAD_ESI}, {"Failed to extract ESI string from array"}, ""},
-        {14, {}, {}, "l2vpn_evpn_client_bag client"},
-        {15, {}, {}, "evpn_grp_info_bag evpn_grp"},
-        {15, {GRP}, {}, "evpn_grp_info_bag evpn_grp/1f"},  // missing: not traced
-        {16, {}, {}, "l2vpn_evpn_tep_bag tep"},
-        {16, {V(0x1f)}, {}, "l2vpn_evpn_tep_bag tep/1f/info"},
+        {14, {}, {}, "walk client"},
+        {15, {}, {}, "walk evpn_grp"},
+        {15, {GRP}, {}, "get evpn_grp/1f"},  // missing: not traced
+        {16, {}, {}, "walk tep"},
+        {16, {V(0x1f)}, {}, "get tep/1f/info"},
         {19, {}, {}, ""},
-        {19, {PRIV}, {}, "l2vpn_ges_map_entry_bag ges-map"},
+        {19, {PRIV}, {}, "walk ges-map"},
     };
     for (const PathCase &k : cases) {
         spine_test::Capture c = run(k.command, k.filters);
@@ -222,7 +220,7 @@ TEST_F(SpineCommands, PathsTracesAndFetches) {
         EXPECT_EQ(c.traces, traces) << k.command << " " << k.fetch;
         EXPECT_EQ(c.fetches, k.fetch.empty() ? Lines{} : Lines{k.fetch}) << k.command;
         for (const sysdb_request_s &r : c.requests) {
-            EXPECT_EQ(r.count_in, 200u);
+            EXPECT_EQ(r.count_in, k.command == 14 ? 5u : 200u);  // clients come five at a time
             EXPECT_EQ(r.flags, 0u);
         }
     }

@@ -15,8 +15,6 @@
 #include "subprocess.h"
 #include "sysdb_writer.h"
 
-extern void (*evpn_show_pending_fetch_observer)(const char *type, const char *path);
-
 namespace spine_test {
 
 inline std::string scratch(const std::string &name) {  // in a directory removed at exit
@@ -59,11 +57,11 @@ inline ClientRun run_client(std::vector<std::string> args, const std::vector<std
 }
 
 // What ran in this process printed, traced and fetched. A fetch is a database
-// listing request "walk <path>" (with " rc=<code>" unless the database
-// understood the path and found it empty) or a pending fetch "<type> <path>".
+// request: "walk <path>" for a listing, "get <path>" for one item, with
+// " rc=<code>" unless the database understood the path and found nothing.
 struct Capture {
     std::string out, traces;
-    std::vector<sysdb_request_s> requests;  // path and resume name not kept
+    std::vector<sysdb_request_s> requests;  // listings only; path and resume name not kept
     std::vector<std::string> paths, resume_names, fetches;
 };
 
@@ -74,17 +72,15 @@ inline Capture capture(const std::function<void()> &body) {
     g_capture = &c;
     sysdb_set_request_observer(
         [](const sysdb_request_s *r, void *) {
+            char rc[24] = "";
+            if (r->result != SYSDB_ERR_NOT_FOUND) snprintf(rc, sizeof rc, " rc=%x", r->result);
+            g_capture->fetches.push_back(std::string(r->item ? "get " : "walk ") + r->path + rc);
+            if (r->item) return;
             g_capture->requests.push_back(*r);
             g_capture->paths.push_back(r->path);
             g_capture->resume_names.push_back(r->resume_name);
-            char rc[24] = "";
-            if (r->result != SYSDB_ERR_NOT_FOUND) snprintf(rc, sizeof rc, " rc=%x", r->result);
-            g_capture->fetches.push_back(std::string("walk ") + r->path + rc);
         },
         nullptr);
-    evpn_show_pending_fetch_observer = [](const char *type, const char *path) {
-        g_capture->fetches.push_back(std::string(type) + " " + path);
-    };
     l2vpn_debug_set_enabled_bitset(~0ull);
     fflush(stdout);
     testing::internal::CaptureStdout();
@@ -94,7 +90,6 @@ inline Capture capture(const std::function<void()> &body) {
     c.out = testing::internal::GetCapturedStdout();
     c.traces = traces(testing::internal::GetCapturedStderr());
     l2vpn_debug_set_enabled_bitset(0);
-    evpn_show_pending_fetch_observer = nullptr;
     sysdb_set_request_observer(nullptr, nullptr);
     g_capture = nullptr;
     return c;

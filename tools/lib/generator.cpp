@@ -33,7 +33,6 @@ constexpr const char *kMacBase = "evpn_evi_detail/evi_child_container/evpn_mac";
 constexpr const char *kEviBase = "evpn_evi";
 constexpr const char *kSummaryBase = "summary";
 
-constexpr uint8_t kEncapVxlan = 8, kEncapMpls = 10, kEncapSrv6 = 255;
 constexpr const char *kZeroEsi = "0000.0000.0000.0000.0000";
 constexpr int kPeers = 64;         // remote PEs
 constexpr int kSegments = 16;      // multi-homed Ethernet segments
@@ -86,15 +85,15 @@ void srv6_sid(Srv6Sid &s, uint16_t node, uint16_t function, uint16_t behavior) {
 uint8_t evi_encap(uint32_t evi, uint64_t seed) {
     SplitMix64 r{seed ^ (uint64_t(evi) * 0x2545f4914f6cdd1dull)};
     uint32_t p = r.below(100);
-    return p < 60 ? kEncapMpls : p < 85 ? kEncapVxlan : kEncapSrv6;
+    return p < 60 ? EVPN_ENCAP_MPLS : p < 85 ? EVPN_ENCAP_VXLAN : EVPN_ENCAP_SRV6;
 }
 
-uint32_t evi_type(uint8_t encap) { return encap == kEncapVxlan ? 5 : encap == kEncapSrv6 ? 6 : 1; }
+uint32_t evi_type(uint8_t encap) { return encap == EVPN_ENCAP_VXLAN ? 5 : encap == EVPN_ENCAP_SRV6 ? 6 : 1; }
 
 // Label or VNI of an EVI's routes on one PE (0 is this router).
 uint32_t evi_label(uint8_t encap, uint32_t evi, uint32_t pe) {
-    if (encap == kEncapVxlan) return 10000 + evi;
-    if (encap == kEncapSrv6) return 0xe000 + (evi & 0xfff);
+    if (encap == EVPN_ENCAP_VXLAN) return 10000 + evi;
+    if (encap == EVPN_ENCAP_SRV6) return 0xe000 + (evi & 0xfff);
     return 24000 + ((evi + pe * 7919) % 1000000);
 }
 
@@ -179,7 +178,7 @@ class Generator {
 
     bool run(GenCounts &counts) {
         bool srv6 = false;
-        for (uint32_t e = 1; e <= opt_.evis && !srv6; e++) srv6 = evi_encap(e, opt_.seed) == kEncapSrv6;
+        for (uint32_t e = 1; e <= opt_.evis && !srv6; e++) srv6 = evi_encap(e, opt_.seed) == EVPN_ENCAP_SRV6;
         if (w_ && srv6 &&
             (!w_->set_capability("srv6", 1, err_) || !w_->set_capability("srv6_elan", 1, err_)))
             return false;
@@ -253,7 +252,7 @@ class Generator {
                     ipv6(b.r.ip_address, 0x2001, 0xdb8, uint16_t(evi >> 16), uint16_t(evi),
                          static_cast<uint32_t>(host_));
                 // Symmetric IRB routes carry a layer-3 label.
-                b.r.l3_label = kind && encap == kEncapMpls && (host_ % 3 == 0) ? 25000 + evi % 1000 : 0;
+                b.r.l3_label = kind && encap == EVPN_ENCAP_MPLS && (host_ % 3 == 0) ? 25000 + evi % 1000 : 0;
                 if (!put(kMacBase, &b.r, &bag_desc_l2vpn_evpn_mac_bag)) return false;
                 quota--;
                 c_.routes++;
@@ -296,7 +295,7 @@ class Generator {
             if (multihomed) {
                 r.local_esi = b.local_esi;
                 snprintf(b.nexthop_name, sizeof b.nexthop_name, "bond%u.%u", segment + 1, evi);
-            } else if (encap == kEncapSrv6 || rng_.chance(10)) {
+            } else if (encap == EVPN_ENCAP_SRV6 || rng_.chance(10)) {
                 snprintf(b.nexthop_name, sizeof b.nexthop_name, "PW:192.0.2.%u,%u", 20 + ac, evi);
             } else {
                 snprintf(b.nexthop_name, sizeof b.nexthop_name, "eth%u", ac);
@@ -312,7 +311,7 @@ class Generator {
             r.mac_producers = r.best_producer = 1;
             r.local_ac_id = ac;
             r.bp_ifh = 4096 + ac * 32;
-            if (encap == kEncapSrv6) {
+            if (encap == EVPN_ENCAP_SRV6) {
                 srv6_sid(b.local_sid, 1, uint16_t(r.local_label), 63);
                 r.local_sids = {1, &b.local_sid};
             }
@@ -368,7 +367,7 @@ class Generator {
             EvpnPath &p = b.paths[i];
             memset(&p, 0, sizeof p);
             uint32_t pe = 1 + (first + i) % kPeers;
-            if (encap == kEncapSrv6) {
+            if (encap == EVPN_ENCAP_SRV6) {
                 ipv6(p.NextHop, 0x2001, 0xdb8, 0, 0, pe);
                 srv6_sid(b.path_sids[i], uint16_t(pe + 1), uint16_t(evi_label(encap, evi, pe)), 63);
                 p.SRv6_SIDInfo = {1, &b.path_sids[i]};

@@ -1,6 +1,8 @@
-// Printers of forwarding entries (MAC/IP routes) and the formatting of the
-// parts of a remote path that several displays share: SRv6 SID columns,
-// Ethernet tags, SR-TE steering and path issues.
+// Forwarding entries: the commands of MAC/IP routes, inclusive-multicast
+// routes, labels and internal IDs, neighbors, EAD routes and pathlists, with
+// their headers, paths and printers, and the formatting of the parts of a
+// remote path that several displays share: SRv6 SID columns, Ethernet tags,
+// SR-TE steering and path issues.
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
@@ -13,7 +15,13 @@
 
 namespace {
 
-constexpr uint32_t kEncapSrv6 = 255;
+// The record types the commands read.
+constexpr RecordTypeDef kMacRoute = record_type<l2vpn_evpn_mac_bag>(print_evpn_mac_bag, 200);
+constexpr RecordTypeDef kImcastRoute = pending_type(200);   // print_evpn_imcast_bag
+constexpr RecordTypeDef kNeighbor = pending_type(200);      // print_evpn_neighbor_bag
+constexpr RecordTypeDef kNeighborLeaf = pending_type(200);  // print_evpn_neighbor_leaf_evis
+constexpr RecordTypeDef kEadRoute = pending_type(200);      // print_evpn_ead_bag
+constexpr RecordTypeDef kPathlist = pending_type(200);      // print_evpn_pl_bag
 
 constexpr uint32_t kEthernetTagMax = 0xFFFFFFFF;
 constexpr uint32_t kEthernetTagTypeVlanPair = 4;
@@ -27,7 +35,6 @@ enum : uint8_t {
     kSrTeSrv6Bsid = 3,
 };
 
-constexpr size_t kLabelTextSize = 100;
 constexpr size_t kAttachNameSize = 80;
 constexpr size_t kSidIndentSize = 200;
 constexpr int kNexthopWidth = 39;
@@ -64,8 +71,6 @@ const char *yes_no(uint32_t flag) { return flag ? "Yes" : "No"; }
 const char *true_false(uint32_t flag) { return flag ? "True" : "False"; }
 const char *leaf_root(uint32_t leaf) { return leaf ? "Leaf" : "Root"; }
 
-// A text field left absent (hand-built records) reads as empty.
-const char *text_of(const char *s) { return s ? s : ""; }
 
 // ---- MAC route lines ---------------------------------------------------------
 
@@ -135,14 +140,14 @@ void print_ext_flags_line(uint32_t ext_flags) {
     putchar('\n');
 }
 
-void print_mac_detail(const l2vpn_evpn_mac_bag *mac, char (&label_text)[kLabelTextSize]) {
+void print_mac_detail(const l2vpn_evpn_mac_bag *mac, char (&label_text)[EVPN_LABEL_TEXT_SIZE]) {
     const bool priv = show_filter.private_view != 0;
     const bool show_local = mac->local || priv;
     const bool show_remote = mac->remote || priv;
 
     print_detail_line("Ethernet Tag", "%u", mac->ethernet_tag);
     print_detail_line("Multi-paths Resolved", "%s", true_false(mac->resolved));
-    l2vpn_mpls_label_to_str(mac->internal_label, label_text, kLabelTextSize, mac->encap);
+    l2vpn_mpls_label_to_str(mac->internal_label, label_text, EVPN_LABEL_TEXT_SIZE, mac->encap);
     print_detail_line("Multi-paths Internal label", "%s", label_text);
     print_detail_line("Local Static", "%s", yes_no(mac->local_static));
     print_detail_line("Remote Static", "%s", yes_no(mac->remote_static));
@@ -271,7 +276,7 @@ void print_path_issues(const bag_array<uint32_t> *issues, uint32_t encap, const 
         const uint32_t code = issues->data[i];
         if (i > 0)
             fputs(", ", stdout);
-        if (code == kIssueMissingLabel && encap == kEncapSrv6) {
+        if (code == kIssueMissingLabel && encap == EVPN_ENCAP_SRV6) {
             fputs(kIssueMissingSids, stdout);
             continue;
         }
@@ -311,7 +316,7 @@ void print_evpn_mac_bag_debug(const l2vpn_evpn_mac_bag *mac) {
 
 void print_evpn_mac_bag(const void *record, const char *, PrintContext *) {
     const auto *mac = static_cast<const l2vpn_evpn_mac_bag *>(record);
-    char label_text[kLabelTextSize] = {};
+    char label_text[EVPN_LABEL_TEXT_SIZE] = {};
     static char sid_indent[kSidIndentSize];  // made once: this runs per route
     if (!sid_indent[0])
         snprintf(sid_indent, sizeof sid_indent, "%102s", "");
@@ -325,7 +330,7 @@ void print_evpn_mac_bag(const void *record, const char *, PrintContext *) {
     if (mac->local) {
         format_route_columns(mac, mac->local_encap, columns);
         fputs(columns, stdout);
-        l2vpn_mpls_label_to_str(mac->local_label, label_text, kLabelTextSize, mac->encap);
+        l2vpn_mpls_label_to_str(mac->local_label, label_text, EVPN_LABEL_TEXT_SIZE, mac->encap);
         print_local_nexthop(mac, label_text);
         print_sid_column(&mac->local_sids, sid_indent);
         putchar('\n');
@@ -340,7 +345,7 @@ void print_evpn_mac_bag(const void *record, const char *, PrintContext *) {
     for (uint32_t i = 0; i < mac->path_buffer.count; i++) {
         const EvpnPath &path = mac->path_buffer.data[i];
         fputs(columns, stdout);
-        l2vpn_mpls_label_to_str(path.OutputLabel, label_text, kLabelTextSize, mac->encap);
+        l2vpn_mpls_label_to_str(path.OutputLabel, label_text, EVPN_LABEL_TEXT_SIZE, mac->encap);
         show_printf(" %-39.39s %-8s", l2vpn_inet_ntop(&path.NextHop), label_text);
         print_sid_column(&path.SRv6_SIDInfo, sid_indent);
         putchar('\n');
@@ -355,3 +360,212 @@ void print_evpn_mac_bag(const void *record, const char *, PrintContext *) {
 
 // Label and internal-ID listings come with their printers.
 void show_evpn_label_db_common(const char *, RecordPrinter) {}
+
+// ============================================================================
+// Commands: headers and paths
+// ============================================================================
+// Columns: 10 10 14 40 39 8, and 39 for the SID where the platform has SRv6 E-LAN.
+void show_evpn_mac(const ShowCommandDef &cmd) {
+    static constexpr char kColumns[] = "\n%-10.10s %-10.10s %-14.14s %-40.40s %-39.39s %-8.8s";
+    static constexpr char kSidColumn[] = " %-39.39s";
+    const ShowFilter &f = show_filter;
+    char path[EVPN_PATH_SIZE] = EVPN_PATH_MAC, ip[EVPN_IP_KEY_SIZE];
+
+    const bool sid = l2vpn_platform_srv6_elan_supported() != 0;
+    printf(kColumns, "VPN-ID", "Encap", "MAC address", "IP address", "Nexthop", "Label");
+    if (sid) printf(kSidColumn, "SID");
+    printf(kColumns, kColumnRule, kColumnRule, kColumnRule, kColumnRule, kColumnRule, kColumnRule);
+    if (sid) printf(kSidColumn, kColumnRule);
+    printf("\n");
+
+    const uint32_t *m = f.mac;
+    if (f.value_set && f.mac_set)
+        filter_path(cmd, path, "value + mac + ip filter path: %s",
+                    EVPN_PATH_MAC "-evi_mac_ip/0x%x,%x,%x,%x,%s", f.value, m[0], m[1], m[2],
+                    ip_key(ip));
+    else if (f.value_set && !f.ip_set)
+        filter_path(cmd, path, "value filter path: %s", EVPN_PATH_MAC "-evi/0x%x", f.value);
+    else if (f.value_set)
+        filter_path(cmd, path, "value + ip filter path: %s",
+                    EVPN_PATH_MAC "-evi_mac_ip/0x%x,%s,%s,%s,%s", f.value, kAnyKey, kAnyKey,
+                    kAnyKey, ip_key(ip));
+    else if (f.mac_set && !f.bd_name_set)
+        filter_path(cmd, path, "mac + ip filter path: %s", EVPN_PATH_MAC "-mac_ip/%x,%x,%x,%s",
+                    m[0], m[1], m[2], ip_key(ip));
+    else if (f.ip_set && !f.bd_name_set)
+        filter_path(cmd, path, "ip filter path: %s", EVPN_PATH_MAC "-mac_ip/%s,%s,%s,%s", kAnyKey,
+                    kAnyKey, kAnyKey, ip_key(ip));
+    else if (f.mac_set)
+        filter_path(cmd, path, "bd + mac + ip filter path: %s",
+                    EVPN_PATH_MAC "-bd_mac_ip/%s,%x,%x,%x,%s", f.bd_name, m[0], m[1], m[2],
+                    ip_key(ip));
+    else if (f.ip_set)
+        filter_path(cmd, path, "bd + ip filter path: %s", EVPN_PATH_MAC "-bd_mac_ip/%s,%s,%s,%s,%s",
+                    f.bd_name, kAnyKey, kAnyKey, kAnyKey, ip_key(ip));
+    else if (f.bd_name_set)
+        filter_path(cmd, path, "bd filter path: %s", EVPN_PATH_MAC "-bd/%s", f.bd_name);
+
+    evpn_show_walk(kMacRoute, path);
+}
+
+// Columns: 10 6 10 40.
+void show_evpn_imcast(const ShowCommandDef &cmd) {
+    static constexpr char kColumns[] = "\n%-10.10s %-6.6s %-10.10s %-40.40s\n";
+    const ShowFilter &f = show_filter;
+    char path[EVPN_PATH_SIZE] = EVPN_PATH_IMCAST, ip[EVPN_IP_KEY_SIZE];
+
+    printf(kColumns, "VPN-ID", "Encap", "EtherTag", "Originating IP");
+    printf(kColumns + 1, kColumnRule, kColumnRule, kColumnRule, kColumnRule);
+
+    if (f.value_set) {
+        if (!f.eth_tag_set)
+            filter_path(cmd, path, "value filter path: %s", EVPN_PATH_IMCAST "-evi/0x%x", f.value);
+        else if (f.ip_set)
+            filter_path(cmd, path, "value + s_eth_tag + ip addr get path: %s",
+                        EVPN_PATH_IMCAST "-evi_eth_tag_orig_ip/0x%x,%x,%s", f.value, f.eth_tag,
+                        ip_key(ip));
+        else
+            filter_path(cmd, path, "value + eth_tag filter path: %s",
+                        EVPN_PATH_IMCAST "-evi_eth_tag/0x%x,%x", f.value, f.eth_tag);
+    }
+    if (f.bd_name_set) {
+        if (!f.eth_tag_set)
+            filter_path(cmd, path, "bd filter path: %s", EVPN_PATH_IMCAST "-bd/%s", f.bd_name);
+        else if (f.ip_set)
+            filter_path(cmd, path, "bd + eth_tag + ip addr filter path: %s",
+                        EVPN_PATH_IMCAST "-bd_eth_tag_orig_ip/%s,%x,%s", f.bd_name, f.eth_tag,
+                        ip_key(ip));
+        else
+            filter_path(cmd, path, "bd + eth_tag filter path: %s",
+                        EVPN_PATH_IMCAST "-bd_eth_tag/%s,%x", f.bd_name, f.eth_tag);
+    }
+    if (!f.value_set && f.eth_tag_set && !f.bd_name_set) {
+        if (f.ip_set)
+            filter_path(cmd, path, "eth_tag + ip addr filter path: %s",
+                        EVPN_PATH_IMCAST "-eth_tag_orig_ip/%x,%s", f.eth_tag, ip_key(ip));
+        else
+            filter_path(cmd, path, "eth_tag filter path: %s", EVPN_PATH_IMCAST "-eth_tag/%x",
+                        f.eth_tag);
+    }
+
+    evpn_show_walk(kImcastRoute, path);
+}
+
+// Columns of labels and internal IDs: 10 6 27 10, three blanks, then 8 or 11.
+void show_evpn_label(const ShowCommandDef &) {
+    static constexpr char kColumns[] = "\n%-10.10s %-6.6s %-27.27s %-10.10s   %-8.8s\n";
+    printf(kColumns, "VPN-ID", "Encap", "Ethernet Segment Id", "EtherTag", "Label");
+    printf(kColumns + 1, kColumnRule, kColumnRule, kColumnRule, kColumnRule, kColumnRule);
+    const bool detailed = show_filter.detail || show_filter.private_view;
+    show_evpn_label_db_common(detailed ? EVPN_PATH_LABEL_DETAIL : EVPN_PATH_LABEL,
+                              nullptr /* PENDING print_evpn_label_bag_as_label */);
+}
+
+void show_evpn_internal_id(const ShowCommandDef &) {
+    static constexpr char kColumns[] = "\n%-10.10s %-6.6s %-27.27s %-10.10s   %-11.11s\n";
+    printf(kColumns, "VPN-ID", "Encap", "Ethernet Segment Id", "EtherTag", "Internal ID");
+    printf(kColumns + 1, kColumnRule, kColumnRule, kColumnRule, kColumnRule, kColumnRule);
+    const bool detailed = show_filter.detail || show_filter.private_view;
+    show_evpn_label_db_common(detailed ? EVPN_PATH_INTERNAL_ID_DETAIL : EVPN_PATH_INTERNAL_ID,
+                              nullptr /* PENDING print_evpn_label_bag_as_internal_id */);
+}
+
+// Columns: 10 6 40, and 20 for the leaf EVIs with -t.
+void show_evpn_neighbor(const ShowCommandDef &cmd) {
+    static constexpr char kLeafColumns[] = "\n%-10.10s %-6.6s %-40.40s %-20.20s\n";
+    static constexpr char kColumns[] = "\n%-10.10s %-6.6s %-40.40s\n";
+    const ShowFilter &f = show_filter;
+    char path[EVPN_PATH_SIZE] = EVPN_PATH_NEIGHBOR, ip[EVPN_IP_KEY_SIZE];
+
+    if (f.leaf_evis) {
+        printf(kLeafColumns, "VPN-ID", "Encap", "Neighbor IP", "Leaf EVIs");
+        printf(kLeafColumns + 1, kColumnRule, kColumnRule, kColumnRule, kColumnRule);
+    } else {
+        printf(kColumns, "VPN-ID", "Encap", "Neighbor IP");
+        printf(kColumns + 1, kColumnRule, kColumnRule, kColumnRule);
+    }
+
+    // With -N alone the whole listing is walked: the printers filter by address.
+    if (f.value_set) {
+        if (f.ip_set)
+            filter_path(cmd, path, "value + ip addr filter path: %s",
+                        EVPN_PATH_NEIGHBOR "-evi_nbr_ip/0x%x,%s", f.value, ip_key(ip));
+        else
+            filter_path(cmd, path, "value filter path: %s", EVPN_PATH_NEIGHBOR "-evi/0x%x",
+                        f.value);
+    }
+    if (f.bd_name_set) {
+        if (f.ip_set)
+            filter_path(cmd, path, "bd + ip addr filter path: %s",
+                        EVPN_PATH_NEIGHBOR "-bd_nbr_ip/%s,%s", f.bd_name, ip_key(ip));
+        else
+            filter_path(cmd, path, "bd filter path: %s", EVPN_PATH_NEIGHBOR "-bd/%s", f.bd_name);
+    }
+
+    evpn_show_walk(f.leaf_evis ? kNeighborLeaf : kNeighbor, path);
+}
+
+// Columns: 10 6 24 10 39 8, and 39 for the SID where the platform has SRv6.
+void show_evpn_ead(const ShowCommandDef &cmd) {
+    static constexpr char kColumns[] = "%-10.10s %-6.6s %-24.24s %-10.10s %-39.39s %-8.8s";
+    static constexpr char kSidColumn[] = " %-39.39s";
+    const ShowFilter &f = show_filter;
+    char path[EVPN_PATH_SIZE] = EVPN_PATH_EAD;
+
+    const bool sid = l2vpn_platform_srv6_supported() != 0;
+    printf("\n");
+    printf(kColumns, "VPN-ID", "Encap", "Ethernet Segment Id", "EtherTag", "Nexthop", "Label");
+    if (sid) printf(kSidColumn, "SID");
+    printf("\n");
+    printf(kColumns, kColumnRule, kColumnRule, kColumnRule, kColumnRule, kColumnRule, kColumnRule);
+    if (sid) printf(kSidColumn, kColumnRule);
+    printf("\n");
+
+    const char *esi = nullptr;
+    if (f.esi_set && !(esi = esi_key(cmd, kEsiExtractFailed))) return;
+    if (f.value_set) {
+        if (f.esi_set)
+            filter_path(cmd, path, "value + esi filter path: %s", EVPN_PATH_EAD "-evi_esi/0x%x,%s",
+                        f.value, esi);
+        else
+            filter_path(cmd, path, "value filter path: %s", EVPN_PATH_EAD "-evi/0x%x", f.value);
+    }
+    if (f.bd_name_set) {
+        if (f.esi_set)
+            filter_path(cmd, path, "bd + esi filter path: %s", EVPN_PATH_EAD "-bd_esi/%s,%s",
+                        f.bd_name, esi);
+        else
+            filter_path(cmd, path, "bd filter path: %s", EVPN_PATH_EAD "-bd/%s", f.bd_name);
+    }
+    if (!f.value_set && f.esi_set && !f.bd_name_set)
+        filter_path(cmd, path, "esi filter path: %s", EVPN_PATH_EAD "-esi/%s", esi);
+
+    evpn_show_walk(kEadRoute, path);
+}
+
+// Columns: 40 15.
+void show_evpn_pl(const ShowCommandDef &cmd) {
+    static constexpr char kColumns[] = "\n%-40.40s %-15.15s\n";
+    const ShowFilter &f = show_filter;
+    char path[EVPN_PATH_SIZE] = EVPN_PATH_PATHLIST;
+
+    printf(kColumns, "Nexthop", "Label");
+    printf(kColumns + 1, kColumnRule, kColumnRule);
+
+    // Without -M the whole listing is walked; -0 and -j play no part.
+    if (f.value_set) {
+        const char *esi = nullptr;
+        if (f.esi_set && !(esi = esi_key(cmd, kEsiExtractFailed))) return;
+        if (f.esi_set && f.i_sid_set)
+            filter_path(cmd, path, "PL value + label esi + tag filter path: %s",
+                        EVPN_PATH_PATHLIST "-evi_esi_tag/0x%x,%s,%x", f.value, esi, f.i_sid);
+        else if (f.esi_set)
+            filter_path(cmd, path, "PL value + label esi filter path: %s",
+                        EVPN_PATH_PATHLIST "-evi_esi/0x%x,%s", f.value, esi);
+        else
+            filter_path(cmd, path, "PL value filter path: %s", EVPN_PATH_PATHLIST "-evi/0x%x",
+                        f.value);
+    }
+
+    evpn_show_walk(kPathlist, path);
+}

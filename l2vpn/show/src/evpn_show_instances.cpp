@@ -1,5 +1,7 @@
-// Printers of EVIs (table line and detail block with its statistics, RD/RT and
-// internal sections), of EVI route targets, of RD lists and of the RD database.
+// Instances: the commands of the RD database, EVIs and tunnel endpoints, with
+// their headers, paths and printers: EVIs (table line and detail block with
+// its statistics, RD/RT and internal sections), EVI route targets, RD lists
+// and the RD database.
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -9,25 +11,32 @@
 #include "platform/caps.h"
 #include "platform/cerr.h"
 #include "platform/printers.h"
+#include "platform/show.h"
 
 namespace {
 
-constexpr uint32_t kEncapVxlan = 8;
-constexpr uint32_t kEncapMpls = 10;
-constexpr uint32_t kEncapSrv6 = 255;
+// The record types the commands read.
+constexpr RecordTypeDef kRdPrivate =
+    record_type<l2vpn_evpn_rd_private_bag>(print_evpn_rd_private_bag, 200);
+constexpr RecordTypeDef kEviSummary =
+    record_type<l2vpn_evpn_evi_summary_bag>(print_evpn_evi_summary_bag, 200);
+constexpr RecordTypeDef kEviDetail = record_type<l2vpn_evpn_evi_detail_bag>(
+    print_evpn_evi_detail_bag, 200, EVPN_DATALIST_OPT_EVI_STATS);
+constexpr RecordTypeDef kEviRouteTarget =
+    record_type<l2vpn_evpn_evi_bgp_rt_bag>(print_evpn_evi_bgp_rt_bag, 200);
+constexpr RecordTypeDef kTep = pending_type(200);  // l2vpn_evpn_tep_bag
+// Tunnel endpoints go through the platform's generic show routines.
+constexpr l2vpn_show_fn kTepListOperation = nullptr;  // PENDING show_evpn_tep_info
+constexpr l2vpn_show_fn kTepPrinter = nullptr;        // PENDING print_evpn_tep_bag
+
 constexpr uint32_t kVpnIdEsImport = 65535;   // EVI of the Ethernet-segment import RTs
 
-constexpr size_t kLabelTextSize = 100;
 constexpr size_t kSidIndentSize = 100;
-constexpr size_t kPathSize = 256;
-constexpr uint32_t kRtRecordSize = 96;
-constexpr uint32_t kRtBatchCount = 200;
 constexpr uint32_t kRtsPerLine = 5;
 constexpr uint32_t kRtCounterCols = 3;       // B, I, E
 
 constexpr char kRdError[] = "\n Error! unable to parse RD format";
 constexpr char kRtError[] = "\n Error! unable to parse RT format";
-constexpr char kColumnRule[] = "---------------------------------------------";
 constexpr char kRtListIndent[] = "         ";
 constexpr char kStatsIndent[] = "   ";
 
@@ -69,7 +78,6 @@ const char *rt_type_word(uint32_t rt_type, uint32_t vpn_id) {
 bool has_mtu_settings(uint32_t evi_kind) { return evi_kind == 3 || evi_kind == 4; }
 
 // A text field the codec left absent reads as empty.
-const char *text_of(const char *s) { return s ? s : ""; }
 bool is_empty(const char *s) { return s == nullptr || s[0] == '\0'; }
 
 // ---- RD / RT text --------------------------------------------------------------
@@ -232,17 +240,17 @@ void print_evpn_evi_detail_bag(const void *record, const char *, PrintContext *c
         printf("   Description    : %s\n", evi->description);
     printf("   Stitching: %s\n", evi->stitching ? "Stitching" : "Regular");
 
-    if (evi->encap == kEncapSrv6) {
+    if (evi->encap == EVPN_ENCAP_SRV6) {
         if (l2vpn_platform_srv6_elan_supported()) {
             printf("   Unicast SID: ");
             print_srv6_sid_list(&evi->unicast_sids, sid_indent, true, true, true);
             printf("   Multicast SID: ");
             print_srv6_sid_list(&evi->multicast_sids, sid_indent, true, true, true);
         }
-    } else if (evi->encap == kEncapMpls) {
-        char label[kLabelTextSize];
+    } else if (evi->encap == EVPN_ENCAP_MPLS) {
+        char label[EVPN_LABEL_TEXT_SIZE];
         memset(label, 0, sizeof label);
-        l2vpn_mpls_label_to_str(evi->unicast_label, label, sizeof label, kEncapMpls);
+        l2vpn_mpls_label_to_str(evi->unicast_label, label, sizeof label, EVPN_ENCAP_MPLS);
         printf("   Unicast Label  : %s\n", label);
         l2vpn_mpls_label_to_str(evi->multicast_label, label, sizeof label, evi->encap);
         printf("   Multicast Label: %s\n", label);
@@ -252,9 +260,9 @@ void print_evpn_evi_detail_bag(const void *record, const char *, PrintContext *c
         else
             printf("   Reroute Label: %s\n", label);
     }
-    if (evi->encap == kEncapVxlan)
+    if (evi->encap == EVPN_ENCAP_VXLAN)
         printf("   VNI: %d\n", static_cast<int>(evi->unicast_label));
-    if (evi->encap != kEncapSrv6) {
+    if (evi->encap != EVPN_ENCAP_SRV6) {
         printf("%sFlow Label: %s%s\n", "   ", evi->flow_label ? "Y" : "N",
                evi->flow_label_global ? " [Global]" : "");
         printf("   Control-Word: %s\n", enabled_unless(evi->control_word_disabled));
@@ -383,17 +391,10 @@ void print_evpn_evi_rd_rt_section(const l2vpn_evpn_evi_detail_bag *evi) {
 
     printf("   %-30.30s %-21.21s\n", "Route Targets in Use", "Type");
     printf("   %-30.30s %-21.21s\n", kColumnRule, kColumnRule);
-    char path[kPathSize];
-    snprintf(path, sizeof path, "%s/%s/%s-%s/0x%x,0x%x", "evpn_evi_detail", "evi_child_container",
-             "evi_route_targets", "evi_encap", evi->vpn_id, evi->encap);
+    char path[EVPN_PATH_SIZE];
+    snprintf(path, sizeof path, EVPN_PATH_EVI_RT "-evi_encap/0x%x,0x%x", evi->vpn_id, evi->encap);
     // A nested walk: it collects no statistics, so the outer batch's table stays.
-    const ShowContext route_targets = {path,
-                                       print_evpn_evi_bgp_rt_bag,
-                                       l2vpn_bag_dll__l2vpn_evpn_evi_bgp_rt_bag(),
-                                       kRtRecordSize,
-                                       kRtBatchCount,
-                                       EVPN_DATALIST_OPT_NONE};
-    evpn_show_datalist_display(&route_targets);
+    evpn_show_walk(kEviRouteTarget, path);
 
     if (show_filter.private_view)
         print_evi_private_tail(evi);
@@ -474,4 +475,58 @@ void print_evpn_rd_private_bag(const void *record, const char *, PrintContext *)
     infra_db_print_evt_hist_bag(&entry->event_history, &entry->event_history_info,
                                 "EVPN RD DB event history");
     printf("\n");
+}
+
+// ============================================================================
+// Commands: headers and paths
+// ============================================================================
+
+void show_evpn_rd(const ShowCommandDef &) {
+    if (!show_filter.private_view) return;
+    printf("Route Distinguisher (RD) database\n");
+    printf("---------------------------------\n");
+    evpn_show_walk(kRdPrivate, EVPN_PATH_RD);
+}
+
+// Columns: 10 10 28 19.
+void show_evpn_evi(const ShowCommandDef &) {
+    static constexpr char kColumns[] = "\n%-10.10s %-10.10s %-28.28s %-19.19s";
+    const ShowFilter &f = show_filter;
+
+    printf(kColumns, "VPN-ID", "Encap", "Bridge Domain", "Type");
+    printf(kColumns, kColumnRule, kColumnRule, kColumnRule, kColumnRule);
+    printf("\n");
+
+    const bool detailed = f.detail || f.private_view;
+    const char *base = detailed ? EVPN_PATH_EVI_DETAIL : EVPN_PATH_EVI;
+    char path[EVPN_PATH_SIZE];
+    compose_path(path, "%s", base);
+    if (f.value_set) compose_path(path, "%s-evi/0x%x", base, f.value);
+    if (f.bd_name_set) compose_path(path, "%s-bd/%s", base, f.bd_name);
+
+    evpn_show_walk(detailed ? kEviDetail : kEviSummary, path);
+}
+
+// Columns: 10 12 40 40.
+void show_evpn_tep(const ShowCommandDef &) {
+    static constexpr char kColumns[] = "\n%-10.10s %-12.12s %-40.40s %-40.40s\n";
+    printf(kColumns, "TEP-ID", "Type", "Local Nexthop", "Remote Nexthop");
+    printf(kColumns + 1, kColumnRule, kColumnRule, kColumnRule, kColumnRule);
+
+    if (!show_filter.value_set) {
+        const l2vpn_show_context_t all{EVPN_PATH_TEP, kTepListOperation,     nullptr,
+                                       0,             kTep.batch_count,      EVPN_DATALIST_OPT_NONE,
+                                       sysdb_handle,  nullptr};
+        if (!all.operation) return evpn_show_walk(kTep, all.path);
+        l2vpn_show_list_display(&all);
+        return;
+    }
+    // The VPN ID serves as the endpoint identifier.
+    char key[EVPN_PATH_SIZE], path[EVPN_PATH_SIZE];
+    snprintf(key, sizeof key, "%x", show_filter.value);
+    compose_path(path, EVPN_PATH_TEP "/%s/info", key);
+    if (!kTep.desc || !kTepPrinter) return evpn_show_item<kTep>(path);
+    const l2vpn_show_context_t one{path,  kTepPrinter,  kTep.desc(), kTep.record_size, 0,
+                                   EVPN_DATALIST_OPT_NONE, sysdb_handle, key};
+    l2vpn_show_get_display(&one);
 }

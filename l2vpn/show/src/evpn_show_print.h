@@ -1,5 +1,5 @@
-// Declarations shared by the show client's dispatch, retrieval layer and
-// record printers.
+// Declarations shared by the show client's dispatch, retrieval layer, show
+// commands and record printers.
 #pragma once
 #include <cstdarg>
 #include <cstddef>
@@ -10,6 +10,7 @@
 #include "platform/formatters.h"
 #include "platform/l2fib_stats.h"
 #include "platform/sysdb.h"
+#include "platform/sysdb_paths.h"
 
 typedef uint32_t evpn_grp_id_t;
 
@@ -31,6 +32,11 @@ enum : uint64_t {
         if (l2vpn_debug_get_enabled_bitset() & (mask))                               \
             l2vpn_vdbgf(l2vpn_debug_get_ctx(), (mask), (function), __LINE__, __VA_ARGS__); \
     } while (0)
+
+// Internal invariants hold in every build type; a broken one stops the
+// process with an assertion naming the program's unit, evpn_show_client.
+[[noreturn]] void evpn_assert_fail(const char *expr, const char *function, int line);
+#define EVPN_ASSERT(cond) ((cond) ? (void)0 : evpn_assert_fail(#cond, __func__, __LINE__))
 
 // The user's filters: written while the options are parsed, read-only after.
 struct ShowFilter {
@@ -90,7 +96,14 @@ struct ShowContext {
     uint32_t options;  // evpn_datalist_options_et
 };
 
-enum : size_t { EVI_FWD_STATS_BULK_SIZE = 200 };
+enum : size_t {
+    EVI_FWD_STATS_BULK_SIZE = 200,
+    EVPN_PATH_SIZE = 256,         // item and listing paths
+    EVPN_ROOT_SIZE = 64,          // the database root
+    EVPN_LABEL_TEXT_SIZE = 100,   // label and internal-ID texts
+    EVPN_IP_KEY_SIZE = 40,        // an address as a key component (32 hex digits)
+    EVPN_SINGLE_ITEM_SIZE = 616,  // decode buffer of a single item
+};
 // Bridge-domain counters of the current EVI batch; entry i for item i.
 extern l2fib_bd_stats_entry evi_fwd_stats_bulk[EVI_FWD_STATS_BULK_SIZE];
 
@@ -106,33 +119,142 @@ int evpn_show_dispatch(uint32_t command);
 // The process's main routine.
 int evpn_show_main(int argc, char **argv);
 
+// ---- Show commands ----------------------------------------------------------
+// A command's header, paths and record types stand with its printer in the
+// file of its family; the dispatch table (evpn_show_client) names them.
+
+// How a command reads one record type: description, printer, decode buffer,
+// batch and walk options. A null desc marks a type whose description and
+// printer are still pending: its command fetches as it will, and prints no
+// records.
+struct RecordTypeDef {
+    const BagDesc *(*desc)(void);
+    RecordPrinter printer;
+    uint32_t record_size;  // decode buffer bytes
+    uint32_t batch_count;  // listings: most items per request
+    uint32_t options;      // listings: evpn_datalist_options_et
+};
+
+template <class T>
+constexpr RecordTypeDef record_type(RecordPrinter printer, uint32_t batch_count,
+                                    uint32_t options = EVPN_DATALIST_OPT_NONE) {
+    return {bag_record_info<T>::get, printer, bag_record_info<T>::buffer_size, batch_count,
+            options};
+}
+// PENDING: a record type whose description and printer come later.
+constexpr RecordTypeDef pending_type(uint32_t batch_count) {
+    return {nullptr, nullptr, 0, batch_count, EVPN_DATALIST_OPT_NONE};
+}
+
+struct ShowCommandDef {
+    const char *name;  // the handler's name, carried by its traces
+    void (*run)(const ShowCommandDef &cmd);
+};
+
+// Walks the listing at path with the type's printer.
+void evpn_show_walk(const RecordTypeDef &type, const char *path);
+void evpn_show_item_into(const RecordTypeDef &type, const char *path);
+// Fetches, decodes and prints the one item at path.
+template <const RecordTypeDef &type>
+void evpn_show_item(const char *path) {
+    static_assert(type.record_size <= EVPN_SINGLE_ITEM_SIZE,
+                  "a single item decodes into EVPN_SINGLE_ITEM_SIZE bytes");
+    evpn_show_item_into(type, path);
+}
+
+// Composes a path into an EVPN_PATH_SIZE buffer; a longer path is cut at 255
+// characters.
+[[gnu::format(printf, 2, 3)]] void compose_path(char *path, const char *format, ...);
+// Composes a filtered path and traces it with trace, a text with one %s, in
+// the command's name.
+[[gnu::format(printf, 4, 5)]] void filter_path(const ShowCommandDef &cmd, char *path,
+                                               const char *trace, const char *format, ...);
+// The -N address as a key component: its hex text, or the wildcard without -N.
+const char *ip_key(char (&buf)[EVPN_IP_KEY_SIZE]);
+// The -0 identifier as a key component; null, traced as failure, when it has no text.
+const char *esi_key(const ShowCommandDef &cmd, const char *failure);
+
+// Traces of an -0 identifier that has no text.
+inline constexpr char kEsiExtractFailed[] = "Failed to extract ESI string from array";
+inline constexpr char kEsiConvertFailed[] = "Failed to convert ESI array into string";
+// A key component the user did not give.
+inline constexpr char kAnyKey[] = "________";
+// Printed under each column title at the column's width and precision.
+inline constexpr char kColumnRule[] = "---------------------------------------------";  // 45
+// A text field left absent (hand-built records) reads as empty.
+inline const char *text_of(const char *s) { return s ? s : ""; }
+
+// The commands, by family file.
+void show_evpn_mac(const ShowCommandDef &cmd);          // 0   evpn_show_fwd_entries
+void show_evpn_imcast(const ShowCommandDef &cmd);       // 1
+void show_evpn_label(const ShowCommandDef &cmd);        // 2
+void show_evpn_neighbor(const ShowCommandDef &cmd);     // 8
+void show_evpn_ead(const ShowCommandDef &cmd);          // 9
+void show_evpn_pl(const ShowCommandDef &cmd);           // 11
+void show_evpn_internal_id(const ShowCommandDef &cmd);  // 17
+void show_evpn_rd(const ShowCommandDef &cmd);           // 4   evpn_show_instances
+void show_evpn_evi(const ShowCommandDef &cmd);          // 5
+void show_evpn_tep(const ShowCommandDef &cmd);          // 16
+void show_evpn_es(const ShowCommandDef &cmd);           // 3   evpn_show_segments
+void show_evpn_summary(const ShowCommandDef &cmd);      // 7
+void show_evpn_acid(const ShowCommandDef &cmd);         // 10
+void show_evpn_remote_shg(const ShowCommandDef &cmd);   // 12
+void show_evpn_igmp(const ShowCommandDef &cmd);         // 13
+void show_evpn_client(const ShowCommandDef &cmd);       // 14
+void show_evpn_grp(const ShowCommandDef &cmd);          // 15
+void show_evpn_srv6(const ShowCommandDef &cmd);         // 18
+void show_evpn_ges_map(const ShowCommandDef &cmd);      // 19
+
 // printf and vsnprintf with the same format strings and the same output, for
-// the lines printed once per route: the flags, width, precision and length of
-// the d, i, u, x, X, o, c, s and % conversions are formatted here, at a
-// fraction of the C library's cost; any other format goes to the C library.
+// the lines printed once per route (evpn_show_printf): the flags, width,
+// precision and length of the d, i, u, x, X, o, c, s and % conversions are
+// formatted there, at a fraction of the C library's cost; any other format
+// goes to the C library.
 __attribute__((format(printf, 1, 2))) int show_printf(const char *format, ...);
 int show_vsnprintf(char *buf, size_t size, const char *format, va_list ap);
 __attribute__((format(printf, 3, 4))) int show_snprintf(char *buf, size_t size, const char *format, ...);
 
-// ---- Forwarding entries (evpn_show_fwd_entries) ------------------------------
+// ---- Record printers ------------------------------------------------------------
+// One per record type the commands read, each defined with its command.
+// Those of types still pending are declared here already, so that a type
+// lands without a change to this file.
+void print_evpn_mac_bag(const void *record, const char *item_name, PrintContext *ctx);
+void print_evpn_imcast_bag(const void *record, const char *item_name, PrintContext *ctx);
+void print_evpn_label_bag_as_label(const void *record, const char *item_name, PrintContext *ctx);
+void print_evpn_label_bag_as_internal_id(const void *record, const char *item_name,
+                                         PrintContext *ctx);
+void print_evpn_neighbor_bag(const void *record, const char *item_name, PrintContext *ctx);
+void print_evpn_neighbor_leaf_evis(const void *record, const char *item_name, PrintContext *ctx);
+void print_evpn_ead_bag(const void *record, const char *item_name, PrintContext *ctx);
+void print_evpn_pl_bag(const void *record, const char *item_name, PrintContext *ctx);
+void print_evpn_rd_private_bag(const void *record, const char *item_name, PrintContext *ctx);
+void print_evpn_evi_summary_bag(const void *record, const char *item_name, PrintContext *ctx);
+void print_evpn_evi_detail_bag(const void *record, const char *item_name, PrintContext *ctx);
+void print_evpn_evi_bgp_rt_bag(const void *record, const char *item_name, PrintContext *ctx);
+void print_evpn_es_bag(const void *record, const char *item_name, PrintContext *ctx);
+void print_evpn_summary_bag(const void *record, const char *item_name, PrintContext *ctx);
+void print_atom_acid_bag(const void *record, const char *item_name, PrintContext *ctx);
+void print_evpn_remote_shg_bag(const void *record, const char *item_name, PrintContext *ctx);
+void print_evpn_igmp_bag(const void *record, const char *item_name, PrintContext *ctx);
+void print_evpn_client_bag(const void *record, const char *item_name, PrintContext *ctx);
+void print_evpn_grp_info_bag(const void *record, const char *item_name, PrintContext *ctx);
+void print_evpn_srv6_bag(const void *record, const char *item_name, PrintContext *ctx);
+void print_ges_map_entry_bag(const void *record, const char *item_name, PrintContext *ctx);
+
+// ---- Shared by the printers -------------------------------------------------------
+// Forwarding entries (evpn_show_fwd_entries): remote paths, SIDs, tags.
 void print_srv6_sid_list(const bag_array<Srv6Sid> *sids, const char *indent, bool end_line,
                          bool mark_empty, bool with_details);
 void format_ethernet_tag(char *buf, size_t size, uint32_t tag_type, uint32_t tag);
 int print_sr_te_info(const char *prefix, const SrTeInfo *info);
 void print_path_issues(const bag_array<uint32_t> *issues, uint32_t encap, const char *indent);
 void print_evpn_mac_bag_debug(const l2vpn_evpn_mac_bag *mac);
-void print_evpn_mac_bag(const void *record, const char *item_name, PrintContext *ctx);
 void show_evpn_label_db_common(const char *prefix, RecordPrinter printer);
 
-// ---- Instances (evpn_show_instances) -----------------------------------------
-void print_evpn_evi_summary_bag(const void *record, const char *item_name, PrintContext *ctx);
-void print_evpn_evi_detail_bag(const void *record, const char *item_name, PrintContext *ctx);
+// Instances (evpn_show_instances): EVI sections, RD/RT lists.
 void print_evpn_evi_detail_stats(const l2vpn_evpn_evi_detail_bag *evi, const PrintContext *ctx);
 void print_evpn_evi_rd_rt_section(const l2vpn_evpn_evi_detail_bag *evi);
-void print_evpn_evi_bgp_rt_bag(const void *record, const char *item_name, PrintContext *ctx);
 void print_evpn_rd_rt_list(const l2vpn_evpn_rd_rt_entry *entries, uint32_t count);
-void print_evpn_rd_private_bag(const void *record, const char *item_name, PrintContext *ctx);
 
-// ---- Segments and system (evpn_show_segments) --------------------------------
-void print_evpn_summary_bag(const void *record, const char *item_name, PrintContext *ctx);
+// Segments and system (evpn_show_segments): the event trace table.
 void print_evt_trace_history(const evt_hist_bag *history);

@@ -1,12 +1,29 @@
-// Printers of segments and system records.
+// Segments and system records: the commands of Ethernet segments, the
+// summary, AC IDs, remote split-horizon groups, IGMP routes, clients, EVPN
+// groups, SRv6 and the grouping-ES map, with their headers, paths and
+// printers.
 #include <cstdio>
+#include <cstdlib>
 #include <iterator>
 #include <type_traits>
 
 #include "evpn_show_print.h"
+#include "platform/caps.h"
+#include "platform/cerr.h"
 #include "platform/printers.h"
 
 namespace {
+
+// The record types the commands read.
+constexpr RecordTypeDef kSummary = record_type<l2vpn_evpn_summary_bag>(print_evpn_summary_bag, 0);
+constexpr RecordTypeDef kEthernetSegment = pending_type(200);  // print_evpn_es_bag
+constexpr RecordTypeDef kAcId = pending_type(200);             // print_atom_acid_bag
+constexpr RecordTypeDef kRemoteShg = pending_type(200);        // print_evpn_remote_shg_bag
+constexpr RecordTypeDef kIgmpRoute = pending_type(200);        // print_evpn_igmp_bag
+constexpr RecordTypeDef kClient = pending_type(5);             // print_evpn_client_bag
+constexpr RecordTypeDef kGroup = pending_type(200);            // print_evpn_grp_info_bag
+constexpr RecordTypeDef kSrv6 = pending_type(0);               // print_evpn_srv6_bag
+constexpr RecordTypeDef kGesMapEntry = pending_type(200);      // print_ges_map_entry_bag
 
 constexpr char kDashLine[] = "-----------------------------\n";
 constexpr char kTraceRule[] =
@@ -23,8 +40,6 @@ constexpr const char *kEsDiagLabels[] = {
 };
 static_assert(std::size(kEsDiagLabels) ==
               std::extent_v<decltype(l2vpn_evpn_summary_bag::es_diag)>);
-
-const char *text_or_empty(const char *s) { return s ? s : ""; }
 
 // A route total split into plain MACs and MAC-IP routes; the plain count is
 // taken in 32-bit arithmetic, so a total lagging its parts wraps.
@@ -77,7 +92,7 @@ void print_evt_trace_history(const evt_hist_bag *history) {
     for (uint32_t i = 0; i < n; i++) {
         const evt_hist_entry_bag &e = history->evt_entry.data[i];
         printf("     %-19s %-20s 0x%-10x 0x%-10x 0x%-10x 0x%-10x %-2s %-2s\n",
-               text_or_empty(e.evt_timestamp), text_or_empty(e.evt_name), trace_word(e, 0),
+               text_of(e.evt_timestamp), text_of(e.evt_name), trace_word(e, 0),
                trace_word(e, 1), trace_word(e, 2), trace_word(e, 3), e.evt_many ? "M" : "-",
                e.evt_sticky ? "S" : "-");
     }
@@ -167,3 +182,174 @@ void print_evpn_summary_bag(const void *record, const char *, PrintContext *) {
     print_evt_trace_history(&s.event_history);
     print_es_diag_section(s);
 }
+
+// ============================================================================
+// Commands: headers and paths
+// ============================================================================
+
+// Columns: 24 34 20; the legend comes first in the detail and private forms.
+void show_evpn_es(const ShowCommandDef &cmd) {
+    static constexpr char kColumns[] = "\n%-24.24s %-34.34s %-20.20s";
+    static constexpr char kLegend[] =
+        "Legend:\n"
+        "  B   - No Forwarders EVPN-enabled,\n"
+        "  C   - MAC missing (Backbone S-MAC PBB-EVPN / Grouping ES-MAC vES),\n"
+        "  RT  - ES-Import Route Target missing,\n"
+        "  E   - ESI missing,\n"
+        "  H   - Interface handle missing,\n"
+        "  I   - Name (Interface or Virtual Access) missing,\n"
+        "  M   - Interface in Down state,\n"
+        "  O   - BGP End of Download missing,\n"
+        "  P   - Interface already Access Protected,\n"
+        "  Pf  - Interface forced single-homed,\n"
+        "  R   - BGP RID not received,\n"
+        "  S   - Interface in redundancy standby state,\n"
+        "  X   - ESI-extracted MAC Conflict\n"
+        "  SHG - No local split-horizon-group label allocated\n"
+        "  Hp  - Interface blocked on peering complete during HA event\n"
+        "  Rc  - Recovery timer running during peering sequence\n";
+    const ShowFilter &f = show_filter;
+    char path[EVPN_PATH_SIZE];
+
+    if (f.detail || f.private_view) printf("%s", kLegend);
+    printf(kColumns, "Ethernet Segment Id", "Interface", "Nexthops");
+    printf(kColumns, kColumnRule, kColumnRule, kColumnRule);
+    printf("\n");
+
+    // Each filter that is present replaces the path of the one before it.
+    compose_path(path, "%s", EVPN_PATH_ES);
+    if (f.ifname_set)
+        filter_path(cmd, path, "intf filter path: %s", EVPN_PATH_ES "-ifname/%s", f.ifname);
+    if (f.esi_set) {
+        const char *esi = esi_key(cmd, kEsiConvertFailed);
+        if (!esi) return;
+        filter_path(cmd, path, "esi filter path: %s", EVPN_PATH_ES "-esi/%s", esi);
+    }
+    if (f.pw_neighbor_set) {
+        char neighbor[L2VPN_IP_HEX_LEN + 1];
+        l2vpn_ip_addr2hex_string2(&f.pw_neighbor, neighbor, sizeof neighbor);
+        filter_path(cmd, path, "PW filter path: %s", EVPN_PATH_ES "-pw/%s,0x%x", neighbor,
+                    f.pw_id);
+    }
+    if (f.vfi_name_set)
+        filter_path(cmd, path, "VFI filter path: %s", EVPN_PATH_ES "-vfi/%s", f.vfi_name);
+    if (f.access_evi)
+        filter_path(cmd, path, "Access EVI filter path: %s", EVPN_PATH_ES "-accessevi/");
+
+    evpn_show_walk(kEthernetSegment, path);
+}
+
+void show_evpn_summary(const ShowCommandDef &) { evpn_show_item<kSummary>(EVPN_PATH_SUMMARY); }
+
+// Columns: 10 15 15. With -M and -j one item, else the listing.
+void show_evpn_acid(const ShowCommandDef &) {
+    static constexpr char kColumns[] = "\n%-10.10s %-15.15s %-15.15s\n";
+    const ShowFilter &f = show_filter;
+    char path[EVPN_PATH_SIZE];
+
+    printf(kColumns, "VPN-ID", "Source AC ID", "Target AC ID");
+    printf(kColumns + 1, kColumnRule, kColumnRule, kColumnRule);
+
+    if (f.value_set && f.i_sid_set) {
+        compose_path(path, EVPN_PATH_ACID "/0x%x,%x", f.value, f.i_sid);
+        evpn_show_item<kAcId>(path);
+        return;
+    }
+    if (f.value_set)
+        compose_path(path, EVPN_PATH_ACID "-evi/0x%x", f.value);
+    else
+        compose_path(path, "%s", EVPN_PATH_ACID);
+    evpn_show_walk(kAcId, path);
+}
+
+// Columns: 10 6 24.
+void show_evpn_remote_shg(const ShowCommandDef &) {
+    static constexpr char kColumns[] = "\n%-10.10s %-6.6s %-24.24s";
+    printf(kColumns, "VPN-ID", "Encap", "Ethernet Segment Id");
+    printf(kColumns, kColumnRule, kColumnRule, kColumnRule);
+    printf("\n");
+    evpn_show_walk(kRemoteShg, EVPN_PATH_REMOTE_SHG);
+}
+
+// Columns: 5 24 43 30 6. The header comes after the path: an identifier
+// without text prints nothing.
+void show_evpn_igmp(const ShowCommandDef &cmd) {
+    static constexpr char kColumns[] = "\n%-5.5s %-24.24s %-43.43s %-30.30s %-6.6s";
+    const ShowFilter &f = show_filter;
+    char path[EVPN_PATH_SIZE] = EVPN_PATH_IGMP;
+
+    const char *esi = nullptr;
+    if (f.esi_set && !(esi = esi_key(cmd, kEsiExtractFailed))) return;
+    if (f.value_set && f.esi_set)
+        filter_path(cmd, path, "value + esi filter path: %s", EVPN_PATH_IGMP "-evi_esi/0x%x,%s",
+                    f.value, esi);
+    else if (f.value_set)
+        filter_path(cmd, path, "value filter path: %s", EVPN_PATH_IGMP "-evi/0x%x", f.value);
+    else if (f.esi_set)
+        filter_path(cmd, path, "esi filter path: %s", EVPN_PATH_IGMP "-esi/%s", esi);
+
+    printf(kColumns, "EVI", "Ethernet Segment", "(S,G)", "Source", "Type");
+    printf(kColumns, kColumnRule, kColumnRule, kColumnRule, kColumnRule, kColumnRule);
+    printf("\n");
+
+    evpn_show_walk(kIgmpRoute, path);
+}
+
+void show_evpn_client(const ShowCommandDef &) { evpn_show_walk(kClient, EVPN_PATH_CLIENT); }
+
+// One group is fetched in place: a missing group is no error worth a trace,
+// and a record whose inner parts cannot be released is a broken invariant.
+void show_evpn_grp(const ShowCommandDef &cmd) {
+    const ShowFilter &f = show_filter;
+    if (!f.grp_id_set) {
+        evpn_show_walk(kGroup, EVPN_PATH_GROUP);
+        return;
+    }
+    char path[80];
+    snprintf(path, sizeof path, EVPN_PATH_GROUP "/%x", f.grp_id);
+    uint32_t type = SYSDB_TYPE_BAG, len = 0;
+    void *data = nullptr;
+    uint32_t rc = sysdb_item_get(sysdb_handle, path, &type, &data, &len, 0);
+    if (rc) {
+        if (rc != SYSDB_ERR_NOT_FOUND && rc != SYSDB_ERR_BAD_PATH)
+            EVPN_TRACE(EVPN_DBG_ERR, cmd.name, "%s: sysdb item get failed: path:%s rc:%s",
+                       cmd.name, path, cerr_strerror(rc));
+        free(data);
+        return;
+    }
+    if (!kGroup.desc) {  // PENDING: nothing to decode with yet
+        free(data);
+        return;
+    }
+    const BagDesc *bag = kGroup.desc();
+    alignas(std::max_align_t) unsigned char decoded[EVPN_SINGLE_ITEM_SIZE] = {};
+    static_assert(kGroup.record_size <= sizeof decoded);
+    rc = bag_decode(data, len, decoded, sizeof decoded, bag);
+    free(data);
+    if (rc) {
+        EVPN_TRACE(EVPN_DBG_ERR, cmd.name, "%s: bag decode failed: path:%s rc:%s", cmd.name, path,
+                   cerr_strerror(rc));
+        return;
+    }
+    kGroup.printer(decoded, nullptr, nullptr);
+    rc = bag_free_indirections(decoded, bag);
+    if (rc)
+        EVPN_TRACE(EVPN_DBG_ERR, cmd.name, "%s: bag free failed: path:%s rc:%s", cmd.name, path,
+                   cerr_strerror(rc));
+    EVPN_ASSERT(rc == 0);
+}
+
+void show_evpn_srv6(const ShowCommandDef &) {
+    if (l2vpn_platform_srv6_supported())
+        evpn_show_item<kSrv6>(EVPN_PATH_SRV6);
+    else
+        printf("EVPN SRv6 not supported on this platform.\n");
+}
+
+void show_evpn_ges_map(const ShowCommandDef &) {
+    if (!show_filter.private_view) return;
+    printf("GES Association Map\n");
+    printf("-------------------\n");
+    evpn_show_walk(kGesMapEntry, EVPN_PATH_GES_MAP);
+}
+

@@ -1,5 +1,7 @@
-// Record types. Each type is one field list, written once: the list makes the
-// C++ struct here and the codec description in bag_types.cpp.
+// Record types. Each type is one field list, written once, and one line in
+// BAG_SUBRECORDS or BAG_RECORDS at the end of this file: the list makes the
+// C++ struct here and the codec description in bag_types.cpp, and the line
+// states the bytes a show command decodes one record into.
 //
 // A field list takes five macros: F(kind, name) a scalar, S(type, name) a
 // sub-record, A(kind, name) an array of scalars, AS(type, name) an array of
@@ -39,49 +41,54 @@ template <> struct bag_ctype<BagKind::OPTSTR> { using type = char *; };
     extern const BagDesc bag_desc_##T;                                          \
     const BagDesc *l2vpn_bag_dll__##T(void);
 
+// What a consumer needs of a top-level record type T: its description and
+// the bytes of the buffer it is decoded into.
+template <class T> struct bag_record_info;
+
+// A top-level record type: declared as above, with its decode buffer of N
+// bytes, which the decoded record must fit.
+#define BAG_DECLARE_RECORD(T, N)                                                \
+    BAG_DECLARE(T)                                                              \
+    template <> struct bag_record_info<T> {                                     \
+        static constexpr const BagDesc *(*get)(void) = l2vpn_bag_dll__##T;     \
+        static constexpr uint32_t buffer_size = N;                              \
+    };                                                                          \
+    static_assert(sizeof(T) <= (N), #T " does not fit its decode buffer");
+
 // ---- Shared sub-records -------------------------------------------------
 
 #define BAG_FIELDS_SidStructure(F, S, A, AS, FS)                                \
     F(U8, LocatorBlockLen) F(U8, LocatorNodeLen) F(U8, FunctionLen)             \
     F(U8, ArgumentLen) F(U8, TranspositionLen) F(U8, TranspositionOffset)
-BAG_DECLARE(SidStructure)
 
 #define BAG_FIELDS_Srv6Sid(F, S, A, AS, FS)                                     \
     F(U16, SRv6EndpointBehavior) F(U8, SRv6_SIDFlags) F(IP, SRv6_SID)           \
     F(BOOL, SIDStructurePresent) S(SidStructure, sid_struct)
-BAG_DECLARE(Srv6Sid)
 
 #define BAG_FIELDS_SrTeInfo(F, S, A, AS, FS)                                    \
     F(U8, SR_TEType) F(U32, SR_TEInterfaceName) F(U32, SR_TE_BSID)              \
     F(IP, SRv6_TE_BSID)
-BAG_DECLARE(SrTeInfo)
 
 #define BAG_FIELDS_L2Attributes(F, S, A, AS, FS)                                \
     F(BOOL, Valid) F(U16, MTU) F(U32, DesignatedForwarderRole) F(U32, ControlWord)
-BAG_DECLARE(L2Attributes)
 
 #define BAG_FIELDS_EvpnPath(F, S, A, AS, FS)                                    \
     F(IP, NextHop) F(U32, TunnelEndpointID) F(U32, OutputLabel)                 \
     F(U32, RerouteLabel) S(SrTeInfo, SR_TEInfo) AS(Srv6Sid, SRv6_SIDInfo)       \
     S(L2Attributes, Layer2Attributes) A(U32, Issues) F(MAC, GES_MACAddress)     \
     F(IP, OriginatingPE) F(U16, PathVerion)
-BAG_DECLARE(EvpnPath)
 
 #define BAG_FIELDS_evt_hist_entry_bag(F, S, A, AS, FS)                          \
     F(STR, evt_timestamp) F(U64, evt_timestamp_ms) F(STR, evt_name)             \
     F(U8, evt_type) F(BOOL, evt_many) F(BOOL, evt_sticky) A(U32, evt_data)
-BAG_DECLARE(evt_hist_entry_bag)
 
 #define BAG_FIELDS_evt_hist_bag(F, S, A, AS, FS)                                \
     F(STR, evt_class_name) AS(evt_hist_entry_bag, evt_entry)
-BAG_DECLARE(evt_hist_bag)
 
 #define BAG_FIELDS_l2vpn_timespec_bag(F, S, A, AS, FS) F(U32, tv_sec) F(U32, tv_nsec)
-BAG_DECLARE(l2vpn_timespec_bag)
 
 #define BAG_FIELDS_l2vpn_diag_stats_bag(F, S, A, AS, FS)                        \
     F(U32, count) S(l2vpn_timespec_bag, last_time) F(U32, last_arg)
-BAG_DECLARE(l2vpn_diag_stats_bag)
 
 // ---- Forwarding entries --------------------------------------------------
 
@@ -102,13 +109,11 @@ BAG_DECLARE(l2vpn_diag_stats_bag)
     F(U32, ext_flags) S(evt_hist_bag, event_history_info)                       \
     S(evt_hist_bag, event_history) F(U32, local_ac_id) F(U32, remote_ac_id)     \
     F(U32, bp_ifh) F(STR, bd_name)
-BAG_DECLARE(l2vpn_evpn_mac_bag)
 
 // ---- Instances -------------------------------------------------------------
 
 #define BAG_FIELDS_l2vpn_evpn_evi_summary_bag(F, S, A, AS, FS)                  \
     F(U32, vpn_id) F(U32, encap) F(STR, bd_name) F(U32, evi_type)
-BAG_DECLARE(l2vpn_evpn_evi_summary_bag)
 
 #define BAG_FIELDS_l2vpn_evpn_evi_detail_bag(F, S, A, AS, FS)                   \
     F(U32, evi) F(U32, evi_kind) F(U32, vpn_id) F(U32, encap) F(STR, bd_name)   \
@@ -134,21 +139,17 @@ BAG_DECLARE(l2vpn_evpn_evi_summary_bag)
     S(evt_hist_bag, event_history) S(evt_hist_bag, event_history_info)          \
     F(BOOL, has_statistics) F(BOOL, vrf_table_eod) F(BOOL, vrf_table_eod_expected) \
     F(STR, vrf_table_eod_why)
-BAG_DECLARE(l2vpn_evpn_evi_detail_bag)
 
 #define BAG_FIELDS_l2vpn_evpn_evi_bgp_rt_bag(F, S, A, AS, FS)                   \
     F(U32, vpn_id) F(U32, encap) F(RT, rt) F(U32, rt_type) F(BOOL, stitching)   \
     S(evt_hist_bag, event_history) S(evt_hist_bag, event_history_info)
-BAG_DECLARE(l2vpn_evpn_evi_bgp_rt_bag)
 
 #define BAG_FIELDS_l2vpn_evpn_rd_private_bag(F, S, A, AS, FS)                   \
     F(RD, rd) S(evt_hist_bag, event_history) S(evt_hist_bag, event_history_info)
-BAG_DECLARE(l2vpn_evpn_rd_private_bag)
 
 // One RD with its route targets, as the Ethernet segment records list them.
 #define BAG_FIELDS_l2vpn_evpn_rd_rt_entry(F, S, A, AS, FS)                      \
     F(RD, rd) A(RT, rts) F(BOOL, stitching)
-BAG_DECLARE(l2vpn_evpn_rd_rt_entry)
 
 // ---- System ----------------------------------------------------------------
 
@@ -177,9 +178,30 @@ BAG_DECLARE(l2vpn_evpn_rd_rt_entry)
     F(BOOL, df_election_logging) S(evt_hist_bag, event_history)                 \
     FS(l2vpn_diag_stats_bag, es_diag, 20) F(U64, es_ead_pulses_pending)         \
     F(BOOL, ntp_in_sync)
-BAG_DECLARE(l2vpn_evpn_summary_bag)
+
+// ---- The types -------------------------------------------------------------
+
+// Sub-records, each before the types that hold it.
+#define BAG_SUBRECORDS(X)                                                       \
+    X(SidStructure) X(Srv6Sid) X(SrTeInfo) X(L2Attributes) X(EvpnPath)          \
+    X(evt_hist_entry_bag) X(evt_hist_bag) X(l2vpn_timespec_bag)                 \
+    X(l2vpn_diag_stats_bag) X(l2vpn_evpn_rd_rt_entry)
+
+// Top-level record types with the bytes of their decode buffers. A new type
+// goes at the end: its position is its number in bag_record_types, which the
+// decoder's fuzz inputs carry.
+#define BAG_RECORDS(X)                                                          \
+    X(l2vpn_evpn_mac_bag, 320)                                                  \
+    X(l2vpn_evpn_evi_summary_bag, 24)                                           \
+    X(l2vpn_evpn_evi_detail_bag, 432)                                           \
+    X(l2vpn_evpn_evi_bgp_rt_bag, 96)                                            \
+    X(l2vpn_evpn_rd_private_bag, 64)                                            \
+    X(l2vpn_evpn_summary_bag, 616)
+
+BAG_SUBRECORDS(BAG_DECLARE)
+BAG_RECORDS(BAG_DECLARE_RECORD)
 
 // Every top-level record type, for tools that choose a type by name.
 const BagDesc *bag_desc_by_name(const char *name);
-// Null-terminated list of the top-level record types.
+// Null-terminated list of the top-level record types, in BAG_RECORDS order.
 extern const BagDesc *const bag_record_types[];

@@ -69,6 +69,19 @@ int l2vpn_bag_rd_pton(const char *text, l2vpn_bag_rd_t *value);
 // does not convert. The raw form parses back with l2vpn_bag_rd_pton.
 void l2vpn_bag_rd_to_text(const l2vpn_bag_rd_t *value, char *buf, size_t size);
 
+// Encapsulation codes of EVPN records, each with its word
+// (evpn_bgp_encap_type_to_str).
+#define EVPN_ENCAP_WORDS(X)                                                     \
+    X(EVPN_ENCAP_NONE, 0, "N/A") X(EVPN_ENCAP_L2TPV3, 1, "L2TPv3")              \
+    X(EVPN_ENCAP_GRE, 2, "GRE") X(EVPN_ENCAP_IPINIP, 7, "IPinIP")               \
+    X(EVPN_ENCAP_VXLAN, 8, "VXLAN") X(EVPN_ENCAP_NVGRE, 9, "NVGRE")             \
+    X(EVPN_ENCAP_MPLS, 10, "MPLS") X(EVPN_ENCAP_MPLSOGRE, 11, "MPLSoGRE")       \
+    X(EVPN_ENCAP_VXLAN_GPE, 12, "VXLAN-GPE") X(EVPN_ENCAP_MPLSOUDP, 13, "MPLSoUDP") \
+    X(EVPN_ENCAP_SRV6, 255, "SRv6")
+#define EVPN_ENCAP_ENUM(name, code, word) name = code,
+enum evpn_encap_et : uint32_t { EVPN_ENCAP_WORDS(EVPN_ENCAP_ENUM) };
+#undef EVPN_ENCAP_ENUM
+
 // Labels and identifiers.
 void l2vpn_mpls_label_to_str(uint32_t label, char *buf, size_t size, uint32_t encap);
 void l2vpn_l3rib_internal_id_to_str(uint32_t id, char *buf, size_t size);

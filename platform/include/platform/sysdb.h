@@ -42,8 +42,10 @@ uint32_t sysdb_datalist_free(sysdb_datalist_h_td list);
 // Last component of a path (a pointer into path).
 const char *l2vpn_edm_sysdb_path_to_item_name(const char *path);
 
-// Tests and benchmarks: every sysdb_datalist request is reported here.
+// Tests and benchmarks: every sysdb_datalist and sysdb_item_get request is
+// reported here.
 struct sysdb_request_s {
+    bool item;  // sysdb_item_get; the counts and flags are then 0
     const char *path;
     const char *resume_name;
     uint32_t count_in;
