@@ -1,5 +1,8 @@
 // Every show command in this process against an empty database: its header
 // byte for byte, and for each filter combination its traces and its fetch.
+#include <algorithm>
+
+#include "platform/sysdb_registry.h"
 #include "test_util.h"
 
 namespace {
@@ -9,12 +12,9 @@ using Lines = std::vector<std::string>;
 
 const std::string H = "00000000000000000000ffff0a000001", E = "0011.2233.4455.6677.8899";
 const std::string A3 = "________,________,________";
-const std::string M = "evpn_evi_detail/evi_child_container/evpn_mac";
-const std::string IM = "evpn_evi_detail/evi_child_container/evpn_imcast";
-const std::string NB = "evpn_evi_detail/evi_child_container/evpn_neighbor";
-const std::string EA = "evpn_evi_detail/evi_child_container/evpn_ead";
-const std::string PL = "evpn_label_detail/label_child_container/evpn_pl";
-const std::string ES = "ethernet_segment", D = "evpn_evi_detail/detailed_elements";
+const std::string M = EVPN_PATH_MAC, IM = EVPN_PATH_IMCAST, NB = EVPN_PATH_NEIGHBOR;
+const std::string EA = EVPN_PATH_EAD, PL = EVPN_PATH_PATHLIST;
+const std::string ES = EVPN_PATH_ES, D = EVPN_PATH_EVI_DETAIL;
 
 Set V(uint32_t v) { return [v](ShowFilter &f) { f.value_set = 1, f.value = v; }; }
 const Set V5 = V(5), BD = [](ShowFilter &f) { f.bd_name_set = 1, f.bd_name = "bd1"; };
@@ -127,11 +127,12 @@ struct PathCase {
     std::string fetch;  // empty: nothing fetched
 };
 
-TEST_F(SpineCommands, PathsTracesAndFetches) {
+// Every filter combination of every command.
+std::vector<PathCase> path_cases() {
     const std::string I = "walk ", N = I, EAD = I, P = I, S = I, IG = I;
     const std::string ifn = "intf filter path: " + ES + "-ifname/bond1", esi = "esi filter path: " + ES +
                           "-esi/" + E, pw = "PW filter path: " + ES + "-pw/" + H + ",0x64";
-    const std::vector<PathCase> cases = {
+    return {
         {0, {V5, MAC, IP}, {"value + mac + ip filter path: @"}, "walk " + M + "-evi_mac_ip/0x5,11,22,33," + H},
         {0, {V5, MAC}, {"value + mac + ip filter path: @"}, "walk " + M + "-evi_mac_ip/0x5,11,22,33,________"},
         {0, {V(0x64)}, {"value filter path: @"}, "walk " + M + "-evi/0x64"},
@@ -209,7 +210,10 @@ TEST_F(SpineCommands, PathsTracesAndFetches) {
         {19, {}, {}, ""},
         {19, {PRIV}, {}, "walk ges-map"},
     };
-    for (const PathCase &k : cases) {
+}
+
+TEST_F(SpineCommands, PathsTracesAndFetches) {
+    for (const PathCase &k : path_cases()) {
         spine_test::Capture c = run(k.command, k.filters);
         const std::string path = k.fetch.substr(k.fetch.find(' ') + 1);
         std::string traces;
@@ -245,6 +249,39 @@ TEST_F(SpineCommands, FailuresOfTheDispatch) {
     const std::string name(300, 'b');
     c = run(5, {[&](ShowFilter &f) { f.bd_name_set = 1, f.bd_name = name.c_str(); }});
     EXPECT_EQ(c.paths, Lines{("evpn_evi-bd/" + name).substr(0, 255)});
+}
+
+// The store resolves each path through the registry: a base the client
+// builds is one of the named bases, and where its listing is registered, an
+// index the client names is one of the listing's.
+TEST_F(SpineCommands, EveryPathNamesARegisteredListingAndIndex) {
+#define EVPN_BASE_TEXT(base) base,
+    const std::vector<std::string> bases = {EVPN_PATHS(EVPN_BASE_TEXT)};
+#undef EVPN_BASE_TEXT
+    for (const ListingDef &l : sysdb_registry())
+        EXPECT_NE(std::find(bases.begin(), bases.end(), l.base), bases.end()) << l.base;
+
+    size_t registered = 0;
+    for (const PathCase &k : path_cases()) {
+        if (k.fetch.empty()) continue;
+        std::string path = k.fetch.substr(k.fetch.find(' ') + 1);
+        path = path.substr(0, path.find(' '));
+        std::string base;
+        for (const std::string &b : bases)
+            if (path.compare(0, b.size(), b) == 0 &&
+                (path.size() == b.size() || path[b.size()] == '-' || path[b.size()] == '/') &&
+                b.size() > base.size())
+                base = b;
+        ASSERT_FALSE(base.empty()) << path;
+        const ListingDef *l = sysdb_registry_find(base);
+        if (!l || path.size() == base.size() || path[base.size()] != '-') continue;
+        const std::string index = path.substr(base.size() + 1, path.find('/', base.size()) - base.size() - 1);
+        bool known = false;
+        for (const IndexDef &ix : l->indices) known = known || index == ix.name;
+        EXPECT_TRUE(known) << path;
+        registered++;
+    }
+    EXPECT_GT(registered, 10u);  // the MAC and EVI paths at least
 }
 
 }  // namespace

@@ -30,6 +30,7 @@
 #include "platform/formatters.h"
 #include "platform/l2fib_stats.h"
 #include "platform/sysdb.h"
+#include "platform/sysdb_paths.h"
 #include "sysdb_writer.h"
 
 namespace {
@@ -39,8 +40,8 @@ using nlohmann::json;
 
 const char *const kGl = "/oper/evpn/gl/";
 const char *const kStdby = "/oper/evpn/gl/stdby/";
-const std::string kMac = "evpn_evi_detail/evi_child_container/evpn_mac";
-const std::string kEvi = "evpn_evi";
+const std::string kMac = EVPN_PATH_MAC;
+const std::string kEvi = EVPN_PATH_EVI;
 const std::string kWild = "________";
 
 // Keeps an environment variable as it was.
