@@ -553,6 +553,27 @@ const char *evpn_bag_df_role_to_str(uint32_t role) { return indexed_word(kDfRole
 
 const char *Yes_or_No_str(uint32_t flag) { return flag ? "Yes" : "No"; }
 
+int srv6_util_locator_flags_print(uint16_t flags, char *buf, size_t size) {
+#define SRV6_FLAG_WORD(name, bit, word) {bit, word},
+    static constexpr CodeWord kFlagWords[] = {SRV6_LOCATOR_FLAG_WORDS(SRV6_FLAG_WORD)};
+#undef SRV6_FLAG_WORD
+    if (buf == nullptr || flags == 0)
+        return 0;
+    char text[64] = "";
+    size_t len = 0;
+    uint32_t known = 0;
+    for (const CodeWord &w : kFlagWords) {
+        known |= w.code;
+        if (flags & w.code)
+            len += static_cast<size_t>(
+                snprintf(text + len, sizeof text - len, "%s%s", len ? "," : "", w.word));
+    }
+    if ((flags & ~known) != 0 || len >= size)
+        return 0;
+    memcpy(buf, text, len + 1);
+    return 1;
+}
+
 // ---- Attachment names --------------------------------------------------------
 
 int is_pw_ves(const char *name) { return has_prefix_and_rest(name, "PW:"); }

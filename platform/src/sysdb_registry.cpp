@@ -54,6 +54,8 @@ const std::vector<ListingDef> kRegistry = {
     {EVPN_PATH_RD, &bag_desc_l2vpn_evpn_rd_private_bag, false, {{"rd", KeyText::RDHEX}}, {0}, {}},
     // Global summary: one item.
     {EVPN_PATH_SUMMARY, &bag_desc_l2vpn_evpn_summary_bag, true, {}, {}, {}},
+    // EVPN's use of SRv6: one item.
+    {EVPN_PATH_SRV6, &bag_desc_l2vpn_evpn_srv6_bag, true, {}, {}, {}},
 };
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Global summary report and the event trace table.
+// Global summary report, the event trace table and the SRv6 report.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -175,6 +175,78 @@ TEST(EventTrace, RowsShowZeroForWordsAnEntryDoesNotHold) {
         "     01/01 00:00:03.000  six words            0x11         0x22         0x33         0x44         M  - \n"
         "-----------------------------------------------------------------------------------\n"
         "\n");
+}
+
+// Hand-built SRv6 records: the states that end the report early, the name
+// column's width and the item lists' line breaks.
+TEST(Srv6Report, EachStateAndWidthPrintsItsLines) {
+    struct Loc {
+        std::string name;
+        uint32_t in_use;
+        uint16_t flags;
+        std::vector<uint32_t> evis;
+    };
+    const std::string heading =
+        "\n"
+        "Locator name    Prefix                      OOR      Flags                   Service count    SID count    \n"
+        "------------    ------                      ---      -----                   -------------    ---------    \n";
+    const std::string row_tail =
+        "    ::/0                        False                            0                0            \n";
+    const std::string counts0 =
+        "EVIs with unknown locator config: 0\nVPWS with unknown locator config: 0\n";
+    const std::string long_name(260, 'n');
+    const struct {
+        const char *claim;
+        uint32_t enabled;
+        uint8_t detail;
+        std::vector<uint32_t> unknown_evis;
+        std::vector<Loc> locators;
+        std::string expected;
+    } cases[] = {
+        {"disabled: the counts and lists, no table", 0, 1, {7}, {{"L1", 1, 0, {}}},
+         "EVPN SRv6 disabled\nEVIs with unknown locator config: 1\n   Items <evi>: 7\n"
+         "VPWS with unknown locator config: 0\n"},
+        {"disabled without locators says no more", 0, 0, {}, {}, "EVPN SRv6 disabled\n" + counts0},
+        {"brief view: counts without their lists", 1, 0, {7}, {},
+         "\nConfigured default locator: D\nEVIs with unknown locator config: 1\n"
+         "VPWS with unknown locator config: 0\nNo known SRv6 locators\n"},
+        {"no locator in use", 1, 1, {}, {{"L1", 0, 0, {}}},
+         "\nConfigured default locator: D\n" + counts0 + "No SRv6 locators in use\n"},
+        {"a name's length counts modulo 256", 1, 0, {}, {{long_name, 1, 0, {}}},
+         "\nConfigured default locator: D\n" + counts0 + heading + long_name + row_tail},
+        {"unused names do not widen; an unknown flag bit prints no flags", 1, 0, {},
+         {{"A", 1, 0x10, {}}, {"A-LONG-NAME-NOT-IN-USE", 0, 0, {}}},
+         "\nConfigured default locator: D\n" + counts0 + heading + "A           " + row_tail},
+        {"an item reaching column 78 stays, the next one wraps", 1, 1, {},
+         {{"A", 1, 0, {10000, 10001, 10002, 10003, 10004, 10005, 10006, 10007, 10008}}},
+         "\nConfigured default locator: D\n" + counts0 + heading + "A           " + row_tail +
+             "   Configured on EVIs <evi>: 10000, 10001, 10002, 10003, 10004, 10005, 10006, \n" +
+             std::string(29, ' ') + "10007, 10008\n"},
+    };
+    const ShowFilter saved = show_filter;
+    for (const auto &c : cases) {
+        std::vector<l2vpn_evpn_srv6_locator_entry> locs(c.locators.size());
+        std::vector<std::vector<uint32_t>> evis;
+        for (const Loc &l : c.locators) evis.push_back(l.evis);
+        for (size_t i = 0; i < locs.size(); i++) {
+            locs[i] = {};
+            locs[i].name = const_cast<char *>(c.locators[i].name.c_str());
+            locs[i].in_use = c.locators[i].in_use;
+            locs[i].flags = c.locators[i].flags;
+            locs[i].evis = {static_cast<uint32_t>(evis[i].size()), evis[i].data()};
+        }
+        std::vector<uint32_t> unknown = c.unknown_evis;
+        l2vpn_evpn_srv6_bag r{};
+        r.enabled = c.enabled;
+        r.default_locator = const_cast<char *>("D");
+        r.unknown_locator_evis = {static_cast<uint32_t>(unknown.size()), unknown.data()};
+        r.locators = {static_cast<uint32_t>(locs.size()), locs.data()};
+        show_filter.detail = c.detail;
+        show_filter.private_view = 0;
+        EXPECT_EQ(stdout_of([&] { print_evpn_srv6_bag(&r, "srv6", nullptr); }), c.expected)
+            << c.claim;
+    }
+    show_filter = saved;
 }
 
 }  // namespace

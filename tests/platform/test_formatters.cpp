@@ -237,6 +237,23 @@ TEST(Formatters, Words) {
     EXPECT_STREQ(Yes_or_No_str(2), "Yes");
 }
 
+TEST(Formatters, LocatorFlagsPrintOnlyWholeKnownTexts) {
+    const struct { uint16_t flags; size_t size; const char *out; } cases[] = {
+        {0x1, 20, "Anycast"}, {0x6, 20, "uSID,Algo"}, {0x7, 20, "Anycast,uSID,Algo"},
+        {0x7, 18, "Anycast,uSID,Algo"}, {0x7, 17, nullptr}, {0x0, 20, nullptr},
+        {0x8, 20, nullptr}, {0x9, 20, nullptr}, {0x8000, 20, nullptr}, {0x2, 0, nullptr}};
+    for (const auto &c : cases) {
+        char buf[21];
+        memset(buf, kFill, sizeof buf);
+        int wrote = srv6_util_locator_flags_print(c.flags, buf, c.size);
+        EXPECT_EQ(wrote != 0, c.out != nullptr) << c.flags << "/" << c.size;
+        if (c.out)
+            EXPECT_STREQ(buf, c.out) << c.flags;
+        else
+            EXPECT_EQ(buf[0], kFill) << c.flags << "/" << c.size;  // untouched
+    }
+}
+
 TEST(Formatters, AttachmentNames) {
     const std::string long_name(100, 'x');
     const struct { const char *name; int kind; const char *out; } cases[] = {   // kind: 1 PW, 2 VFI, 3 EVI

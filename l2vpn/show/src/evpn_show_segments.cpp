@@ -4,6 +4,7 @@
 // printers.
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <iterator>
 #include <type_traits>
 
@@ -22,7 +23,7 @@ constexpr RecordTypeDef kRemoteShg = pending_type(200);        // print_evpn_rem
 constexpr RecordTypeDef kIgmpRoute = pending_type(200);        // print_evpn_igmp_bag
 constexpr RecordTypeDef kClient = pending_type(5);             // print_evpn_client_bag
 constexpr RecordTypeDef kGroup = pending_type(200);            // print_evpn_grp_info_bag
-constexpr RecordTypeDef kSrv6 = pending_type(0);               // print_evpn_srv6_bag
+constexpr RecordTypeDef kSrv6 = record_type<l2vpn_evpn_srv6_bag>(print_evpn_srv6_bag, 0);
 constexpr RecordTypeDef kGesMapEntry = pending_type(200);      // print_ges_map_entry_bag
 
 constexpr char kDashLine[] = "-----------------------------\n";
@@ -71,6 +72,98 @@ void print_es_diag_section(const l2vpn_evpn_summary_bag &s) {
         l2vpn_diag_stats_print_bag(&s.es_diag[i]);
     }
     printf("\n");
+}
+
+// ---- SRv6 ------------------------------------------------------------------
+
+// What an SRv6 item list holds: EVIs, EVI:AC-ID pairs, or SRv6 E-LAN EVIs.
+enum Srv6ItemMode : int { kSrv6ItemEvis = 0, kSrv6ItemVpws = 1, kSrv6ItemElanEvis = 2 };
+
+constexpr size_t kSrv6ItemSize = 23;     // one item's text, NUL included
+constexpr int kSrv6ItemLineEnd = 78;     // an item that would pass it starts a new line
+constexpr size_t kSrv6PrefixSize = 46;
+constexpr size_t kSrv6NumberSize = 20;
+constexpr size_t kSrv6FlagsSize = 20;
+
+const char *true_or_false(uint32_t flag) { return flag ? "True" : "False"; }
+
+// "   title: " then the items, comma-separated; continuation lines are indented
+// under the first item. Column and indent are kept in 8 bits.
+void print_srv6_item_list(const void *items, uint32_t count, const char *title,
+                          Srv6ItemMode mode) {
+    const uint8_t indent = static_cast<uint8_t>(printf("   %s: ", title));
+    uint8_t column = indent;
+    if (items == nullptr || count == 0) {
+        printf("\n");
+        return;
+    }
+    for (uint32_t i = 0; i < count; i++) {
+        const bool last = i + 1 == count;
+        char item[kSrv6ItemSize];
+        if (mode == kSrv6ItemVpws) {
+            const auto &pair = static_cast<const l2vpn_evpn_srv6_vpws_item *>(items)[i];
+            snprintf(item, sizeof item, last ? "%u:%u" : "%u:%u, ", pair.evi, pair.ac_id);
+        } else {
+            snprintf(item, sizeof item, last ? "%u" : "%u, ",
+                     static_cast<const uint32_t *>(items)[i]);
+        }
+        const uint8_t len = static_cast<uint8_t>(strlen(item));
+        if (column + len > kSrv6ItemLineEnd) {
+            printf("\n%*s", indent, " ");
+            printf("%s", item);
+            column = static_cast<uint8_t>(indent + len);
+        } else {
+            printf("%s", item);
+            column = static_cast<uint8_t>(column + len);
+        }
+    }
+    printf("\n");
+}
+
+template <class T>
+uint32_t count_of(const bag_array<T> &a) { return a.data != nullptr ? a.count : 0; }
+
+// Headings and rows share one format per view; the first column is as wide
+// as the longest name shown.
+constexpr char kLocatorColumnsPrivate[] =
+    "%-*s    %-24s    %-10s    %-5s    %-5s    %-20s    %-13s    %-13s\n";
+constexpr char kLocatorColumns[] = "%-*s    %-24s    %-5s    %-20s    %-13s    %-13s\n";
+constexpr char kLocatorNameTitle[] = "Locator name";
+
+void print_srv6_locator(const l2vpn_evpn_srv6_locator_entry &loc, int width, bool priv,
+                        bool detail) {
+    char prefix[kSrv6PrefixSize], services[kSrv6NumberSize], sids[kSrv6NumberSize];
+    char locator_id[kSrv6NumberSize], flags[kSrv6FlagsSize] = "";
+    snprintf(prefix, sizeof prefix, "%s/%d", l2vpn_inet_ntop(&loc.prefix), loc.prefix_len);
+    snprintf(services, sizeof services, "%u", loc.service_count);
+    snprintf(sids, sizeof sids, "%u", loc.sid_count);
+    if (priv)
+        snprintf(locator_id, sizeof locator_id, "%u", loc.locator_id);
+    char flags_text[kSrv6FlagsSize];
+    if (srv6_util_locator_flags_print(loc.flags, flags_text, sizeof flags_text))
+        snprintf(flags, sizeof flags, "%s", flags_text);
+    if (priv)
+        printf(kLocatorColumnsPrivate, width, text_of(loc.name), prefix, locator_id,
+               true_or_false(loc.oor), true_or_false(loc.in_use), flags, services, sids);
+    else
+        printf(kLocatorColumns, width, text_of(loc.name), prefix, true_or_false(loc.oor), flags,
+               services, sids);
+    if (!detail)
+        return;
+    if (loc.is_default)
+        printf("   Default locator\n");
+    if (count_of(loc.evis))
+        print_srv6_item_list(loc.evis.data, loc.evis.count, "Configured on EVIs <evi>",
+                             kSrv6ItemEvis);
+    if (count_of(loc.vpws))
+        print_srv6_item_list(loc.vpws.data, loc.vpws.count, "Configured on VPWS <evi:ac-id>",
+                             kSrv6ItemVpws);
+    if (count_of(loc.elan_evis))
+        print_srv6_item_list(loc.elan_evis.data, loc.elan_evis.count,
+                             "Configured on SRv6 ELAN <evi>", kSrv6ItemElanEvis);
+    if (priv)
+        infra_db_print_evt_hist_bag(&loc.event_history, &loc.event_history_info,
+                                    "EVPN SRV6 Locator event history");
 }
 
 }  // namespace
@@ -181,6 +274,72 @@ void print_evpn_summary_bag(const void *record, const char *, PrintContext *) {
 
     print_evt_trace_history(&s.event_history);
     print_es_diag_section(s);
+}
+
+void print_evpn_srv6_bag(const void *record, const char *, PrintContext *) {
+    const auto &r = *static_cast<const l2vpn_evpn_srv6_bag *>(record);
+    const bool priv = show_filter.private_view != 0;
+    const bool detail = priv || show_filter.detail != 0;
+
+    if (r.enabled) {
+        printf("\n");
+        printf("Configured default locator: %s\n", text_of(r.default_locator));
+        if (priv) {
+            printf("Configured default locator ID: %u\n", r.default_locator_id);
+            printf("SRv6 registered: %s\n", true_or_false(r.registered));
+        }
+    } else {
+        printf("EVPN SRv6 disabled\n");
+    }
+    const uint32_t evis = count_of(r.unknown_locator_evis);
+    printf("EVIs with unknown locator config: %u\n", evis);
+    if (detail && evis)
+        print_srv6_item_list(r.unknown_locator_evis.data, evis, "Items <evi>", kSrv6ItemEvis);
+    const uint32_t vpws = count_of(r.unknown_locator_vpws);
+    printf("VPWS with unknown locator config: %u\n", vpws);
+    if (detail && vpws)
+        print_srv6_item_list(r.unknown_locator_vpws.data, vpws, "Items <evi:ac-id>",
+                             kSrv6ItemVpws);
+
+    const uint32_t n = count_of(r.locators);
+    if (n == 0) {
+        if (r.enabled)
+            printf("No known SRv6 locators\n");
+        return;
+    }
+    // The width is a byte: name lengths count modulo 256.
+    uint8_t width = sizeof kLocatorNameTitle - 1;
+    bool any_in_use = false;
+    for (uint32_t i = 0; i < n; i++) {
+        const l2vpn_evpn_srv6_locator_entry &loc = r.locators.data[i];
+        any_in_use = any_in_use || loc.in_use;
+        if (!loc.in_use && !priv)
+            continue;
+        const uint8_t len = static_cast<uint8_t>(strlen(text_of(loc.name)));
+        if (len > width)
+            width = len;
+    }
+    if (!r.enabled)
+        return;
+    if (!priv && !any_in_use) {
+        printf("No SRv6 locators in use\n");
+        return;
+    }
+    printf("\n");
+    if (priv) {
+        printf(kLocatorColumnsPrivate, width, kLocatorNameTitle, "Prefix", "Locator ID", "OOR",
+               "InUse", "Flags", "Service count", "SID count");
+        printf(kLocatorColumnsPrivate, width, "------------", "------", "----------", "---",
+               "-----", "-----", "-------------", "---------");
+    } else {
+        printf(kLocatorColumns, width, kLocatorNameTitle, "Prefix", "OOR", "Flags",
+               "Service count", "SID count");
+        printf(kLocatorColumns, width, "------------", "------", "---", "-----", "-------------",
+               "---------");
+    }
+    for (uint32_t i = 0; i < n; i++)
+        if (r.locators.data[i].in_use || priv)
+            print_srv6_locator(r.locators.data[i], width, priv, detail);
 }
 
 // ============================================================================

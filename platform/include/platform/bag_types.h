@@ -179,13 +179,30 @@ template <class T> struct bag_record_info;
     FS(l2vpn_diag_stats_bag, es_diag, 20) F(U64, es_ead_pulses_pending)         \
     F(BOOL, ntp_in_sync)
 
+// One VPWS service of an SRv6 list: its EVI and AC ID.
+#define BAG_FIELDS_l2vpn_evpn_srv6_vpws_item(F, S, A, AS, FS) F(U32, evi) F(U32, ac_id)
+
+#define BAG_FIELDS_l2vpn_evpn_srv6_locator_entry(F, S, A, AS, FS)               \
+    F(STR, name) F(IP, prefix) F(U8, prefix_len) F(U32, locator_id) F(BOOL, oor) \
+    F(BOOL, in_use) F(U16, flags) F(U32, service_count) F(U32, sid_count)       \
+    F(BOOL, is_default) A(U32, evis) AS(l2vpn_evpn_srv6_vpws_item, vpws)        \
+    S(evt_hist_bag, event_history) S(evt_hist_bag, event_history_info)          \
+    A(U32, elan_evis)
+
+#define BAG_FIELDS_l2vpn_evpn_srv6_bag(F, S, A, AS, FS)                         \
+    F(BOOL, enabled) F(BOOL, registered) F(STR, default_locator)                \
+    F(U32, default_locator_id) A(U32, unknown_locator_evis)                     \
+    AS(l2vpn_evpn_srv6_vpws_item, unknown_locator_vpws)                         \
+    AS(l2vpn_evpn_srv6_locator_entry, locators)
+
 // ---- The types -------------------------------------------------------------
 
 // Sub-records, each before the types that hold it.
 #define BAG_SUBRECORDS(X)                                                       \
     X(SidStructure) X(Srv6Sid) X(SrTeInfo) X(L2Attributes) X(EvpnPath)          \
     X(evt_hist_entry_bag) X(evt_hist_bag) X(l2vpn_timespec_bag)                 \
-    X(l2vpn_diag_stats_bag) X(l2vpn_evpn_rd_rt_entry)
+    X(l2vpn_diag_stats_bag) X(l2vpn_evpn_rd_rt_entry)                          \
+    X(l2vpn_evpn_srv6_vpws_item) X(l2vpn_evpn_srv6_locator_entry)
 
 // Top-level record types with the bytes of their decode buffers. A new type
 // goes at the end: its position is its number in bag_record_types, which the
@@ -196,7 +213,8 @@ template <class T> struct bag_record_info;
     X(l2vpn_evpn_evi_detail_bag, 432)                                           \
     X(l2vpn_evpn_evi_bgp_rt_bag, 96)                                            \
     X(l2vpn_evpn_rd_private_bag, 64)                                            \
-    X(l2vpn_evpn_summary_bag, 616)
+    X(l2vpn_evpn_summary_bag, 616)                                              \
+    X(l2vpn_evpn_srv6_bag, 72)
 
 BAG_SUBRECORDS(BAG_DECLARE)
 BAG_RECORDS(BAG_DECLARE_RECORD)

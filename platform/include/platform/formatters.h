@@ -92,6 +92,15 @@ const char *evpn_type_2_string(uint32_t evi_type);
 const char *evpn_bag_df_role_to_str(uint32_t role);
 const char *Yes_or_No_str(uint32_t flag);
 
+// SRv6 locator flag bits, each with its word.
+#define SRV6_LOCATOR_FLAG_WORDS(X)                                              \
+    X(SRV6_LOCATOR_FLAG_ANYCAST, 0x1, "Anycast") X(SRV6_LOCATOR_FLAG_USID, 0x2, "uSID") \
+    X(SRV6_LOCATOR_FLAG_ALGO, 0x4, "Algo")
+// Words of the set locator flags, joined by ',' in bit order, into buf
+// (size bytes). Non-zero when it wrote them; 0, with buf untouched, for no
+// flag, a bit without a word, or a text that does not fit.
+int srv6_util_locator_flags_print(uint16_t flags, char *buf, size_t size);
+
 // Attachment names as records carry them.
 int is_pw_ves(const char *name);       // "PW:<neighbor>,<pw-id>"
 int is_vfi_ves(const char *name);      // "VFI:<vfi-name>"
