@@ -48,6 +48,7 @@ int main(int argc, char **argv) {
     int written = 0;
     bool ok = true;
     for (const ListingDef &l : sysdb_registry()) {
+        if (l.child) continue;  // per-item listings: no path of their own to walk
         uint32_t type = 0, len = 0;
         void *data = nullptr;
         if (l.singleton) {

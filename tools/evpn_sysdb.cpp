@@ -92,12 +92,14 @@ int dump_path(const Args &a) {
         return 1;
     }
     std::string path = a.arg;
-    // The record type: the listing whose base starts the path.
-    const ListingDef *def = nullptr;
-    for (const ListingDef &l : sysdb_registry())
-        if (path.compare(0, strlen(l.base), l.base) == 0 &&
-            (!def || strlen(l.base) > strlen(def->base)))
-            def = &l;
+    // The record type: the listing at the path (a per-item listing's own
+    // path among them), else the listing whose base starts the path.
+    const ListingDef *def = sysdb_registry_find(path);
+    if (!def)
+        for (const ListingDef &l : sysdb_registry())
+            if (path.compare(0, strlen(l.base), l.base) == 0 &&
+                (!def || strlen(l.base) > strlen(def->base)))
+                def = &l;
     if (!def) {
         fprintf(stderr, "evpn_sysdb: no listing holds %s\n", path.c_str());
         _sysdb_unbind(h);

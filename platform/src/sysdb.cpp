@@ -218,7 +218,8 @@ bool path_ok(const char *path) {
     return strnlen(path, kMaxPath + 1) <= kMaxPath;
 }
 
-// Resolves "base/name" (or a singleton's path) to its listing and sort key.
+// Resolves "base/name", "base/name/leaf" for a listing with an item leaf,
+// or a singleton's path, to its listing and sort key.
 uint32_t resolve_item(const char *path, const ListingDef *&l, std::string &skey) {
     std::string_view p(path);
     if ((l = sysdb_registry_find(p)) && l->singleton) {
@@ -227,9 +228,19 @@ uint32_t resolve_item(const char *path, const ListingDef *&l, std::string &skey)
     }
     size_t slash = p.rfind('/');
     if (slash == std::string_view::npos) return SYSDB_ERR_NOT_FOUND;
+    std::string_view name = p.substr(slash + 1);
     l = sysdb_registry_find(p.substr(0, slash));
-    if (!l || l->singleton) return SYSDB_ERR_NOT_FOUND;
-    if (!sysdb_keys::skey_from_name(*l, p.substr(slash + 1), skey)) return SYSDB_ERR_NOT_FOUND;
+    if (!l) {
+        size_t up = p.rfind('/', slash - 1);
+        if (slash == 0 || up == std::string_view::npos) return SYSDB_ERR_NOT_FOUND;
+        l = sysdb_registry_find(p.substr(0, up));
+        if (!l || !l->item_leaf || name != l->item_leaf) return SYSDB_ERR_NOT_FOUND;
+        name = p.substr(up + 1, slash - up - 1);
+    } else if (l->item_leaf || l->child) {
+        return SYSDB_ERR_NOT_FOUND;  // items of this listing end in their leaf
+    }
+    if (l->singleton) return SYSDB_ERR_NOT_FOUND;
+    if (!sysdb_keys::skey_from_name(*l, name, skey)) return SYSDB_ERR_NOT_FOUND;
     return 0;
 }
 
@@ -263,7 +274,7 @@ uint32_t resolve_listing(const char *path, Query &q) {
         q.layout = q.l->item_key;
         q.is_given.assign(q.l->keys.size(), false);
         q.given.assign(q.l->keys.size(), std::string());
-        q.scan_path = q.l->base;
+        q.scan_path = p;  // the base, or a per-item listing's own path
         return 0;
     }
     // "B-index/keys": the longest registered base followed by '-'.

@@ -8,6 +8,7 @@
 #include "platform/sysdb_registry.h"
 
 #include "platform/bag_types.h"
+#include "platform/sysdb_keys.h"
 #include "platform/sysdb_paths.h"
 
 namespace {
@@ -56,15 +57,37 @@ const std::vector<ListingDef> kRegistry = {
     {EVPN_PATH_SUMMARY, &bag_desc_l2vpn_evpn_summary_bag, true, {}, {}, {}},
     // EVPN's use of SRv6: one item.
     {EVPN_PATH_SRV6, &bag_desc_l2vpn_evpn_srv6_bag, true, {}, {}, {}},
+    // Tunnel endpoints, listed at "tep" by tep_id (%x); each one's record is
+    // "tep/<id>/info", its notification registrations "tep/<id>/notification".
+    {EVPN_PATH_TEP, &bag_desc_l2vpn_evpn_tep_bag, false, {{"tep_id", KeyText::HEX}}, {0}, {},
+     "info"},
+    {EVPN_PATH_TEP, &bag_desc_l2vpn_evpn_tep_notification_entry_bag, false,
+     {{"name", KeyText::STR}}, {0}, {}, nullptr, "notification"},
 };
 
 }  // namespace
 
 const std::vector<ListingDef> &sysdb_registry(void) { return kRegistry; }
 
-const ListingDef *sysdb_registry_find(std::string_view base) {
+const ListingDef *sysdb_registry_find(std::string_view path) {
     for (const ListingDef &l : kRegistry)
-        if (base == l.base) return &l;
+        if (!l.child && path == l.base) return &l;
+    // "<base>/<item name>/<child>", where the name names an item of base.
+    for (const ListingDef &l : kRegistry) {
+        if (!l.child) continue;
+        const std::string_view base = l.base, child = l.child;
+        if (path.size() <= base.size() + child.size() + 2 || !path.starts_with(base) ||
+            path[base.size()] != '/' || !path.ends_with(child) ||
+            path[path.size() - child.size() - 1] != '/')
+            continue;
+        std::string_view name =
+            path.substr(base.size() + 1, path.size() - base.size() - child.size() - 2);
+        const ListingDef *parent = sysdb_registry_find(base);
+        std::string skey;
+        if (parent && name.find('/') == std::string_view::npos &&
+            sysdb_keys::skey_from_name(*parent, name, skey))
+            return &l;
+    }
     return nullptr;
 }
 

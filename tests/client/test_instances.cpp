@@ -1,4 +1,5 @@
-// EVI, route-target and route-distinguisher printers on hand-built records.
+// EVI, route-target, route-distinguisher and tunnel endpoint printers on
+// hand-built records.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -14,6 +15,10 @@
 
 // Supplied only by a stand-in walk, in builds without the retrieval layer.
 const ShowContext *walk_stub_last_context() __attribute__((weak));
+// The tunnel endpoint printers stand with their command only.
+void print_evpn_tep_bag(const void *record, const char *item_name, const char *tag);
+void print_evpn_tep_notification_entry(const void *record, const char *item_name,
+                                       PrintContext *ctx);
 
 namespace {
 
@@ -489,6 +494,59 @@ TEST_F(Instances, RdDatabaseEntry) {
     rd.rd = kBad;
     EXPECT_EQ("\n Error! unable to parse RD format" + hist + "\n", show(&rd));
     EXPECT_EQ("\n Error! a pointer is null\n", show(nullptr));
+}
+
+// One endpoint in each form; the registrations are walked at the tag's
+// listing (the database is not bound here, so none print).
+TEST_F(Instances, TunnelEndpointForms) {
+    auto pad = [](std::string s, size_t w) { return s.append(w > s.size() ? w - s.size() : 0, ' '); };
+    auto line = [&](const char *word) {
+        return "0x0000002a " + pad(word, 12) + " " + pad("::", 40) + " " + pad("::", 40) + "\n";
+    };
+    const std::string vrf = "  In-use count: 7\n  VRF: Name 'red', Table-Id 0x00000011\n";
+    const std::string regs = "  Notification registrations:\n";
+    const struct {
+        const char *claim;
+        uint8_t detail, private_view, tep_type;
+        uint32_t local_vpn_id, local_encap, remote_vpn_id, remote_encap;
+        uint16_t udp_port;
+        uint32_t registered, reachable;
+        std::string expected;
+    } cases[] = {
+        {"brief: the line and an empty one", 0, 0, 8, 100, 10, 0, 0, 0, 0, 0,
+         line("Overlay-LTEP") + "\n"},
+        {"a type past the table", 0, 0, 9, 0, 0, 0, 0, 0, 0, 0, line("Invalid") + "\n"},
+        {"the local side shares the UDP port's line", 1, 0, 2, 100, 10, 0, 0, 4789, 1, 1,
+         line("MPLS") + vrf + "  Local VPN-ID: 100      Encap:MPLS    UDP port: 4789\n" + regs + "\n"},
+        {"the remote side alone, an unknown encapsulation, the widest port", 1, 0, 255, 0, 0, 301,
+         99, 65535, 1, 1,
+         line("Invalid") + vrf + "  UDP port: 65535\n  Remote VPN-ID: 301      Encap:Unknown\n" +
+             regs + "\n"},
+        {"private: layer-3 FIB state and event history", 0, 1, 3, 0, 0, 200, 8, 0, 0, 1,
+         line("VXLAN") + vrf + "  UDP port: 0\n  Remote VPN-ID: 200      Encap:VXLAN \n" + regs +
+             "  L3FIB Status: Not Registered, Reachable\n\nL2VPN TEP event history\n"
+             "    No events\n\n"},
+    };
+    for (const auto &c : cases) {
+        l2vpn_evpn_tep_bag t{};
+        t.tep_id = 0x2a, t.tep_type = c.tep_type, t.in_use_count = 7;
+        t.vrf_name = txt("red"), t.vrf_table_id = 0x11;
+        t.local_vpn_id = c.local_vpn_id, t.local_encap = static_cast<uint8_t>(c.local_encap);
+        t.remote_vpn_id = c.remote_vpn_id, t.remote_encap = static_cast<uint8_t>(c.remote_encap);
+        t.udp_port = c.udp_port, t.l3fib_registered = c.registered, t.l3fib_reachable = c.reachable;
+        show_filter.detail = c.detail, show_filter.private_view = c.private_view;
+        requests_.clear();
+        EXPECT_EQ(stdout_of([&] { print_evpn_tep_bag(&t, "info", "2a"); }), c.expected) << c.claim;
+        if (c.detail || c.private_view) {
+            ASSERT_EQ(requests_.size(), 1u) << c.claim;
+            EXPECT_EQ(requests_[0].path, "tep/2a/notification");
+            EXPECT_EQ(requests_[0].count, 200u);
+        } else {
+            EXPECT_TRUE(requests_.empty()) << c.claim;
+        }
+    }
+    l2vpn_evpn_tep_notification_entry_bag n{txt("bgp")};
+    EXPECT_EQ(stdout_of([&] { print_evpn_tep_notification_entry(&n, "bgp", nullptr); }), "   bgp\n");
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 // The operational database as the show client sees it: listings in natural
 // key order and in batches, resume and rewind, key indices with wildcards,
-// single items, roots, binding, forwarding statistics, capabilities and the
+// single items, listings held per item, roots, binding, forwarding statistics, capabilities and the
 // debug facility.
 #include <gtest/gtest.h>
 #include <sqlite3.h>
@@ -31,6 +31,7 @@
 #include "platform/l2fib_stats.h"
 #include "platform/sysdb.h"
 #include "platform/sysdb_paths.h"
+#include "platform/sysdb_registry.h"
 #include "sysdb_writer.h"
 
 namespace {
@@ -112,6 +113,7 @@ class Db {
         else if (base == kEvi) d = &bag_desc_l2vpn_evpn_evi_summary_bag;
         else if (base == "summary") d = &bag_desc_l2vpn_evpn_summary_bag;
         else if (base == "rd_private") d = &bag_desc_l2vpn_evpn_rd_private_bag;
+        else if (const ListingDef *l = sysdb_registry_find(base)) d = l->desc;
         ASSERT_TRUE(d) << base;
         std::vector<uint64_t> rec(d->size / 8 + 1);
         evpn::RecordArena arena;
@@ -675,6 +677,45 @@ TEST_F(Store, SingleItemsAreFetchedByPath) {
 
     EXPECT_STREQ(l2vpn_edm_sysdb_path_to_item_name("evpn_evi/0x2,0x8"), "0x2,0x8");
     EXPECT_STREQ(l2vpn_edm_sysdb_path_to_item_name("summary"), "summary");
+}
+
+// Tunnel endpoints: the listing names each endpoint by its ID, the record is
+// the item "<id>/info" below it, and each endpoint holds its own listing of
+// notification registrations at "<id>/notification".
+TEST_F(Store, ItemLeavesAndListingsHeldPerItem) {
+    const std::string tep = EVPN_PATH_TEP;
+    Db db(path("t.db"));
+    for (uint32_t id : {0x1fu, 2u, 0x100u})
+        db.add(kGl, tep, {{"tep_id", id}, {"vrf_name", "v"}, {"udp_port", id}});
+    for (const char *name : {"l2rib", "bgp", "mac-mobility"})
+        db.add(kGl, tep + "/1f/notification", {{"name", name}});
+    db.add(kGl, tep + "/100/notification", {{"name", "other"}});
+    std::string err;
+    std::vector<uint64_t> rec(2);
+    EXPECT_FALSE(db.w().add(kGl, tep + "/x1/notification", rec.data(), err));  // no such ID text
+    EXPECT_FALSE(db.w().add(kGl, tep + "/1f/info", rec.data(), err));          // an item, not a listing
+    db.commit();
+    sysdb_handle_td h = bind(path("t.db"));
+
+    EXPECT_EQ(walk(h, tep, 2).names, (std::vector<std::string>{"2", "1f", "100"}));
+    uint32_t type = 0, len = 0;
+    void *data = nullptr;
+    ASSERT_EQ(sysdb_item_get(h, "tep/1f/info", &type, &data, &len, 0), 0u);
+    EXPECT_EQ(std::string(static_cast<char *>(data), len), request(h, tep, 2).data[1]);
+    free(data);
+    for (const char *missing : {"tep/1f", "tep/3/info", "tep/1f/notification", "tep/1f/other",
+                                "tep/x1/info", "tep//info", "tep/info"}) {
+        data = nullptr;
+        EXPECT_EQ(sysdb_item_get(h, missing, &type, &data, &len, 0), SYSDB_ERR_NOT_FOUND) << missing;
+        free(data);
+    }
+    // Each endpoint's registrations in name order, resumable; none for another's.
+    Walk w = walk(h, tep + "/1f/notification", 2);
+    EXPECT_EQ(w.names, (std::vector<std::string>{"bgp", "l2rib", "mac-mobility"}));
+    EXPECT_EQ(w.requests, 2u);
+    EXPECT_EQ(walk(h, tep + "/100/notification", 200).names, std::vector<std::string>{"other"});
+    EXPECT_EQ(request(h, tep + "/2/notification", 200).rc, SYSDB_ERR_NOT_FOUND);
+    EXPECT_EQ(request(h, tep + "/x1/notification", 200).rc, SYSDB_ERR_NOT_FOUND);
 }
 
 TEST_F(Store, EachRootHoldsItsOwnItems) {

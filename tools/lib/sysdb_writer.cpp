@@ -244,7 +244,7 @@ bool SysdbWriter::add(const std::string &root, std::string_view base, const void
         (void)rc;
         return false;
     }
-    if (t->list < 0 && (t->list = m.list_id(root, l->base, l->desc->name, err)) < 0) return false;
+    if (t->list < 0 && (t->list = m.list_id(root, t->base, l->desc->name, err)) < 0) return false;
     if (l->singleton) return m.insert_item(t->list, std::string(), l->base, m.encoded, l->base, err);
 
     if (!sysdb_keys::from_record(*l, record, m.sort, m.text, err)) return false;
@@ -322,7 +322,7 @@ bool SysdbWriter::add_raw(const std::string &root, std::string_view base, const 
         err = "item name " + name + " does not fit the keys of " + l->base;
         return false;
     }
-    int64_t list = m.list_id(root, l->base, l->desc->name, err);
+    int64_t list = m.list_id(root, std::string(base), l->desc->name, err);
     return list >= 0 && m.insert_item(list, skey, l->singleton ? l->base : name, data, l->base, err);
 }
 

@@ -1,7 +1,7 @@
 // Instances: the commands of the RD database, EVIs and tunnel endpoints, with
 // their headers, paths and printers: EVIs (table line and detail block with
 // its statistics, RD/RT and internal sections), EVI route targets, RD lists
-// and the RD database.
+// and the RD database, tunnel endpoints with their notification registrations.
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -12,6 +12,12 @@
 #include "platform/cerr.h"
 #include "platform/printers.h"
 #include "platform/show.h"
+
+// The tunnel endpoint printers: the endpoint's is an operation of the
+// platform's show context, its registrations' a RecordPrinter.
+void print_evpn_tep_bag(const void *record, const char *item_name, const char *tag);
+void print_evpn_tep_notification_entry(const void *record, const char *item_name,
+                                       PrintContext *ctx);
 
 namespace {
 
@@ -24,10 +30,12 @@ constexpr RecordTypeDef kEviDetail = record_type<l2vpn_evpn_evi_detail_bag>(
     print_evpn_evi_detail_bag, 200, EVPN_DATALIST_OPT_EVI_STATS);
 constexpr RecordTypeDef kEviRouteTarget =
     record_type<l2vpn_evpn_evi_bgp_rt_bag>(print_evpn_evi_bgp_rt_bag, 200);
-constexpr RecordTypeDef kTep = pending_type(200);  // l2vpn_evpn_tep_bag
-// Tunnel endpoints go through the platform's generic show routines.
-constexpr l2vpn_show_fn kTepListOperation = nullptr;  // PENDING show_evpn_tep_info
-constexpr l2vpn_show_fn kTepPrinter = nullptr;        // PENDING print_evpn_tep_bag
+// Tunnel endpoints go through the platform's generic show routines, whose
+// operations take the show context's tag where a printer takes its context:
+// the endpoint record has no RecordPrinter of its own.
+constexpr RecordTypeDef kTep = record_type<l2vpn_evpn_tep_bag>(nullptr, 200);
+constexpr RecordTypeDef kTepNotification = record_type<l2vpn_evpn_tep_notification_entry_bag>(
+    print_evpn_tep_notification_entry, 200);
 
 constexpr uint32_t kVpnIdEsImport = 65535;   // EVI of the Ethernet-segment import RTs
 
@@ -173,6 +181,17 @@ void print_bum(const TrafficCounters &c) {
 bool wants_detailed_form(const bd_forwarding_stats &s) {
     return s.rx_broadcast_packets || s.rx_multicast_packets || s.rx_unknown_unicast_packets ||
            s.tx_broadcast_packets || s.tx_multicast_packets;
+}
+
+// ---- Tunnel endpoints ------------------------------------------------------------
+
+// Indexed by tep_type; codes past the table read "Invalid".
+constexpr const char *kTepTypeWords[] = {"None",      "VFI-Interop", "MPLS",
+                                         "VXLAN",     "MPLS-Reach",  "SRv6",
+                                         "IP-Reach",  "Encap-Object", "Overlay-LTEP"};
+
+const char *tep_type_word(uint8_t type) {
+    return type < std::size(kTepTypeWords) ? kTepTypeWords[type] : "Invalid";
 }
 
 // ---- EVI internal state --------------------------------------------------------
@@ -477,6 +496,62 @@ void print_evpn_rd_private_bag(const void *record, const char *, PrintContext *)
     printf("\n");
 }
 
+// ---- Tunnel endpoints ----------------------------------------------------------------
+
+// tag: the endpoint's item name, which names its notification listing.
+void print_evpn_tep_bag(const void *record, const char *, const char *tag) {
+    const auto *tep = static_cast<const l2vpn_evpn_tep_bag *>(record);
+    if (tep == nullptr)
+        return;
+    // The address text is overwritten by the next address formatted.
+    printf("0x%08x %-12s %-40.40s ", tep->tep_id, tep_type_word(tep->tep_type),
+           l2vpn_inet_ntop(&tep->local_nexthop));
+    printf("%-40.40s\n", l2vpn_inet_ntop(&tep->remote_nexthop));
+    if (!show_filter.detail && !show_filter.private_view) {
+        printf("\n");
+        return;
+    }
+    printf("  In-use count: %u\n", tep->in_use_count);
+    printf("  VRF: Name '%s', Table-Id 0x%08x\n", text_of(tep->vrf_name), tep->vrf_table_id);
+    // No line end: the UDP port follows on the same line.
+    if (tep->local_vpn_id != 0)
+        printf("  Local VPN-ID: %-8u Encap:%-6s", tep->local_vpn_id,
+               evpn_bgp_encap_type_to_str(tep->local_encap));
+    printf("  UDP port: %d\n", static_cast<int>(tep->udp_port));
+    if (tep->remote_vpn_id != 0)
+        printf("  Remote VPN-ID: %-8u Encap:%-6s\n", tep->remote_vpn_id,
+               evpn_bgp_encap_type_to_str(tep->remote_encap));
+    printf("  Notification registrations:\n");
+    char path[EVPN_PATH_SIZE];
+    snprintf(path, sizeof path, EVPN_PATH_TEP "/%s/notification", text_of(tag));
+    evpn_show_walk(kTepNotification, path);
+    if (show_filter.private_view) {
+        printf("  L3FIB Status: ");
+        printf("%s", tep->l3fib_registered ? "Registered" : "Not Registered");
+        printf(", %s\n", tep->l3fib_reachable ? "Reachable" : "Not Reachable");
+        infra_db_print_evt_hist_bag(&tep->event_history, &tep->event_history_info,
+                                    "L2VPN TEP event history");
+    }
+    printf("\n");
+}
+
+void print_evpn_tep_notification_entry(const void *record, const char *, PrintContext *) {
+    const auto *entry = static_cast<const l2vpn_evpn_tep_notification_entry_bag *>(record);
+    if (entry != nullptr)
+        printf("   %s\n", text_of(entry->name));
+}
+
+// The list display's step for one endpoint name: fetch and print its record.
+void show_evpn_tep_info(const void *, const char *item_name, const char *) {
+    char path[EVPN_PATH_SIZE];
+    snprintf(path, sizeof path, EVPN_PATH_TEP "/%s/info", item_name);
+    const l2vpn_show_context_t one{path,         print_evpn_tep_bag,
+                                   kTep.desc(),  kTep.record_size,
+                                   0,            EVPN_DATALIST_OPT_NONE,
+                                   sysdb_handle, item_name};
+    l2vpn_show_get_display(&one);
+}
+
 // ============================================================================
 // Commands: headers and paths
 // ============================================================================
@@ -514,10 +589,9 @@ void show_evpn_tep(const ShowCommandDef &) {
     printf(kColumns + 1, kColumnRule, kColumnRule, kColumnRule, kColumnRule);
 
     if (!show_filter.value_set) {
-        const l2vpn_show_context_t all{EVPN_PATH_TEP, kTepListOperation,     nullptr,
+        const l2vpn_show_context_t all{EVPN_PATH_TEP, show_evpn_tep_info,    nullptr,
                                        0,             kTep.batch_count,      EVPN_DATALIST_OPT_NONE,
                                        sysdb_handle,  nullptr};
-        if (!all.operation) return evpn_show_walk(kTep, all.path);
         l2vpn_show_list_display(&all);
         return;
     }
@@ -525,8 +599,7 @@ void show_evpn_tep(const ShowCommandDef &) {
     char key[EVPN_PATH_SIZE], path[EVPN_PATH_SIZE];
     snprintf(key, sizeof key, "%x", show_filter.value);
     compose_path(path, EVPN_PATH_TEP "/%s/info", key);
-    if (!kTep.desc || !kTepPrinter) return evpn_show_item<kTep>(path);
-    const l2vpn_show_context_t one{path,  kTepPrinter,  kTep.desc(), kTep.record_size, 0,
+    const l2vpn_show_context_t one{path,  print_evpn_tep_bag,  kTep.desc(), kTep.record_size, 0,
                                    EVPN_DATALIST_OPT_NONE, sysdb_handle, key};
     l2vpn_show_get_display(&one);
 }

@@ -151,6 +151,17 @@ template <class T> struct bag_record_info;
 #define BAG_FIELDS_l2vpn_evpn_rd_rt_entry(F, S, A, AS, FS)                      \
     F(RD, rd) A(RT, rts) F(BOOL, stitching)
 
+// tep_type: the endpoint's type code; vrf_name is always present.
+#define BAG_FIELDS_l2vpn_evpn_tep_bag(F, S, A, AS, FS)                          \
+    F(U32, tep_id) F(U8, tep_type) F(U32, local_vpn_id) F(U8, local_encap)      \
+    F(IP, local_nexthop) F(U32, remote_vpn_id) F(U8, remote_encap)              \
+    F(IP, remote_nexthop) F(U32, in_use_count) F(STR, vrf_name)                 \
+    F(U32, vrf_table_id) F(U16, udp_port) F(BOOL, l3fib_registered)             \
+    F(BOOL, l3fib_reachable) S(evt_hist_bag, event_history)                     \
+    S(evt_hist_bag, event_history_info)
+
+#define BAG_FIELDS_l2vpn_evpn_tep_notification_entry_bag(F, S, A, AS, FS) F(STR, name)
+
 // ---- System ----------------------------------------------------------------
 
 #define BAG_FIELDS_l2vpn_evpn_summary_bag(F, S, A, AS, FS)                      \
@@ -214,7 +225,9 @@ template <class T> struct bag_record_info;
     X(l2vpn_evpn_evi_bgp_rt_bag, 96)                                            \
     X(l2vpn_evpn_rd_private_bag, 64)                                            \
     X(l2vpn_evpn_summary_bag, 616)                                              \
-    X(l2vpn_evpn_srv6_bag, 72)
+    X(l2vpn_evpn_srv6_bag, 72)                                                  \
+    X(l2vpn_evpn_tep_bag, 136)                                                  \
+    X(l2vpn_evpn_tep_notification_entry_bag, 8)
 
 BAG_SUBRECORDS(BAG_DECLARE)
 BAG_RECORDS(BAG_DECLARE_RECORD)

@@ -38,10 +38,16 @@ struct ListingDef {
     std::vector<KeyField> keys;    // every key field of the listing
     std::vector<uint8_t> item_key; // positions in keys that name an item
     std::vector<IndexDef> indices;
+    // Items whose path is "<base>/<name>/<item_leaf>"; the listing is still "<base>".
+    const char *item_leaf = nullptr;
+    // A listing held per item of the listing at base: "<base>/<item name>/<child>".
+    const char *child = nullptr;
 };
 
 const std::vector<ListingDef> &sysdb_registry(void);
-const ListingDef *sysdb_registry_find(std::string_view base);
+// The listing at path: a base, or "<base>/<item name>/<child>" for a
+// per-item listing, whose item name must name an item of base.
+const ListingDef *sysdb_registry_find(std::string_view path);
 
 // Number of path components a key field takes (3 for MAC3, else 1).
 int key_text_components(KeyText text);
