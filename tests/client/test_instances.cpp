@@ -15,10 +15,6 @@
 
 // Supplied only by a stand-in walk, in builds without the retrieval layer.
 const ShowContext *walk_stub_last_context() __attribute__((weak));
-// The tunnel endpoint printers stand with their command only.
-void print_evpn_tep_bag(const void *record, const char *item_name, const char *tag);
-void print_evpn_tep_notification_entry(const void *record, const char *item_name,
-                                       PrintContext *ctx);
 
 namespace {
 

@@ -13,12 +13,6 @@
 #include "platform/printers.h"
 #include "platform/show.h"
 
-// The tunnel endpoint printers: the endpoint's is an operation of the
-// platform's show context, its registrations' a RecordPrinter.
-void print_evpn_tep_bag(const void *record, const char *item_name, const char *tag);
-void print_evpn_tep_notification_entry(const void *record, const char *item_name,
-                                       PrintContext *ctx);
-
 namespace {
 
 // The record types the commands read.

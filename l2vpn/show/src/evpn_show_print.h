@@ -240,6 +240,11 @@ void print_evpn_client_bag(const void *record, const char *item_name, PrintConte
 void print_evpn_grp_info_bag(const void *record, const char *item_name, PrintContext *ctx);
 void print_evpn_srv6_bag(const void *record, const char *item_name, PrintContext *ctx);
 void print_ges_map_entry_bag(const void *record, const char *item_name, PrintContext *ctx);
+void print_evpn_tep_notification_entry(const void *record, const char *item_name,
+                                       PrintContext *ctx);
+// The tunnel endpoint's printer is an operation of the platform's show
+// context (platform/show.h): its third argument is the context's tag.
+void print_evpn_tep_bag(const void *record, const char *item_name, const char *tag);
 
 // ---- Shared by the printers -------------------------------------------------------
 // Forwarding entries (evpn_show_fwd_entries): remote paths, SIDs, tags.
