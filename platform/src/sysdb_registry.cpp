@@ -54,6 +54,8 @@ const std::vector<ListingDef> kRegistry = {
     {EVPN_PATH_RD, &bag_desc_l2vpn_evpn_rd_private_bag, false, {{"rd", KeyText::RDHEX}}, {0}, {}},
     // Global summary: one item.
     {EVPN_PATH_SUMMARY, &bag_desc_l2vpn_evpn_summary_bag, true, {}, {}, {}},
+    // EVPN groups: an item is named by its group ID in "%x".
+    {EVPN_PATH_GROUP, &bag_desc_evpn_grp_info_bag, false, {{"group_id", KeyText::HEX}}, {0}, {}},
 };
 
 }  // namespace

@@ -1,6 +1,7 @@
-// Global summary report and the event trace table.
+// Global summary report, the event trace table and the system record printers.
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -175,6 +176,49 @@ TEST(EventTrace, RowsShowZeroForWordsAnEntryDoesNotHold) {
         "     01/01 00:00:03.000  six words            0x11         0x22         0x33         0x44         M  - \n"
         "-----------------------------------------------------------------------------------\n"
         "\n");
+}
+
+TEST(GroupReport, StateWordBetweenEmptyLinesAndInvalidOutsideTheTable) {
+    const struct { int32_t state; const char *word; } cases[] = {
+        {0, "Deisolating"}, {1, "Isolated"}, {2, "Ready"},      {3, "Incomplete"},
+        {4, "Invalid"},     {7, "Invalid"},  {-1, "Invalid"},   {INT_MIN, "Invalid"},
+    };
+    for (const auto &c : cases) {
+        evpn_grp_info_bag g{};
+        g.group_id = 5, g.group_state = c.state;
+        EXPECT_TRUE(contains(stdout_of([&] { print_evpn_grp_info_bag(&g, nullptr, nullptr); }),
+                             std::string("\nEVPN Group: 5\n\n  state: ") + c.word +
+                                 "\n\n  Core Interfaces:\n"))
+            << c.state;
+    }
+}
+
+TEST(GroupReport, EachInterfaceListOrItsNoneLineUnderItsHeading) {
+    evpn_grp_intf_entry core[] = {{const_cast<char *>("eth1"), 1}, {nullptr, 99}};
+    evpn_grp_intf_entry access[] = {{const_cast<char *>("bond1.100"), 2}};
+    const struct {
+        bag_array<evpn_grp_intf_entry> core, access;
+        const char *body;
+    } cases[] = {
+        {{0, nullptr}, {0, nullptr},
+         "\n  Core Interfaces:\n     No core interfaces.\n"
+         "\n  Access Interfaces:\n     No access interfaces.\n\n"},
+        {{2, core}, {0, nullptr},
+         "\n  Core Interfaces:\n     eth1: Up\n     : Unknown\n"
+         "\n  Access Interfaces:\n     No access interfaces.\n\n"},
+        {{0, nullptr}, {1, access},
+         "\n  Core Interfaces:\n     No core interfaces.\n"
+         "\n  Access Interfaces:\n     bond1.100: Down\n\n"},
+        // A count without elements (a hand-built record) lists nothing.
+        {{3, nullptr}, {1, access},
+         "\n  Core Interfaces:\n     No core interfaces.\n"
+         "\n  Access Interfaces:\n     bond1.100: Down\n\n"},
+    };
+    for (const auto &c : cases) {
+        evpn_grp_info_bag g{4294967295u, 2, c.core, c.access};
+        EXPECT_EQ(stdout_of([&] { print_evpn_grp_info_bag(&g, nullptr, nullptr); }),
+                  std::string("\nEVPN Group: 4294967295\n\n  state: Ready\n") + c.body);
+    }
 }
 
 }  // namespace

@@ -21,7 +21,7 @@ constexpr RecordTypeDef kAcId = pending_type(200);             // print_atom_aci
 constexpr RecordTypeDef kRemoteShg = pending_type(200);        // print_evpn_remote_shg_bag
 constexpr RecordTypeDef kIgmpRoute = pending_type(200);        // print_evpn_igmp_bag
 constexpr RecordTypeDef kClient = pending_type(5);             // print_evpn_client_bag
-constexpr RecordTypeDef kGroup = pending_type(200);            // print_evpn_grp_info_bag
+constexpr RecordTypeDef kGroup = record_type<evpn_grp_info_bag>(print_evpn_grp_info_bag, 200);
 constexpr RecordTypeDef kSrv6 = pending_type(0);               // print_evpn_srv6_bag
 constexpr RecordTypeDef kGesMapEntry = pending_type(200);      // print_ges_map_entry_bag
 
@@ -56,6 +56,26 @@ void print_running_suffix(uint32_t left_ms) {
     else
         printf("[running, %d.%d sec left]\n", static_cast<int>(left_ms / 1000),
                static_cast<int>(left_ms % 1000 / 100));
+}
+
+// The word of a code from its table, numbered from 0; any other code,
+// negative ones included, is "Invalid".
+template <size_t N>
+const char *word_of(const char *const (&words)[N], int32_t code) {
+    return code >= 0 && static_cast<size_t>(code) < N ? words[code] : "Invalid";
+}
+
+// Group states of evpn_grp_info_bag::group_state.
+constexpr const char *kGroupStates[] = {"Deisolating", "Isolated", "Ready", "Incomplete"};
+
+// One line per interface of a group with the name of its state; false when
+// the group has none.
+bool print_grp_interfaces(const bag_array<evpn_grp_intf_entry> &list) {
+    uint32_t n = list.data != nullptr ? list.count : 0;
+    for (uint32_t i = 0; i < n; i++)
+        printf("     %s: %s\n", text_of(list.data[i].name),
+               im_state_reverse_lookup(list.data[i].if_state, 0));
+    return n != 0;
 }
 
 // Data word i of a trace entry; a word the entry does not hold shows as 0.
@@ -181,6 +201,17 @@ void print_evpn_summary_bag(const void *record, const char *, PrintContext *) {
 
     print_evt_trace_history(&s.event_history);
     print_es_diag_section(s);
+}
+
+void print_evpn_grp_info_bag(const void *record, const char *, PrintContext *) {
+    const auto &g = *static_cast<const evpn_grp_info_bag *>(record);
+    printf("\nEVPN Group: %u\n", g.group_id);
+    printf("\n  state: %s\n", word_of(kGroupStates, g.group_state));
+    printf("\n  Core Interfaces:\n");
+    if (!print_grp_interfaces(g.core_interfaces)) printf("     No core interfaces.\n");
+    printf("\n  Access Interfaces:\n");
+    if (!print_grp_interfaces(g.access_interfaces)) printf("     No access interfaces.\n");
+    printf("\n");
 }
 
 // ============================================================================
@@ -314,10 +345,6 @@ void show_evpn_grp(const ShowCommandDef &cmd) {
         if (rc != SYSDB_ERR_NOT_FOUND && rc != SYSDB_ERR_BAD_PATH)
             EVPN_TRACE(EVPN_DBG_ERR, cmd.name, "%s: sysdb item get failed: path:%s rc:%s",
                        cmd.name, path, cerr_strerror(rc));
-        free(data);
-        return;
-    }
-    if (!kGroup.desc) {  // PENDING: nothing to decode with yet
         free(data);
         return;
     }

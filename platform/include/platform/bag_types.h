@@ -179,13 +179,22 @@ template <class T> struct bag_record_info;
     FS(l2vpn_diag_stats_bag, es_diag, 20) F(U64, es_ead_pulses_pending)         \
     F(BOOL, ntp_in_sync)
 
+// if_state: an interface state code, named by im_state_reverse_lookup(code, 0).
+#define BAG_FIELDS_evpn_grp_intf_entry(F, S, A, AS, FS) F(STR, name) F(U32, if_state)
+
+#define BAG_FIELDS_evpn_grp_info_bag(F, S, A, AS, FS)                           \
+    F(U32, group_id) F(S32, group_state)                                        \
+    AS(evpn_grp_intf_entry, core_interfaces)                                    \
+    AS(evpn_grp_intf_entry, access_interfaces)
+
 // ---- The types -------------------------------------------------------------
 
 // Sub-records, each before the types that hold it.
 #define BAG_SUBRECORDS(X)                                                       \
     X(SidStructure) X(Srv6Sid) X(SrTeInfo) X(L2Attributes) X(EvpnPath)          \
     X(evt_hist_entry_bag) X(evt_hist_bag) X(l2vpn_timespec_bag)                 \
-    X(l2vpn_diag_stats_bag) X(l2vpn_evpn_rd_rt_entry)
+    X(l2vpn_diag_stats_bag) X(l2vpn_evpn_rd_rt_entry)                           \
+    X(evpn_grp_intf_entry)
 
 // Top-level record types with the bytes of their decode buffers. A new type
 // goes at the end: its position is its number in bag_record_types, which the
@@ -196,7 +205,8 @@ template <class T> struct bag_record_info;
     X(l2vpn_evpn_evi_detail_bag, 432)                                           \
     X(l2vpn_evpn_evi_bgp_rt_bag, 96)                                            \
     X(l2vpn_evpn_rd_private_bag, 64)                                            \
-    X(l2vpn_evpn_summary_bag, 616)
+    X(l2vpn_evpn_summary_bag, 616)                                              \
+    X(evpn_grp_info_bag, 40)
 
 BAG_SUBRECORDS(BAG_DECLARE)
 BAG_RECORDS(BAG_DECLARE_RECORD)
