@@ -56,6 +56,9 @@ const std::vector<ListingDef> kRegistry = {
     {EVPN_PATH_SUMMARY, &bag_desc_l2vpn_evpn_summary_bag, true, {}, {}, {}},
     // EVPN groups: an item is named by its group ID in "%x".
     {EVPN_PATH_GROUP, &bag_desc_evpn_grp_info_bag, false, {{"group_id", KeyText::HEX}}, {0}, {}},
+    // Grouping-ES MAC map: one entry per grouping ES MAC.
+    {EVPN_PATH_GES_MAP, &bag_desc_l2vpn_ges_map_entry_bag, false,
+     {{"ges_mac", KeyText::MAC3}}, {0}, {}},
 };
 
 }  // namespace

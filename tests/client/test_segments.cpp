@@ -221,4 +221,36 @@ TEST(GroupReport, EachInterfaceListOrItsNoneLineUnderItsHeading) {
     }
 }
 
+TEST(GesMapReport, PrivateViewOnlyWithEntriesNumberedFromOne) {
+    l2vpn_ges_ves_entry ves[] = {{const_cast<char *>("bond1.100"), 3, 0x8, 0},
+                                 {nullptr, 255, 0xffff, 4294967295u}};
+    const std::string head = "\nGES Mac 0011.2233.4455\nEVI refcount: 7\n";
+    const struct {
+        bool private_view;
+        bag_array<l2vpn_ges_ves_entry> entries;
+        uint32_t ves_count;
+        std::string out;
+    } cases[] = {
+        {false, {2, ves}, 2, ""},
+        {true, {0, nullptr}, 0, head + "VES count: 0\nNo VES\n"},
+        // The record's own count stands, whatever the entries listed.
+        {true, {2, ves}, 5,
+         head + "VES count: 5\n"
+                "  1 VES name bond1.100\n     MP MSTI mask: 0x8\n"
+                "     MSTI instance ID: 3\n     Peer stale: 0\n"
+                "  2 VES name \n     MP MSTI mask: 0xffff\n"
+                "     MSTI instance ID: 255\n     Peer stale: 4294967295\n"},
+        {true, {4, nullptr}, 4, head + "VES count: 4\nNo VES\n"},
+    };
+    const ShowFilter saved = show_filter;
+    for (const auto &c : cases) {
+        l2vpn_ges_map_entry_bag m{};
+        l2vpn_mac_pton("0011.2233.4455", m.ges_mac);
+        m.evi_refcount = 7, m.ves_count = c.ves_count, m.ves_entries = c.entries;
+        show_filter.private_view = c.private_view;
+        EXPECT_EQ(stdout_of([&] { print_ges_map_entry_bag(&m, "11,2233,4455", nullptr); }), c.out);
+    }
+    show_filter = saved;
+}
+
 }  // namespace

@@ -23,7 +23,8 @@ constexpr RecordTypeDef kIgmpRoute = pending_type(200);        // print_evpn_igm
 constexpr RecordTypeDef kClient = pending_type(5);             // print_evpn_client_bag
 constexpr RecordTypeDef kGroup = record_type<evpn_grp_info_bag>(print_evpn_grp_info_bag, 200);
 constexpr RecordTypeDef kSrv6 = pending_type(0);               // print_evpn_srv6_bag
-constexpr RecordTypeDef kGesMapEntry = pending_type(200);      // print_ges_map_entry_bag
+constexpr RecordTypeDef kGesMapEntry =
+    record_type<l2vpn_ges_map_entry_bag>(print_ges_map_entry_bag, 200);
 
 constexpr char kDashLine[] = "-----------------------------\n";
 constexpr char kTraceRule[] =
@@ -212,6 +213,25 @@ void print_evpn_grp_info_bag(const void *record, const char *, PrintContext *) {
     printf("\n  Access Interfaces:\n");
     if (!print_grp_interfaces(g.access_interfaces)) printf("     No access interfaces.\n");
     printf("\n");
+}
+
+// Private view only. ves_count is the record's own count, printed as it
+// stands even where it differs from the entries listed.
+void print_ges_map_entry_bag(const void *record, const char *, PrintContext *) {
+    if (!show_filter.private_view) return;
+    const auto &m = *static_cast<const l2vpn_ges_map_entry_bag *>(record);
+    printf("\nGES Mac %s\n", macstring(m.ges_mac, 6));
+    printf("EVI refcount: %u\n", m.evi_refcount);
+    printf("VES count: %u\n", m.ves_count);
+    uint32_t n = m.ves_entries.data != nullptr ? m.ves_entries.count : 0;
+    for (uint32_t i = 0; i < n; i++) {
+        const l2vpn_ges_ves_entry &v = m.ves_entries.data[i];
+        printf("  %u VES name %s\n", i + 1, text_of(v.ves_name));
+        printf("     MP MSTI mask: 0x%x\n", v.mp_msti_mask);
+        printf("     MSTI instance ID: %u\n", v.msti_instance_id);
+        printf("     Peer stale: %u\n", v.peer_stale);
+    }
+    if (n == 0) printf("No VES\n");
 }
 
 // ============================================================================

@@ -187,6 +187,13 @@ template <class T> struct bag_record_info;
     AS(evpn_grp_intf_entry, core_interfaces)                                    \
     AS(evpn_grp_intf_entry, access_interfaces)
 
+#define BAG_FIELDS_l2vpn_ges_ves_entry(F, S, A, AS, FS)                         \
+    F(STR, ves_name) F(U8, msti_instance_id) F(U16, mp_msti_mask) F(U32, peer_stale)
+
+#define BAG_FIELDS_l2vpn_ges_map_entry_bag(F, S, A, AS, FS)                     \
+    F(MAC, ges_mac) F(U32, evi_refcount) F(U32, ves_count)                      \
+    AS(l2vpn_ges_ves_entry, ves_entries)
+
 // ---- The types -------------------------------------------------------------
 
 // Sub-records, each before the types that hold it.
@@ -194,7 +201,7 @@ template <class T> struct bag_record_info;
     X(SidStructure) X(Srv6Sid) X(SrTeInfo) X(L2Attributes) X(EvpnPath)          \
     X(evt_hist_entry_bag) X(evt_hist_bag) X(l2vpn_timespec_bag)                 \
     X(l2vpn_diag_stats_bag) X(l2vpn_evpn_rd_rt_entry)                           \
-    X(evpn_grp_intf_entry)
+    X(evpn_grp_intf_entry) X(l2vpn_ges_ves_entry)
 
 // Top-level record types with the bytes of their decode buffers. A new type
 // goes at the end: its position is its number in bag_record_types, which the
@@ -206,7 +213,8 @@ template <class T> struct bag_record_info;
     X(l2vpn_evpn_evi_bgp_rt_bag, 96)                                            \
     X(l2vpn_evpn_rd_private_bag, 64)                                            \
     X(l2vpn_evpn_summary_bag, 616)                                              \
-    X(evpn_grp_info_bag, 40)
+    X(evpn_grp_info_bag, 40)                                                    \
+    X(l2vpn_ges_map_entry_bag, 32)
 
 BAG_SUBRECORDS(BAG_DECLARE)
 BAG_RECORDS(BAG_DECLARE_RECORD)
