@@ -59,6 +59,9 @@ const std::vector<ListingDef> kRegistry = {
     // Grouping-ES MAC map: one entry per grouping ES MAC.
     {EVPN_PATH_GES_MAP, &bag_desc_l2vpn_ges_map_entry_bag, false,
      {{"ges_mac", KeyText::MAC3}}, {0}, {}},
+    // Multicast clients: one per client protocol.
+    {EVPN_PATH_CLIENT, &bag_desc_l2vpn_evpn_client_bag, false,
+     {{"client_type", KeyText::HEX0X}}, {0}, {}},
 };
 
 }  // namespace

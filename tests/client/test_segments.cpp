@@ -253,4 +253,46 @@ TEST(GesMapReport, PrivateViewOnlyWithEntriesNumberedFromOne) {
     show_filter = saved;
 }
 
+TEST(ClientReport, TitlesWithTheTypeWordAndBackupTraceOnlyWhenFlagged) {
+    uint32_t words[] = {1, 2, 3, 4};
+    evt_hist_entry_bag prim = {const_cast<char *>("11/23 07:40:10.200"), 0,
+                               const_cast<char *>("primary event"), 1, 0, 0, {4, words}};
+    evt_hist_entry_bag back = {const_cast<char *>("11/23 07:40:11.300"), 0,
+                               const_cast<char *>("backup event"), 1, 1, 1, {1, words}};
+    const std::string none = "\nNo event in the Event Trace History\n";
+    auto trace = [](const char *row) {
+        return "\n   Event Trace History [Total events: 1]\n"
+               "-----------------------------------------------------------------------------------\n"
+               "     Time                Event                Info1        Info2        Info3        Info4       \n"
+               "     ====                =====                =====        =====        =====        =====       \n" +
+               std::string(row) +
+               "-----------------------------------------------------------------------------------\n\n";
+    };
+    const std::string prim_row =
+        trace("     11/23 07:40:10.200  primary event        0x1          0x2          0x3          0x4          -  - \n");
+    const std::string back_row =
+        trace("     11/23 07:40:11.300  backup event         0x1          0x0          0x0          0x0          M  S \n");
+    const struct {
+        int32_t type;
+        uint32_t has_backup, primary_events, backup_events;
+        std::string out;
+    } cases[] = {
+        {2, 0, 1, 1, "Client MRIB, Primary\n" + prim_row},
+        {0, 1, 1, 1, "Client IGMPSN, Primary\n" + prim_row + "Client IGMPSN, Backup\n" + back_row},
+        {4, 5, 0, 1, "Client MLDSN, Primary\n" + none + "Client MLDSN, Backup\n" + back_row},
+        {1, 1, 1, 0, "Client IGMP, Primary\n" + prim_row + "Client IGMP, Backup\n" + none},
+        {3, 0, 0, 0, "Client MLD, Primary\n" + none},
+        {5, 0, 0, 0, "Client Invalid, Primary\n" + none},
+        {-1, 1, 0, 0, "Client Invalid, Primary\n" + none + "Client Invalid, Backup\n" + none},
+        {INT_MIN, 0, 0, 0, "Client Invalid, Primary\n" + none},
+    };
+    for (const auto &c : cases) {
+        l2vpn_evpn_client_bag r{};
+        r.client_type = c.type, r.has_backup = c.has_backup;
+        r.primary_history = {const_cast<char *>("evpn-client"), {c.primary_events, &prim}};
+        r.backup_history = {const_cast<char *>("evpn-client"), {c.backup_events, &back}};
+        EXPECT_EQ(stdout_of([&] { print_evpn_client_bag(&r, "0x0", nullptr); }), c.out) << c.type;
+    }
+}
+
 }  // namespace

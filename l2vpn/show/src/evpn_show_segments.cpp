@@ -20,7 +20,7 @@ constexpr RecordTypeDef kEthernetSegment = pending_type(200);  // print_evpn_es_
 constexpr RecordTypeDef kAcId = pending_type(200);             // print_atom_acid_bag
 constexpr RecordTypeDef kRemoteShg = pending_type(200);        // print_evpn_remote_shg_bag
 constexpr RecordTypeDef kIgmpRoute = pending_type(200);        // print_evpn_igmp_bag
-constexpr RecordTypeDef kClient = pending_type(5);             // print_evpn_client_bag
+constexpr RecordTypeDef kClient = record_type<l2vpn_evpn_client_bag>(print_evpn_client_bag, 5);
 constexpr RecordTypeDef kGroup = record_type<evpn_grp_info_bag>(print_evpn_grp_info_bag, 200);
 constexpr RecordTypeDef kSrv6 = pending_type(0);               // print_evpn_srv6_bag
 constexpr RecordTypeDef kGesMapEntry =
@@ -68,6 +68,9 @@ const char *word_of(const char *const (&words)[N], int32_t code) {
 
 // Group states of evpn_grp_info_bag::group_state.
 constexpr const char *kGroupStates[] = {"Deisolating", "Isolated", "Ready", "Incomplete"};
+
+// Client protocols of l2vpn_evpn_client_bag::client_type.
+constexpr const char *kClientTypes[] = {"IGMPSN", "IGMP", "MRIB", "MLD", "MLDSN"};
 
 // One line per interface of a group with the name of its state; false when
 // the group has none.
@@ -213,6 +216,17 @@ void print_evpn_grp_info_bag(const void *record, const char *, PrintContext *) {
     printf("\n  Access Interfaces:\n");
     if (!print_grp_interfaces(g.access_interfaces)) printf("     No access interfaces.\n");
     printf("\n");
+}
+
+// The primary registration's trace, then the backup's when there is one.
+void print_evpn_client_bag(const void *record, const char *, PrintContext *) {
+    const auto &c = *static_cast<const l2vpn_evpn_client_bag *>(record);
+    const char *type = word_of(kClientTypes, c.client_type);
+    printf("Client %s, Primary\n", type);
+    print_evt_trace_history(&c.primary_history);
+    if (!c.has_backup) return;
+    printf("Client %s, Backup\n", type);
+    print_evt_trace_history(&c.backup_history);
 }
 
 // Private view only. ves_count is the record's own count, printed as it

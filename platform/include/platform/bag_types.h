@@ -194,6 +194,10 @@ template <class T> struct bag_record_info;
     F(MAC, ges_mac) F(U32, evi_refcount) F(U32, ves_count)                      \
     AS(l2vpn_ges_ves_entry, ves_entries)
 
+#define BAG_FIELDS_l2vpn_evpn_client_bag(F, S, A, AS, FS)                       \
+    F(S32, client_type) F(BOOL, has_backup) S(evt_hist_bag, primary_history)    \
+    S(evt_hist_bag, backup_history)
+
 // ---- The types -------------------------------------------------------------
 
 // Sub-records, each before the types that hold it.
@@ -214,7 +218,8 @@ template <class T> struct bag_record_info;
     X(l2vpn_evpn_rd_private_bag, 64)                                            \
     X(l2vpn_evpn_summary_bag, 616)                                              \
     X(evpn_grp_info_bag, 40)                                                    \
-    X(l2vpn_ges_map_entry_bag, 32)
+    X(l2vpn_ges_map_entry_bag, 32)                                              \
+    X(l2vpn_evpn_client_bag, 56)
 
 BAG_SUBRECORDS(BAG_DECLARE)
 BAG_RECORDS(BAG_DECLARE_RECORD)
