@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <string>
 #include <unordered_map>
 
@@ -97,6 +98,12 @@ const char *im_display_namestring(uint32_t ifhandle) { return l2vpn_if_name(ifha
 const char *im_state_reverse_lookup(uint32_t ifhandle) {
     const Interface *i = find(ifhandle);
     return i ? i->state.c_str() : "Unknown";
+}
+
+const char *im_state_reverse_lookup(uint32_t state, uint32_t) {
+    static constexpr const char *kNames[] = {"Not ready",      "Up",      "Down", "Admin down",
+                                             "Error disabled", "Shutdown"};
+    return state < std::size(kNames) ? kNames[state] : "Unknown";
 }
 
 void platform_caps_reset(void) { g_caps = Caps{}; }

@@ -63,6 +63,14 @@ const std::vector<ListingDef> kRegistry = {
      "info"},
     {EVPN_PATH_TEP, &bag_desc_l2vpn_evpn_tep_notification_entry_bag, false,
      {{"name", KeyText::STR}}, {0}, {}, nullptr, "notification"},
+    // EVPN groups: an item is named by its group ID in "%x".
+    {EVPN_PATH_GROUP, &bag_desc_evpn_grp_info_bag, false, {{"group_id", KeyText::HEX}}, {0}, {}},
+    // Grouping-ES MAC map: one entry per grouping ES MAC.
+    {EVPN_PATH_GES_MAP, &bag_desc_l2vpn_ges_map_entry_bag, false,
+     {{"ges_mac", KeyText::MAC3}}, {0}, {}},
+    // Multicast clients: one per client protocol.
+    {EVPN_PATH_CLIENT, &bag_desc_l2vpn_evpn_client_bag, false,
+     {{"client_type", KeyText::HEX0X}}, {0}, {}},
 };
 
 }  // namespace

@@ -1,6 +1,7 @@
-// Global summary report, the event trace table and the SRv6 report.
+// Global summary report, the event trace table and the system record printers.
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -247,6 +248,123 @@ TEST(Srv6Report, EachStateAndWidthPrintsItsLines) {
             << c.claim;
     }
     show_filter = saved;
+}
+
+TEST(GroupReport, StateWordBetweenEmptyLinesAndInvalidOutsideTheTable) {
+    const struct { int32_t state; const char *word; } cases[] = {
+        {0, "Deisolating"}, {1, "Isolated"}, {2, "Ready"},      {3, "Incomplete"},
+        {4, "Invalid"},     {7, "Invalid"},  {-1, "Invalid"},   {INT_MIN, "Invalid"},
+    };
+    for (const auto &c : cases) {
+        evpn_grp_info_bag g{};
+        g.group_id = 5, g.group_state = c.state;
+        EXPECT_TRUE(contains(stdout_of([&] { print_evpn_grp_info_bag(&g, nullptr, nullptr); }),
+                             std::string("\nEVPN Group: 5\n\n  state: ") + c.word +
+                                 "\n\n  Core Interfaces:\n"))
+            << c.state;
+    }
+}
+
+TEST(GroupReport, EachInterfaceListOrItsNoneLineUnderItsHeading) {
+    evpn_grp_intf_entry core[] = {{const_cast<char *>("eth1"), 1}, {nullptr, 99}};
+    evpn_grp_intf_entry access[] = {{const_cast<char *>("bond1.100"), 2}};
+    const struct {
+        bag_array<evpn_grp_intf_entry> core, access;
+        const char *body;
+    } cases[] = {
+        {{0, nullptr}, {0, nullptr},
+         "\n  Core Interfaces:\n     No core interfaces.\n"
+         "\n  Access Interfaces:\n     No access interfaces.\n\n"},
+        {{2, core}, {0, nullptr},
+         "\n  Core Interfaces:\n     eth1: Up\n     : Unknown\n"
+         "\n  Access Interfaces:\n     No access interfaces.\n\n"},
+        {{0, nullptr}, {1, access},
+         "\n  Core Interfaces:\n     No core interfaces.\n"
+         "\n  Access Interfaces:\n     bond1.100: Down\n\n"},
+        // A count without elements (a hand-built record) lists nothing.
+        {{3, nullptr}, {1, access},
+         "\n  Core Interfaces:\n     No core interfaces.\n"
+         "\n  Access Interfaces:\n     bond1.100: Down\n\n"},
+    };
+    for (const auto &c : cases) {
+        evpn_grp_info_bag g{4294967295u, 2, c.core, c.access};
+        EXPECT_EQ(stdout_of([&] { print_evpn_grp_info_bag(&g, nullptr, nullptr); }),
+                  std::string("\nEVPN Group: 4294967295\n\n  state: Ready\n") + c.body);
+    }
+}
+
+TEST(GesMapReport, PrivateViewOnlyWithEntriesNumberedFromOne) {
+    l2vpn_ges_ves_entry ves[] = {{const_cast<char *>("bond1.100"), 3, 0x8, 0},
+                                 {nullptr, 255, 0xffff, 4294967295u}};
+    const std::string head = "\nGES Mac 0011.2233.4455\nEVI refcount: 7\n";
+    const struct {
+        bool private_view;
+        bag_array<l2vpn_ges_ves_entry> entries;
+        uint32_t ves_count;
+        std::string out;
+    } cases[] = {
+        {false, {2, ves}, 2, ""},
+        {true, {0, nullptr}, 0, head + "VES count: 0\nNo VES\n"},
+        // The record's own count stands, whatever the entries listed.
+        {true, {2, ves}, 5,
+         head + "VES count: 5\n"
+                "  1 VES name bond1.100\n     MP MSTI mask: 0x8\n"
+                "     MSTI instance ID: 3\n     Peer stale: 0\n"
+                "  2 VES name \n     MP MSTI mask: 0xffff\n"
+                "     MSTI instance ID: 255\n     Peer stale: 4294967295\n"},
+        {true, {4, nullptr}, 4, head + "VES count: 4\nNo VES\n"},
+    };
+    const ShowFilter saved = show_filter;
+    for (const auto &c : cases) {
+        l2vpn_ges_map_entry_bag m{};
+        l2vpn_mac_pton("0011.2233.4455", m.ges_mac);
+        m.evi_refcount = 7, m.ves_count = c.ves_count, m.ves_entries = c.entries;
+        show_filter.private_view = c.private_view;
+        EXPECT_EQ(stdout_of([&] { print_ges_map_entry_bag(&m, "11,2233,4455", nullptr); }), c.out);
+    }
+    show_filter = saved;
+}
+
+TEST(ClientReport, TitlesWithTheTypeWordAndBackupTraceOnlyWhenFlagged) {
+    uint32_t words[] = {1, 2, 3, 4};
+    evt_hist_entry_bag prim = {const_cast<char *>("11/23 07:40:10.200"), 0,
+                               const_cast<char *>("primary event"), 1, 0, 0, {4, words}};
+    evt_hist_entry_bag back = {const_cast<char *>("11/23 07:40:11.300"), 0,
+                               const_cast<char *>("backup event"), 1, 1, 1, {1, words}};
+    const std::string none = "\nNo event in the Event Trace History\n";
+    auto trace = [](const char *row) {
+        return "\n   Event Trace History [Total events: 1]\n"
+               "-----------------------------------------------------------------------------------\n"
+               "     Time                Event                Info1        Info2        Info3        Info4       \n"
+               "     ====                =====                =====        =====        =====        =====       \n" +
+               std::string(row) +
+               "-----------------------------------------------------------------------------------\n\n";
+    };
+    const std::string prim_row =
+        trace("     11/23 07:40:10.200  primary event        0x1          0x2          0x3          0x4          -  - \n");
+    const std::string back_row =
+        trace("     11/23 07:40:11.300  backup event         0x1          0x0          0x0          0x0          M  S \n");
+    const struct {
+        int32_t type;
+        uint32_t has_backup, primary_events, backup_events;
+        std::string out;
+    } cases[] = {
+        {2, 0, 1, 1, "Client MRIB, Primary\n" + prim_row},
+        {0, 1, 1, 1, "Client IGMPSN, Primary\n" + prim_row + "Client IGMPSN, Backup\n" + back_row},
+        {4, 5, 0, 1, "Client MLDSN, Primary\n" + none + "Client MLDSN, Backup\n" + back_row},
+        {1, 1, 1, 0, "Client IGMP, Primary\n" + prim_row + "Client IGMP, Backup\n" + none},
+        {3, 0, 0, 0, "Client MLD, Primary\n" + none},
+        {5, 0, 0, 0, "Client Invalid, Primary\n" + none},
+        {-1, 1, 0, 0, "Client Invalid, Primary\n" + none + "Client Invalid, Backup\n" + none},
+        {INT_MIN, 0, 0, 0, "Client Invalid, Primary\n" + none},
+    };
+    for (const auto &c : cases) {
+        l2vpn_evpn_client_bag r{};
+        r.client_type = c.type, r.has_backup = c.has_backup;
+        r.primary_history = {const_cast<char *>("evpn-client"), {c.primary_events, &prim}};
+        r.backup_history = {const_cast<char *>("evpn-client"), {c.backup_events, &back}};
+        EXPECT_EQ(stdout_of([&] { print_evpn_client_bag(&r, "0x0", nullptr); }), c.out) << c.type;
+    }
 }
 
 }  // namespace

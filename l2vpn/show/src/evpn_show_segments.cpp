@@ -21,10 +21,11 @@ constexpr RecordTypeDef kEthernetSegment = pending_type(200);  // print_evpn_es_
 constexpr RecordTypeDef kAcId = pending_type(200);             // print_atom_acid_bag
 constexpr RecordTypeDef kRemoteShg = pending_type(200);        // print_evpn_remote_shg_bag
 constexpr RecordTypeDef kIgmpRoute = pending_type(200);        // print_evpn_igmp_bag
-constexpr RecordTypeDef kClient = pending_type(5);             // print_evpn_client_bag
-constexpr RecordTypeDef kGroup = pending_type(200);            // print_evpn_grp_info_bag
+constexpr RecordTypeDef kClient = record_type<l2vpn_evpn_client_bag>(print_evpn_client_bag, 5);
+constexpr RecordTypeDef kGroup = record_type<evpn_grp_info_bag>(print_evpn_grp_info_bag, 200);
 constexpr RecordTypeDef kSrv6 = record_type<l2vpn_evpn_srv6_bag>(print_evpn_srv6_bag, 0);
-constexpr RecordTypeDef kGesMapEntry = pending_type(200);      // print_ges_map_entry_bag
+constexpr RecordTypeDef kGesMapEntry =
+    record_type<l2vpn_ges_map_entry_bag>(print_ges_map_entry_bag, 200);
 
 constexpr char kDashLine[] = "-----------------------------\n";
 constexpr char kTraceRule[] =
@@ -57,6 +58,29 @@ void print_running_suffix(uint32_t left_ms) {
     else
         printf("[running, %d.%d sec left]\n", static_cast<int>(left_ms / 1000),
                static_cast<int>(left_ms % 1000 / 100));
+}
+
+// The word of a code from its table, numbered from 0; any other code,
+// negative ones included, is "Invalid".
+template <size_t N>
+const char *word_of(const char *const (&words)[N], int32_t code) {
+    return code >= 0 && static_cast<size_t>(code) < N ? words[code] : "Invalid";
+}
+
+// Group states of evpn_grp_info_bag::group_state.
+constexpr const char *kGroupStates[] = {"Deisolating", "Isolated", "Ready", "Incomplete"};
+
+// Client protocols of l2vpn_evpn_client_bag::client_type.
+constexpr const char *kClientTypes[] = {"IGMPSN", "IGMP", "MRIB", "MLD", "MLDSN"};
+
+// One line per interface of a group with the name of its state; false when
+// the group has none.
+bool print_grp_interfaces(const bag_array<evpn_grp_intf_entry> &list) {
+    uint32_t n = list.data != nullptr ? list.count : 0;
+    for (uint32_t i = 0; i < n; i++)
+        printf("     %s: %s\n", text_of(list.data[i].name),
+               im_state_reverse_lookup(list.data[i].if_state, 0));
+    return n != 0;
 }
 
 // Data word i of a trace entry; a word the entry does not hold shows as 0.
@@ -342,6 +366,49 @@ void print_evpn_srv6_bag(const void *record, const char *, PrintContext *) {
             print_srv6_locator(r.locators.data[i], width, priv, detail);
 }
 
+// ---- Groups, clients and the grouping-ES map ------------------------------------
+
+void print_evpn_grp_info_bag(const void *record, const char *, PrintContext *) {
+    const auto &g = *static_cast<const evpn_grp_info_bag *>(record);
+    printf("\nEVPN Group: %u\n", g.group_id);
+    printf("\n  state: %s\n", word_of(kGroupStates, g.group_state));
+    printf("\n  Core Interfaces:\n");
+    if (!print_grp_interfaces(g.core_interfaces)) printf("     No core interfaces.\n");
+    printf("\n  Access Interfaces:\n");
+    if (!print_grp_interfaces(g.access_interfaces)) printf("     No access interfaces.\n");
+    printf("\n");
+}
+
+// The primary registration's trace, then the backup's when there is one.
+void print_evpn_client_bag(const void *record, const char *, PrintContext *) {
+    const auto &c = *static_cast<const l2vpn_evpn_client_bag *>(record);
+    const char *type = word_of(kClientTypes, c.client_type);
+    printf("Client %s, Primary\n", type);
+    print_evt_trace_history(&c.primary_history);
+    if (!c.has_backup) return;
+    printf("Client %s, Backup\n", type);
+    print_evt_trace_history(&c.backup_history);
+}
+
+// Private view only. ves_count is the record's own count, printed as it
+// stands even where it differs from the entries listed.
+void print_ges_map_entry_bag(const void *record, const char *, PrintContext *) {
+    if (!show_filter.private_view) return;
+    const auto &m = *static_cast<const l2vpn_ges_map_entry_bag *>(record);
+    printf("\nGES Mac %s\n", macstring(m.ges_mac, 6));
+    printf("EVI refcount: %u\n", m.evi_refcount);
+    printf("VES count: %u\n", m.ves_count);
+    uint32_t n = m.ves_entries.data != nullptr ? m.ves_entries.count : 0;
+    for (uint32_t i = 0; i < n; i++) {
+        const l2vpn_ges_ves_entry &v = m.ves_entries.data[i];
+        printf("  %u VES name %s\n", i + 1, text_of(v.ves_name));
+        printf("     MP MSTI mask: 0x%x\n", v.mp_msti_mask);
+        printf("     MSTI instance ID: %u\n", v.msti_instance_id);
+        printf("     Peer stale: %u\n", v.peer_stale);
+    }
+    if (n == 0) printf("No VES\n");
+}
+
 // ============================================================================
 // Commands: headers and paths
 // ============================================================================
@@ -473,10 +540,6 @@ void show_evpn_grp(const ShowCommandDef &cmd) {
         if (rc != SYSDB_ERR_NOT_FOUND && rc != SYSDB_ERR_BAD_PATH)
             EVPN_TRACE(EVPN_DBG_ERR, cmd.name, "%s: sysdb item get failed: path:%s rc:%s",
                        cmd.name, path, cerr_strerror(rc));
-        free(data);
-        return;
-    }
-    if (!kGroup.desc) {  // PENDING: nothing to decode with yet
         free(data);
         return;
     }

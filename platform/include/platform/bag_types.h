@@ -206,6 +206,25 @@ template <class T> struct bag_record_info;
     AS(l2vpn_evpn_srv6_vpws_item, unknown_locator_vpws)                         \
     AS(l2vpn_evpn_srv6_locator_entry, locators)
 
+// if_state: an interface state code, named by im_state_reverse_lookup(code, 0).
+#define BAG_FIELDS_evpn_grp_intf_entry(F, S, A, AS, FS) F(STR, name) F(U32, if_state)
+
+#define BAG_FIELDS_evpn_grp_info_bag(F, S, A, AS, FS)                           \
+    F(U32, group_id) F(S32, group_state)                                        \
+    AS(evpn_grp_intf_entry, core_interfaces)                                    \
+    AS(evpn_grp_intf_entry, access_interfaces)
+
+#define BAG_FIELDS_l2vpn_ges_ves_entry(F, S, A, AS, FS)                         \
+    F(STR, ves_name) F(U8, msti_instance_id) F(U16, mp_msti_mask) F(U32, peer_stale)
+
+#define BAG_FIELDS_l2vpn_ges_map_entry_bag(F, S, A, AS, FS)                     \
+    F(MAC, ges_mac) F(U32, evi_refcount) F(U32, ves_count)                      \
+    AS(l2vpn_ges_ves_entry, ves_entries)
+
+#define BAG_FIELDS_l2vpn_evpn_client_bag(F, S, A, AS, FS)                       \
+    F(S32, client_type) F(BOOL, has_backup) S(evt_hist_bag, primary_history)    \
+    S(evt_hist_bag, backup_history)
+
 // ---- The types -------------------------------------------------------------
 
 // Sub-records, each before the types that hold it.
@@ -213,7 +232,8 @@ template <class T> struct bag_record_info;
     X(SidStructure) X(Srv6Sid) X(SrTeInfo) X(L2Attributes) X(EvpnPath)          \
     X(evt_hist_entry_bag) X(evt_hist_bag) X(l2vpn_timespec_bag)                 \
     X(l2vpn_diag_stats_bag) X(l2vpn_evpn_rd_rt_entry)                          \
-    X(l2vpn_evpn_srv6_vpws_item) X(l2vpn_evpn_srv6_locator_entry)
+    X(l2vpn_evpn_srv6_vpws_item) X(l2vpn_evpn_srv6_locator_entry)               \
+    X(evpn_grp_intf_entry) X(l2vpn_ges_ves_entry)
 
 // Top-level record types with the bytes of their decode buffers. A new type
 // goes at the end: its position is its number in bag_record_types, which the
@@ -227,7 +247,10 @@ template <class T> struct bag_record_info;
     X(l2vpn_evpn_summary_bag, 616)                                              \
     X(l2vpn_evpn_srv6_bag, 72)                                                  \
     X(l2vpn_evpn_tep_bag, 136)                                                  \
-    X(l2vpn_evpn_tep_notification_entry_bag, 8)
+    X(l2vpn_evpn_tep_notification_entry_bag, 8)                                 \
+    X(evpn_grp_info_bag, 40)                                                    \
+    X(l2vpn_ges_map_entry_bag, 32)                                              \
+    X(l2vpn_evpn_client_bag, 56)
 
 BAG_SUBRECORDS(BAG_DECLARE)
 BAG_RECORDS(BAG_DECLARE_RECORD)

@@ -14,6 +14,9 @@ const char *l2vpn_if_name(uint32_t ifhandle, uint32_t flags);
 const char *im_display_namestring(uint32_t ifhandle);
 // State word of an interface ("Up", "Down", ...); "Unknown" when not known.
 const char *im_state_reverse_lookup(uint32_t ifhandle);
+// Name of an interface state code of the interface manager; "Unknown" for a
+// code outside its table. No flags are defined: pass 0.
+const char *im_state_reverse_lookup(uint32_t state, uint32_t flags);
 
 // Forget cached capabilities and interfaces (tests switch databases).
 void platform_caps_reset(void);
