@@ -54,6 +54,14 @@ const std::vector<ListingDef> kRegistry = {
     {EVPN_PATH_RD, &bag_desc_l2vpn_evpn_rd_private_bag, false, {{"rd", KeyText::RDHEX}}, {0}, {}},
     // Global summary: one item.
     {EVPN_PATH_SUMMARY, &bag_desc_l2vpn_evpn_summary_bag, true, {}, {}, {}},
+    // AC IDs of VPWS EVIs: keys vpn_id(0) source_ac_id(1); an item is named
+    // "0x<vpn_id>,<source_ac_id>", as -M and -j give them.
+    {EVPN_PATH_ACID,
+     &bag_desc_l2vpn_atom_acid_bag,
+     false,
+     {{"vpn_id", KeyText::HEX0X}, {"source_ac_id", KeyText::HEX}},
+     {0, 1},
+     {{"evi", {0}, {{0}}}}},
 };
 
 }  // namespace

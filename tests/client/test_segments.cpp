@@ -177,4 +177,38 @@ TEST(EventTrace, RowsShowZeroForWordsAnEntryDoesNotHold) {
         "\n");
 }
 
+// ---- AC IDs ----------------------------------------------------------------------
+
+// Every test starts with no option set.
+class SegmentPrinters : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        saved_filter_ = show_filter;
+        show_filter = ShowFilter{};
+    }
+    void TearDown() override { show_filter = saved_filter_; }
+    ShowFilter saved_filter_;
+};
+
+TEST_F(SegmentPrinters, AcIdRowPrintsEachIdInItsColumnAndHistoryOnlyInPrivate) {
+    const std::string row = "5          42              43             \n";
+    const struct {
+        uint32_t vpn_id, source, target;
+        uint8_t detail, private_view;
+        std::string out;
+    } cases[] = {
+        {5, 42, 43, 0, 0, row},
+        {5, 42, 43, 1, 0, row},
+        {5, 42, 43, 0, 1, row + "\nAC-ID event history\n    No events\n"},
+        {4294967295u, 4294967295u, 0, 0, 0, "4294967295 4294967295      0              \n"},
+    };
+    for (const auto &c : cases) {
+        l2vpn_atom_acid_bag ac{};
+        ac.vpn_id = c.vpn_id, ac.source_ac_id = c.source, ac.target_ac_id = c.target;
+        show_filter.detail = c.detail, show_filter.private_view = c.private_view;
+        EXPECT_EQ(stdout_of([&] { print_atom_acid_bag(&ac, "0x5,2a", nullptr); }), c.out)
+            << c.vpn_id << " " << int(c.detail) << int(c.private_view);
+    }
+}
+
 }  // namespace

@@ -17,7 +17,7 @@ namespace {
 // The record types the commands read.
 constexpr RecordTypeDef kSummary = record_type<l2vpn_evpn_summary_bag>(print_evpn_summary_bag, 0);
 constexpr RecordTypeDef kEthernetSegment = pending_type(200);  // print_evpn_es_bag
-constexpr RecordTypeDef kAcId = pending_type(200);             // print_atom_acid_bag
+constexpr RecordTypeDef kAcId = record_type<l2vpn_atom_acid_bag>(print_atom_acid_bag, 200);
 constexpr RecordTypeDef kRemoteShg = pending_type(200);        // print_evpn_remote_shg_bag
 constexpr RecordTypeDef kIgmpRoute = pending_type(200);        // print_evpn_igmp_bag
 constexpr RecordTypeDef kClient = pending_type(5);             // print_evpn_client_bag
@@ -181,6 +181,17 @@ void print_evpn_summary_bag(const void *record, const char *, PrintContext *) {
 
     print_evt_trace_history(&s.event_history);
     print_es_diag_section(s);
+}
+
+// ---- AC IDs -------------------------------------------------------------------
+
+// Columns: 10 15 15, under the header of show_evpn_acid.
+void print_atom_acid_bag(const void *record, const char *, PrintContext *) {
+    const auto &ac = *static_cast<const l2vpn_atom_acid_bag *>(record);
+    printf("%-10u %-15u %-15u\n", ac.vpn_id, ac.source_ac_id, ac.target_ac_id);
+    if (show_filter.private_view)
+        infra_db_print_evt_hist_bag(&ac.event_history, &ac.event_history_info,
+                                    "AC-ID event history");
 }
 
 // ============================================================================

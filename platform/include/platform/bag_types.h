@@ -179,6 +179,12 @@ template <class T> struct bag_record_info;
     FS(l2vpn_diag_stats_bag, es_diag, 20) F(U64, es_ead_pulses_pending)         \
     F(BOOL, ntp_in_sync)
 
+// One VPWS attachment circuit of an EVI: the AC ID it is known by here
+// (source) and the one the remote end uses (target).
+#define BAG_FIELDS_l2vpn_atom_acid_bag(F, S, A, AS, FS)                         \
+    F(U32, source_ac_id) F(U32, target_ac_id) F(U32, vpn_id)                    \
+    S(evt_hist_bag, event_history) S(evt_hist_bag, event_history_info)
+
 // ---- The types -------------------------------------------------------------
 
 // Sub-records, each before the types that hold it.
@@ -196,7 +202,8 @@ template <class T> struct bag_record_info;
     X(l2vpn_evpn_evi_detail_bag, 432)                                           \
     X(l2vpn_evpn_evi_bgp_rt_bag, 96)                                            \
     X(l2vpn_evpn_rd_private_bag, 64)                                            \
-    X(l2vpn_evpn_summary_bag, 616)
+    X(l2vpn_evpn_summary_bag, 616)                                              \
+    X(l2vpn_atom_acid_bag, 96)
 
 BAG_SUBRECORDS(BAG_DECLARE)
 BAG_RECORDS(BAG_DECLARE_RECORD)
