@@ -62,6 +62,14 @@ const std::vector<ListingDef> kRegistry = {
      {{"vpn_id", KeyText::HEX0X}, {"source_ac_id", KeyText::HEX}},
      {0, 1},
      {{"evi", {0}, {{0}}}}},
+    // Remote split-horizon groups, one per EVI and Ethernet segment: keys
+    // vpn_id(0) encap(1) esi_text(2); listed whole only.
+    {EVPN_PATH_REMOTE_SHG,
+     &bag_desc_l2vpn_evpn_remote_shg_bag,
+     false,
+     {{"vpn_id", KeyText::HEX0X}, {"encap", KeyText::HEX0X}, {"esi_text", KeyText::STR}},
+     {0, 1, 2},
+     {}},
 };
 
 }  // namespace

@@ -211,4 +211,37 @@ TEST_F(SegmentPrinters, AcIdRowPrintsEachIdInItsColumnAndHistoryOnlyInPrivate) {
     }
 }
 
+// ---- Remote split-horizon groups ---------------------------------------------------
+
+l2vpn_ip_addr_t ip(const char *text) {
+    l2vpn_ip_addr_t a{};
+    EXPECT_NE(l2vpn_inet_pton(text, &a), 0) << text;
+    return a;
+}
+
+TEST_F(SegmentPrinters, RemoteShgLabelsReadAsMplsLabelsWhateverTheEncapsulation) {
+    const struct {
+        uint8_t encap;
+        uint32_t label;
+        const char *nexthop, *line;
+    } cases[] = {
+        {EVPN_ENCAP_MPLS, 0xFFFFF, "10.0.0.2", "            1048575 : nexthop 10.0.0.2\n"},
+        {EVPN_ENCAP_VXLAN, 0x100000, "10.0.0.2", "            Invalid : nexthop 10.0.0.2\n"},
+        {EVPN_ENCAP_VXLAN, 3, "10.0.0.2", "           IMP-NULL : nexthop 10.0.0.2\n"},
+    };
+    for (const auto &c : cases) {
+        l2vpn_evpn_remote_shg_label_entry entry{ip(c.nexthop), c.label};
+        l2vpn_evpn_remote_shg_bag shg{};
+        shg.esi_text = const_cast<char *>("0011.2233.4455.6677.8899");
+        shg.vpn_id = 5, shg.encap = c.encap;
+        shg.remote_shg_labels = {1, &entry};
+        const std::string first = std::string("5          ") +
+                                  (c.encap == EVPN_ENCAP_MPLS ? "MPLS  " : "VXLAN ") +
+                                  " 0011.2233.4455.6677.8899\n  Remote SHG labels : 1\n";
+        EXPECT_EQ(stdout_of([&] { print_evpn_remote_shg_bag(&shg, "x", nullptr); }),
+                  first + c.line + "\n")
+            << c.label;
+    }
+}
+
 }  // namespace

@@ -18,7 +18,8 @@ namespace {
 constexpr RecordTypeDef kSummary = record_type<l2vpn_evpn_summary_bag>(print_evpn_summary_bag, 0);
 constexpr RecordTypeDef kEthernetSegment = pending_type(200);  // print_evpn_es_bag
 constexpr RecordTypeDef kAcId = record_type<l2vpn_atom_acid_bag>(print_atom_acid_bag, 200);
-constexpr RecordTypeDef kRemoteShg = pending_type(200);        // print_evpn_remote_shg_bag
+constexpr RecordTypeDef kRemoteShg =
+    record_type<l2vpn_evpn_remote_shg_bag>(print_evpn_remote_shg_bag, 200);
 constexpr RecordTypeDef kIgmpRoute = pending_type(200);        // print_evpn_igmp_bag
 constexpr RecordTypeDef kClient = pending_type(5);             // print_evpn_client_bag
 constexpr RecordTypeDef kGroup = pending_type(200);            // print_evpn_grp_info_bag
@@ -192,6 +193,30 @@ void print_atom_acid_bag(const void *record, const char *, PrintContext *) {
     if (show_filter.private_view)
         infra_db_print_evt_hist_bag(&ac.event_history, &ac.event_history_info,
                                     "AC-ID event history");
+}
+
+// ---- Remote split-horizon groups ----------------------------------------------
+
+// Columns: 10 6 24, under the header of show_evpn_remote_shg; then the label
+// count and one line per label, the label right-aligned in 17 columns. The
+// labels are MPLS labels whatever the EVI's encapsulation.
+void print_evpn_remote_shg_bag(const void *record, const char *, PrintContext *) {
+    const auto &shg = *static_cast<const l2vpn_evpn_remote_shg_bag *>(record);
+    const bag_array<l2vpn_evpn_remote_shg_label_entry> &labels = shg.remote_shg_labels;
+    const uint32_t n = labels.data != nullptr ? labels.count : 0;
+
+    printf("%-10u %-6.6s %-24.24s\n", shg.vpn_id, evpn_bgp_encap_type_to_str(shg.encap),
+           text_of(shg.esi_text));
+    printf("  %-18.18s: %zu\n", "Remote SHG labels", static_cast<size_t>(n));
+    for (uint32_t i = 0; i < n; i++) {
+        char label[EVPN_LABEL_TEXT_SIZE] = {};
+        l2vpn_mpls_label_to_str(labels.data[i].label, label, sizeof label, EVPN_ENCAP_MPLS);
+        printf("  %17.17s : nexthop %s\n", label, l2vpn_inet_ntop(&labels.data[i].address));
+    }
+    if (show_filter.private_view)
+        infra_db_print_evt_hist_bag(&shg.event_history, &shg.event_history_info,
+                                    "EVPN Remote SHG event history");
+    printf("\n");
 }
 
 // ============================================================================

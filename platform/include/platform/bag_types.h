@@ -185,13 +185,25 @@ template <class T> struct bag_record_info;
     F(U32, source_ac_id) F(U32, target_ac_id) F(U32, vpn_id)                    \
     S(evt_hist_bag, event_history) S(evt_hist_bag, event_history_info)
 
+// The split-horizon label one remote peer advertised for an Ethernet segment.
+#define BAG_FIELDS_l2vpn_evpn_remote_shg_label_entry(F, S, A, AS, FS)          \
+    F(IP, address) F(U32, label)
+
+// The split-horizon labels of the remote peers of one EVI and Ethernet
+// segment. encap is a BGP encapsulation code and, with vpn_id, names the EVI.
+#define BAG_FIELDS_l2vpn_evpn_remote_shg_bag(F, S, A, AS, FS)                   \
+    F(STR, esi_text) F(U32, vpn_id) F(U8, encap)                                \
+    AS(l2vpn_evpn_remote_shg_label_entry, remote_shg_labels)                    \
+    S(evt_hist_bag, event_history) S(evt_hist_bag, event_history_info)
+
 // ---- The types -------------------------------------------------------------
 
 // Sub-records, each before the types that hold it.
 #define BAG_SUBRECORDS(X)                                                       \
     X(SidStructure) X(Srv6Sid) X(SrTeInfo) X(L2Attributes) X(EvpnPath)          \
     X(evt_hist_entry_bag) X(evt_hist_bag) X(l2vpn_timespec_bag)                 \
-    X(l2vpn_diag_stats_bag) X(l2vpn_evpn_rd_rt_entry)
+    X(l2vpn_diag_stats_bag) X(l2vpn_evpn_rd_rt_entry)                         \
+    X(l2vpn_evpn_remote_shg_label_entry)
 
 // Top-level record types with the bytes of their decode buffers. A new type
 // goes at the end: its position is its number in bag_record_types, which the
@@ -203,7 +215,8 @@ template <class T> struct bag_record_info;
     X(l2vpn_evpn_evi_bgp_rt_bag, 96)                                            \
     X(l2vpn_evpn_rd_private_bag, 64)                                            \
     X(l2vpn_evpn_summary_bag, 616)                                              \
-    X(l2vpn_atom_acid_bag, 96)
+    X(l2vpn_atom_acid_bag, 96)                                                  \
+    X(l2vpn_evpn_remote_shg_bag, 1776)
 
 BAG_SUBRECORDS(BAG_DECLARE)
 BAG_RECORDS(BAG_DECLARE_RECORD)
