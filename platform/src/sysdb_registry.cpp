@@ -70,6 +70,20 @@ const std::vector<ListingDef> kRegistry = {
      {{"vpn_id", KeyText::HEX0X}, {"encap", KeyText::HEX0X}, {"esi_text", KeyText::STR}},
      {0, 1, 2},
      {}},
+    // IGMP/MLD routes: keys evi(0) esi_text(1) ethernet_tag(2) source(3)
+    // group(4) originating_ip(5) route_type(6).
+    {EVPN_PATH_IGMP,
+     &bag_desc_l2vpn_evpn_igmp_bag,
+     false,
+     {{"evi", KeyText::HEX0X},
+      {"esi_text", KeyText::STR},
+      {"ethernet_tag", KeyText::HEX0X},
+      {"source", KeyText::IPHEX},
+      {"group", KeyText::IPHEX},
+      {"originating_ip", KeyText::IPHEX},
+      {"route_type", KeyText::HEX0X}},
+     {0, 1, 2, 3, 4, 5, 6},
+     {{"evi", {0}, {{0}}}, {"esi", {1}, {{1}}}, {"evi_esi", {0, 1}, {{0, 1}}}}},
 };
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "evpn_show_print.h"
 #include "platform/caps.h"
 #include "platform/cerr.h"
+#include "platform/infra.h"
 #include "platform/printers.h"
 
 namespace {
@@ -20,7 +21,7 @@ constexpr RecordTypeDef kEthernetSegment = pending_type(200);  // print_evpn_es_
 constexpr RecordTypeDef kAcId = record_type<l2vpn_atom_acid_bag>(print_atom_acid_bag, 200);
 constexpr RecordTypeDef kRemoteShg =
     record_type<l2vpn_evpn_remote_shg_bag>(print_evpn_remote_shg_bag, 200);
-constexpr RecordTypeDef kIgmpRoute = pending_type(200);        // print_evpn_igmp_bag
+constexpr RecordTypeDef kIgmpRoute = record_type<l2vpn_evpn_igmp_bag>(print_evpn_igmp_bag, 200);
 constexpr RecordTypeDef kClient = pending_type(5);             // print_evpn_client_bag
 constexpr RecordTypeDef kGroup = pending_type(200);            // print_evpn_grp_info_bag
 constexpr RecordTypeDef kSrv6 = pending_type(0);               // print_evpn_srv6_bag
@@ -29,6 +30,19 @@ constexpr RecordTypeDef kGesMapEntry = pending_type(200);      // print_ges_map_
 constexpr char kDashLine[] = "-----------------------------\n";
 constexpr char kTraceRule[] =
     "-----------------------------------------------------------------------------------\n";
+
+// Words of an IGMP route's codes, indexed by the code. A route type past its
+// table, a negative one included, reads "ERROR"; a version or filter mode
+// past its table reads "Unknown", as the platform's words do.
+constexpr const char *kIgmpRouteTypeWords[] = {"JOIN", "LEAVE", "PROXY"};
+constexpr const char *kIgmpVersionWords[] = {"V1", "V2", "V3"};
+constexpr const char *kIgmpFilterModeWords[] = {"IS_IN", "IS_EX"};
+constexpr int32_t kIgmpRouteLeave = 1;
+constexpr int32_t kIgmpRouteProxy = 2;
+constexpr uint32_t kIgmpVersion3 = 2;       // the one version with a filter mode
+// Bytes of an IGMP route's texts.
+constexpr size_t kIgmpSourceSize = 46;      // an address text (INET6_ADDRSTRLEN)
+constexpr size_t kIgmpColumnTextSize = 96;  // the (S,G) and Source columns' texts
 
 // Labels of the summary's es_diag counters, in record order; each bar lines
 // up with the bar of the section header.
@@ -72,6 +86,30 @@ void print_es_diag_section(const l2vpn_evpn_summary_bag &s) {
         l2vpn_diag_stats_print_bag(&s.es_diag[i]);
     }
     printf("\n");
+}
+
+// The word of a code, or other for a code past the table.
+template <size_t N>
+const char *code_word(const char *const (&words)[N], uint32_t code, const char *other) {
+    return code < N ? words[code] : other;
+}
+
+// Any route type outside the table, a negative one included, is an error.
+const char *igmp_route_type_word(int32_t route_type) {
+    if (route_type < 0) return "ERROR";
+    return code_word(kIgmpRouteTypeWords, static_cast<uint32_t>(route_type), "ERROR");
+}
+
+// Attachment types 0 and 4 are bridge ports of a bridge domain; any other is
+// a subinterface in a VRF.
+bool igmp_on_bridge_port(uint32_t attachment_type) {
+    return attachment_type == 0 || attachment_type == 4;
+}
+
+bool is_zero_address(const l2vpn_ip_addr_t &addr) {
+    for (uint8_t b : addr.bytes)
+        if (b != 0) return false;
+    return true;
 }
 
 }  // namespace
@@ -216,6 +254,66 @@ void print_evpn_remote_shg_bag(const void *record, const char *, PrintContext *)
     if (show_filter.private_view)
         infra_db_print_evt_hist_bag(&shg.event_history, &shg.event_history_info,
                                     "EVPN Remote SHG event history");
+    printf("\n");
+}
+
+// ---- IGMP routes -----------------------------------------------------------------
+
+// Columns: 5 24 43 30 6, under the header of show_evpn_igmp. With -d or -p
+// detail lines follow, each opening with its line end; -p adds the route's
+// origin and attachment and its event history.
+void print_evpn_igmp_bag(const void *record, const char *, PrintContext *) {
+    const auto &r = *static_cast<const l2vpn_evpn_igmp_bag *>(record);
+    const ShowFilter &f = show_filter;
+
+    printf("%-5u ", r.evi);
+    printf("%-24.24s ", is_nonzero_show_esi_string(r.esi_text) ? r.esi_text : "N/A");
+
+    // An address text lasts until the next conversion: the source's is copied
+    // before the group's is made.
+    char sg[kIgmpColumnTextSize];
+    if (is_zero_address(r.source)) {
+        snprintf(sg, sizeof sg, "(*,%s)", l2vpn_inet_ntop(&r.group));
+    } else {
+        char source[kIgmpSourceSize] = {};
+        strcpy_s(source, sizeof source, l2vpn_inet_ntop(&r.source));
+        snprintf(sg, sizeof sg, "(%s,%s)", source, l2vpn_inet_ntop(&r.group));
+    }
+    printf("%-43.43s ", sg);
+
+    char from[kIgmpColumnTextSize];
+    snprintf(from, sizeof from, "%s%s",
+             r.source_is_remote ? l2vpn_inet_ntop(&r.route_source.address)
+                                : text_of(r.route_source.interface_name),
+             r.resolved ? "" : "[UR]");
+    printf("%-30.30s ", from);
+    printf("%-6.6s", igmp_route_type_word(r.route_type));
+
+    if (!f.detail && !f.private_view) {
+        printf("\n");
+        return;
+    }
+    printf("\n  Ethernet Tag      : %d", r.ethernet_tag);
+    printf("\n  IGMP Version      : %s", code_word(kIgmpVersionWords, r.igmp_version, "Unknown"));
+    if (r.igmp_version == kIgmpVersion3)
+        printf(" [%s]", code_word(kIgmpFilterModeWords, r.filter_mode, "Unknown"));
+    if (r.route_type == kIgmpRouteLeave)
+        printf("\n  Max Response Time : %u secs", static_cast<unsigned>(r.max_response_time));
+    if (f.private_view) {
+        printf("\n  Originating IP    : %s", l2vpn_inet_ntop(&r.originating_ip));
+        if (r.route_type == kIgmpRouteProxy)
+            printf("\n  TEP-ID (cached)   : 0x%08x", r.tep_id);
+        if (igmp_on_bridge_port(r.attachment_type)) {
+            printf("\n  BP XCID           : 0x%x", r.bp_xcid_or_subif_ifh);
+            printf("\n  BD ID             : 0x%x", r.bd_or_vrf_id);
+        } else {
+            printf("\n  SUBIF IFH         : 0x%x", r.bp_xcid_or_subif_ifh);
+            printf("\n  VRF ID            : 0x%x", r.bd_or_vrf_id);
+        }
+        printf("\n");
+        infra_db_print_evt_hist_bag(&r.event_history, &r.event_history_info,
+                                    "EVPN IGMP event history");
+    }
     printf("\n");
 }
 
