@@ -447,6 +447,14 @@ int evpn_esi_pton(const char *text, uint8_t esi[10]) {
 
 int is_nonzero_esi(const uint8_t *esi) { return esi != nullptr && !all_zero(esi, kEsiLen); }
 
+// A text that is no ESI at all still names something: it counts as non-zero.
+int is_nonzero_show_esi_string(const char *esi_text) {
+    if (esi_text == nullptr || esi_text[0] == '\0')
+        return 0;
+    uint8_t esi[kEsiLen];
+    return evpn_esi_pton(esi_text, esi) != 0 || !all_zero(esi, kEsiLen);
+}
+
 // ---- RD / RT ---------------------------------------------------------------
 
 int l2vpn_bag_rd_convert(const l2vpn_bag_rd_t *value, l2vpn_rd_t *rd) {

@@ -71,6 +71,36 @@ const std::vector<ListingDef> kRegistry = {
     // Multicast clients: one per client protocol.
     {EVPN_PATH_CLIENT, &bag_desc_l2vpn_evpn_client_bag, false,
      {{"client_type", KeyText::HEX0X}}, {0}, {}},
+    // AC IDs of VPWS EVIs: keys vpn_id(0) source_ac_id(1); an item is named
+    // "0x<vpn_id>,<source_ac_id>", as -M and -j give them.
+    {EVPN_PATH_ACID,
+     &bag_desc_l2vpn_atom_acid_bag,
+     false,
+     {{"vpn_id", KeyText::HEX0X}, {"source_ac_id", KeyText::HEX}},
+     {0, 1},
+     {{"evi", {0}, {{0}}}}},
+    // Remote split-horizon groups, one per EVI and Ethernet segment: keys
+    // vpn_id(0) encap(1) esi_text(2); listed whole only.
+    {EVPN_PATH_REMOTE_SHG,
+     &bag_desc_l2vpn_evpn_remote_shg_bag,
+     false,
+     {{"vpn_id", KeyText::HEX0X}, {"encap", KeyText::HEX0X}, {"esi_text", KeyText::STR}},
+     {0, 1, 2},
+     {}},
+    // IGMP/MLD routes: keys evi(0) esi_text(1) ethernet_tag(2) source(3)
+    // group(4) originating_ip(5) route_type(6).
+    {EVPN_PATH_IGMP,
+     &bag_desc_l2vpn_evpn_igmp_bag,
+     false,
+     {{"evi", KeyText::HEX0X},
+      {"esi_text", KeyText::STR},
+      {"ethernet_tag", KeyText::HEX0X},
+      {"source", KeyText::IPHEX},
+      {"group", KeyText::IPHEX},
+      {"originating_ip", KeyText::IPHEX},
+      {"route_type", KeyText::HEX0X}},
+     {0, 1, 2, 3, 4, 5, 6},
+     {{"evi", {0}, {{0}}}, {"esi", {1}, {{1}}}, {"evi_esi", {0, 1}, {{0, 1}}}}},
 };
 
 }  // namespace

@@ -1,7 +1,10 @@
-// Global summary report, the event trace table and the system record printers.
+// Printers of segment and system records: the global summary report and its
+// event trace table, SRv6, groups, clients, the grouping-ES map, AC IDs,
+// remote split-horizon groups and IGMP routes.
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cstdint>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -364,6 +367,150 @@ TEST(ClientReport, TitlesWithTheTypeWordAndBackupTraceOnlyWhenFlagged) {
         r.primary_history = {const_cast<char *>("evpn-client"), {c.primary_events, &prim}};
         r.backup_history = {const_cast<char *>("evpn-client"), {c.backup_events, &back}};
         EXPECT_EQ(stdout_of([&] { print_evpn_client_bag(&r, "0x0", nullptr); }), c.out) << c.type;
+    }
+}
+
+// ---- AC IDs ----------------------------------------------------------------------
+
+// Every test starts with no option set.
+class SegmentPrinters : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        saved_filter_ = show_filter;
+        show_filter = ShowFilter{};
+    }
+    void TearDown() override { show_filter = saved_filter_; }
+    ShowFilter saved_filter_;
+};
+
+TEST_F(SegmentPrinters, AcIdRowPrintsEachIdInItsColumnAndHistoryOnlyInPrivate) {
+    const std::string row = "5          42              43             \n";
+    const struct {
+        uint32_t vpn_id, source, target;
+        uint8_t detail, private_view;
+        std::string out;
+    } cases[] = {
+        {5, 42, 43, 0, 0, row},
+        {5, 42, 43, 1, 0, row},
+        {5, 42, 43, 0, 1, row + "\nAC-ID event history\n    No events\n"},
+        {4294967295u, 4294967295u, 0, 0, 0, "4294967295 4294967295      0              \n"},
+    };
+    for (const auto &c : cases) {
+        l2vpn_atom_acid_bag ac{};
+        ac.vpn_id = c.vpn_id, ac.source_ac_id = c.source, ac.target_ac_id = c.target;
+        show_filter.detail = c.detail, show_filter.private_view = c.private_view;
+        EXPECT_EQ(stdout_of([&] { print_atom_acid_bag(&ac, "0x5,2a", nullptr); }), c.out)
+            << c.vpn_id << " " << int(c.detail) << int(c.private_view);
+    }
+}
+
+// ---- Remote split-horizon groups ---------------------------------------------------
+
+l2vpn_ip_addr_t ip(const char *text) {
+    l2vpn_ip_addr_t a{};
+    EXPECT_NE(l2vpn_inet_pton(text, &a), 0) << text;
+    return a;
+}
+
+TEST_F(SegmentPrinters, RemoteShgLabelsReadAsMplsLabelsWhateverTheEncapsulation) {
+    const struct {
+        uint8_t encap;
+        uint32_t label;
+        const char *nexthop, *line;
+    } cases[] = {
+        {EVPN_ENCAP_MPLS, 0xFFFFF, "10.0.0.2", "            1048575 : nexthop 10.0.0.2\n"},
+        {EVPN_ENCAP_VXLAN, 0x100000, "10.0.0.2", "            Invalid : nexthop 10.0.0.2\n"},
+        {EVPN_ENCAP_VXLAN, 3, "10.0.0.2", "           IMP-NULL : nexthop 10.0.0.2\n"},
+    };
+    for (const auto &c : cases) {
+        l2vpn_evpn_remote_shg_label_entry entry{ip(c.nexthop), c.label};
+        l2vpn_evpn_remote_shg_bag shg{};
+        shg.esi_text = const_cast<char *>("0011.2233.4455.6677.8899");
+        shg.vpn_id = 5, shg.encap = c.encap;
+        shg.remote_shg_labels = {1, &entry};
+        const std::string first = std::string("5          ") +
+                                  (c.encap == EVPN_ENCAP_MPLS ? "MPLS  " : "VXLAN ") +
+                                  " 0011.2233.4455.6677.8899\n  Remote SHG labels : 1\n";
+        EXPECT_EQ(stdout_of([&] { print_evpn_remote_shg_bag(&shg, "x", nullptr); }),
+                  first + c.line + "\n")
+            << c.label;
+    }
+}
+
+// ---- IGMP routes --------------------------------------------------------------------
+
+// A text padded and cut to a column's width.
+std::string cell(const std::string &text, size_t width) {
+    return (text + std::string(width, ' ')).substr(0, width);
+}
+
+// A remote, resolved JOIN of EVI 100 for (*,239.1.1.1) on a bridge port.
+l2vpn_evpn_igmp_bag igmp_route() {
+    l2vpn_evpn_igmp_bag r{};
+    r.evi = 100;
+    r.esi_text = const_cast<char *>("0011.2233.4455.6677.8899");
+    r.group = ip("239.1.1.1");
+    r.originating_ip = ip("10.0.0.2");
+    r.source_is_remote = 1;
+    r.route_source.address = ip("10.0.0.2");
+    r.resolved = 1;
+    return r;
+}
+
+TEST_F(SegmentPrinters, IgmpRowShowsAnySourceUnresolvedOriginMissingSegmentAndOtherTypes) {
+    const std::string esi = "0011.2233.4455.6677.8899";
+    const struct {
+        const char *esi_text, *source;
+        uint32_t remote, resolved;
+        int32_t route_type;
+        std::string esi_col, sg, from, type;
+    } cases[] = {
+        {esi.c_str(), "::", 1, 1, 0, esi, "(*,239.1.1.1)", "10.0.0.2", "JOIN"},
+        // A source zero in all bytes but the last is a source.
+        {esi.c_str(), "::1", 1, 0, 1, esi, "(::1,239.1.1.1)", "10.0.0.2[UR]", "LEAVE"},
+        {esi.c_str(), "192.0.2.10", 0, 0, 2, esi, "(192.0.2.10,239.1.1.1)", "bond1.100[UR]", "PROXY"},
+        {esi.c_str(), "::", 0, 1, 3, esi, "(*,239.1.1.1)", "bond1.100", "ERROR"},
+        {"0000.0000.0000.0000.0000", "::", 1, 1, -1, "N/A", "(*,239.1.1.1)", "10.0.0.2", "ERROR"},
+        {"", "::", 1, 1, 7, "N/A", "(*,239.1.1.1)", "10.0.0.2", "ERROR"},
+        {nullptr, "::", 1, 1, INT32_MIN, "N/A", "(*,239.1.1.1)", "10.0.0.2", "ERROR"},
+    };
+    for (const auto &c : cases) {
+        l2vpn_evpn_igmp_bag r = igmp_route();
+        r.esi_text = const_cast<char *>(c.esi_text);
+        r.source = ip(c.source);
+        r.source_is_remote = c.remote, r.resolved = c.resolved, r.route_type = c.route_type;
+        r.route_source.interface_name = const_cast<char *>("bond1.100");
+        EXPECT_EQ(stdout_of([&] { print_evpn_igmp_bag(&r, "x", nullptr); }),
+                  "100   " + cell(c.esi_col, 24) + " " + cell(c.sg, 43) + " " + cell(c.from, 30) +
+                      " " + cell(c.type, 6) + "\n")
+            << c.source << " " << c.route_type;
+    }
+}
+
+TEST_F(SegmentPrinters, IgmpDetailNamesVersionFilterModeOnlyForV3AndResponseTimeOnlyForLeave) {
+    const struct {
+        int32_t route_type;
+        uint32_t version, filter_mode;
+        std::string lines;
+    } cases[] = {
+        {0, 0, 1, "\n  IGMP Version      : V1"},
+        {0, 1, 1, "\n  IGMP Version      : V2"},
+        {0, 2, 0, "\n  IGMP Version      : V3 [IS_IN]"},
+        {2, 2, 1, "\n  IGMP Version      : V3 [IS_EX]"},
+        {0, 2, 2, "\n  IGMP Version      : V3 [Unknown]"},
+        {0, 3, 0, "\n  IGMP Version      : Unknown"},
+        {1, 1, 0, "\n  IGMP Version      : V2\n  Max Response Time : 255 secs"},
+    };
+    show_filter.detail = 1;
+    for (const auto &c : cases) {
+        l2vpn_evpn_igmp_bag r = igmp_route();
+        r.route_type = c.route_type, r.igmp_version = c.version, r.filter_mode = c.filter_mode;
+        r.max_response_time = 255;
+        r.ethernet_tag = -2;
+        const std::string out = stdout_of([&] { print_evpn_igmp_bag(&r, "x", nullptr); });
+        // The detail lines start with the row's first line end.
+        EXPECT_EQ(out.substr(out.find('\n')), "\n  Ethernet Tag      : -2" + c.lines + "\n")
+            << c.version;
     }
 }
 

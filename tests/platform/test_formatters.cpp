@@ -127,6 +127,16 @@ TEST(Formatters, EsiTextAndParser) {
     EXPECT_EQ(esistring(esi), nullptr);
 }
 
+TEST(Formatters, EsiTextIsZeroOnlyForTheZeroEsiOrNoText) {
+    const struct { const char *text; int nonzero; } cases[] = {
+        {"0000.0000.0000.0000.0000", 0}, {"00:00:00:00:00:00:00:00:00:00", 0}, {"", 0},
+        {nullptr, 0}, {"0000.0000.0000.0000.0001", 1}, {"0100.0000.0000.0000.0000", 1},
+        {"0000.0000.0000.0000", 1}, {"N/A", 1}};
+    for (const auto &c : cases)
+        EXPECT_EQ(is_nonzero_show_esi_string(c.text) != 0, c.nonzero != 0)
+            << (c.text ? c.text : "(null)");
+}
+
 TEST(Formatters, RdAndRtRoundTripInRecordLayout) {
     const struct { const char *text; uint32_t format; const char *value; } cases[] = {
         {"100:1", 1, "0000006400000001"}, {"65535:4294967295", 1, "0000ffffffffffff"},

@@ -11,6 +11,7 @@
 #include "evpn_show_print.h"
 #include "platform/caps.h"
 #include "platform/cerr.h"
+#include "platform/infra.h"
 #include "platform/printers.h"
 
 namespace {
@@ -18,9 +19,10 @@ namespace {
 // The record types the commands read.
 constexpr RecordTypeDef kSummary = record_type<l2vpn_evpn_summary_bag>(print_evpn_summary_bag, 0);
 constexpr RecordTypeDef kEthernetSegment = pending_type(200);  // print_evpn_es_bag
-constexpr RecordTypeDef kAcId = pending_type(200);             // print_atom_acid_bag
-constexpr RecordTypeDef kRemoteShg = pending_type(200);        // print_evpn_remote_shg_bag
-constexpr RecordTypeDef kIgmpRoute = pending_type(200);        // print_evpn_igmp_bag
+constexpr RecordTypeDef kAcId = record_type<l2vpn_atom_acid_bag>(print_atom_acid_bag, 200);
+constexpr RecordTypeDef kRemoteShg =
+    record_type<l2vpn_evpn_remote_shg_bag>(print_evpn_remote_shg_bag, 200);
+constexpr RecordTypeDef kIgmpRoute = record_type<l2vpn_evpn_igmp_bag>(print_evpn_igmp_bag, 200);
 constexpr RecordTypeDef kClient = record_type<l2vpn_evpn_client_bag>(print_evpn_client_bag, 5);
 constexpr RecordTypeDef kGroup = record_type<evpn_grp_info_bag>(print_evpn_grp_info_bag, 200);
 constexpr RecordTypeDef kSrv6 = record_type<l2vpn_evpn_srv6_bag>(print_evpn_srv6_bag, 0);
@@ -30,6 +32,19 @@ constexpr RecordTypeDef kGesMapEntry =
 constexpr char kDashLine[] = "-----------------------------\n";
 constexpr char kTraceRule[] =
     "-----------------------------------------------------------------------------------\n";
+
+// Words of an IGMP route's codes, indexed by the code. A route type past its
+// table, a negative one included, reads "ERROR"; a version or filter mode
+// past its table reads "Unknown", as the platform's words do.
+constexpr const char *kIgmpRouteTypeWords[] = {"JOIN", "LEAVE", "PROXY"};
+constexpr const char *kIgmpVersionWords[] = {"V1", "V2", "V3"};
+constexpr const char *kIgmpFilterModeWords[] = {"IS_IN", "IS_EX"};
+constexpr int32_t kIgmpRouteLeave = 1;
+constexpr int32_t kIgmpRouteProxy = 2;
+constexpr uint32_t kIgmpVersion3 = 2;       // the one version with a filter mode
+// Bytes of an IGMP route's texts.
+constexpr size_t kIgmpSourceSize = 46;      // an address text (INET6_ADDRSTRLEN)
+constexpr size_t kIgmpColumnTextSize = 96;  // the (S,G) and Source columns' texts
 
 // Labels of the summary's es_diag counters, in record order; each bar lines
 // up with the bar of the section header.
@@ -188,6 +203,30 @@ void print_srv6_locator(const l2vpn_evpn_srv6_locator_entry &loc, int width, boo
     if (priv)
         infra_db_print_evt_hist_bag(&loc.event_history, &loc.event_history_info,
                                     "EVPN SRV6 Locator event history");
+}
+
+// The word of a code, or other for a code past the table.
+template <size_t N>
+const char *code_word(const char *const (&words)[N], uint32_t code, const char *other) {
+    return code < N ? words[code] : other;
+}
+
+// Any route type outside the table, a negative one included, is an error.
+const char *igmp_route_type_word(int32_t route_type) {
+    if (route_type < 0) return "ERROR";
+    return code_word(kIgmpRouteTypeWords, static_cast<uint32_t>(route_type), "ERROR");
+}
+
+// Attachment types 0 and 4 are bridge ports of a bridge domain; any other is
+// a subinterface in a VRF.
+bool igmp_on_bridge_port(uint32_t attachment_type) {
+    return attachment_type == 0 || attachment_type == 4;
+}
+
+bool is_zero_address(const l2vpn_ip_addr_t &addr) {
+    for (uint8_t b : addr.bytes)
+        if (b != 0) return false;
+    return true;
 }
 
 }  // namespace
@@ -407,6 +446,101 @@ void print_ges_map_entry_bag(const void *record, const char *, PrintContext *) {
         printf("     Peer stale: %u\n", v.peer_stale);
     }
     if (n == 0) printf("No VES\n");
+}
+
+// ---- AC IDs -------------------------------------------------------------------
+
+// Columns: 10 15 15, under the header of show_evpn_acid.
+void print_atom_acid_bag(const void *record, const char *, PrintContext *) {
+    const auto &ac = *static_cast<const l2vpn_atom_acid_bag *>(record);
+    printf("%-10u %-15u %-15u\n", ac.vpn_id, ac.source_ac_id, ac.target_ac_id);
+    if (show_filter.private_view)
+        infra_db_print_evt_hist_bag(&ac.event_history, &ac.event_history_info,
+                                    "AC-ID event history");
+}
+
+// ---- Remote split-horizon groups ----------------------------------------------
+
+// Columns: 10 6 24, under the header of show_evpn_remote_shg; then the label
+// count and one line per label, the label right-aligned in 17 columns. The
+// labels are MPLS labels whatever the EVI's encapsulation.
+void print_evpn_remote_shg_bag(const void *record, const char *, PrintContext *) {
+    const auto &shg = *static_cast<const l2vpn_evpn_remote_shg_bag *>(record);
+    const bag_array<l2vpn_evpn_remote_shg_label_entry> &labels = shg.remote_shg_labels;
+    const uint32_t n = labels.data != nullptr ? labels.count : 0;
+
+    printf("%-10u %-6.6s %-24.24s\n", shg.vpn_id, evpn_bgp_encap_type_to_str(shg.encap),
+           text_of(shg.esi_text));
+    printf("  %-18.18s: %zu\n", "Remote SHG labels", static_cast<size_t>(n));
+    for (uint32_t i = 0; i < n; i++) {
+        char label[EVPN_LABEL_TEXT_SIZE] = {};
+        l2vpn_mpls_label_to_str(labels.data[i].label, label, sizeof label, EVPN_ENCAP_MPLS);
+        printf("  %17.17s : nexthop %s\n", label, l2vpn_inet_ntop(&labels.data[i].address));
+    }
+    if (show_filter.private_view)
+        infra_db_print_evt_hist_bag(&shg.event_history, &shg.event_history_info,
+                                    "EVPN Remote SHG event history");
+    printf("\n");
+}
+
+// ---- IGMP routes -----------------------------------------------------------------
+
+// Columns: 5 24 43 30 6, under the header of show_evpn_igmp. With -d or -p
+// detail lines follow, each opening with its line end; -p adds the route's
+// origin and attachment and its event history.
+void print_evpn_igmp_bag(const void *record, const char *, PrintContext *) {
+    const auto &r = *static_cast<const l2vpn_evpn_igmp_bag *>(record);
+    const ShowFilter &f = show_filter;
+
+    printf("%-5u ", r.evi);
+    printf("%-24.24s ", is_nonzero_show_esi_string(r.esi_text) ? r.esi_text : "N/A");
+
+    // An address text lasts until the next conversion: the source's is copied
+    // before the group's is made.
+    char sg[kIgmpColumnTextSize];
+    if (is_zero_address(r.source)) {
+        snprintf(sg, sizeof sg, "(*,%s)", l2vpn_inet_ntop(&r.group));
+    } else {
+        char source[kIgmpSourceSize] = {};
+        strcpy_s(source, sizeof source, l2vpn_inet_ntop(&r.source));
+        snprintf(sg, sizeof sg, "(%s,%s)", source, l2vpn_inet_ntop(&r.group));
+    }
+    printf("%-43.43s ", sg);
+
+    char from[kIgmpColumnTextSize];
+    snprintf(from, sizeof from, "%s%s",
+             r.source_is_remote ? l2vpn_inet_ntop(&r.route_source.address)
+                                : text_of(r.route_source.interface_name),
+             r.resolved ? "" : "[UR]");
+    printf("%-30.30s ", from);
+    printf("%-6.6s", igmp_route_type_word(r.route_type));
+
+    if (!f.detail && !f.private_view) {
+        printf("\n");
+        return;
+    }
+    printf("\n  Ethernet Tag      : %d", r.ethernet_tag);
+    printf("\n  IGMP Version      : %s", code_word(kIgmpVersionWords, r.igmp_version, "Unknown"));
+    if (r.igmp_version == kIgmpVersion3)
+        printf(" [%s]", code_word(kIgmpFilterModeWords, r.filter_mode, "Unknown"));
+    if (r.route_type == kIgmpRouteLeave)
+        printf("\n  Max Response Time : %u secs", static_cast<unsigned>(r.max_response_time));
+    if (f.private_view) {
+        printf("\n  Originating IP    : %s", l2vpn_inet_ntop(&r.originating_ip));
+        if (r.route_type == kIgmpRouteProxy)
+            printf("\n  TEP-ID (cached)   : 0x%08x", r.tep_id);
+        if (igmp_on_bridge_port(r.attachment_type)) {
+            printf("\n  BP XCID           : 0x%x", r.bp_xcid_or_subif_ifh);
+            printf("\n  BD ID             : 0x%x", r.bd_or_vrf_id);
+        } else {
+            printf("\n  SUBIF IFH         : 0x%x", r.bp_xcid_or_subif_ifh);
+            printf("\n  VRF ID            : 0x%x", r.bd_or_vrf_id);
+        }
+        printf("\n");
+        infra_db_print_evt_hist_bag(&r.event_history, &r.event_history_info,
+                                    "EVPN IGMP event history");
+    }
+    printf("\n");
 }
 
 // ============================================================================

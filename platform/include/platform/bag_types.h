@@ -225,6 +225,41 @@ template <class T> struct bag_record_info;
     F(S32, client_type) F(BOOL, has_backup) S(evt_hist_bag, primary_history)    \
     S(evt_hist_bag, backup_history)
 
+// One VPWS attachment circuit of an EVI: the AC ID it is known by here
+// (source) and the one the remote end uses (target).
+#define BAG_FIELDS_l2vpn_atom_acid_bag(F, S, A, AS, FS)                         \
+    F(U32, source_ac_id) F(U32, target_ac_id) F(U32, vpn_id)                    \
+    S(evt_hist_bag, event_history) S(evt_hist_bag, event_history_info)
+
+// The split-horizon label one remote peer advertised for an Ethernet segment.
+#define BAG_FIELDS_l2vpn_evpn_remote_shg_label_entry(F, S, A, AS, FS)           \
+    F(IP, address) F(U32, label)
+
+// The split-horizon labels of the remote peers of one EVI and Ethernet
+// segment. encap is a BGP encapsulation code and, with vpn_id, names the EVI.
+#define BAG_FIELDS_l2vpn_evpn_remote_shg_bag(F, S, A, AS, FS)                   \
+    F(STR, esi_text) F(U32, vpn_id) F(U8, encap)                                \
+    AS(l2vpn_evpn_remote_shg_label_entry, remote_shg_labels)                    \
+    S(evt_hist_bag, event_history) S(evt_hist_bag, event_history_info)
+
+// Where an IGMP route came from: a remote router's address or a local
+// interface's name, in one place of the record; the route's
+// source_is_remote says which of the two it holds.
+#define BAG_FIELDS_l2vpn_evpn_igmp_route_source(F, S, A, AS, FS)                \
+    F(IP, address) F(STR, interface_name)
+
+// One IGMP/MLD route. attachment_type 0 and 4 put it on a bridge port of a
+// bridge domain (bp_xcid_or_subif_ifh, bd_or_vrf_id), any other on a
+// subinterface in a VRF.
+#define BAG_FIELDS_l2vpn_evpn_igmp_bag(F, S, A, AS, FS)                         \
+    F(U32, attachment_type) F(STR, esi_text) F(U32, evi) F(S32, route_type)     \
+    F(IP, source) F(IP, group) F(IP, originating_ip) F(BOOL, source_is_remote)  \
+    S(l2vpn_evpn_igmp_route_source, route_source) F(S32, ethernet_tag)          \
+    F(U32, igmp_version) F(U32, filter_mode) F(U8, max_response_time)           \
+    F(BOOL, resolved) F(U32, tep_id) F(U32, bd_or_vrf_id)                       \
+    F(U32, bp_xcid_or_subif_ifh) S(evt_hist_bag, event_history)                 \
+    S(evt_hist_bag, event_history_info)
+
 // ---- The types -------------------------------------------------------------
 
 // Sub-records, each before the types that hold it.
@@ -233,7 +268,8 @@ template <class T> struct bag_record_info;
     X(evt_hist_entry_bag) X(evt_hist_bag) X(l2vpn_timespec_bag)                 \
     X(l2vpn_diag_stats_bag) X(l2vpn_evpn_rd_rt_entry)                          \
     X(l2vpn_evpn_srv6_vpws_item) X(l2vpn_evpn_srv6_locator_entry)               \
-    X(evpn_grp_intf_entry) X(l2vpn_ges_ves_entry)
+    X(evpn_grp_intf_entry) X(l2vpn_ges_ves_entry)                               \
+    X(l2vpn_evpn_remote_shg_label_entry) X(l2vpn_evpn_igmp_route_source)
 
 // Top-level record types with the bytes of their decode buffers. A new type
 // goes at the end: its position is its number in bag_record_types, which the
@@ -250,7 +286,10 @@ template <class T> struct bag_record_info;
     X(l2vpn_evpn_tep_notification_entry_bag, 8)                                 \
     X(evpn_grp_info_bag, 40)                                                    \
     X(l2vpn_ges_map_entry_bag, 32)                                              \
-    X(l2vpn_evpn_client_bag, 56)
+    X(l2vpn_evpn_client_bag, 56)                                              \
+    X(l2vpn_atom_acid_bag, 96)                                                  \
+    X(l2vpn_evpn_remote_shg_bag, 1776)                                          \
+    X(l2vpn_evpn_igmp_bag, 192)
 
 BAG_SUBRECORDS(BAG_DECLARE)
 BAG_RECORDS(BAG_DECLARE_RECORD)

@@ -55,6 +55,9 @@ int is_valid_mac(const uint8_t *mac);   // non-zero unless all zero
 const char *esistring(const uint8_t *esi);
 int evpn_esi_pton(const char *text, uint8_t esi[10]);  // 0 on success
 int is_nonzero_esi(const uint8_t *esi);
+// An ESI as records carry it in text: zero for a null or empty text and for
+// the zero ESI in any form evpn_esi_pton reads; any other text is non-zero.
+int is_nonzero_show_esi_string(const char *esi_text);
 
 // RD / RT: convert returns non-zero on success; get_string writes at most
 // L2VPN_RD_STR_SIZE / L2VPN_RT_STR_SIZE bytes (NUL included).
