@@ -68,7 +68,6 @@ constexpr const char *kExtFlagWords[] = {
 };
 
 const char *yes_no(uint32_t flag) { return flag ? "Yes" : "No"; }
-const char *true_false(uint32_t flag) { return flag ? "True" : "False"; }
 const char *leaf_root(uint32_t leaf) { return leaf ? "Leaf" : "Root"; }
 
 

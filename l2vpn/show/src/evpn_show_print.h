@@ -183,6 +183,10 @@ inline constexpr char kAnyKey[] = "________";
 inline constexpr char kColumnRule[] = "---------------------------------------------";  // 45
 // A text field left absent (hand-built records) reads as empty.
 inline const char *text_of(const char *s) { return s ? s : ""; }
+// An array left without elements (hand-built records) counts as empty.
+template <class T>
+uint32_t count_of(const bag_array<T> &a) { return a.data != nullptr ? a.count : 0; }
+inline const char *true_false(uint32_t flag) { return flag ? "True" : "False"; }
 
 // The commands, by family file.
 void show_evpn_mac(const ShowCommandDef &cmd);          // 0   evpn_show_fwd_entries

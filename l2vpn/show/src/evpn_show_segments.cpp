@@ -76,10 +76,10 @@ void print_running_suffix(uint32_t left_ms) {
 }
 
 // The word of a code from its table, numbered from 0; any other code,
-// negative ones included, is "Invalid".
+// negative ones included, reads other.
 template <size_t N>
-const char *word_of(const char *const (&words)[N], int32_t code) {
-    return code >= 0 && static_cast<size_t>(code) < N ? words[code] : "Invalid";
+const char *code_word(const char *const (&words)[N], int64_t code, const char *other) {
+    return code >= 0 && code < static_cast<int64_t>(N) ? words[code] : other;
 }
 
 // Group states of evpn_grp_info_bag::group_state.
@@ -91,7 +91,7 @@ constexpr const char *kClientTypes[] = {"IGMPSN", "IGMP", "MRIB", "MLD", "MLDSN"
 // One line per interface of a group with the name of its state; false when
 // the group has none.
 bool print_grp_interfaces(const bag_array<evpn_grp_intf_entry> &list) {
-    uint32_t n = list.data != nullptr ? list.count : 0;
+    const uint32_t n = count_of(list);
     for (uint32_t i = 0; i < n; i++)
         printf("     %s: %s\n", text_of(list.data[i].name),
                im_state_reverse_lookup(list.data[i].if_state, 0));
@@ -123,8 +123,6 @@ constexpr int kSrv6ItemLineEnd = 78;     // an item that would pass it starts a 
 constexpr size_t kSrv6PrefixSize = 46;
 constexpr size_t kSrv6NumberSize = 20;
 constexpr size_t kSrv6FlagsSize = 20;
-
-const char *true_or_false(uint32_t flag) { return flag ? "True" : "False"; }
 
 // "   title: " then the items, comma-separated; continuation lines are indented
 // under the first item. Column and indent are kept in 8 bits.
@@ -159,9 +157,6 @@ void print_srv6_item_list(const void *items, uint32_t count, const char *title,
     printf("\n");
 }
 
-template <class T>
-uint32_t count_of(const bag_array<T> &a) { return a.data != nullptr ? a.count : 0; }
-
 // Headings and rows share one format per view; the first column is as wide
 // as the longest name shown.
 constexpr char kLocatorColumnsPrivate[] =
@@ -183,9 +178,9 @@ void print_srv6_locator(const l2vpn_evpn_srv6_locator_entry &loc, int width, boo
         snprintf(flags, sizeof flags, "%s", flags_text);
     if (priv)
         printf(kLocatorColumnsPrivate, width, text_of(loc.name), prefix, locator_id,
-               true_or_false(loc.oor), true_or_false(loc.in_use), flags, services, sids);
+               true_false(loc.oor), true_false(loc.in_use), flags, services, sids);
     else
-        printf(kLocatorColumns, width, text_of(loc.name), prefix, true_or_false(loc.oor), flags,
+        printf(kLocatorColumns, width, text_of(loc.name), prefix, true_false(loc.oor), flags,
                services, sids);
     if (!detail)
         return;
@@ -205,18 +200,6 @@ void print_srv6_locator(const l2vpn_evpn_srv6_locator_entry &loc, int width, boo
                                     "EVPN SRV6 Locator event history");
 }
 
-// The word of a code, or other for a code past the table.
-template <size_t N>
-const char *code_word(const char *const (&words)[N], uint32_t code, const char *other) {
-    return code < N ? words[code] : other;
-}
-
-// Any route type outside the table, a negative one included, is an error.
-const char *igmp_route_type_word(int32_t route_type) {
-    if (route_type < 0) return "ERROR";
-    return code_word(kIgmpRouteTypeWords, static_cast<uint32_t>(route_type), "ERROR");
-}
-
 // Attachment types 0 and 4 are bridge ports of a bridge domain; any other is
 // a subinterface in a VRF.
 bool igmp_on_bridge_port(uint32_t attachment_type) {
@@ -234,7 +217,7 @@ bool is_zero_address(const l2vpn_ip_addr_t &addr) {
 void print_evt_trace_history(const evt_hist_bag *history) {
     if (history == nullptr)
         return;
-    uint32_t n = history->evt_entry.data != nullptr ? history->evt_entry.count : 0;
+    const uint32_t n = count_of(history->evt_entry);
     if (n == 0) {
         printf("\nNo event in the Event Trace History\n");
         return;
@@ -349,7 +332,7 @@ void print_evpn_srv6_bag(const void *record, const char *, PrintContext *) {
         printf("Configured default locator: %s\n", text_of(r.default_locator));
         if (priv) {
             printf("Configured default locator ID: %u\n", r.default_locator_id);
-            printf("SRv6 registered: %s\n", true_or_false(r.registered));
+            printf("SRv6 registered: %s\n", true_false(r.registered));
         }
     } else {
         printf("EVPN SRv6 disabled\n");
@@ -410,7 +393,7 @@ void print_evpn_srv6_bag(const void *record, const char *, PrintContext *) {
 void print_evpn_grp_info_bag(const void *record, const char *, PrintContext *) {
     const auto &g = *static_cast<const evpn_grp_info_bag *>(record);
     printf("\nEVPN Group: %u\n", g.group_id);
-    printf("\n  state: %s\n", word_of(kGroupStates, g.group_state));
+    printf("\n  state: %s\n", code_word(kGroupStates, g.group_state, "Invalid"));
     printf("\n  Core Interfaces:\n");
     if (!print_grp_interfaces(g.core_interfaces)) printf("     No core interfaces.\n");
     printf("\n  Access Interfaces:\n");
@@ -421,7 +404,7 @@ void print_evpn_grp_info_bag(const void *record, const char *, PrintContext *) {
 // The primary registration's trace, then the backup's when there is one.
 void print_evpn_client_bag(const void *record, const char *, PrintContext *) {
     const auto &c = *static_cast<const l2vpn_evpn_client_bag *>(record);
-    const char *type = word_of(kClientTypes, c.client_type);
+    const char *type = code_word(kClientTypes, c.client_type, "Invalid");
     printf("Client %s, Primary\n", type);
     print_evt_trace_history(&c.primary_history);
     if (!c.has_backup) return;
@@ -437,7 +420,7 @@ void print_ges_map_entry_bag(const void *record, const char *, PrintContext *) {
     printf("\nGES Mac %s\n", macstring(m.ges_mac, 6));
     printf("EVI refcount: %u\n", m.evi_refcount);
     printf("VES count: %u\n", m.ves_count);
-    uint32_t n = m.ves_entries.data != nullptr ? m.ves_entries.count : 0;
+    const uint32_t n = count_of(m.ves_entries);
     for (uint32_t i = 0; i < n; i++) {
         const l2vpn_ges_ves_entry &v = m.ves_entries.data[i];
         printf("  %u VES name %s\n", i + 1, text_of(v.ves_name));
@@ -467,7 +450,7 @@ void print_atom_acid_bag(const void *record, const char *, PrintContext *) {
 void print_evpn_remote_shg_bag(const void *record, const char *, PrintContext *) {
     const auto &shg = *static_cast<const l2vpn_evpn_remote_shg_bag *>(record);
     const bag_array<l2vpn_evpn_remote_shg_label_entry> &labels = shg.remote_shg_labels;
-    const uint32_t n = labels.data != nullptr ? labels.count : 0;
+    const uint32_t n = count_of(labels);
 
     printf("%-10u %-6.6s %-24.24s\n", shg.vpn_id, evpn_bgp_encap_type_to_str(shg.encap),
            text_of(shg.esi_text));
@@ -513,7 +496,7 @@ void print_evpn_igmp_bag(const void *record, const char *, PrintContext *) {
                                 : text_of(r.route_source.interface_name),
              r.resolved ? "" : "[UR]");
     printf("%-30.30s ", from);
-    printf("%-6.6s", igmp_route_type_word(r.route_type));
+    printf("%-6.6s", code_word(kIgmpRouteTypeWords, r.route_type, "ERROR"));
 
     if (!f.detail && !f.private_view) {
         printf("\n");
