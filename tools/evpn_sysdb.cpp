@@ -2,6 +2,7 @@
 //
 //   evpn_sysdb load SNAPSHOT.json [--db FILE]
 //   evpn_sysdb dump [PATH] [--db FILE] [--root ROOT]
+//   evpn_sysdb dump [SHOW OPTIONS] COMMAND [--db FILE]
 //   evpn_sysdb gen [--routes N] [--evis E] [--<kind> N ...] [--seed S] [--db FILE] [--json FILE]
 //   evpn_sysdb listings
 //   evpn_sysdb --help | --version
@@ -19,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "evpn_show_print.h"
 #include "generator.h"
 #include "json_record.h"
 #include "platform/bag.h"
@@ -43,6 +45,7 @@ void help(FILE *out) {
     fprintf(out,
             "usage: evpn_sysdb load SNAPSHOT.json [--db FILE]\n"
             "       evpn_sysdb dump [PATH] [--db FILE] [--root ROOT]\n"
+            "       evpn_sysdb dump [SHOW OPTIONS] COMMAND [--db FILE]\n"
             "       evpn_sysdb gen [--routes N] [--evis E] [--KIND N ...] [--seed S] [--db FILE]\n"
             "                      [--json FILE]\n"
             "       evpn_sysdb listings\n"
@@ -50,7 +53,9 @@ void help(FILE *out) {
             "\n"
             "load builds FILE from a snapshot (\"-\" reads standard input); FILE is left as\n"
             "it was when the snapshot has an error. Without PATH, dump prints the whole\n"
-            "database as a snapshot; with PATH, the items of that listing or the one item.\n"
+            "database as a snapshot; with PATH, the items of that listing or the one item;\n"
+            "with a show command (evpn_show_client's options and number: dump -M 64 0),\n"
+            "exactly the records that command lists, in its order, as JSON Lines.\n"
             "gen fills FILE (and, with --json, a snapshot of the same data) with N\n"
             "synthetic MAC routes over E EVIs (default 0 routes, 1 EVI) and N records of\n"
             "each KIND asked for; the same seed gives the same data. listings names the\n"
@@ -218,6 +223,90 @@ int dump_path(const Args &a) {
     return status;
 }
 
+// ---- JSON view of a show command ---------------------------------------------
+// `dump [client options] COMMAND`: the show client's own command runs, with
+// the same filters, paths and order, but its report goes to a scratch memory
+// stream and each record it lists (a printer that printed something for it)
+// comes out as one JSON line: {"path", "name", "record"}. The scratch stream
+// is rewound between records, so memory stays flat.
+struct JsonView {
+    FILE *text = nullptr, *json = nullptr;
+    char *text_buf = nullptr;
+    size_t text_len = 0;
+    long mark = 0;
+    bool failed = false;
+};
+JsonView g_view;
+
+void view_before() {
+    fflush(g_view.text);
+    if (ftell(g_view.text) > (1 << 20)) fseek(g_view.text, 0, SEEK_SET);
+    g_view.mark = ftell(g_view.text);
+}
+
+void view_after(const BagDesc *desc, const char *path, const char *name, const void *record) {
+    fflush(g_view.text);
+    if (ftell(g_view.text) == g_view.mark) return;  // the printer passed it over
+    nlohmann::ordered_json line;
+    line["path"] = path;
+    line["name"] = name ? name : "";
+    line["record"] = evpn::record_to_json(record, desc);
+    std::string text = line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    text += '\n';
+    if (fwrite(text.data(), 1, text.size(), g_view.json) != text.size()) g_view.failed = true;
+}
+
+const RecordListener kViewListener{view_before, view_after};
+
+// True for a dump whose last argument is a show command number (hexadecimal,
+// as the client takes it): listing names are words, never one or two hex digits.
+bool is_show_form(int argc, char **argv) {
+    if (argc < 3) return false;
+    const char *last = argv[argc - 1];
+    size_t n = strlen(last);
+    return n >= 1 && n <= 2 && strspn(last, "0123456789abcdefABCDEF") == n;
+}
+
+int cmd_dump_show(int argc, char **argv) {
+    std::vector<char *> client_argv{const_cast<char *>("evpn_show_client")};
+    for (int i = 2; i < argc; i++) {
+        std::string s = argv[i];
+        if (s == "--db") {
+            if (i + 1 >= argc - 1) return bad_usage("dump", "--db wants a value");
+            setenv("EVPN_SYSDB", argv[++i], 1);
+        } else if (s.rfind("--", 0) == 0) {
+            return bad_usage("dump", "'" + s + "' does not go with a show command (use -U for a view)");
+        } else {
+            client_argv.push_back(argv[i]);
+        }
+    }
+    client_argv.push_back(nullptr);
+
+    fflush(stdout);
+    int out = dup(STDOUT_FILENO);
+    g_view.json = out >= 0 ? fdopen(out, "w") : nullptr;
+    g_view.text = open_memstream(&g_view.text_buf, &g_view.text_len);
+    if (!g_view.json || !g_view.text) {
+        fprintf(stderr, "evpn_sysdb: dump: %s\n", strerror(errno));
+        return 1;
+    }
+    static char json_buf[1 << 16];
+    setvbuf(g_view.json, json_buf, _IOFBF, sizeof json_buf);
+    FILE *saved = stdout;
+    stdout = g_view.text;
+    evpn_show_set_listener(&kViewListener);
+    int status = evpn_show_main(static_cast<int>(client_argv.size() - 1), client_argv.data());
+    evpn_show_set_listener(nullptr);
+    stdout = saved;
+    fclose(g_view.text);
+    free(g_view.text_buf);
+    if (fclose(g_view.json) != 0 || g_view.failed) {
+        fprintf(stderr, "evpn_sysdb: dump: writing the records: %s\n", strerror(errno));
+        return 1;
+    }
+    return status;
+}
+
 int cmd_dump(const Args &a) {
     if (!a.arg.empty()) return dump_path(a);
     std::string err;
@@ -328,6 +417,7 @@ int main(int argc, char **argv) {
         return fflush(stdout) == 0 && !ferror(stdout) ? 0 : 1;
     }
     if (command == "gen") return cmd_gen(argc, argv);
+    if (command == "dump" && is_show_form(argc, argv)) return cmd_dump_show(argc, argv);
     if (command == "listings" && argc == 2) {
         for (const ListingDef &l : sysdb_registry())
             printf("%s\n", l.child ? (std::string(l.base) + "/<item>/" + l.child).c_str() : l.base);
