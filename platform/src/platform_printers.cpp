@@ -87,16 +87,19 @@ void l2vpn_timespec_string(const l2vpn_timespec_bag *time, char *buf, size_t siz
         snprintf(buf, size, "%s", "never");
         return;
     }
-    // Nanoseconds of a second or more carry into the seconds.
+    // Nanoseconds of a second or more carry into the seconds. The whole text
+    // is made first, so that a short buffer gets its start.
     time_t secs =
         static_cast<time_t>(time->tv_sec) + static_cast<time_t>(time->tv_nsec / 1000000000u);
     unsigned ms = (time->tv_nsec % 1000000000u) / 1000000u;
     struct tm tm;
-    size_t n = gmtime_r(&secs, &tm) ? strftime(buf, size, "%m/%d %H:%M:%S", &tm) : 0;
+    char text[32];
+    size_t n = gmtime_r(&secs, &tm) ? strftime(text, sizeof text, "%m/%d %H:%M:%S", &tm) : 0;
     if (n == 0)
-        snprintf(buf, size, "%s", "?");
+        snprintf(text, sizeof text, "%s", "?");
     else
-        snprintf(buf + n, size - n, ".%03u", ms);
+        snprintf(text + n, sizeof text - n, ".%03u", ms);
+    snprintf(buf, size, "%s", text);
 }
 
 void l2vpn_sync_print_hasi_object(const l2vpn_sync_hasi_object *object, int level) {
