@@ -278,3 +278,12 @@ void print_evpn_rd_rt_list(const l2vpn_evpn_rd_rt_entry *entries, uint32_t count
 
 // Segments and system (evpn_show_segments): the event trace table.
 void print_evt_trace_history(const evt_hist_bag *history);
+// Service carving lists of an Ethernet segment, six items to a row under
+// "title tag: "; a null list prints nothing, an empty one its header. With
+// compress, runs of consecutive values print as "first-last".
+void print_carving_values(const uint32_t *values, uint32_t count, const char *tag,
+                          bool compress, const char *title);
+void print_carving_ids(const l2vpn_evpn_es_id_entry *entries, uint32_t count, const char *tag,
+                       const char *title);
+void print_carving_evi_etags(const l2vpn_evpn_es_evi_etag *entries, uint32_t count,
+                             const char *tag);
