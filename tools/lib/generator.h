@@ -14,7 +14,9 @@
 #define EVPN_GEN_KINDS(X)                                                       \
     X(teps, EVPN_PATH_TEP, "tunnel endpoints")                                 \
     X(ac_ids, EVPN_PATH_ACID, "AC IDs")                                        \
-    X(igmp, EVPN_PATH_IGMP, "IGMP/MLD routes")
+    X(igmp, EVPN_PATH_IGMP, "IGMP/MLD routes")                                 \
+    X(imcast, EVPN_PATH_IMCAST, "inclusive-multicast routes")                 \
+    X(neighbors, EVPN_PATH_NEIGHBOR, "neighbors")
 
 namespace evpn {
 
