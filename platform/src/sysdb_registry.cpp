@@ -121,6 +121,38 @@ const std::vector<ListingDef> kRegistry = {
       {"pw", {3, 4}, {{3, 4}}},
       {"vfi", {5}, {{5}}},
       {"accessevi", {6}, {{6}}}}},
+    // Inclusive-multicast routes: keys evi(0) ethernet_tag(1) originating_ip(2)
+    // bd_name(3); the Ethernet tag is written "%x", as -e gives it.
+    {EVPN_PATH_IMCAST,
+     &bag_desc_l2vpn_evpn_imcast_bag,
+     false,
+     {{"evi", KeyText::HEX0X},
+      {"ethernet_tag", KeyText::HEX},
+      {"originating_ip", KeyText::IPHEX},
+      {"bd_name", KeyText::STR}},
+     {0, 1, 2},
+     {
+         {"evi", {0}, {{0}}},
+         {"evi_eth_tag", {0, 1}, {{0, 1}}},
+         {"evi_eth_tag_orig_ip", {0, 1, 2}, {{0, 1, 2}}},
+         {"bd", {3}, {{3}}},
+         {"bd_eth_tag", {3, 1}, {{3, 1}}},
+         {"bd_eth_tag_orig_ip", {3, 1, 2}, {{3, 1, 2}}},
+         {"eth_tag", {1}, {{1}}},
+         {"eth_tag_orig_ip", {1, 2}, {{1, 2}}},
+     }},
+    // Neighbors of EVIs: keys evi(0) neighbor(1) bd_name(2).
+    {EVPN_PATH_NEIGHBOR,
+     &bag_desc_l2vpn_evpn_neighbor_bag,
+     false,
+     {{"evi", KeyText::HEX0X}, {"neighbor", KeyText::IPHEX}, {"bd_name", KeyText::STR}},
+     {0, 1},
+     {
+         {"evi", {0}, {{0}}},
+         {"evi_nbr_ip", {0, 1}, {{0, 1}}},
+         {"bd", {2}, {{2}}},
+         {"bd_nbr_ip", {2, 1}, {{2, 1}}},
+     }},
 };
 
 }  // namespace

@@ -2,6 +2,7 @@
 // the MAC route printer, on records built by hand.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <bit>
 #include <cstdio>
 #include <cstdlib>
@@ -10,6 +11,7 @@
 
 #include "evpn_show_print.h"
 #include "stdout_capture.h"
+#include "test_util.h"
 #include "platform/caps.h"
 #include "platform/debug.h"
 
@@ -392,6 +394,131 @@ TEST_F(FwdEntries, MacExtFlagWordsAndStampedXcidOnlyWhenRemote) {
         EXPECT_EQ(out.find("Stamped XCID"), std::string::npos);
         EXPECT_NE(out.find("\nEVPN MAC event history\n    No events\n"), std::string::npos);
     }
+}
+
+// ---- Inclusive-multicast routes ------------------------------------------------
+
+l2vpn_evpn_imcast_bag imcast(uint32_t encap, uint32_t label) {
+    l2vpn_evpn_imcast_bag r{};
+    r.evi = 100;
+    r.encap = encap;
+    r.originating_ip = ip("10.0.0.2");
+    r.nexthop = ip("10.0.0.2");
+    r.label = label;
+    return r;
+}
+
+std::string print(const l2vpn_evpn_imcast_bag &r) {
+    return stdout_of([&] { print_evpn_imcast_bag(&r, "item", nullptr); });
+}
+
+TEST_F(FwdEntries, ImcastEncapsulationChoosesLabelVniOrSidLine) {
+    show_filter.detail = 1;
+    const struct { uint32_t encap, label; const char *line; } cases[] = {
+        {10, 3, "    Label  : IMP-NULL\n"},
+        {8, 3, "    VNI    : 3\n"},
+        {255, 3, "    SID    : <no SIDs>\n"},
+        {13, 3, nullptr},  // MPLS over UDP: none of the three
+        {0, 3, nullptr},
+    };
+    for (const auto &c : cases) {
+        const std::string out = print(imcast(c.encap, c.label));
+        int shown = 0;
+        for (const char *label : {"    Label  :", "    VNI    :", "    SID    :"})
+            shown += out.find(label) != std::string::npos;
+        EXPECT_EQ(shown, c.line ? 1 : 0) << c.encap << "\n" << out;
+        if (!c.line)
+            continue;
+        EXPECT_NE(out.find(c.line), std::string::npos) << out;
+        // the label line stands before SR-TE, the VNI and SID lines after it
+        EXPECT_EQ(out.find(c.line) < out.find("    SR-TE Info: "), c.encap == 10) << c.encap;
+    }
+}
+
+TEST_F(FwdEntries, ImcastLocalOnlySkipsRoutesThatAreNotLocal) {
+    show_filter.local_only = 1;
+    auto r = imcast(10, 24005);
+    EXPECT_EQ(print(r), "");
+    r.local = 2;  // any non-zero word is local
+    EXPECT_EQ(print(r), "100        MPLS   0          10.0.0.2" + blanks(32) + "\n");
+}
+
+// ---- Neighbors -------------------------------------------------------------------
+
+std::string leaf_line(std::initializer_list<uint32_t> evis, const char *neighbor = "10.0.0.2") {
+    uint32_t v[32];
+    std::copy(evis.begin(), evis.end(), v);
+    l2vpn_evpn_neighbor_bag n{};
+    n.evi = 7;
+    n.encap = 10;
+    n.neighbor = ip(neighbor);
+    n.leaf_evi_list = {static_cast<uint32_t>(evis.size()), evis.size() ? v : nullptr};
+    return stdout_of([&] { print_evpn_neighbor_leaf_evis(&n, "item", nullptr); });
+}
+
+TEST_F(FwdEntries, LeafEvisWrapWhenATextPassesWhatIsLeftOfTheColumn) {
+    const std::string start = "7          MPLS   10.0.0.2" + blanks(32) + " ";
+    const std::string next = "\n" + blanks(59);
+    // A text exactly as long as the room left stays on the line, its blank
+    // one past the column; the next text, however short, wraps.
+    EXPECT_EQ(leaf_line({1234567890, 123456789, 5}),
+              start + "1234567890 123456789 " + next + "5 \n");
+    EXPECT_EQ(leaf_line({4294967295, 4294967295, 4294967295}),
+              start + "4294967295 " + next + "4294967295 " + next + "4294967295 \n");
+}
+
+TEST_F(FwdEntries, NeighborAddressFilterComparesAllSixteenBytes) {
+    show_filter.ip_set = 1;
+    show_filter.ip_addr = ip("10.0.0.2");
+    l2vpn_evpn_neighbor_bag n{};
+    n.evi = 7;
+    n.encap = 10;
+    n.neighbor = ip("10.0.0.2");
+    auto brief = [&] { return stdout_of([&] { print_evpn_neighbor_bag(&n, "item", nullptr); }); };
+    EXPECT_EQ(brief(), "7          MPLS   10.0.0.2" + blanks(32) + "\n");
+    EXPECT_EQ(leaf_line({5}), "7          MPLS   10.0.0.2" + blanks(32) + " 5 \n");
+    n.neighbor = ip("::10.0.0.2");  // the same last four bytes, not IPv4-mapped
+    EXPECT_EQ(brief(), "");
+    EXPECT_EQ(leaf_line({5}, "::10.0.0.2"), "");
+    n.neighbor = ip("10.0.0.2");
+    show_filter.ip_set = 0;  // the address counts only with its flag
+    show_filter.ip_addr = ip("10.9.9.9");
+    EXPECT_EQ(brief(), "7          MPLS   10.0.0.2" + blanks(32) + "\n");
+}
+
+// ---- Listings with a record that does not decode ----------------------------------
+
+class FwdEntriesListing : public spine_test::BoundClient {};
+
+TEST_F(FwdEntriesListing, RecordThatDoesNotDecodeIsTracedAndTheWalkGoesOn) {
+    const std::string root = "/oper/evpn/gl/", garbage("\0\0\0\1", 4);
+    const std::string decode_trace = std::string("evpn_show_datalist_display: bag decode ") +
+                                     cerr_strerror(BAG_ERR_TRUNCATED) + "\n";
+    bind(spine_test::build_db("imcast_neighbor_corrupt.db", [&](evpn::SysdbWriter &w) {
+        std::string err, bd = "bd";
+        for (uint32_t evi : {1u, 3u}) {
+            l2vpn_evpn_imcast_bag r{};
+            r.evi = evi, r.encap = 10, r.originating_ip = ip("10.0.0.1"), r.bd_name = bd.data();
+            EXPECT_TRUE(w.add(root, EVPN_PATH_IMCAST, &r, err)) << err;
+            l2vpn_evpn_neighbor_bag n{};
+            n.evi = evi, n.encap = 8, n.neighbor = ip("10.0.0.2"), n.bd_name = bd.data();
+            EXPECT_TRUE(w.add(root, EVPN_PATH_NEIGHBOR, &n, err)) << err;
+        }
+        EXPECT_TRUE(w.add_raw(root, EVPN_PATH_IMCAST, "0x2,0,00000000000000000000ffff0a000001",
+                              garbage, err)) << err;
+        EXPECT_TRUE(w.add_raw(root, EVPN_PATH_NEIGHBOR, "0x2,00000000000000000000ffff0a000002",
+                              garbage, err)) << err;
+    }));
+    spine_test::Capture c = spine_test::capture([] { evpn_show_dispatch(1); });
+    EXPECT_NE(c.traces.find(decode_trace), std::string::npos) << c.traces;
+    EXPECT_NE(c.out.find("1          MPLS   0          10.0.0.1"), std::string::npos) << c.out;
+    EXPECT_NE(c.out.find("3          MPLS   0          10.0.0.1"), std::string::npos) << c.out;
+
+    show_filter.leaf_evis = 1;
+    c = spine_test::capture([] { evpn_show_dispatch(8); });
+    EXPECT_NE(c.traces.find(decode_trace), std::string::npos) << c.traces;
+    EXPECT_NE(c.out.find("1          VXLAN  10.0.0.2" + blanks(32) + " \n"), std::string::npos);
+    EXPECT_NE(c.out.find("3          VXLAN  10.0.0.2" + blanks(32) + " \n"), std::string::npos);
 }
 
 }  // namespace

@@ -15,7 +15,9 @@
     X(teps, EVPN_PATH_TEP, "tunnel endpoints")                                 \
     X(ac_ids, EVPN_PATH_ACID, "AC IDs")                                        \
     X(igmp, EVPN_PATH_IGMP, "IGMP/MLD routes")                                 \
-    X(es, EVPN_PATH_ES, "Ethernet segments")
+    X(es, EVPN_PATH_ES, "Ethernet segments")                                    \
+    X(imcast, EVPN_PATH_IMCAST, "inclusive-multicast routes")                 \
+    X(neighbors, EVPN_PATH_NEIGHBOR, "neighbors")
 
 namespace evpn {
 

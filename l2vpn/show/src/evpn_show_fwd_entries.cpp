@@ -17,9 +17,12 @@ namespace {
 
 // The record types the commands read.
 constexpr RecordTypeDef kMacRoute = record_type<l2vpn_evpn_mac_bag>(print_evpn_mac_bag, 200);
-constexpr RecordTypeDef kImcastRoute = pending_type(200);   // print_evpn_imcast_bag
-constexpr RecordTypeDef kNeighbor = pending_type(200);      // print_evpn_neighbor_bag
-constexpr RecordTypeDef kNeighborLeaf = pending_type(200);  // print_evpn_neighbor_leaf_evis
+constexpr RecordTypeDef kImcastRoute =
+    record_type<l2vpn_evpn_imcast_bag>(print_evpn_imcast_bag, 200);
+constexpr RecordTypeDef kNeighbor =
+    record_type<l2vpn_evpn_neighbor_bag>(print_evpn_neighbor_bag, 200);
+constexpr RecordTypeDef kNeighborLeaf =
+    record_type<l2vpn_evpn_neighbor_bag>(print_evpn_neighbor_leaf_evis, 200);
 constexpr RecordTypeDef kEadRoute = pending_type(200);      // print_evpn_ead_bag
 constexpr RecordTypeDef kPathlist = pending_type(200);      // print_evpn_pl_bag
 
@@ -355,6 +358,116 @@ void print_evpn_mac_bag(const void *record, const char *, PrintContext *) {
     print_mac_detail(mac, label_text);
     if (show_filter.private_view)
         print_mac_private(mac);
+}
+
+// ---- Inclusive-multicast routes and neighbors ------------------------------------
+
+namespace {
+
+constexpr char kImcastHistoryTitle[] = "EVPN Inclusive-Multicast event history";
+constexpr char kNeighborHistoryTitle[] = "EVPN neighbor event history";
+// The SIDs after a route's first start on a line of these blanks.
+constexpr char kImcastSidIndent[] = "                   ";
+static_assert(sizeof kImcastSidIndent == 19 + 1);
+// The Leaf EVIs column: its width, and the bytes one EVI's text is made in.
+constexpr int kLeafEvisWidth = 20;
+constexpr size_t kLeafEviTextSize = 200;
+
+// -N names one neighbor: the whole 16-byte address must match.
+bool neighbor_filtered_out(const l2vpn_evpn_neighbor_bag &n) {
+    return show_filter.ip_set &&
+           memcmp(show_filter.ip_addr.bytes, n.neighbor.bytes, sizeof n.neighbor.bytes) != 0;
+}
+
+void print_neighbor_history(const l2vpn_evpn_neighbor_bag &n) {
+    if (!show_filter.private_view)
+        return;
+    infra_db_print_evt_hist_bag(&n.event_history, &n.event_history_info, kNeighborHistoryTitle);
+    putchar('\n');
+}
+
+}  // namespace
+
+// Columns: 10 6 10 40, under the header of show_evpn_imcast. With -d or -p a
+// block follows whose lines depend on the encapsulation: a Label line for
+// MPLS, a VNI line for VXLAN, a SID line for SRv6; -p adds the SIDs' flags
+// and structure and the route's event history.
+void print_evpn_imcast_bag(const void *record, const char *, PrintContext *) {
+    const auto &r = *static_cast<const l2vpn_evpn_imcast_bag *>(record);
+    const ShowFilter &f = show_filter;
+
+    if (f.local_only && !r.local)
+        return;
+    show_printf("%-10u %-6s %-10u %-40.40s\n", r.evi, evpn_bgp_encap_type_to_str(r.encap),
+                r.ethernet_tag, l2vpn_inet_ntop(&r.originating_ip));
+    if (!f.detail && !f.private_view)
+        return;
+
+    printf("    TEPid  : 0x%08x\n", r.tep_id);
+    printf("    PMSI Type: %u\n", r.pmsi_type);
+    printf("    Nexthop: %s\n", l2vpn_inet_ntop(&r.nexthop));
+    if (r.encap == EVPN_ENCAP_MPLS) {
+        char label_text[EVPN_LABEL_TEXT_SIZE] = {};
+        l2vpn_mpls_label_to_str(r.label, label_text, sizeof label_text, EVPN_ENCAP_MPLS);
+        printf("    Label  : %s\n", label_text);
+    }
+    fputs("    SR-TE Info: ", stdout);
+    if (!print_sr_te_info("", &r.sr_te_info))
+        fputs("N/A\n", stdout);
+    if (r.encap == EVPN_ENCAP_VXLAN) {
+        printf("    VNI    : %d\n", static_cast<int>(r.label));
+    } else if (r.encap == EVPN_ENCAP_SRV6) {
+        fputs("    SID    :", stdout);
+        print_srv6_sid_list(&r.sids, kImcastSidIndent, true, true, f.private_view != 0);
+    }
+    printf("    Source : %s%s\n", r.local ? "Local" : "Remote", r.proxy ? " Proxy" : "");
+    if (r.igmp_snooping_proxy || r.mld_snooping_proxy) {
+        printf("    Proxy  : %s%s%s\n", r.igmp_snooping_proxy ? "IGMPsn" : "",
+               r.igmp_snooping_proxy && r.mld_snooping_proxy ? ", " : "",
+               r.mld_snooping_proxy ? "MLDsn" : "");
+        printf("      Resolved : %u\n", r.proxy_resolved);
+    }
+    printf("    E-Tree : %s\n", leaf_root(r.etree_leaf));
+    if (f.private_view) {
+        infra_db_print_evt_hist_bag(&r.event_history, &r.event_history_info,
+                                    kImcastHistoryTitle);
+        putchar('\n');
+    }
+}
+
+// Columns: 10 6 40, under the header of show_evpn_neighbor without -t.
+void print_evpn_neighbor_bag(const void *record, const char *, PrintContext *) {
+    const auto &n = *static_cast<const l2vpn_evpn_neighbor_bag *>(record);
+    if (neighbor_filtered_out(n))
+        return;
+    show_printf("%-10u %-6s %-40.40s\n", n.evi, evpn_bgp_encap_type_to_str(n.encap),
+                l2vpn_inet_ntop(&n.neighbor));
+    print_neighbor_history(n);
+}
+
+// Columns: 10 6 40 20, under the header of show_evpn_neighbor with -t. The
+// leaf EVIs fill the last column, each followed by a blank; one that does
+// not fit in what is left of the 20 characters starts a new line under the
+// column.
+void print_evpn_neighbor_leaf_evis(const void *record, const char *, PrintContext *) {
+    const auto &n = *static_cast<const l2vpn_evpn_neighbor_bag *>(record);
+    if (neighbor_filtered_out(n))
+        return;
+    show_printf("%-10u %-6s %-40.40s ", n.evi, evpn_bgp_encap_type_to_str(n.encap),
+                l2vpn_inet_ntop(&n.neighbor));
+    int room = kLeafEvisWidth;
+    for (uint32_t i = 0; i < count_of(n.leaf_evi_list); i++) {
+        char text[kLeafEviTextSize];
+        const int len = snprintf(text, sizeof text, "%u", n.leaf_evi_list.data[i]);
+        if (len > room) {
+            show_printf("\n%-10.10s %-6.6s %-40.40s ", "", "", "");
+            room = kLeafEvisWidth;
+        }
+        show_printf("%s ", text);
+        room -= len + 1;
+    }
+    putchar('\n');
+    print_neighbor_history(n);
 }
 
 // Label and internal-ID listings come with their printers.

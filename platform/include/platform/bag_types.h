@@ -110,6 +110,25 @@ template <class T> struct bag_record_info;
     S(evt_hist_bag, event_history) F(U32, local_ac_id) F(U32, remote_ac_id)     \
     F(U32, bp_ifh) F(STR, bd_name)
 
+// One inclusive-multicast route of an EVI. encap selects the route's
+// label: label is the MPLS label (10) or the VNI (8); an SRv6 route (255)
+// carries sids instead. bd_name: the bridge domain of the route; key of the
+// bd indices, not printed.
+#define BAG_FIELDS_l2vpn_evpn_imcast_bag(F, S, A, AS, FS)                       \
+    F(U32, evi) F(U32, encap) F(U32, ethernet_tag) F(IP, originating_ip)        \
+    F(U32, tep_id) F(U32, pmsi_type) F(IP, nexthop) F(U32, label)               \
+    F(BOOL, local) F(BOOL, proxy) F(BOOL, igmp_snooping_proxy)                  \
+    F(BOOL, mld_snooping_proxy) F(U32, proxy_resolved) S(SrTeInfo, sr_te_info)  \
+    F(BOOL, etree_leaf) S(evt_hist_bag, event_history)                          \
+    S(evt_hist_bag, event_history_info) AS(Srv6Sid, sids) F(STR, bd_name)
+
+// One remote PE an EVI has learned, with the leaf EVIs it serves. bd_name:
+// the bridge domain of the EVI; key of the bd indices, not printed.
+#define BAG_FIELDS_l2vpn_evpn_neighbor_bag(F, S, A, AS, FS)                     \
+    F(U32, evi) F(U32, encap) F(IP, neighbor) A(U32, leaf_evi_list)             \
+    S(evt_hist_bag, event_history) S(evt_hist_bag, event_history_info)          \
+    F(STR, bd_name)
+
 // ---- Instances -------------------------------------------------------------
 
 #define BAG_FIELDS_l2vpn_evpn_evi_summary_bag(F, S, A, AS, FS)                  \
@@ -405,7 +424,9 @@ template <class T> struct bag_record_info;
     X(l2vpn_atom_acid_bag, 96)                                                  \
     X(l2vpn_evpn_remote_shg_bag, 1776)                                          \
     X(l2vpn_evpn_igmp_bag, 192)                                                 \
-    X(l2vpn_evpn_es_bag, 1776)
+    X(l2vpn_evpn_es_bag, 1776)                                                  \
+    X(l2vpn_evpn_imcast_bag, 200)                                               \
+    X(l2vpn_evpn_neighbor_bag, 104)
 
 BAG_SUBRECORDS(BAG_DECLARE)
 BAG_RECORDS(BAG_DECLARE_RECORD)
