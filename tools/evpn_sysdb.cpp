@@ -2,7 +2,7 @@
 //
 //   evpn_sysdb load SNAPSHOT.json [--db FILE]
 //   evpn_sysdb dump [PATH] [--db FILE] [--root ROOT]
-//   evpn_sysdb gen --routes N --evis E [--seed S] [--db FILE] [--json FILE]
+//   evpn_sysdb gen [--routes N] [--evis E] [--<kind> N ...] [--seed S] [--db FILE] [--json FILE]
 #include <unistd.h>
 
 #include <cerrno>
@@ -27,17 +27,29 @@
 
 namespace {
 
+// "--teps" for the kind "teps": the option that asks for a kind's records.
+std::string kind_option(const evpn::GenKindInfo &k) {
+    std::string o = std::string("--") + k.name;
+    for (char &c : o)
+        if (c == '_') c = '-';
+    return o;
+}
+
 int usage() {
     fprintf(stderr,
             "usage: evpn_sysdb load SNAPSHOT.json [--db FILE]\n"
             "       evpn_sysdb dump [PATH] [--db FILE] [--root ROOT]\n"
-            "       evpn_sysdb gen --routes N --evis E [--seed S] [--db FILE] [--json FILE]\n"
+            "       evpn_sysdb gen [--routes N] [--evis E] [--KIND N ...] [--seed S] [--db FILE]\n"
+            "                      [--json FILE]\n"
             "FILE defaults to $EVPN_SYSDB, else %s.\n"
             "ROOT defaults to /oper/evpn/gl/. Without PATH, dump prints the whole database\n"
             "as a snapshot; with PATH, the items of that listing or the one item.\n"
             "gen fills FILE (and, with --json, a snapshot of the same data) with N\n"
-            "synthetic MAC routes over E EVIs; the same seed gives the same data.\n",
+            "synthetic MAC routes over E EVIs (default 0 routes, 1 EVI) and N records of\n"
+            "each KIND asked for; the same seed gives the same data. Kinds:\n",
             sysdb_library_path());
+    for (const evpn::GenKindInfo &k : evpn::kGenKinds)
+        fprintf(stderr, "  %-16s %s\n", kind_option(k).c_str(), k.what);
     return 2;
 }
 
@@ -168,7 +180,7 @@ int cmd_dump(const Args &a) {
 int cmd_gen(int argc, char **argv) {
     evpn::GenOptions opt;
     std::string db, json_path;
-    bool have_routes = false, have_evis = false;
+    bool asked = false;  // gen without anything to make is a slip, not an empty database
     for (int i = 2; i < argc; i++) {
         std::string s = argv[i];
         if (i + 1 >= argc) return usage();
@@ -177,15 +189,20 @@ int cmd_gen(int argc, char **argv) {
         errno = 0;
         unsigned long long n = strtoull(v, &end, 0);
         bool number = *v && *end == 0 && errno == 0 && *v != '-';
+        bool kind = false;
+        for (unsigned k = 0; k < evpn::GEN_KIND_COUNT && number; k++)
+            if (s == kind_option(evpn::kGenKinds[k])) opt.count[k] = n, kind = true;
+        asked |= kind || s == "--routes";
+        if (kind) continue;
         if (s == "--db") db = v;
         else if (s == "--json") json_path = v;
-        else if (s == "--routes" && number) opt.routes = n, have_routes = true;
+        else if (s == "--routes" && number) opt.routes = n;
         else if (s == "--evis" && number && n > 0 && n <= 0xffffffffull)
-            opt.evis = static_cast<uint32_t>(n), have_evis = true;
+            opt.evis = static_cast<uint32_t>(n);
         else if (s == "--seed" && number) opt.seed = n;
         else return usage();
     }
-    if (!have_routes || !have_evis) return usage();
+    if (!asked) return usage();
     if (db.empty()) db = sysdb_library_path();
 
     std::string err;
@@ -222,6 +239,10 @@ int cmd_gen(int argc, char **argv) {
             static_cast<unsigned long long>(c.remote), static_cast<unsigned long long>(c.ipv4),
             static_cast<unsigned long long>(c.ipv6), static_cast<unsigned long long>(c.paths),
             opt.evis, db.c_str(), json_path.empty() ? "" : " and ", json_path.c_str());
+    for (unsigned k = 0; k < evpn::GEN_KIND_COUNT; k++)
+        if (opt.count[k])
+            fprintf(stderr, "evpn_sysdb: generated %llu %s\n",
+                    static_cast<unsigned long long>(opt.count[k]), evpn::kGenKinds[k].what);
     return 0;
 }
 
