@@ -14,7 +14,9 @@
 #define EVPN_GEN_KINDS(X)                                                       \
     X(teps, EVPN_PATH_TEP, "tunnel endpoints")                                 \
     X(ac_ids, EVPN_PATH_ACID, "AC IDs")                                        \
-    X(igmp, EVPN_PATH_IGMP, "IGMP/MLD routes")
+    X(igmp, EVPN_PATH_IGMP, "IGMP/MLD routes")                                 \
+    X(labels, EVPN_PATH_LABEL_DETAIL, "label entries (detailed listing)")       \
+    X(pathlists, EVPN_PATH_PATHLIST, "pathlists of the label entries")
 
 namespace evpn {
 
