@@ -4,6 +4,8 @@
 // leaves the destination as it was. Nothing here allocates.
 #include "platform/formatters.h"
 
+#include "platform/bag_types.h"
+
 #include <arpa/inet.h>
 #include <netinet/in.h>
 
@@ -581,6 +583,35 @@ int srv6_util_locator_flags_print(uint16_t flags, char *buf, size_t size) {
         return 0;
     memcpy(buf, text, len + 1);
     return 1;
+}
+
+void srv6_mgmt_util_edm_fmt_print(const srv6_sid_format_bag *fmt, char *buf, int with_lengths,
+                                  int display) {
+    struct FormatWords {
+        uint32_t type;
+        const char *name, *keyword;
+    };
+#define SRV6_FORMAT_WORD(name, type, display_name, keyword) {type, display_name, keyword},
+    static constexpr FormatWords kFormats[] = {SRV6_SID_FORMAT_WORDS(SRV6_FORMAT_WORD)};
+#undef SRV6_FORMAT_WORD
+    if (buf == nullptr)
+        return;
+    const srv6_sid_format_bag unspecified{};
+    if (fmt == nullptr)
+        fmt = &unspecified;
+    const FormatWords *words = nullptr;
+    for (const FormatWords &w : kFormats)
+        if (w.type == fmt->type)
+            words = &w;
+    int len;
+    if (words)
+        len = snprintf(buf, SRV6_SID_FORMAT_STR_SIZE, "%s", display ? words->name : words->keyword);
+    else
+        len = snprintf(buf, SRV6_SID_FORMAT_STR_SIZE, display ? "Unknown (%u)" : "unknown-%u",
+                       fmt->type);
+    if (with_lengths)
+        snprintf(buf + len, SRV6_SID_FORMAT_STR_SIZE - static_cast<size_t>(len), " [%u/%u/%u/%u]",
+                 fmt->block_len, fmt->node_len, fmt->function_len, fmt->argument_len);
 }
 
 // ---- Attachment names --------------------------------------------------------

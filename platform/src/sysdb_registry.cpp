@@ -13,6 +13,21 @@
 
 namespace {
 
+ListingDef label_listing(const char *base) {
+    return {base,
+            &bag_desc_l2vpn_evpn_label_bag,
+            false,
+            {{"evi", KeyText::HEX0X},
+             {"esi", KeyText::STR},
+             {"ethernet_tag", KeyText::HEX},
+             {"nexthop", KeyText::IPHEX}},
+            {0, 1, 2, 3},
+            {{"evi", {0}, {{0}}},
+             {"evi_esi", {0, 1}, {{0, 1}}},
+             {"evi_esi_tag", {0, 1, 2}, {{0, 1, 2}}},
+             {"evi_eth_tag", {0, 2}, {{0, 2}}}}};
+}
+
 const std::vector<ListingDef> kRegistry = {
     // MAC and MAC/IP routes: keys evi(0) mac(1) ip(2) bd_name(3).
     {EVPN_PATH_MAC,
@@ -153,6 +168,25 @@ const std::vector<ListingDef> kRegistry = {
          {"bd", {2}, {{2}}},
          {"bd_nbr_ip", {2, 1}, {{2, 1}}},
      }},
+    // Label entries, listed four ways (labels and internal IDs, brief and
+    // detailed) from tables of the same record type: keys evi(0) esi(1)
+    // ethernet_tag(2) nexthop(3). The -e tag comes as "0x%x", the -j tag as
+    // "%x"; both read as the same hexadecimal number.
+    label_listing(EVPN_PATH_LABEL),
+    label_listing(EVPN_PATH_LABEL_DETAIL),
+    label_listing(EVPN_PATH_INTERNAL_ID),
+    label_listing(EVPN_PATH_INTERNAL_ID_DETAIL),
+    // Pathlists of the label entries: keys evi(0) esi(1) ethernet_tag(2)
+    // pathlist_id(3).
+    {EVPN_PATH_PATHLIST,
+     &bag_desc_l2vpn_evpn_pl_bag,
+     false,
+     {{"evi", KeyText::HEX0X},
+      {"esi", KeyText::STR},
+      {"ethernet_tag", KeyText::HEX},
+      {"pathlist_id", KeyText::HEX}},
+     {0, 1, 2, 3},
+     {{"evi", {0}, {{0}}}, {"evi_esi", {0, 1}, {{0, 1}}}, {"evi_esi_tag", {0, 1, 2}, {{0, 1, 2}}}}},
 };
 
 }  // namespace

@@ -521,4 +521,207 @@ TEST_F(FwdEntriesListing, RecordThatDoesNotDecodeIsTracedAndTheWalkGoesOn) {
     EXPECT_NE(c.out.find("3          VXLAN  10.0.0.2" + blanks(32) + " \n"), std::string::npos);
 }
 
+// ---- Label entries, internal IDs and pathlists -----------------------------------
+
+EvpnPath role_path(const char *nexthop, uint32_t label, uint32_t role) {
+    EvpnPath p = path(nexthop, label);
+    p.Layer2Attributes.DesignatedForwarderRole = role;
+    return p;
+}
+
+TEST_F(FwdEntries, LabelPathEntries) {
+    EvpnPath steered = role_path("10.0.0.2", 24012, 1);
+    steered.SR_TEInfo.SR_TEType = 2;
+    steered.SR_TEInfo.SR_TE_BSID = 24005;
+    steered.PathVerion = 7;
+    steered.OriginatingPE = ip("10.0.0.2");
+    EvpnPath plain = role_path("10.0.0.3", 3, 9);  // a role past the table: three blanks
+    uint32_t issues[] = {1};
+    plain.Issues = arr(issues);
+    plain.GES_MACAddress[5] = 1;
+    Srv6Sid s[] = {sid("fc00:0:2:e001::"), sid("fc00:0:2:e002::")};
+    EvpnPath with_sids = role_path("2001:db8::2", 0, 3);
+    with_sids.SRv6_SIDInfo = arr(s);
+    EvpnPath ps[] = {steered, plain};
+    EvpnPath srv6[] = {with_sids, role_path("2001:db8::3", 0, 2)};
+    const std::string nh2 = "10.0.0.2" + blanks(32) + " ", nh3 = "10.0.0.3" + blanks(32) + " ";
+    const std::string v6 = "2001:db8::2" + blanks(29) + " ", v6b = "2001:db8::3" + blanks(29) + " ";
+    const std::string issue_and_mac = "                 Grouping MAC: 0000.0000.0001\n" + blanks(18) +
+                                      "Path Issues: Missing MPLS label\n";
+    const struct {
+        EvpnPath *paths;
+        uint32_t count;
+        bool private_view, label_mode, with_sr_te, mark_empty;
+        std::string out;
+    } cases[] = {
+        // Steered: the SR-TE line stands for the next hop, unless -p adds it under the name.
+        {ps, 2, false, true, true, true,
+         "    EAD/EVI (P) SR-TE BSID 24005\n" + blanks(12) + "    " + nh3 + "  IMP-NULL       \n" +
+             issue_and_mac},
+        {ps, 1, true, true, true, true,
+         "    EAD/EVI (P) SR-TE BSID 24005\n" + blanks(12) + "(P) " + nh2 + "  24012          \n" +
+             blanks(18) + "Path Version:7, Originating PE:10.0.0.2\n"},
+        // Without the SR-TE switch steering is not looked at.
+        {ps, 1, false, true, false, false, "    EAD/EVI (P) " + nh2 + "  24012          \n"},
+        // Internal IDs: SIDs under each other, an empty list marked only when asked.
+        {srv6, 2, false, false, false, true,
+         "    EAD/EVI (N) " + v6 + " fc00:0:2:e001::" + blanks(24) + "\n" + blanks(57) +
+             " fc00:0:2:e002::" + blanks(24) + "\n" + blanks(12) + "(B) " + v6b + " <no SIDs>\n"},
+        {srv6 + 1, 1, false, false, false, false, "    EAD/EVI (B) " + v6b + "\n"},
+        {srv6, 0, true, true, true, true, ""},
+    };
+    for (const auto &c : cases) {
+        show_filter.private_view = c.private_view;
+        bag_array<EvpnPath> list{c.count, c.paths};
+        EXPECT_EQ(stdout_of([&] {
+                      print_label_path_entries(&list, "EAD/EVI", EVPN_ENCAP_MPLS, c.label_mode,
+                                               c.with_sr_te, c.mark_empty);
+                  }),
+                  c.out);
+    }
+}
+
+TEST_F(FwdEntries, LabelPathlists) {
+    EvpnPath steered = role_path("10.0.0.2", 24012, 1);
+    steered.TunnelEndpointID = 0x1001;
+    steered.SR_TEInfo.SR_TEType = 3;
+    steered.SR_TEInfo.SRv6_TE_BSID = ip("fc00:0:9::1");
+    EvpnPath other = role_path("10.0.0.3", 24013, 2);
+    other.TunnelEndpointID = 0xabcdef12;
+    EvpnPath ps[] = {steered, other};
+    bag_array<EvpnPath> list = arr(ps), none{0, nullptr};
+    const std::string tail = " 0xabcdef12 (B) 10.0.0.3" + blanks(33);
+    EXPECT_EQ(stdout_of([&] { print_label_pathlist("Alternate", &list, EVPN_ENCAP_MPLS, true); }),
+              "   Alternate pathlist:\n 0x00001001 (P) SR-TE BSIDv6 fc00:0:9::1\n" + tail +
+                  "  24013          \n");
+    // Internal IDs: a path without SIDs is always marked.
+    EXPECT_EQ(stdout_of([&] { print_label_pathlist("Summary", &list, EVPN_ENCAP_SRV6, false); }),
+              "   Summary pathlist:\n 0x00001001 (P) SR-TE BSIDv6 fc00:0:9::1\n" + tail +
+                  " <no SIDs>\n");
+    EXPECT_EQ(stdout_of([&] { print_label_pathlist("Summary", &none, EVPN_ENCAP_MPLS, true); }), "");
+}
+
+l2vpn_evpn_label_bag label_entry() {
+    l2vpn_evpn_label_bag e{};
+    e.evi = 100, e.encap = EVPN_ENCAP_MPLS, e.label = 24100, e.internal_id = 0x1001;
+    e.esi = text("0011.2233.4455.6677.8899");
+    return e;
+}
+
+TEST_F(FwdEntries, LabelEntryWordsAndTheirFallbacks) {
+    const std::string line = "100        MPLS   0011.2233.4455.6677.8899    0            ";
+    show_filter.detail = 1;
+    const struct {
+        uint32_t resolved, reason, mode, single_active, single_flow;
+        std::string resolution;
+    } cases[] = {
+        {0, 0, 0, 0, 0, "   Multi-paths resolved: FALSE (Remote all-active) "},
+        {0, 3, 3, 0, 0, "   Multi-paths resolved: FALSE (Remote all-active) (Preferred NH, Modulo)"
+                        "\n    Reason: Local service not ready, or multiple matching remote EADs"},
+        {1, 2, 2, 1, 1, "   Multi-paths resolved: TRUE (Remote single-active) (Remote single-flow-active)"},
+        {0, 5, 5, 0, 1, "   Multi-paths resolved: FALSE (Remote single-flow-active)\n    Reason: Unknown"},
+    };
+    for (const auto &c : cases) {
+        auto e = label_entry();
+        e.resolved = c.resolved, e.unresolved_reason = c.reason, e.all_active_mode = c.mode;
+        e.remote_single_active = c.single_active, e.remote_single_flow_active = c.single_flow;
+        EXPECT_EQ(stdout_of([&] { print_evpn_label_bag(&e, true); }),
+                  line + "24100   \n" + c.resolution + "\n   Multi-paths Internal label: 24100\n\n");
+    }
+    // A single-path entry: its next hop in the segment column, "Path" words for internal IDs.
+    auto e = label_entry();
+    e.id_type = 2, e.nexthop = ip("2001:db8::9"), e.resolved = 1, e.alternate_label = 0x100000;
+    EXPECT_EQ(stdout_of([&] { print_evpn_label_bag(&e, false); }),
+              "100        MPLS   2001:db8::9                 0            0x1001  \n"
+              "   Path resolved: TRUE\n   Path Internal ID: 0x1001\n\n");
+    EXPECT_EQ(stdout_of([&] { print_evpn_label_bag(&e, true); }),
+              "100        MPLS   2001:db8::9                 0            24100   \n"
+              "   Multi-paths resolved: TRUE (Remote all-active) \n"
+              "   Multi-paths Internal label: 24100, alternate: Invalid\n\n");
+    // An id_type past the known ones keys by segment and is no multi-path entry.
+    e.id_type = 3;
+    EXPECT_EQ(stdout_of([&] { print_evpn_label_bag(&e, false); }),
+              line + "0x1001  \n   Path resolved: TRUE\n   Path Internal ID: 0x1001\n\n");
+    EXPECT_EQ(stdout_of([] { print_evpn_label_bag(nullptr, true); }), "");
+}
+
+TEST_F(FwdEntries, LabelEntryPrivateBlock) {
+    show_filter.private_view = 1;
+    const struct {
+        int32_t cw;
+        uint32_t cw_set, mtu_set, ignore, ignore_set, format;
+        bool label_mode;
+        std::string lines;
+    } cases[] = {
+        {2, 1, 1, 1, 1, 2, true,
+         "   Local CW: Set\n   Local MTU: 1500\n   Local ignore MTU mismatch: Enabled\n"},
+        {-1, 1, 0, 0, 1, 1, false,
+         "   Locator format type: Base\n   Local CW: Unsupported value\n   Local MTU: Not set\n"
+         "   Local ignore MTU mismatch: Disabled\n"},
+        {4, 0, 0, 1, 0, 3, false,
+         "   Locator format type: Unknown (3)\n   Local CW: Not set\n   Local MTU: Not set\n"
+         "   Local ignore MTU mismatch: Not set\n"},
+    };
+    for (const auto &c : cases) {
+        auto e = label_entry();
+        e.local_cw = c.cw, e.local_cw_set = c.cw_set, e.local_mtu = 1500, e.local_mtu_set = c.mtu_set;
+        e.local_ignore_mtu_mismatch = c.ignore, e.local_ignore_mtu_mismatch_set = c.ignore_set;
+        e.locator_format.type = c.format, e.num_ead_objects = 3, e.next_path_version = 65535;
+        const std::string out = stdout_of([&] { print_evpn_label_bag(&e, c.label_mode); });
+        const std::string expected =
+            "   Num EAD objects linked: 3\n   Source: MPLS\n" + c.lines +
+            "   Next path version: 65535\n\nEVPN Internal-" + (c.label_mode ? "Label" : "ID") +
+            " event history\n    No events\n\n";
+        ASSERT_GE(out.size(), expected.size());
+        EXPECT_EQ(out.substr(out.size() - expected.size()), expected);
+    }
+}
+
+TEST_F(FwdEntries, PathlistRecord) {
+    EvpnPath ps[] = {path("10.0.0.2", 24012), path("2001:db8:100:200:300:400:500:600", 3)};
+    l2vpn_evpn_pl_linked_object objects[] = {{{0, 0x11, 0x22, 0x33, 0x44, 0x02}, ip("2001:db8:100::1:0:3")}};
+    l2vpn_evpn_pl_bag pl{};
+    pl.encap = EVPN_ENCAP_VXLAN, pl.paths = arr(ps), pl.esi = text("0011.2233.4455.6677.8899");
+    pl.num_objects_linked = 10, pl.linked_objects = arr(objects);
+    const std::string brief = "10.0.0.2" + blanks(32) + " 24012          \n" +
+                              "2001:db8:100:200:300:400:500:600" + blanks(8) + " 3              \n" +
+                              std::string(40, '-') + " " + std::string(15, '-') + "\n";
+    auto print = [&] { print_evpn_pl_bag(&pl, "x", nullptr); };
+    EXPECT_EQ(stdout_of(print), brief);
+    show_filter.detail = 1;  // changes nothing
+    EXPECT_EQ(stdout_of(print), brief);
+    show_filter.private_view = 1;
+    EXPECT_EQ(stdout_of(print), brief +
+                                    "   Ethernet Segment Id: 0011.2233.4455.6677.8899\n"
+                                    "   Num objects linked: 10 (printing 1)\n"
+                                    "   0011.2233.4402 2001:db8:100::1\n"
+                                    "\nEVPN PL event history\n    No events\n\n");
+    EXPECT_EQ(stdout_of([] { print_evpn_pl_bag(nullptr, "x", nullptr); }), "");
+}
+
+// A label entry that does not decode is refused with its trace; the walk
+// prints the entries on either side of it.
+class LabelListing : public spine_test::BoundClient {};
+
+TEST_F(LabelListing, CorruptEntryIsSkippedAndTheWalkGoesOn) {
+    const std::string root = "/oper/evpn/gl/";
+    const std::string db = spine_test::build_db("labels.db", [&](evpn::SysdbWriter &w) {
+        std::string err;
+        for (uint32_t evi : {1u, 3u}) {
+            auto e = label_entry();
+            e.evi = evi;
+            EXPECT_TRUE(w.add(root, EVPN_PATH_LABEL, &e, err)) << err;
+        }
+        EXPECT_TRUE(w.add_raw(root, EVPN_PATH_LABEL, "0x2,0011.2233.4455.6677.8899,0,"
+                              "00000000000000000000000000000000", std::string("\0\0\0\1", 4), err))
+            << err;
+    });
+    bind(db);
+    auto c = spine_test::capture([] { evpn_show_dispatch(2); });
+    EXPECT_NE(c.out.find("\n1          MPLS "), std::string::npos) << c.out;
+    EXPECT_NE(c.out.find("\n\n3          MPLS "), std::string::npos) << c.out;
+    EXPECT_EQ(c.out.find("\n2 "), std::string::npos) << c.out;
+    EXPECT_NE(c.traces.find("evpn_show_datalist_display: bag decode "), std::string::npos) << c.traces;
+}
+
 }  // namespace

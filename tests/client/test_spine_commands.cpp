@@ -40,8 +40,9 @@ const Set SRV6_0 = env("EVPN_SRV6", "0"), SRV6_1 = env("EVPN_SRV6", "1");
 const Set ELAN_0 = env("EVPN_SRV6_ELAN", "0"), ELAN_1 = env("EVPN_SRV6_ELAN", "1");
 
 const char *const kHandlers[] = {
-    "show_evpn_mac", "show_evpn_imcast", "", "show_evpn_es", "", "", "", "", "show_evpn_neighbor",
-    "show_evpn_ead", "", "show_evpn_pl", "", "show_evpn_igmp"};
+    "show_evpn_mac", "show_evpn_imcast", "show_evpn_label_db_common", "show_evpn_es", "", "", "", "",
+    "show_evpn_neighbor", "show_evpn_ead", "", "show_evpn_pl", "", "show_evpn_igmp", "", "", "",
+    "show_evpn_label_db_common"};
 
 class SpineCommands : public spine_test::BoundClient {
   protected:
@@ -115,6 +116,8 @@ TEST_F(SpineCommands, Headers) {
         {16, {}, header({"TEP-ID", "Type", "Local Nexthop", "Remote Nexthop"}, {10, 12, 40, 40})},
         {18, {SRV6_0}, "EVPN SRv6 not supported on this platform.\n"}, {18, {SRV6_1}, ""},
         {19, {}, ""}, {19, {PRIV}, "GES Association Map\n-------------------\n"},
+        {2, {V5, BAD_ESI}, header({"VPN-ID", "Encap", "Ethernet Segment Id", "EtherTag", "Label"},
+                                  {10, 6, 27, 10, 8}, "   ")},
     };
     for (const auto &k : cases) EXPECT_EQ(run(k.command, k.filters).out, k.out) << k.command;
 }
@@ -209,6 +212,19 @@ std::vector<PathCase> path_cases() {
         {16, {V(0x1f)}, {}, "get tep/1f/info"},
         {19, {}, {}, ""},
         {19, {PRIV}, {}, "walk ges-map"},
+        {2, {}, {}, "walk evpn_label"},
+        {2, {DETAIL}, {}, "walk evpn_label_detail"},
+        {2, {V(0x64)}, {"value filter path: @"}, "walk evpn_label-evi/0x64"},
+        {2, {V(0x64), ESI, ISID}, {"value + label esi + tag filter path: @"}, "walk evpn_label-evi_esi_tag/0x64," + E + ",2a"},
+        {2, {V(0x64), ESI, TAG}, {"value + label esi filter path: @"}, "walk evpn_label-evi_esi/0x64," + E},
+        {2, {V(0x64), TAG, ISID}, {"value + label tag filter path: @"}, "walk evpn_label-evi_eth_tag/0x64,0xab"},
+        {2, {V5, ISID}, {"value filter path: @"}, "walk evpn_label-evi/0x5"},  // -j needs -0
+        {2, {BAD_ESI, TAG, ISID}, {}, "walk evpn_label"},  // without -M none plays a part
+        {2, {V5, BAD_ESI}, {"Failed to extract ESI string from array"}, ""},
+        {17, {}, {}, "walk evpn_internal_id"},
+        {17, {PRIV, V5}, {"value filter path: @"}, "walk evpn_internal_id_detail-evi/0x5"},
+        {17, {DETAIL, V5, ESI}, {"value + label esi filter path: @"}, "walk evpn_internal_id_detail-evi_esi/0x5," + E},
+        {17, {V5, TAG}, {"value + label tag filter path: @"}, "walk evpn_internal_id-evi_eth_tag/0x5,0xab"},
     };
 }
 

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/bag_types.h"
 #include "platform/formatters.h"
 #include "platform/printers.h"
 
@@ -262,6 +263,25 @@ TEST(Formatters, LocatorFlagsPrintOnlyWholeKnownTexts) {
         else
             EXPECT_EQ(buf[0], kFill) << c.flags << "/" << c.size;  // untouched
     }
+}
+
+TEST(Formatters, SidFormatNamesKeywordsAndLengths) {
+    const struct { uint32_t type; int lengths, display; const char *out; } cases[] = {
+        {0, 0, 1, "Unspecified"}, {1, 0, 1, "Base"}, {2, 0, 1, "Micro-segment (uSID) F3216"},
+        {2, 0, 0, "usid-f3216"}, {1, 1, 0, "base [32/16/16/0]"}, {7, 0, 1, "Unknown (7)"},
+        {0xffffffff, 1, 0, "unknown-4294967295 [32/16/16/0]"}};
+    for (const auto &c : cases) {
+        srv6_sid_format_bag fmt{c.type, 32, 16, 16, 0};
+        char buf[SRV6_SID_FORMAT_STR_SIZE + 1];
+        memset(buf, kFill, sizeof buf);
+        srv6_mgmt_util_edm_fmt_print(&fmt, buf, c.lengths, c.display);
+        EXPECT_STREQ(buf, c.out) << c.type;
+        EXPECT_EQ(buf[SRV6_SID_FORMAT_STR_SIZE], kFill);
+    }
+    char buf[SRV6_SID_FORMAT_STR_SIZE];
+    srv6_mgmt_util_edm_fmt_print(nullptr, buf, 1, 1);  // no format: unspecified, zero lengths
+    EXPECT_STREQ(buf, "Unspecified [0/0/0/0]");
+    srv6_mgmt_util_edm_fmt_print(nullptr, nullptr, 1, 1);  // nothing to write into
 }
 
 TEST(Formatters, AttachmentNames) {

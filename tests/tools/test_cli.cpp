@@ -44,7 +44,7 @@ TEST(SysdbCli, EveryMistakeNamesTheArgumentThatIsWrong) {
         {{"gen", "--db", db}, "nothing to make"},
         {{"dump", "--root", "/oper/evpn/x/", "--db", db}, "unknown root '/oper/evpn/x/'"},
         {{"dump", "a", "b", "--db", db}, "one argument only, got 'a' and 'b'"},
-        {{"dump", "--depth", "3"}, "unknown option '--depth'"},
+        {{"dump", "--depth", "evpn_evi"}, "unknown option '--depth'"},
         {{"load", "--db"}, "--db wants a value"},
         {{"load", "--db", db}, "which snapshot?"},
     };

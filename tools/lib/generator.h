@@ -17,7 +17,9 @@
     X(igmp, EVPN_PATH_IGMP, "IGMP/MLD routes")                                 \
     X(es, EVPN_PATH_ES, "Ethernet segments")                                    \
     X(imcast, EVPN_PATH_IMCAST, "inclusive-multicast routes")                 \
-    X(neighbors, EVPN_PATH_NEIGHBOR, "neighbors")
+    X(neighbors, EVPN_PATH_NEIGHBOR, "neighbors")                               \
+    X(labels, EVPN_PATH_LABEL_DETAIL, "label entries (detailed listing)")       \
+    X(pathlists, EVPN_PATH_PATHLIST, "pathlists of the label entries")
 
 namespace evpn {
 

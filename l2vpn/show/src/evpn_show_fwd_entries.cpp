@@ -24,7 +24,7 @@ constexpr RecordTypeDef kNeighbor =
 constexpr RecordTypeDef kNeighborLeaf =
     record_type<l2vpn_evpn_neighbor_bag>(print_evpn_neighbor_leaf_evis, 200);
 constexpr RecordTypeDef kEadRoute = pending_type(200);      // print_evpn_ead_bag
-constexpr RecordTypeDef kPathlist = pending_type(200);      // print_evpn_pl_bag
+constexpr RecordTypeDef kPathlist = record_type<l2vpn_evpn_pl_bag>(print_evpn_pl_bag, 200);
 
 constexpr uint32_t kEthernetTagMax = 0xFFFFFFFF;
 constexpr uint32_t kEthernetTagTypeVlanPair = 4;
@@ -388,6 +388,93 @@ void print_neighbor_history(const l2vpn_evpn_neighbor_bag &n) {
 
 }  // namespace
 
+// ---- Label entries, internal IDs and pathlists ---------------------------------
+
+namespace {
+
+constexpr uint32_t kLabelBatch = 200;
+constexpr uint32_t kIdTypeMultiPath = 0;  // the entry stands for a segment and tag
+
+// Words of a label entry's codes; a code past a table reads the word beside
+// its use.
+constexpr const char *kUnresolvedReasons[] = {
+    nullptr,  // resolved, or no reason given: no line
+    "No valid EAD/EVI paths",
+    "No EAD/ES",
+    "Local service not ready, or multiple matching remote EADs",
+    "No valid MAC paths",
+};
+constexpr const char *kAllActiveModes[] = {
+    "", "(Preferred NH, Lowest IP)", "(Preferred NH, Highest IP)", "(Preferred NH, Modulo)",
+    "(ECMP Disable)",
+};
+constexpr const char *kControlWords[] = {"Unknown", "Clear", "Set", "Mandatory"};
+// A path's designated-forwarder role in three columns.
+constexpr const char *kRoleWords[] = {"   ", "(P)", "(B)", "(N)"};
+
+const char *role_word(const EvpnPath &path) {
+    return code_word(kRoleWords, path.Layer2Attributes.DesignatedForwarderRole, "   ");
+}
+const char *upper_true_false(uint32_t flag) { return flag ? "TRUE" : "FALSE"; }
+
+// The SID column of a label path: its first SID behind the next hop, each
+// further one on a line of its own under it.
+void print_label_sids(const bag_array<Srv6Sid> *sids, bool mark_empty) {
+    static char indent[kSidIndentSize];
+    if (!indent[0])
+        snprintf(indent, sizeof indent, "     %-10s %41s", "", "");  // 57 blanks
+    print_srv6_sid_list(sids, indent, true, mark_empty, false);
+}
+
+bool is_single_path(const l2vpn_evpn_label_bag *entry) {
+    return entry->id_type == 1 || entry->id_type == 2;
+}
+
+void print_label_resolution(const l2vpn_evpn_label_bag *entry, bool label_mode) {
+    if (label_mode || entry->id_type == kIdTypeMultiPath) {
+        printf("   Multi-paths resolved: %s", upper_true_false(entry->resolved));
+        if (entry->remote_single_active)
+            fputs(" (Remote single-active)", stdout);
+        if (entry->remote_single_flow_active)
+            fputs(" (Remote single-flow-active)", stdout);
+        if (!entry->remote_single_active && !entry->remote_single_flow_active)
+            printf(" (Remote all-active) %s",
+                   code_word(kAllActiveModes, entry->all_active_mode, ""));
+    } else {
+        printf("   Path resolved: %s", upper_true_false(entry->resolved));
+    }
+    if (!entry->resolved && entry->unresolved_reason != 0)
+        printf("\n    Reason: %s", code_word(kUnresolvedReasons, entry->unresolved_reason, "Unknown"));
+}
+
+void print_label_private(const l2vpn_evpn_label_bag *entry, bool label_mode) {
+    printf("   Num EAD objects linked: %d\n", static_cast<int>(entry->num_ead_objects));
+    printf("   Source: %s\n", evpn_bgp_encap_type_to_str(entry->encap));
+    if (!label_mode) {
+        char format[SRV6_SID_FORMAT_STR_SIZE] = {};
+        srv6_mgmt_util_edm_fmt_print(&entry->locator_format, format, 0, 1);
+        printf("   Locator format type: %s\n", format);
+    }
+    printf("   Local CW: %s\n",
+           entry->local_cw_set ? code_word(kControlWords, entry->local_cw, "Unsupported value")
+                               : "Not set");
+    if (entry->local_mtu_set)
+        printf("   Local MTU: %d\n", entry->local_mtu);
+    else
+        printf("   Local MTU: Not set\n");
+    if (entry->local_ignore_mtu_mismatch_set)
+        printf("   Local ignore MTU mismatch: %s\n",
+               entry->local_ignore_mtu_mismatch ? "Enabled" : "Disabled");
+    else
+        printf("   Local ignore MTU mismatch: Not set\n");
+    printf("   Next path version: %u\n", entry->next_path_version);
+    char title[EVPN_LABEL_TEXT_SIZE];
+    snprintf(title, sizeof title, "EVPN Internal-%s event history", label_mode ? "Label" : "ID");
+    infra_db_print_evt_hist_bag(&entry->event_history, &entry->event_history_info, title);
+}
+
+}  // namespace
+
 // Columns: 10 6 10 40, under the header of show_evpn_imcast. With -d or -p a
 // block follows whose lines depend on the encapsulation: a Label line for
 // MPLS, a VNI line for VXLAN, a SID line for SRv6; -p adds the SIDs' flags
@@ -470,8 +557,177 @@ void print_evpn_neighbor_leaf_evis(const void *record, const char *, PrintContex
     print_neighbor_history(n);
 }
 
-// Label and internal-ID listings come with their printers.
-void show_evpn_label_db_common(const char *, RecordPrinter) {}
+void show_evpn_label_db_common(const char *prefix, RecordPrinter printer) {
+    static constexpr ShowCommandDef kCommon = {"show_evpn_label_db_common", nullptr};
+    const ShowFilter &f = show_filter;
+    const BagDesc *bag = l2vpn_bag_dll__l2vpn_evpn_label_bag();
+    char path[EVPN_PATH_SIZE];
+    compose_path(path, "%s", prefix);
+
+    // Without -M the segment and tag filters play no part.
+    if (f.value_set && f.esi_set) {
+        const char *esi = esi_key(kCommon, kEsiExtractFailed);
+        if (!esi)
+            return;
+        if (f.i_sid_set)
+            filter_path(kCommon, path, "value + label esi + tag filter path: %s", "%s-%s/0x%x,%s,%x",
+                        prefix, "evi_esi_tag", f.value, esi, f.i_sid);
+        else
+            filter_path(kCommon, path, "value + label esi filter path: %s", "%s-%s/0x%x,%s", prefix,
+                        "evi_esi", f.value, esi);
+    } else if (f.value_set && f.eth_tag_set) {
+        filter_path(kCommon, path, "value + label tag filter path: %s", "%s-%s/0x%x,0x%x", prefix,
+                    "evi_eth_tag", f.value, f.eth_tag);
+    } else if (f.value_set) {
+        filter_path(kCommon, path, "value filter path: %s", "%s-%s/0x%x", prefix, "evi", f.value);
+    }
+
+    const ShowContext ctx{path, printer, bag, bag_record_info<l2vpn_evpn_label_bag>::buffer_size,
+                          kLabelBatch, EVPN_DATALIST_OPT_NONE};
+    evpn_show_datalist_display(&ctx);
+}
+
+void print_evpn_label_bag_as_label(const void *record, const char *, PrintContext *) {
+    print_evpn_label_bag(static_cast<const l2vpn_evpn_label_bag *>(record), true);
+}
+
+void print_evpn_label_bag_as_internal_id(const void *record, const char *, PrintContext *) {
+    print_evpn_label_bag(static_cast<const l2vpn_evpn_label_bag *>(record), false);
+}
+
+// Columns under the label and internal-ID headers: 10 6 27 10, three blanks,
+// then the label or internal ID.
+void print_evpn_label_bag(const l2vpn_evpn_label_bag *entry, bool label_mode) {
+    if (!entry)
+        return;
+    const ShowFilter &f = show_filter;
+    char value[EVPN_LABEL_TEXT_SIZE] = {};
+    if (label_mode)
+        l2vpn_mpls_label_to_str(entry->label, value, sizeof value, entry->encap);
+    else
+        l2vpn_l3rib_internal_id_to_str(entry->internal_id, value, sizeof value);
+    printf("%-10u %-6s %-27.27s %-10u   %-8s\n", entry->evi, evpn_bgp_encap_type_to_str(entry->encap),
+           is_single_path(entry) ? l2vpn_inet_ntop(&entry->nexthop) : text_of(entry->esi),
+           entry->ethernet_tag, value);
+
+    if (f.detail || f.private_view) {
+        print_label_resolution(entry, label_mode);
+        if (label_mode) {
+            printf("\n   Multi-paths Internal label: %s", value);
+            if (entry->alternate_label != 0) {
+                char alternate[EVPN_LABEL_TEXT_SIZE] = {};
+                l2vpn_mpls_label_to_str(entry->alternate_label, alternate, sizeof alternate,
+                                        entry->encap);
+                printf(", alternate: %s", alternate);
+            }
+            putchar('\n');
+        } else {
+            printf("\n   %s Internal ID: %s\n",
+                   entry->id_type == kIdTypeMultiPath ? "Multi-paths" : "Path", value);
+        }
+        print_label_path_entries(&entry->mac_paths, "MAC", entry->encap, label_mode, false, false);
+        print_label_path_entries(&entry->ead_es_paths, "EAD/ES", entry->encap, label_mode, false,
+                                 false);
+        print_label_path_entries(&entry->ead_evi_paths, "EAD/EVI", entry->encap, label_mode, true,
+                                 true);
+        print_label_path_entries(&entry->union_paths, "Union", entry->encap, label_mode, false,
+                                 false);
+    }
+    print_label_pathlist("Summary", &entry->summary_pathlist, entry->encap, label_mode);
+    print_label_pathlist("Alternate", &entry->alternate_pathlist, entry->encap, label_mode);
+    if (f.private_view)
+        print_label_private(entry, label_mode);
+    putchar('\n');
+}
+
+// One entry per path: the set's name on the first, then the role, the next
+// hop and its label (or SIDs), and below it the path's version, grouping MAC
+// and issues.
+void print_label_path_entries(const bag_array<EvpnPath> *paths, const char *name, uint32_t encap,
+                              bool label_mode, bool with_sr_te, bool mark_empty) {
+    static constexpr char kNexthopUnderName[] = "            ";  // 12 blanks
+    static constexpr char kDetailIndent[] = "                  ";  // 18 blanks
+    char label[EVPN_LABEL_TEXT_SIZE];
+    for (uint32_t i = 0; i < count_of(*paths); i++) {
+        const EvpnPath &path = paths->data[i];
+        const char *role = role_word(path);
+        printf("    %-7s ", i == 0 ? name : "");
+        bool sr_te_line = false;
+        if (with_sr_te) {
+            char prefix[16];
+            snprintf(prefix, sizeof prefix, "%s SR-TE ", role);
+            sr_te_line = print_sr_te_info(prefix, &path.SR_TEInfo) != 0;
+        }
+        // A steered path shows its next hop only in the private view.
+        if (!sr_te_line || show_filter.private_view) {
+            printf("%s%-3.3s %-40.40s ", sr_te_line ? kNexthopUnderName : "", role,
+                   l2vpn_inet_ntop(&path.NextHop));
+            if (label_mode) {
+                l2vpn_mpls_label_to_str(path.OutputLabel, label, sizeof label, encap);
+                printf("  %-15.15s\n", label);
+            } else {
+                print_label_sids(&path.SRv6_SIDInfo, mark_empty);
+            }
+            if (show_filter.private_view)
+                printf("%sPath Version:%u, Originating PE:%s\n", kDetailIndent, path.PathVerion,
+                       l2vpn_inet_ntop(&path.OriginatingPE));
+        }
+        if (is_valid_mac(path.GES_MACAddress))
+            printf("%30s %s\n", "Grouping MAC:", macstring(path.GES_MACAddress, 6));
+        print_path_issues(&path.Issues, encap, kDetailIndent);
+    }
+}
+
+// A pathlist under its title: per path its tunnel endpoint, role and either
+// its SR-TE steering or its next hop with the label (or SIDs).
+void print_label_pathlist(const char *title, const bag_array<EvpnPath> *paths, uint32_t encap,
+                          bool label_mode) {
+    if (count_of(*paths) == 0)
+        return;
+    printf("   %7s pathlist:\n", title);
+    char label[EVPN_LABEL_TEXT_SIZE];
+    for (uint32_t i = 0; i < count_of(*paths); i++) {
+        const EvpnPath &path = paths->data[i];
+        printf(" 0x%08x ", path.TunnelEndpointID);
+        printf("%s ", role_word(path));
+        if (print_sr_te_info("SR-TE ", &path.SR_TEInfo))
+            continue;
+        printf("%-40.40s ", l2vpn_inet_ntop(&path.NextHop));
+        if (label_mode) {
+            l2vpn_mpls_label_to_str(path.OutputLabel, label, sizeof label, encap);
+            printf("  %-15.15s\n", label);
+        } else {
+            print_label_sids(&path.SRv6_SIDInfo, true);
+        }
+    }
+}
+
+// Columns under the pathlist header: 40 15.
+void print_evpn_pl_bag(const void *record, const char *, PrintContext *) {
+    static constexpr char kHistoryTitle[] = "EVPN PL event history";
+    const auto *pl = static_cast<const l2vpn_evpn_pl_bag *>(record);
+    if (!pl)
+        return;
+    char label[EVPN_LABEL_TEXT_SIZE];
+    for (uint32_t i = 0; i < count_of(pl->paths); i++) {
+        const EvpnPath &path = pl->paths.data[i];
+        memset(label, 0, sizeof label);
+        l2vpn_mpls_label_to_str(path.OutputLabel, label, sizeof label, pl->encap);
+        printf("%-40.40s %-15.15s\n", l2vpn_inet_ntop(&path.NextHop), label);
+    }
+    printf("%-40.40s %-15.15s\n", kColumnRule, kColumnRule);
+    if (!show_filter.private_view)
+        return;
+    printf("   Ethernet Segment Id: %s\n", text_of(pl->esi));
+    printf("   Num objects linked: %d (printing %d)\n", static_cast<int>(pl->num_objects_linked),
+           static_cast<int>(count_of(pl->linked_objects)));
+    for (uint32_t i = 0; i < count_of(pl->linked_objects); i++) {
+        const l2vpn_evpn_pl_linked_object &object = pl->linked_objects.data[i];
+        printf("   %-14.14s %-15.15s\n", macstring(object.mac, 6), l2vpn_inet_ntop(&object.ip));
+    }
+    infra_db_print_evt_hist_bag(&pl->event_history, &pl->event_history_info, kHistoryTitle);
+    putchar('\n');
+}
 
 // ============================================================================
 // Commands: headers and paths
@@ -570,7 +826,7 @@ void show_evpn_label(const ShowCommandDef &) {
     printf(kColumns + 1, kColumnRule, kColumnRule, kColumnRule, kColumnRule, kColumnRule);
     const bool detailed = show_filter.detail || show_filter.private_view;
     show_evpn_label_db_common(detailed ? EVPN_PATH_LABEL_DETAIL : EVPN_PATH_LABEL,
-                              nullptr /* PENDING print_evpn_label_bag_as_label */);
+                              print_evpn_label_bag_as_label);
 }
 
 void show_evpn_internal_id(const ShowCommandDef &) {
@@ -579,7 +835,7 @@ void show_evpn_internal_id(const ShowCommandDef &) {
     printf(kColumns + 1, kColumnRule, kColumnRule, kColumnRule, kColumnRule, kColumnRule);
     const bool detailed = show_filter.detail || show_filter.private_view;
     show_evpn_label_db_common(detailed ? EVPN_PATH_INTERNAL_ID_DETAIL : EVPN_PATH_INTERNAL_ID,
-                              nullptr /* PENDING print_evpn_label_bag_as_internal_id */);
+                              print_evpn_label_bag_as_internal_id);
 }
 
 // Columns: 10 6 40, and 20 for the leaf EVIs with -t.

@@ -198,6 +198,12 @@ inline const char *text_of(const char *s) { return s ? s : ""; }
 template <class T>
 uint32_t count_of(const bag_array<T> &a) { return a.data != nullptr ? a.count : 0; }
 inline const char *true_false(uint32_t flag) { return flag ? "True" : "False"; }
+// The word of a code from its table, numbered from 0; any other code,
+// negative ones included, reads other.
+template <size_t N>
+const char *code_word(const char *const (&words)[N], int64_t code, const char *other) {
+    return code >= 0 && code < static_cast<int64_t>(N) ? words[code] : other;
+}
 
 // The commands, by family file.
 void show_evpn_mac(const ShowCommandDef &cmd);          // 0   evpn_show_fwd_entries
@@ -270,6 +276,12 @@ int print_sr_te_info(const char *prefix, const SrTeInfo *info);
 void print_path_issues(const bag_array<uint32_t> *issues, uint32_t encap, const char *indent);
 void print_evpn_mac_bag_debug(const l2vpn_evpn_mac_bag *mac);
 void show_evpn_label_db_common(const char *prefix, RecordPrinter printer);
+// Label entries: label_mode shows labels, else internal IDs and SIDs.
+void print_evpn_label_bag(const l2vpn_evpn_label_bag *entry, bool label_mode);
+void print_label_path_entries(const bag_array<EvpnPath> *paths, const char *name, uint32_t encap,
+                              bool label_mode, bool with_sr_te, bool mark_empty);
+void print_label_pathlist(const char *title, const bag_array<EvpnPath> *paths, uint32_t encap,
+                          bool label_mode);
 
 // Instances (evpn_show_instances): EVI sections, RD/RT lists.
 void print_evpn_evi_detail_stats(const l2vpn_evpn_evi_detail_bag *evi, const PrintContext *ctx);

@@ -76,13 +76,6 @@ void print_running_suffix(uint32_t left_ms) {
                static_cast<int>(left_ms % 1000 / 100));
 }
 
-// The word of a code from its table, numbered from 0; any other code,
-// negative ones included, reads other.
-template <size_t N>
-const char *code_word(const char *const (&words)[N], int64_t code, const char *other) {
-    return code >= 0 && code < static_cast<int64_t>(N) ? words[code] : other;
-}
-
 // Group states of evpn_grp_info_bag::group_state.
 constexpr const char *kGroupStates[] = {"Deisolating", "Isolated", "Ready", "Incomplete"};
 

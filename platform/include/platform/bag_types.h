@@ -392,6 +392,45 @@ template <class T> struct bag_record_info;
     F(U32, mp_adv_blocked) F(STR, key_ifname) F(IP, key_pw_neighbor)            \
     F(U32, key_pw_id) F(STR, key_vfi) F(STR, key_access_evi)
 
+// ---- Labels, internal IDs and pathlists ------------------------------------
+
+// The SID format of an SRv6 locator: type is a SID format code
+// (SRV6_SID_FORMAT_WORDS, formatters.h), the lengths are in bits.
+#define BAG_FIELDS_srv6_sid_format_bag(F, S, A, AS, FS)                         \
+    F(U32, type) F(U8, block_len) F(U8, node_len) F(U8, function_len)           \
+    F(U8, argument_len)
+
+// A label entry: a multi-path entry for an Ethernet segment and tag
+// (id_type 0) or a single-path entry for a next hop (id_type 1 or 2). The
+// codec has no union, so the key's two arms, nexthop and esi, are both
+// fields, and the report reads the one id_type names; a single-path entry
+// carries the zero ESI text, which keys it in the segment indices.
+#define BAG_FIELDS_l2vpn_evpn_label_bag(F, S, A, AS, FS)                        \
+    F(U32, id_type) F(U32, evi) F(U32, encap) F(IP, nexthop) F(STR, esi)        \
+    F(U32, ethernet_tag) F(U32, label) F(U32, alternate_label)                  \
+    F(U32, internal_id) S(srv6_sid_format_bag, locator_format) F(S32, local_cw) \
+    F(BOOL, local_cw_set) F(U16, local_mtu) F(BOOL, local_mtu_set)              \
+    F(BOOL, local_ignore_mtu_mismatch) F(BOOL, local_ignore_mtu_mismatch_set)   \
+    AS(EvpnPath, mac_paths) F(U32, num_ead_objects) AS(EvpnPath, ead_es_paths)  \
+    AS(EvpnPath, ead_evi_paths) AS(EvpnPath, union_paths)                       \
+    AS(EvpnPath, summary_pathlist) AS(EvpnPath, alternate_pathlist)             \
+    F(BOOL, resolved) F(U32, unresolved_reason) F(U32, all_active_mode)         \
+    F(BOOL, remote_single_active) F(BOOL, remote_single_flow_active)            \
+    S(evt_hist_bag, event_history_info) S(evt_hist_bag, event_history)          \
+    F(U16, next_path_version)
+
+// An object (a MAC route) linked to a pathlist.
+#define BAG_FIELDS_l2vpn_evpn_pl_linked_object(F, S, A, AS, FS) F(MAC, mac) F(IP, ip)
+
+// A pathlist of the label entries. evi, ethernet_tag and pathlist_id: the
+// EVI and Ethernet tag of the label entry it belongs to and its number
+// there; keys of the listing and its indices, not printed.
+#define BAG_FIELDS_l2vpn_evpn_pl_bag(F, S, A, AS, FS)                           \
+    F(U32, encap) AS(EvpnPath, paths) F(STR, esi) F(U32, num_objects_linked)    \
+    AS(l2vpn_evpn_pl_linked_object, linked_objects)                             \
+    S(evt_hist_bag, event_history) S(evt_hist_bag, event_history_info)          \
+    F(U32, evi) F(U32, ethernet_tag) F(U32, pathlist_id)
+
 // ---- The types -------------------------------------------------------------
 
 // Sub-records, each before the types that hold it.
@@ -403,7 +442,8 @@ template <class T> struct bag_record_info;
     X(evpn_grp_intf_entry) X(l2vpn_ges_ves_entry)                               \
     X(l2vpn_evpn_remote_shg_label_entry) X(l2vpn_evpn_igmp_route_source)        \
     X(l2vpn_evpn_es_nexthop) X(l2vpn_evpn_es_ckpt_nexthop)                      \
-    X(l2vpn_evpn_es_id_entry) X(l2vpn_evpn_es_evi_etag) X(l2vpn_sync_hasi_object)
+    X(l2vpn_evpn_es_id_entry) X(l2vpn_evpn_es_evi_etag) X(l2vpn_sync_hasi_object) \
+    X(srv6_sid_format_bag) X(l2vpn_evpn_pl_linked_object)
 
 // Top-level record types with the bytes of their decode buffers. A new type
 // goes at the end: its position is its number in bag_record_types, which the
@@ -426,7 +466,9 @@ template <class T> struct bag_record_info;
     X(l2vpn_evpn_igmp_bag, 192)                                                 \
     X(l2vpn_evpn_es_bag, 1776)                                                  \
     X(l2vpn_evpn_imcast_bag, 200)                                               \
-    X(l2vpn_evpn_neighbor_bag, 104)
+    X(l2vpn_evpn_neighbor_bag, 104)                                             \
+    X(l2vpn_evpn_label_bag, 296)                                                \
+    X(l2vpn_evpn_pl_bag, 120)
 
 BAG_SUBRECORDS(BAG_DECLARE)
 BAG_RECORDS(BAG_DECLARE_RECORD)

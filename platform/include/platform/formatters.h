@@ -110,6 +110,22 @@ const char *Yes_or_No_str(uint32_t flag);
 // flag, a bit without a word, or a text that does not fit.
 int srv6_util_locator_flags_print(uint16_t flags, char *buf, size_t size);
 
+// SRv6 SID formats of a locator (srv6_sid_format_bag, bag_types.h), each
+// with its display name and its configuration keyword.
+#define SRV6_SID_FORMAT_WORDS(X)                                                \
+    X(SRV6_SID_FORMAT_UNSPECIFIED, 0, "Unspecified", "unspecified")             \
+    X(SRV6_SID_FORMAT_BASE, 1, "Base", "base")                                  \
+    X(SRV6_SID_FORMAT_USID_F3216, 2, "Micro-segment (uSID) F3216", "usid-f3216")
+struct srv6_sid_format_bag;
+enum : size_t { SRV6_SID_FORMAT_STR_SIZE = 80 };
+// Text of a SID format into buf (SRV6_SID_FORMAT_STR_SIZE bytes): with
+// display non-zero its display name, else its configuration keyword; a type
+// without a name is "Unknown (<type>)" / "unknown-<type>". with_lengths
+// non-zero adds the bit lengths, " [block/node/function/argument]". A null
+// format reads as unspecified; a null buf is left alone.
+void srv6_mgmt_util_edm_fmt_print(const srv6_sid_format_bag *fmt, char *buf, int with_lengths,
+                                  int display);
+
 // Attachment names as records carry them.
 int is_pw_ves(const char *name);       // "PW:<neighbor>,<pw-id>"
 int is_vfi_ves(const char *name);      // "VFI:<vfi-name>"
