@@ -629,3 +629,18 @@ int imc_internal_namestring(const char *name, char *buf, size_t size, uint32_t /
     buf[len] = '\0';
     return 0;
 }
+
+int im_display_namestring(const char *name, char *buf, size_t size, uint32_t /*flags*/) {
+    if (buf == nullptr || size == 0)
+        return EINVAL;
+    buf[0] = '\0';
+    if (name == nullptr || name[0] == '\0')
+        return EINVAL;
+    size_t len = 0;
+    for (; name[len] != '\0' && len < size - 1; len++) {
+        const unsigned char c = static_cast<unsigned char>(name[len]);
+        buf[len] = c == '_' ? '/' : (c < 0x20 || c == 0x7f) ? '?' : static_cast<char>(c);
+    }
+    buf[len] = '\0';
+    return name[len] == '\0' ? 0 : ENOSPC;
+}

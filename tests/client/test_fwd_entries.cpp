@@ -10,6 +10,7 @@
 
 #include "evpn_show_print.h"
 #include "stdout_capture.h"
+#include "test_util.h"
 #include "platform/caps.h"
 #include "platform/debug.h"
 
@@ -58,11 +59,16 @@ class FwdEntries : public testing::Test {
     void TearDown() override {
         show_filter = saved_;
         unsetenv("EVPN_SRV6_ELAN");
+        unsetenv("EVPN_SRV6");
         platform_caps_reset();
         l2vpn_debug_set_enabled_bitset(0);
     }
     static void elan(bool on) {
         setenv("EVPN_SRV6_ELAN", on ? "1" : "0", 1);
+        platform_caps_reset();
+    }
+    static void srv6(bool on) {
+        setenv("EVPN_SRV6", on ? "1" : "0", 1);
         platform_caps_reset();
     }
     ShowFilter saved_;
@@ -392,6 +398,281 @@ TEST_F(FwdEntries, MacExtFlagWordsAndStampedXcidOnlyWhenRemote) {
         EXPECT_EQ(out.find("Stamped XCID"), std::string::npos);
         EXPECT_NE(out.find("\nEVPN MAC event history\n    No events\n"), std::string::npos);
     }
+}
+
+// ---- EAD routes ------------------------------------------------------------------
+
+constexpr uint32_t kPerSegment = 0xFFFFFFFF;
+
+// EVI 100, MPLS, segment 0011.2233.4455.6677.8899, tag 0x64; local when asked.
+l2vpn_evpn_ead_bag ead_route(bool local, uint32_t tag = 0x64) {
+    l2vpn_evpn_ead_bag r{};
+    r.evi = 100;
+    r.encap = 10;
+    r.esi = text("0011.2233.4455.6677.8899");
+    r.ethernet_tag = tag;
+    r.local = local;
+    r.local_nexthop = ip("192.0.2.1");
+    r.local_label = 24001;
+    r.local_frr_label = 24009;
+    return r;
+}
+
+std::string print(const l2vpn_evpn_ead_bag &r) {
+    return stdout_of([&] { print_evpn_ead_bag(&r, "item", nullptr); });
+}
+
+// The route's columns: "%-10u %-6s %-24.24s 0x%-8x " (54 characters).
+const std::string kEadCols = "100        MPLS   0011.2233.4455.6677.8899 0x64       ";
+const std::string kUnderCols = blanks(54);
+std::string nh(const char *nexthop, const char *label) {
+    return std::string(nexthop) + blanks(39 - strlen(nexthop)) + " " + label +
+           blanks(8 - strlen(label));
+}
+
+TEST_F(FwdEntries, EadLinesLocalFirstThenEveryNexthopUnderTheColumns) {
+    EvpnPath p[] = {path("192.0.2.2", 24002), path("192.0.2.3", 3), path("192.0.2.4", 24004)};
+    auto r = ead_route(true);
+    r.path_buffer = arr(p);
+    ASSERT_EQ(kEadCols.size(), 54u);
+    EXPECT_EQ(print(r), kEadCols + nh("192.0.2.1", "24001") + "\n" +
+                            kUnderCols + nh("192.0.2.2", "24002") + "\n" +
+                            kUnderCols + nh("192.0.2.3", "IMP-NULL") + "\n" +
+                            kUnderCols + nh("192.0.2.4", "24004") + "\n");
+
+    r.local = 0;  // the first next hop continues the route's columns
+    EXPECT_EQ(print(r), kEadCols + nh("192.0.2.2", "24002") + "\n" +
+                            kUnderCols + nh("192.0.2.3", "IMP-NULL") + "\n" +
+                            kUnderCols + nh("192.0.2.4", "24004") + "\n");
+
+    r.path_buffer = {};  // neither part: the columns still end their line
+    EXPECT_EQ(print(r), kEadCols + "\n");
+
+    auto vxlan = ead_route(true, kPerSegment);
+    vxlan.encap = 8;
+    vxlan.local_label = 3;  // a VNI, not the implicit-null label
+    EXPECT_EQ(print(vxlan),
+              "100        VXLAN  0011.2233.4455.6677.8899 0xffffffff " + nh("192.0.2.1", "3") + "\n");
+}
+
+TEST_F(FwdEntries, EadLocalOnlySkipsRemoteRoutesWholly) {
+    EvpnPath p[] = {path("192.0.2.2", 24002)};
+    auto remote = ead_route(false);
+    remote.path_buffer = arr(p);
+    show_filter.local_only = 1;
+    show_filter.private_view = 1;
+    EXPECT_EQ(print(remote), "");
+    auto both = ead_route(true);
+    both.path_buffer = arr(p);
+    show_filter.private_view = 0;
+    EXPECT_EQ(print(both), kEadCols + nh("192.0.2.1", "24001") + "\n" + kUnderCols +
+                               nh("192.0.2.2", "24002") + "\n");
+}
+
+// The SID column follows the general SRv6 capability, not the E-LAN one.
+TEST_F(FwdEntries, EadSidColumnFollowsSrv6Support) {
+    Srv6Sid local_sids[] = {sid("fc00:0:1:e000::"), sid("fc00:0:1:e001::")};
+    EvpnPath p[] = {path("2001:db8::2", 24002)};
+    auto r = ead_route(true);
+    r.local_sids = arr(local_sids);
+    r.path_buffer = arr(p);
+    const std::string bare = kEadCols + nh("192.0.2.1", "24001") + "\n" + kUnderCols +
+                             nh("2001:db8::2", "24002") + "\n";
+    srv6(false);
+    elan(true);
+    EXPECT_EQ(print(r), bare);
+    srv6(true);
+    elan(false);
+    EXPECT_EQ(print(r), kEadCols + nh("192.0.2.1", "24001") + " fc00:0:1:e000::" + blanks(24) +
+                            "\n" + blanks(103) + "fc00:0:1:e001::" + blanks(24) + "\n" +
+                            kUnderCols + nh("2001:db8::2", "24002") + "\n");
+}
+
+// Everything before "   Path Attributes:" and the blocks after it.
+std::string path_attributes(const std::string &out) {
+    const std::string mark = "   Path Attributes:\n";
+    const size_t at = out.find(mark);
+    return at == std::string::npos ? "<none>" : out.substr(at + mark.size());
+}
+
+const std::string kL2Block = "      Layer 2 Attributes:\n       DF Role : Primary\n"
+                             "       CW      : Enabled\n       MTU     : 1500\n";
+
+TEST_F(FwdEntries, EadPathAttributesPerEviAndPerSegment) {
+    EvpnPath p[] = {path("192.0.2.2", 24002)};
+    p[0].RerouteLabel = 24003;
+    p[0].Layer2Attributes = L2Attributes{1, 1500, 1, 2};
+    const uint8_t ges[6] = {0x02, 0, 0, 0, 0, 0x11};
+    memcpy(p[0].GES_MACAddress, ges, sizeof ges);
+
+    auto per_evi = ead_route(false);
+    per_evi.path_buffer = arr(p);
+    show_filter.detail = 1;
+    const std::string nexthop = "     192.0.2.2" + blanks(30) + " SR-TE N/A\n";
+    EXPECT_EQ(path_attributes(print(per_evi)),
+              nexthop + "      FRR Label: 24003   \n" + kL2Block);
+
+    // Per segment: the grouping MAC instead of the FRR label, and the
+    // layer-2 block only for a single-active segment or in the private view.
+    auto per_es = ead_route(false, kPerSegment);
+    per_es.path_buffer = arr(p);
+    const std::string grouping = nexthop + "      Grouping MAC: 0200.0000.0011\n";
+    EXPECT_EQ(path_attributes(print(per_es)), grouping);
+    per_es.remote_single_active = 1;
+    EXPECT_EQ(path_attributes(print(per_es)), grouping + kL2Block);
+    per_es.remote_single_active = 0;
+    per_es.remote_single_flow_active = 1;
+    EXPECT_EQ(path_attributes(print(per_es)), grouping);
+    memset(p[0].GES_MACAddress, 0, 6);  // no usable grouping MAC: no line
+    EXPECT_EQ(path_attributes(print(per_es)), nexthop);
+    show_filter.detail = 0;
+    show_filter.private_view = 1;
+    EXPECT_EQ(path_attributes(print(per_es)).rfind(nexthop + kL2Block + "   EVI: 100\n", 0), 0u);
+}
+
+TEST_F(FwdEntries, EadPathLinesSteeringOriginAndIssues) {
+    EvpnPath p[] = {path("192.0.2.2", 24002), path("192.0.2.3", 24003)};
+    p[0].SR_TEInfo = SrTeInfo{2, 0, 24005, {}};
+    p[0].OriginatingPE = ip("192.0.2.20");
+    uint32_t codes[] = {1, 4};
+    p[1].Issues = arr(codes);
+    p[1].SR_TEInfo.SR_TEType = 9;  // steered by a kind without text: no N/A either
+    auto r = ead_route(false);
+    r.path_buffer = arr(p);
+    show_filter.detail = 1;
+    EXPECT_EQ(path_attributes(print(r)),
+              "     192.0.2.2" + blanks(30) + " SR-TE BSID 24005\n"
+              "       Originating IP: 192.0.2.20" + blanks(29) + "\n"
+              "      FRR Label: 0       \n"
+              "     192.0.2.3" + blanks(30) + " "
+              "      FRR Label: 0       \n"
+              "      Path Issues: Missing MPLS label, MTU mismatch\n");
+    r.encap = 255;
+    EXPECT_NE(print(r).find("      Path Issues: Missing SRv6 SID(s), MTU mismatch\n"),
+              std::string::npos);
+}
+
+TEST_F(FwdEntries, EadDetailHeadOfLocalAndRemoteRoutes) {
+    EvpnPath p[] = {path("192.0.2.2", 24002)};
+    auto r = ead_route(true, 0x00123456);
+    r.etag_type = 4;
+    r.path_buffer = arr(p);
+    r.local_l2_attributes = L2Attributes{1, 9000, 7, 0};
+    show_filter.detail = 1;
+    const std::string out = print(r);
+    const std::string head = "   EtherTag: <291,1110>\n"
+                             "   Source: Local, Remote, MPLS\n"
+                             "   Local:\n"
+                             "      FRR Label: 24009   \n"
+                             "      Layer 2 Attributes:\n"
+                             "       DF Role : Unknown\n"
+                             "       CW      : Not Specified\n"
+                             "       MTU     : 9000\n"
+                             "   Num Nexthops: 1\n"
+                             "   Path Attributes:\n";
+    EXPECT_NE(out.find("\n" + head), std::string::npos) << out;
+
+    auto remote = ead_route(false, kPerSegment);
+    remote.path_buffer = arr(p);
+    EXPECT_NE(print(remote).find("   EtherTag: MAX-ET\n   Source: Remote, MPLS\n"
+                                 "   Num Nexthops: 1\n"),
+              std::string::npos);
+}
+
+TEST_F(FwdEntries, EadControlWordWords) {
+    auto r = ead_route(true);
+    show_filter.detail = 1;
+    const struct { uint32_t code; const char *word; } cases[] = {
+        {0, "Not Specified"}, {1, "Disabled"}, {2, "Enabled"}, {3, "Not Specified"}};
+    for (const auto &c : cases) {
+        r.local_l2_attributes = L2Attributes{1, 1500, 0, c.code};
+        EXPECT_NE(print(r).find(std::string("       CW      : ") + c.word + "\n"),
+                  std::string::npos) << c.code;
+    }
+    r.local_l2_attributes.Valid = 0;
+    EXPECT_EQ(print(r).find("Layer 2"), std::string::npos);
+}
+
+// Everything from "   EVI:" on.
+std::string private_block(const std::string &out) {
+    const size_t at = out.find("   EVI: ");
+    return at == std::string::npos ? "<none>" : out.substr(at);
+}
+
+TEST_F(FwdEntries, EadPrivateRedundancyOnlyForPerSegmentRoutes) {
+    show_filter.private_view = 1;
+    const struct { uint32_t tag, single, flow; std::string lines; } cases[] = {
+        {kPerSegment, 0, 0, "   Remote redundancy: all-active\n"},
+        {kPerSegment, 1, 0, "   Remote redundancy: single-active\n"},
+        {kPerSegment, 0, 1, "   Remote redundancy: single-flow-active\n"},
+        {kPerSegment, 1, 1, "   Remote redundancy: single-active\n"
+                            "   Remote redundancy: single-flow-active\n"},
+        {0x64, 1, 1, ""},
+    };
+    for (const auto &c : cases) {
+        auto r = ead_route(true, c.tag);
+        r.remote_single_active = c.single;
+        r.remote_single_flow_active = c.flow;
+        EXPECT_EQ(private_block(print(r)).rfind("   EVI: 100\n" + c.lines +
+                                                "   VLAN-Aware Local AC: \n", 0), 0u)
+            << c.tag << " " << c.single << c.flow;
+    }
+}
+
+TEST_F(FwdEntries, EadPrivateAttachmentCircuitsAndHistory) {
+    char *acs[] = {text("eth3.201"), text("ports_2_eth4.201")};
+    auto r = ead_route(true);
+    r.vlan_aware_local_ac = text("ports_1_eth3.200");
+    r.vlan_aware_conflict_acs = arr(acs);
+    r.registered_with_tep = 1;
+    r.event_history_info = evt_hist_bag{text("ead-info"), {0, nullptr}};
+    show_filter.private_view = 1;
+    EXPECT_EQ(private_block(print(r)), "   EVI: 100\n"
+                                       "   VLAN-Aware Local AC: ports/1/eth3.200\n"
+                                       "   VLAN-Aware Conflict ACs: 2\n"
+                                       "    Conflict AC: eth3.201\n"
+                                       "    Conflict AC: ports/2/eth4.201\n"
+                                       "   Registered with TEP: yes\n"
+                                       "\nEVPN EAD event history (ead-info)\n"
+                                       "    No events\n"
+                                       "\n");
+    r.vlan_aware_conflict_acs = {};
+    r.registered_with_tep = 0;
+    EXPECT_NE(print(r).find("   VLAN-Aware Conflict ACs: 0\n   Registered with TEP: no\n"),
+              std::string::npos);
+}
+
+// A record that does not decode is refused with its trace; the walk goes on.
+TEST(EadWalk, RecordThatDoesNotDecodeIsSkipped) {
+    const std::string root = "/oper/evpn/gl/";
+    const std::string db = spine_test::build_db("ead_corrupt.db", [&](evpn::SysdbWriter &w) {
+        std::string err;
+        for (uint32_t evi : {1u, 3u}) {
+            auto r = ead_route(true);
+            r.evi = evi;
+            EXPECT_TRUE(w.add(root, EVPN_PATH_EAD, &r, err)) << err;
+        }
+        EXPECT_TRUE(w.add_raw(root, EVPN_PATH_EAD, "0x2,0011.2233.4455.6677.8899,0x64",
+                              std::string("\0\0\0\2", 4), err)) << err;
+    });
+    setenv("EVPN_SYSDB", db.c_str(), 1);
+    platform_caps_reset();
+    ASSERT_EQ(_sysdb_bind(&sysdb_handle, root.c_str(), SYSDB_BIND_READ), 0u);
+    const ShowFilter saved = show_filter;
+    show_filter = ShowFilter{.node_id = L2FIB_ALL_NODES};
+    spine_test::Capture c = spine_test::capture([] { evpn_show_dispatch(9); });
+    _sysdb_unbind(sysdb_handle);
+    sysdb_handle = nullptr;
+    show_filter = saved;
+    unsetenv("EVPN_SYSDB");
+    platform_caps_reset();
+
+    EXPECT_NE(c.out.find("\n1          MPLS "), std::string::npos) << c.out;
+    EXPECT_NE(c.out.find("\n3          MPLS "), std::string::npos) << c.out;
+    EXPECT_EQ(c.out.find("\n2   "), std::string::npos) << c.out;
+    EXPECT_NE(c.traces.find("evpn_show_datalist_display: bag decode " +
+                            std::string(cerr_strerror(BAG_ERR_TRUNCATED)) + "\n"),
+              std::string::npos) << c.traces;
 }
 
 }  // namespace
