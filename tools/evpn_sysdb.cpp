@@ -2,7 +2,10 @@
 //
 //   evpn_sysdb load SNAPSHOT.json [--db FILE]
 //   evpn_sysdb dump [PATH] [--db FILE] [--root ROOT]
-//   evpn_sysdb gen --routes N --evis E [--seed S] [--db FILE] [--json FILE]
+//   evpn_sysdb gen [--routes N] [--evis E] [--<kind> N ...] [--seed S] [--db FILE] [--json FILE]
+//   evpn_sysdb listings
+//   evpn_sysdb --help | --version
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -22,56 +25,117 @@
 #include "platform/cerr.h"
 #include "platform/sysdb.h"
 #include "platform/sysdb_registry.h"
+#include "platform/sysdb_schema.h"
 #include "snapshot.h"
 #include "sysdb_writer.h"
 
 namespace {
 
-int usage() {
-    fprintf(stderr,
+// "--teps" for the kind "teps": the option that asks for a kind's records.
+std::string kind_option(const evpn::GenKindInfo &k) {
+    std::string o = std::string("--") + k.name;
+    for (char &c : o)
+        if (c == '_') c = '-';
+    return o;
+}
+
+void help(FILE *out) {
+    fprintf(out,
             "usage: evpn_sysdb load SNAPSHOT.json [--db FILE]\n"
             "       evpn_sysdb dump [PATH] [--db FILE] [--root ROOT]\n"
-            "       evpn_sysdb gen --routes N --evis E [--seed S] [--db FILE] [--json FILE]\n"
-            "FILE defaults to $EVPN_SYSDB, else %s.\n"
-            "ROOT defaults to /oper/evpn/gl/. Without PATH, dump prints the whole database\n"
-            "as a snapshot; with PATH, the items of that listing or the one item.\n"
+            "       evpn_sysdb gen [--routes N] [--evis E] [--KIND N ...] [--seed S] [--db FILE]\n"
+            "                      [--json FILE]\n"
+            "       evpn_sysdb listings\n"
+            "       evpn_sysdb --help | --version\n"
+            "\n"
+            "load builds FILE from a snapshot (\"-\" reads standard input); FILE is left as\n"
+            "it was when the snapshot has an error. Without PATH, dump prints the whole\n"
+            "database as a snapshot; with PATH, the items of that listing or the one item.\n"
             "gen fills FILE (and, with --json, a snapshot of the same data) with N\n"
-            "synthetic MAC routes over E EVIs; the same seed gives the same data.\n",
-            sysdb_library_path());
+            "synthetic MAC routes over E EVIs (default 0 routes, 1 EVI) and N records of\n"
+            "each KIND asked for; the same seed gives the same data. listings names the\n"
+            "listings a database can hold. Kinds:\n");
+    for (const evpn::GenKindInfo &k : evpn::kGenKinds)
+        fprintf(out, "  %-16s %s\n", kind_option(k).c_str(), k.what);
+    fprintf(out,
+            "\n"
+            "FILE: $EVPN_SYSDB; else, run from a build tree, its demo.db; else, installed\n"
+            "in PREFIX/bin, PREFIX/var/lib/evpn-show/sysdb.db (/var/lib/... for /usr).\n"
+            "Here: %s (%s).\n"
+            "ROOT: /oper/evpn/gl/ (default), /oper/evpn/gl/stdby/ or /oper/evpn/node/<hex id>/.\n"
+            "Exit status: 0 done, 1 failed (nothing changed), 2 bad command line.\n",
+            sysdb_library_path(), sysdb_library_path_origin());
+}
+
+// A command line that does not parse: what is wrong, on standard error.
+int bad_usage(const char *command, const std::string &what) {
+    fprintf(stderr, "evpn_sysdb: %s%s%s\nTry 'evpn_sysdb --help'.\n", command, *command ? ": " : "",
+            what.c_str());
     return 2;
+}
+
+// The default database of an installed program lives in a folder of its own
+// (PREFIX/var/lib/evpn-show) that nothing else makes: a writing command makes
+// it on first use. A database named on the command line is left to its owner.
+bool make_default_folder(const std::string &db) {
+    if (strcmp(sysdb_library_path_origin(), "installed") != 0) return true;
+    for (size_t slash = db.find('/', 1); slash != std::string::npos; slash = db.find('/', slash + 1)) {
+        std::string dir = db.substr(0, slash);
+        if (mkdir(dir.c_str(), 0755) != 0 && errno != EEXIST) {
+            fprintf(stderr, "evpn_sysdb: cannot make %s: %s\n", dir.c_str(), strerror(errno));
+            return false;
+        }
+    }
+    return true;
 }
 
 struct Args {
     std::string command, arg, db, root = "/oper/evpn/gl/";
 };
 
-bool parse_args(int argc, char **argv, Args &a) {
-    if (argc < 2) return false;
+// 0 when the arguments parse, else the exit status with the complaint printed.
+int parse_args(int argc, char **argv, Args &a) {
     a.command = argv[1];
+    const char *c = a.command.c_str();
     for (int i = 2; i < argc; i++) {
         std::string s = argv[i];
-        if ((s == "--db" || s == "--root") && i + 1 < argc) {
+        if (s == "--db" || s == "--root") {
+            if (i + 1 >= argc) return bad_usage(c, s + " wants a value");
             (s == "--db" ? a.db : a.root) = argv[++i];
-        } else if (s.rfind("--", 0) == 0 || !a.arg.empty()) {
-            return false;
+        } else if (s.size() > 1 && s[0] == '-' && s != "-") {
+            return bad_usage(c, "unknown option '" + s + "'");
+        } else if (!a.arg.empty()) {
+            return bad_usage(c, "one argument only, got '" + a.arg + "' and '" + s + "'");
         } else {
             a.arg = s;
         }
     }
-    if (a.db.empty()) a.db = sysdb_library_path();
-    return true;
+    if (!sysdb_schema::valid_root(a.root.c_str()))
+        return bad_usage(c, "unknown root '" + a.root +
+                                "' (roots: /oper/evpn/gl/, /oper/evpn/gl/stdby/, "
+                                "/oper/evpn/node/<hex id>/)");
+    if (a.db.empty()) {
+        a.db = sysdb_library_path();
+        if (a.command == "load" && !make_default_folder(a.db)) return 1;
+    }
+    return 0;
 }
 
 int cmd_load(const Args &a) {
-    if (a.arg.empty()) return usage();
-    std::ifstream in(a.arg, std::ios::binary);
-    if (!in) {
-        fprintf(stderr, "evpn_sysdb: cannot read %s\n", a.arg.c_str());
-        return 1;
+    if (a.arg.empty()) return bad_usage("load", "which snapshot? (a file, or - for standard input)");
+    std::ifstream file;
+    std::istream *in = &std::cin;
+    if (a.arg != "-") {
+        file.open(a.arg, std::ios::binary);
+        if (!file) {
+            fprintf(stderr, "evpn_sysdb: cannot read %s\n", a.arg.c_str());
+            return 1;
+        }
+        in = &file;
     }
     evpn::LoadStats stats;
     std::string err;
-    if (!evpn::load_snapshot(in, a.db, stats, err)) {
+    if (!evpn::load_snapshot(*in, a.db, stats, err)) {
         fprintf(stderr, "evpn_sysdb: %s: %s\nevpn_sysdb: %s left unchanged\n", a.arg.c_str(),
                 err.c_str(), a.db.c_str());
         return 1;
@@ -168,25 +232,46 @@ int cmd_dump(const Args &a) {
 int cmd_gen(int argc, char **argv) {
     evpn::GenOptions opt;
     std::string db, json_path;
-    bool have_routes = false, have_evis = false;
+    bool asked = false;  // gen without anything to make is a slip, not an empty database
     for (int i = 2; i < argc; i++) {
         std::string s = argv[i];
-        if (i + 1 >= argc) return usage();
+        if (s.rfind("--", 0) != 0) return bad_usage("gen", "unexpected argument '" + s + "'");
+        if (i + 1 >= argc) return bad_usage("gen", s + " wants a value");
         const char *v = argv[++i];
+        if (s == "--db") {
+            db = v;
+            continue;
+        }
+        if (s == "--json") {
+            json_path = v;
+            continue;
+        }
         char *end = nullptr;
         errno = 0;
         unsigned long long n = strtoull(v, &end, 0);
         bool number = *v && *end == 0 && errno == 0 && *v != '-';
-        if (s == "--db") db = v;
-        else if (s == "--json") json_path = v;
-        else if (s == "--routes" && number) opt.routes = n, have_routes = true;
-        else if (s == "--evis" && number && n > 0 && n <= 0xffffffffull)
-            opt.evis = static_cast<uint32_t>(n), have_evis = true;
-        else if (s == "--seed" && number) opt.seed = n;
-        else return usage();
+        uint64_t *target = nullptr;
+        for (unsigned k = 0; k < evpn::GEN_KIND_COUNT; k++)
+            if (s == kind_option(evpn::kGenKinds[k])) target = &opt.count[k];
+        if (s == "--routes") target = &opt.routes;
+        if (s == "--seed") target = &opt.seed;
+        if (!target && s != "--evis") return bad_usage("gen", "unknown option '" + s + "'");
+        if (!number)
+            return bad_usage("gen", s + " wants a whole number, got '" + std::string(v) + "'");
+        if (s == "--evis") {
+            if (n == 0 || n > 0xffffffffull)
+                return bad_usage("gen", "--evis wants 1 to 4294967295, got '" + std::string(v) + "'");
+            opt.evis = static_cast<uint32_t>(n);
+            continue;
+        }
+        *target = n;
+        asked |= s != "--seed";
     }
-    if (!have_routes || !have_evis) return usage();
-    if (db.empty()) db = sysdb_library_path();
+    if (!asked) return bad_usage("gen", "nothing to make: give --routes or a kind (see --help)");
+    if (db.empty()) {
+        db = sysdb_library_path();
+        if (!make_default_folder(db)) return 1;
+    }
 
     std::string err;
     auto w = evpn::SysdbWriter::open(db, err);
@@ -222,16 +307,36 @@ int cmd_gen(int argc, char **argv) {
             static_cast<unsigned long long>(c.remote), static_cast<unsigned long long>(c.ipv4),
             static_cast<unsigned long long>(c.ipv6), static_cast<unsigned long long>(c.paths),
             opt.evis, db.c_str(), json_path.empty() ? "" : " and ", json_path.c_str());
+    for (unsigned k = 0; k < evpn::GEN_KIND_COUNT; k++)
+        if (opt.count[k])
+            fprintf(stderr, "evpn_sysdb: generated %llu %s\n",
+                    static_cast<unsigned long long>(opt.count[k]), evpn::kGenKinds[k].what);
     return 0;
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
-    if (argc >= 2 && strcmp(argv[1], "gen") == 0) return cmd_gen(argc, argv);
+    if (argc < 2) return bad_usage("", "which command? load, dump or gen");
+    std::string command = argv[1];
+    if (command == "--help" || command == "-h" || command == "help") {
+        help(stdout);
+        return fflush(stdout) == 0 && !ferror(stdout) ? 0 : 1;
+    }
+    if (command == "--version") {
+        printf("evpn_sysdb %s\n", EVPN_VERSION);
+        return fflush(stdout) == 0 && !ferror(stdout) ? 0 : 1;
+    }
+    if (command == "gen") return cmd_gen(argc, argv);
+    if (command == "listings" && argc == 2) {
+        for (const ListingDef &l : sysdb_registry())
+            printf("%s\n", l.child ? (std::string(l.base) + "/<item>/" + l.child).c_str() : l.base);
+        return fflush(stdout) == 0 && !ferror(stdout) ? 0 : 1;
+    }
+    if (command != "load" && command != "dump")
+        return bad_usage("", "unknown command '" + command + "' (load, dump or gen)");
     Args a;
-    if (!parse_args(argc, argv, a)) return usage();
+    if (int status = parse_args(argc, argv, a)) return status;
     if (a.command == "load") return cmd_load(a);
-    if (a.command == "dump") return cmd_dump(a);
-    return usage();
+    return cmd_dump(a);
 }

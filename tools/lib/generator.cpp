@@ -19,6 +19,7 @@
 #include <ostream>
 #include <vector>
 
+#include "gen_kinds.h"
 #include "json_record.h"
 #include "platform/bag_types.h"
 #include "platform/sysdb_registry.h"
@@ -34,23 +35,11 @@ constexpr const char *kEviBase = "evpn_evi";
 constexpr const char *kSummaryBase = "summary";
 
 constexpr const char *kZeroEsi = "0000.0000.0000.0000.0000";
-constexpr int kPeers = 64;         // remote PEs
-constexpr int kSegments = 16;      // multi-homed Ethernet segments
 constexpr int kMaxPaths = 4;
 
-struct SplitMix64 {
-    uint64_t s;
-    uint64_t next() {
-        uint64_t z = (s += 0x9e3779b97f4a7c15ull);
-        z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ull;
-        z = (z ^ (z >> 27)) * 0x94d049bb133111ebull;
-        return z ^ (z >> 31);
-    }
-    uint32_t below(uint32_t n) { return static_cast<uint32_t>(next() % n); }
-    bool chance(uint32_t percent) { return below(100) < percent; }
-};
+}  // namespace
 
-void ipv4(l2vpn_ip_addr_t &a, uint32_t v) {
+void gen_ipv4(l2vpn_ip_addr_t &a, uint32_t v) {
     memset(a.bytes, 0, 16);
     a.bytes[10] = a.bytes[11] = 0xff;
     a.bytes[12] = uint8_t(v >> 24);
@@ -59,8 +48,8 @@ void ipv4(l2vpn_ip_addr_t &a, uint32_t v) {
     a.bytes[15] = uint8_t(v);
 }
 
-// 2001:db8:<hi>:<lo>::<host> style addresses; groups are 16-bit.
-void ipv6(l2vpn_ip_addr_t &a, uint16_t g0, uint16_t g1, uint16_t g2, uint16_t g3, uint32_t host) {
+void gen_ipv6(l2vpn_ip_addr_t &a, uint16_t g0, uint16_t g1, uint16_t g2, uint16_t g3,
+              uint32_t host) {
     memset(a.bytes, 0, 16);
     uint16_t g[4] = {g0, g1, g2, g3};
     for (int i = 0; i < 4; i++) {
@@ -73,29 +62,46 @@ void ipv6(l2vpn_ip_addr_t &a, uint16_t g0, uint16_t g1, uint16_t g2, uint16_t g3
     a.bytes[15] = uint8_t(host);
 }
 
-// A SID fc00:0:<node>:<function>:: with the usual uSID structure.
-void srv6_sid(Srv6Sid &s, uint16_t node, uint16_t function, uint16_t behavior) {
+void gen_pe_address(l2vpn_ip_addr_t &a, uint32_t pe, bool srv6) {
+    if (srv6) gen_ipv6(a, 0x2001, 0xdb8, 0, 0, pe);
+    else gen_ipv4(a, 0xc0000200u + pe);
+}
+
+void gen_srv6_sid(Srv6Sid &s, uint16_t node, uint16_t function, uint16_t behavior) {
     memset(&s, 0, sizeof s);
     s.SRv6EndpointBehavior = behavior;
-    ipv6(s.SRv6_SID, 0xfc00, 0, node, function, 0);
+    gen_ipv6(s.SRv6_SID, 0xfc00, 0, node, function, 0);
     s.SIDStructurePresent = 1;
     s.sid_struct = {32, 16, 16, 0, 16, 48};
 }
 
-uint8_t evi_encap(uint32_t evi, uint64_t seed) {
+void gen_segment_esi(char *buf, size_t size, uint32_t segment) {
+    snprintf(buf, size, "0011.2233.4455.6677.%04x", (segment + 1) & 0xffff);
+}
+
+uint8_t gen_evi_encap(uint32_t evi, uint64_t seed) {
     SplitMix64 r{seed ^ (uint64_t(evi) * 0x2545f4914f6cdd1dull)};
     uint32_t p = r.below(100);
     return p < 60 ? EVPN_ENCAP_MPLS : p < 85 ? EVPN_ENCAP_VXLAN : EVPN_ENCAP_SRV6;
 }
 
-uint32_t evi_type(uint8_t encap) { return encap == EVPN_ENCAP_VXLAN ? 5 : encap == EVPN_ENCAP_SRV6 ? 6 : 1; }
+uint32_t gen_evi_type(uint8_t encap) {
+    return encap == EVPN_ENCAP_VXLAN ? 5 : encap == EVPN_ENCAP_SRV6 ? 6 : 1;
+}
 
-// Label or VNI of an EVI's routes on one PE (0 is this router).
-uint32_t evi_label(uint8_t encap, uint32_t evi, uint32_t pe) {
+uint32_t gen_evi_label(uint8_t encap, uint32_t evi, uint32_t pe) {
     if (encap == EVPN_ENCAP_VXLAN) return 10000 + evi;
     if (encap == EVPN_ENCAP_SRV6) return 0xe000 + (evi & 0xfff);
     return 24000 + ((evi + pe * 7919) % 1000000);
 }
+
+const GenKindInfo kGenKinds[GEN_KIND_COUNT] = {
+#define EVPN_GEN_KIND_INFO(kind, base, what) {#kind, base, what},
+    EVPN_GEN_KINDS(EVPN_GEN_KIND_INFO)
+#undef EVPN_GEN_KIND_INFO
+};
+
+namespace {
 
 // Snapshot text: records without the fields that equal a zeroed record's,
 // which the loader fills in again (a snapshot of a million routes stays a
@@ -106,7 +112,10 @@ class JsonOut {
 
     void begin(const GenOptions &opt, bool srv6) {
         out_ << "{\n  \"comment\": \"generated: " << opt.routes << " MAC routes over " << opt.evis
-             << " EVIs, seed " << opt.seed << "\",\n  \"capabilities\": {\"srv6\": "
+             << " EVIs";
+        for (unsigned k = 0; k < GEN_KIND_COUNT; k++)
+            if (opt.count[k]) out_ << ", " << opt.count[k] << " " << kGenKinds[k].what;
+        out_ << ", seed " << opt.seed << "\",\n  \"capabilities\": {\"srv6\": "
              << (srv6 ? "true" : "false") << ", \"srv6_elan\": " << (srv6 ? "true" : "false")
              << "},\n  \"roots\": {\n    \"" << kRoot << "\": {";
     }
@@ -169,18 +178,22 @@ struct RouteBuf {
     char bd_name[24], local_esi[32], remote_esi[32], nexthop_name[48], ts[2][24];
 };
 
-class Generator {
+class Generator : public GenSink {
   public:
     Generator(const GenOptions &opt, SysdbWriter *w, std::ostream *json, std::string &err)
         : opt_(opt), w_(w), err_(err), rng_{opt.seed} {
         if (json) json_.emplace(*json);
+        this->opt = &opt;
     }
+
+    bool put(const void *record, const BagDesc *desc) override { return put(base_, record, desc); }
 
     bool run(GenCounts &counts) {
         bool srv6 = false;
-        for (uint32_t e = 1; e <= opt_.evis && !srv6; e++) srv6 = evi_encap(e, opt_.seed) == EVPN_ENCAP_SRV6;
-        if (w_ && srv6 &&
-            (!w_->set_capability("srv6", 1, err_) || !w_->set_capability("srv6_elan", 1, err_)))
+        for (uint32_t e = 1; e <= opt_.evis && !srv6; e++) srv6 = gen_evi_encap(e, opt_.seed) == EVPN_ENCAP_SRV6;
+        // Stated either way, as the snapshot states them.
+        if (w_ && (!w_->set_capability("srv6", srv6, err_) ||
+                   !w_->set_capability("srv6_elan", srv6, err_)))
             return false;
         if (json_) {
             json_->begin(opt_, srv6);
@@ -190,33 +203,47 @@ class Generator {
             uint64_t quota = opt_.routes / opt_.evis + (evi - 1 < opt_.routes % opt_.evis ? 1 : 0);
             if (!evi_routes(evi, quota)) return false;
         }
+        // Each other kind from its own random stream, so that adding one
+        // changes neither the routes nor the other kinds.
+        static bool (*const kinds[GEN_KIND_COUNT])(GenSink &, uint64_t) = {
+#define EVPN_GEN_KIND_FN(kind, base, what) gen_##kind,
+            EVPN_GEN_KINDS(EVPN_GEN_KIND_FN)
+#undef EVPN_GEN_KIND_FN
+        };
+        for (unsigned k = 0; k < GEN_KIND_COUNT; k++) {
+            if (!opt_.count[k]) continue;
+            base_ = kGenKinds[k].base;
+            if (json_) json_->listing(base_);
+            rng = SplitMix64{opt_.seed ^ (0x6a09e667f3bcc909ull * (k + 1))};
+            if (!kinds[k](*this, opt_.count[k])) return false;
+        }
         if (json_) json_->listing(kEviBase);
         for (uint32_t evi = 1; evi <= opt_.evis; evi++) {
             char bd[24];
             snprintf(bd, sizeof bd, "bd-%u", evi);
             l2vpn_evpn_evi_summary_bag s{};
             s.vpn_id = evi;
-            s.encap = evi_encap(evi, opt_.seed);
+            s.encap = gen_evi_encap(evi, opt_.seed);
             s.bd_name = bd;
-            s.evi_type = evi_type(static_cast<uint8_t>(s.encap));
+            s.evi_type = gen_evi_type(static_cast<uint8_t>(s.encap));
             if (!put(kEviBase, &s, &bag_desc_l2vpn_evpn_evi_summary_bag)) return false;
         }
         if (json_) json_->listing(kSummaryBase);
         l2vpn_evpn_summary_bag s{};
-        ipv4(s.evpn_router_id, 0xc0000201);  // 192.0.2.1
-        ipv4(s.bgp_router_id, 0xc0000201);
+        gen_ipv4(s.evpn_router_id, 0xc0000201);  // 192.0.2.1
+        gen_ipv4(s.bgp_router_id, 0xc0000201);
         s.bgp_asn = 65000;
         s.bgp_eod = 1;
         s.evi_count = opt_.evis;
-        s.tep_count = kPeers;
+        s.tep_count = opt_.count[GEN_teps] ? static_cast<uint32_t>(opt_.count[GEN_teps]) : kGenPeers;
         s.local_mac_count = static_cast<uint32_t>(c_.local);
         s.local_mac_ipv4_count = static_cast<uint32_t>(local_v4_);
         s.local_mac_ipv6_count = static_cast<uint32_t>(local_v6_);
         s.remote_mac_count = static_cast<uint32_t>(c_.remote);
         s.remote_mac_ipv4_count = static_cast<uint32_t>(c_.ipv4 - local_v4_);
         s.remote_mac_ipv6_count = static_cast<uint32_t>(c_.ipv6 - local_v6_);
-        s.es_count = kSegments;
-        s.neighbor_count = kPeers;
+        s.es_count = kGenSegments;
+        s.neighbor_count = kGenPeers;
         if (!put(kSummaryBase, &s, &bag_desc_l2vpn_evpn_summary_bag)) return false;
         if (json_ && !json_->end()) {
             err_ = "writing the snapshot failed";
@@ -235,7 +262,7 @@ class Generator {
 
     bool evi_routes(uint32_t evi, uint64_t quota) {
         RouteBuf &b = buf_;
-        uint8_t encap = evi_encap(evi, opt_.seed);
+        uint8_t encap = gen_evi_encap(evi, opt_.seed);
         snprintf(b.bd_name, sizeof b.bd_name, "bd-%u", evi);
         while (quota) {
             host_++;
@@ -247,9 +274,9 @@ class Generator {
             for (int kind = 0; kind < 3 && quota; kind++) {
                 if ((kind == 1 && !v4) || (kind == 2 && !v6)) continue;
                 if (kind == 0) memset(b.r.ip_address.bytes, 0, 16);
-                if (kind == 1) ipv4(b.r.ip_address, 0x0a000000u + static_cast<uint32_t>(host_));
+                if (kind == 1) gen_ipv4(b.r.ip_address, 0x0a000000u + static_cast<uint32_t>(host_));
                 if (kind == 2)
-                    ipv6(b.r.ip_address, 0x2001, 0xdb8, uint16_t(evi >> 16), uint16_t(evi),
+                    gen_ipv6(b.r.ip_address, 0x2001, 0xdb8, uint16_t(evi >> 16), uint16_t(evi),
                          static_cast<uint32_t>(host_));
                 // Symmetric IRB routes carry a layer-3 label.
                 b.r.l3_label = kind && encap == EVPN_ENCAP_MPLS && (host_ % 3 == 0) ? 25000 + evi % 1000 : 0;
@@ -283,7 +310,7 @@ class Generator {
         r.bd_name = b.bd_name;
         r.local_esi = r.remote_esi = const_cast<char *>(kZeroEsi);
         uint32_t ac = 1 + rng_.below(48);
-        uint32_t segment = rng_.below(kSegments);
+        uint32_t segment = rng_.below(kGenSegments);
         bool multihomed = rng_.chance(local ? 15 : 25);
         if (multihomed)
             snprintf(local ? b.local_esi : b.remote_esi, sizeof b.local_esi,
@@ -291,7 +318,7 @@ class Generator {
         if (local) {
             r.local = 1;
             r.local_encap = encap;
-            r.local_label = evi_label(encap, evi, 0);
+            r.local_label = gen_evi_label(encap, evi, 0);
             if (multihomed) {
                 r.local_esi = b.local_esi;
                 snprintf(b.nexthop_name, sizeof b.nexthop_name, "bond%u.%u", segment + 1, evi);
@@ -312,7 +339,7 @@ class Generator {
             r.local_ac_id = ac;
             r.bp_ifh = 4096 + ac * 32;
             if (encap == EVPN_ENCAP_SRV6) {
-                srv6_sid(b.local_sid, 1, uint16_t(r.local_label), 63);
+                gen_srv6_sid(b.local_sid, 1, uint16_t(r.local_label), 63);
                 r.local_sids = {1, &b.local_sid};
             }
             // A multi-homed local MAC is usually also synced from the peer.
@@ -362,20 +389,20 @@ class Generator {
         r.mac_producers |= 4;
         if (!r.local) r.best_producer = 4;
         r.remote_ac_id = 16 + rng_.below(16);
-        uint32_t first = rng_.below(kPeers);
+        uint32_t first = rng_.below(kGenPeers);
         for (uint32_t i = 0; i < n; i++) {
             EvpnPath &p = b.paths[i];
             memset(&p, 0, sizeof p);
-            uint32_t pe = 1 + (first + i) % kPeers;
+            uint32_t pe = 1 + (first + i) % kGenPeers;
             if (encap == EVPN_ENCAP_SRV6) {
-                ipv6(p.NextHop, 0x2001, 0xdb8, 0, 0, pe);
-                srv6_sid(b.path_sids[i], uint16_t(pe + 1), uint16_t(evi_label(encap, evi, pe)), 63);
+                gen_ipv6(p.NextHop, 0x2001, 0xdb8, 0, 0, pe);
+                gen_srv6_sid(b.path_sids[i], uint16_t(pe + 1), uint16_t(gen_evi_label(encap, evi, pe)), 63);
                 p.SRv6_SIDInfo = {1, &b.path_sids[i]};
             } else {
-                ipv4(p.NextHop, 0xc0000200u + pe);  // 192.0.2.<pe>
+                gen_ipv4(p.NextHop, 0xc0000200u + pe);  // 192.0.2.<pe>
             }
             p.TunnelEndpointID = pe;
-            p.OutputLabel = evi_label(encap, evi, pe);
+            p.OutputLabel = gen_evi_label(encap, evi, pe);
             p.OriginatingPE = p.NextHop;
             p.PathVerion = 1;
         }
@@ -383,6 +410,7 @@ class Generator {
     }
 
     const GenOptions &opt_;
+    const char *base_ = nullptr;
     SysdbWriter *w_;
     std::string &err_;
     std::optional<JsonOut> json_;
