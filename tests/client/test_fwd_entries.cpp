@@ -430,45 +430,6 @@ std::string nh(const char *nexthop, const char *label) {
            blanks(8 - strlen(label));
 }
 
-TEST_F(FwdEntries, EadLinesLocalFirstThenEveryNexthopUnderTheColumns) {
-    EvpnPath p[] = {path("192.0.2.2", 24002), path("192.0.2.3", 3), path("192.0.2.4", 24004)};
-    auto r = ead_route(true);
-    r.path_buffer = arr(p);
-    ASSERT_EQ(kEadCols.size(), 54u);
-    EXPECT_EQ(print(r), kEadCols + nh("192.0.2.1", "24001") + "\n" +
-                            kUnderCols + nh("192.0.2.2", "24002") + "\n" +
-                            kUnderCols + nh("192.0.2.3", "IMP-NULL") + "\n" +
-                            kUnderCols + nh("192.0.2.4", "24004") + "\n");
-
-    r.local = 0;  // the first next hop continues the route's columns
-    EXPECT_EQ(print(r), kEadCols + nh("192.0.2.2", "24002") + "\n" +
-                            kUnderCols + nh("192.0.2.3", "IMP-NULL") + "\n" +
-                            kUnderCols + nh("192.0.2.4", "24004") + "\n");
-
-    r.path_buffer = {};  // neither part: the columns still end their line
-    EXPECT_EQ(print(r), kEadCols + "\n");
-
-    auto vxlan = ead_route(true, kPerSegment);
-    vxlan.encap = 8;
-    vxlan.local_label = 3;  // a VNI, not the implicit-null label
-    EXPECT_EQ(print(vxlan),
-              "100        VXLAN  0011.2233.4455.6677.8899 0xffffffff " + nh("192.0.2.1", "3") + "\n");
-}
-
-TEST_F(FwdEntries, EadLocalOnlySkipsRemoteRoutesWholly) {
-    EvpnPath p[] = {path("192.0.2.2", 24002)};
-    auto remote = ead_route(false);
-    remote.path_buffer = arr(p);
-    show_filter.local_only = 1;
-    show_filter.private_view = 1;
-    EXPECT_EQ(print(remote), "");
-    auto both = ead_route(true);
-    both.path_buffer = arr(p);
-    show_filter.private_view = 0;
-    EXPECT_EQ(print(both), kEadCols + nh("192.0.2.1", "24001") + "\n" + kUnderCols +
-                               nh("192.0.2.2", "24002") + "\n");
-}
-
 // The SID column follows the general SRv6 capability, not the E-LAN one.
 TEST_F(FwdEntries, EadSidColumnFollowsSrv6Support) {
     Srv6Sid local_sids[] = {sid("fc00:0:1:e000::"), sid("fc00:0:1:e001::")};
@@ -488,7 +449,7 @@ TEST_F(FwdEntries, EadSidColumnFollowsSrv6Support) {
                             kUnderCols + nh("2001:db8::2", "24002") + "\n");
 }
 
-// Everything before "   Path Attributes:" and the blocks after it.
+// The path blocks after "   Path Attributes:".
 std::string path_attributes(const std::string &out) {
     const std::string mark = "   Path Attributes:\n";
     const size_t at = out.find(mark);
@@ -528,118 +489,6 @@ TEST_F(FwdEntries, EadPathAttributesPerEviAndPerSegment) {
     show_filter.detail = 0;
     show_filter.private_view = 1;
     EXPECT_EQ(path_attributes(print(per_es)).rfind(nexthop + kL2Block + "   EVI: 100\n", 0), 0u);
-}
-
-TEST_F(FwdEntries, EadPathLinesSteeringOriginAndIssues) {
-    EvpnPath p[] = {path("192.0.2.2", 24002), path("192.0.2.3", 24003)};
-    p[0].SR_TEInfo = SrTeInfo{2, 0, 24005, {}};
-    p[0].OriginatingPE = ip("192.0.2.20");
-    uint32_t codes[] = {1, 4};
-    p[1].Issues = arr(codes);
-    p[1].SR_TEInfo.SR_TEType = 9;  // steered by a kind without text: no N/A either
-    auto r = ead_route(false);
-    r.path_buffer = arr(p);
-    show_filter.detail = 1;
-    EXPECT_EQ(path_attributes(print(r)),
-              "     192.0.2.2" + blanks(30) + " SR-TE BSID 24005\n"
-              "       Originating IP: 192.0.2.20" + blanks(29) + "\n"
-              "      FRR Label: 0       \n"
-              "     192.0.2.3" + blanks(30) + " "
-              "      FRR Label: 0       \n"
-              "      Path Issues: Missing MPLS label, MTU mismatch\n");
-    r.encap = 255;
-    EXPECT_NE(print(r).find("      Path Issues: Missing SRv6 SID(s), MTU mismatch\n"),
-              std::string::npos);
-}
-
-TEST_F(FwdEntries, EadDetailHeadOfLocalAndRemoteRoutes) {
-    EvpnPath p[] = {path("192.0.2.2", 24002)};
-    auto r = ead_route(true, 0x00123456);
-    r.etag_type = 4;
-    r.path_buffer = arr(p);
-    r.local_l2_attributes = L2Attributes{1, 9000, 7, 0};
-    show_filter.detail = 1;
-    const std::string out = print(r);
-    const std::string head = "   EtherTag: <291,1110>\n"
-                             "   Source: Local, Remote, MPLS\n"
-                             "   Local:\n"
-                             "      FRR Label: 24009   \n"
-                             "      Layer 2 Attributes:\n"
-                             "       DF Role : Unknown\n"
-                             "       CW      : Not Specified\n"
-                             "       MTU     : 9000\n"
-                             "   Num Nexthops: 1\n"
-                             "   Path Attributes:\n";
-    EXPECT_NE(out.find("\n" + head), std::string::npos) << out;
-
-    auto remote = ead_route(false, kPerSegment);
-    remote.path_buffer = arr(p);
-    EXPECT_NE(print(remote).find("   EtherTag: MAX-ET\n   Source: Remote, MPLS\n"
-                                 "   Num Nexthops: 1\n"),
-              std::string::npos);
-}
-
-TEST_F(FwdEntries, EadControlWordWords) {
-    auto r = ead_route(true);
-    show_filter.detail = 1;
-    const struct { uint32_t code; const char *word; } cases[] = {
-        {0, "Not Specified"}, {1, "Disabled"}, {2, "Enabled"}, {3, "Not Specified"}};
-    for (const auto &c : cases) {
-        r.local_l2_attributes = L2Attributes{1, 1500, 0, c.code};
-        EXPECT_NE(print(r).find(std::string("       CW      : ") + c.word + "\n"),
-                  std::string::npos) << c.code;
-    }
-    r.local_l2_attributes.Valid = 0;
-    EXPECT_EQ(print(r).find("Layer 2"), std::string::npos);
-}
-
-// Everything from "   EVI:" on.
-std::string private_block(const std::string &out) {
-    const size_t at = out.find("   EVI: ");
-    return at == std::string::npos ? "<none>" : out.substr(at);
-}
-
-TEST_F(FwdEntries, EadPrivateRedundancyOnlyForPerSegmentRoutes) {
-    show_filter.private_view = 1;
-    const struct { uint32_t tag, single, flow; std::string lines; } cases[] = {
-        {kPerSegment, 0, 0, "   Remote redundancy: all-active\n"},
-        {kPerSegment, 1, 0, "   Remote redundancy: single-active\n"},
-        {kPerSegment, 0, 1, "   Remote redundancy: single-flow-active\n"},
-        {kPerSegment, 1, 1, "   Remote redundancy: single-active\n"
-                            "   Remote redundancy: single-flow-active\n"},
-        {0x64, 1, 1, ""},
-    };
-    for (const auto &c : cases) {
-        auto r = ead_route(true, c.tag);
-        r.remote_single_active = c.single;
-        r.remote_single_flow_active = c.flow;
-        EXPECT_EQ(private_block(print(r)).rfind("   EVI: 100\n" + c.lines +
-                                                "   VLAN-Aware Local AC: \n", 0), 0u)
-            << c.tag << " " << c.single << c.flow;
-    }
-}
-
-TEST_F(FwdEntries, EadPrivateAttachmentCircuitsAndHistory) {
-    char *acs[] = {text("eth3.201"), text("ports_2_eth4.201")};
-    auto r = ead_route(true);
-    r.vlan_aware_local_ac = text("ports_1_eth3.200");
-    r.vlan_aware_conflict_acs = arr(acs);
-    r.registered_with_tep = 1;
-    r.event_history_info = evt_hist_bag{text("ead-info"), {0, nullptr}};
-    show_filter.private_view = 1;
-    EXPECT_EQ(private_block(print(r)), "   EVI: 100\n"
-                                       "   VLAN-Aware Local AC: ports/1/eth3.200\n"
-                                       "   VLAN-Aware Conflict ACs: 2\n"
-                                       "    Conflict AC: eth3.201\n"
-                                       "    Conflict AC: ports/2/eth4.201\n"
-                                       "   Registered with TEP: yes\n"
-                                       "\nEVPN EAD event history (ead-info)\n"
-                                       "    No events\n"
-                                       "\n");
-    r.vlan_aware_conflict_acs = {};
-    r.registered_with_tep = 0;
-    EXPECT_NE(print(r).find("   VLAN-Aware Conflict ACs: 0\n   Registered with TEP: no\n"),
-              std::string::npos);
 }
 
 // A record that does not decode is refused with its trace; the walk goes on.
