@@ -1,7 +1,9 @@
 // Capability queries and the interface table, read once per process from the
 // operational database.
 #include "platform/caps.h"
+#include "platform/formatters.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -98,12 +100,13 @@ const char *l2vpn_if_name(uint32_t ifhandle, uint32_t) {
 
 const char *im_display_namestring(uint32_t ifhandle) { return l2vpn_if_name(ifhandle, 0); }
 
-void im_display_namestring(const char *name, char *buf, size_t size, int) {
-    if (buf == nullptr || size == 0) return;
+int im_display_namestring(const char *name, char *buf, size_t size, uint32_t) {
+    if (buf == nullptr || size == 0) return EINVAL;
     buf[0] = '\0';
-    if (name == nullptr || *name == '\0') return;
+    if (name == nullptr || *name == '\0') return EINVAL;
     load();
-    if (g_caps.names.count(name)) snprintf(buf, size, "%s", name);
+    if (!g_caps.names.count(name)) return ENOENT;
+    return im_display_form(name, buf, size);
 }
 
 const char *im_state_reverse_lookup(uint32_t ifhandle) {

@@ -681,3 +681,18 @@ const char *l2vpn_timeval_to_str(const timeval *tv) {
         bounded_printf(out + n, kRingSlotSize - n, ".%06u", usec);
     return out;
 }
+
+int im_display_form(const char *name, char *buf, size_t size) {
+    if (buf == nullptr || size == 0)
+        return EINVAL;
+    buf[0] = '\0';
+    if (name == nullptr || name[0] == '\0')
+        return EINVAL;
+    size_t len = 0;
+    for (; name[len] != '\0' && len < size - 1; len++) {
+        const unsigned char c = static_cast<unsigned char>(name[len]);
+        buf[len] = c == '_' ? '/' : (c < 0x20 || c == 0x7f) ? '?' : static_cast<char>(c);
+    }
+    buf[len] = '\0';
+    return name[len] == '\0' ? 0 : ENOSPC;
+}

@@ -187,6 +187,22 @@ const std::vector<ListingDef> kRegistry = {
       {"pathlist_id", KeyText::HEX}},
      {0, 1, 2, 3},
      {{"evi", {0}, {{0}}}, {"evi_esi", {0, 1}, {{0, 1}}}, {"evi_esi_tag", {0, 1, 2}, {{0, 1, 2}}}}},
+    // EAD routes: keys evi(0) esi(1) ethernet_tag(2) bd_name(3); one route
+    // per EVI, segment and tag, its local part and remote next hops in one
+    // record.
+    {EVPN_PATH_EAD,
+     &bag_desc_l2vpn_evpn_ead_bag,
+     false,
+     {{"evi", KeyText::HEX0X},
+      {"esi", KeyText::STR},
+      {"ethernet_tag", KeyText::HEX0X},
+      {"bd_name", KeyText::STR}},
+     {0, 1, 2},
+     {{"evi", {0}, {{0}}},
+      {"evi_esi", {0, 1}, {{0, 1}}},
+      {"esi", {1}, {{1}}},
+      {"bd", {3}, {{3}}},
+      {"bd_esi", {3, 1}, {{3, 1}}}}},
 };
 
 }  // namespace

@@ -60,11 +60,16 @@ class FwdEntries : public testing::Test {
     void TearDown() override {
         show_filter = saved_;
         unsetenv("EVPN_SRV6_ELAN");
+        unsetenv("EVPN_SRV6");
         platform_caps_reset();
         l2vpn_debug_set_enabled_bitset(0);
     }
     static void elan(bool on) {
         setenv("EVPN_SRV6_ELAN", on ? "1" : "0", 1);
+        platform_caps_reset();
+    }
+    static void srv6(bool on) {
+        setenv("EVPN_SRV6", on ? "1" : "0", 1);
         platform_caps_reset();
     }
     ShowFilter saved_;
@@ -722,6 +727,130 @@ TEST_F(LabelListing, CorruptEntryIsSkippedAndTheWalkGoesOn) {
     EXPECT_NE(c.out.find("\n\n3          MPLS "), std::string::npos) << c.out;
     EXPECT_EQ(c.out.find("\n2 "), std::string::npos) << c.out;
     EXPECT_NE(c.traces.find("evpn_show_datalist_display: bag decode "), std::string::npos) << c.traces;
+}
+
+// ---- EAD routes ------------------------------------------------------------------
+
+constexpr uint32_t kPerSegment = 0xFFFFFFFF;
+
+// EVI 100, MPLS, segment 0011.2233.4455.6677.8899, tag 0x64; local when asked.
+l2vpn_evpn_ead_bag ead_route(bool local, uint32_t tag = 0x64) {
+    l2vpn_evpn_ead_bag r{};
+    r.evi = 100;
+    r.encap = 10;
+    r.esi = text("0011.2233.4455.6677.8899");
+    r.ethernet_tag = tag;
+    r.local = local;
+    r.local_nexthop = ip("192.0.2.1");
+    r.local_label = 24001;
+    r.local_frr_label = 24009;
+    return r;
+}
+
+std::string print(const l2vpn_evpn_ead_bag &r) {
+    return stdout_of([&] { print_evpn_ead_bag(&r, "item", nullptr); });
+}
+
+// The route's columns: "%-10u %-6s %-24.24s 0x%-8x " (54 characters).
+const std::string kEadCols = "100        MPLS   0011.2233.4455.6677.8899 0x64       ";
+const std::string kUnderCols = blanks(54);
+std::string nh(const char *nexthop, const char *label) {
+    return std::string(nexthop) + blanks(39 - strlen(nexthop)) + " " + label +
+           blanks(8 - strlen(label));
+}
+
+// The SID column follows the general SRv6 capability, not the E-LAN one.
+TEST_F(FwdEntries, EadSidColumnFollowsSrv6Support) {
+    Srv6Sid local_sids[] = {sid("fc00:0:1:e000::"), sid("fc00:0:1:e001::")};
+    EvpnPath p[] = {path("2001:db8::2", 24002)};
+    auto r = ead_route(true);
+    r.local_sids = arr(local_sids);
+    r.path_buffer = arr(p);
+    const std::string bare = kEadCols + nh("192.0.2.1", "24001") + "\n" + kUnderCols +
+                             nh("2001:db8::2", "24002") + "\n";
+    srv6(false);
+    elan(true);
+    EXPECT_EQ(print(r), bare);
+    srv6(true);
+    elan(false);
+    EXPECT_EQ(print(r), kEadCols + nh("192.0.2.1", "24001") + " fc00:0:1:e000::" + blanks(24) +
+                            "\n" + blanks(103) + "fc00:0:1:e001::" + blanks(24) + "\n" +
+                            kUnderCols + nh("2001:db8::2", "24002") + "\n");
+}
+
+// The path blocks after "   Path Attributes:".
+std::string path_attributes(const std::string &out) {
+    const std::string mark = "   Path Attributes:\n";
+    const size_t at = out.find(mark);
+    return at == std::string::npos ? "<none>" : out.substr(at + mark.size());
+}
+
+const std::string kL2Block = "      Layer 2 Attributes:\n       DF Role : Primary\n"
+                             "       CW      : Enabled\n       MTU     : 1500\n";
+
+TEST_F(FwdEntries, EadPathAttributesPerEviAndPerSegment) {
+    EvpnPath p[] = {path("192.0.2.2", 24002)};
+    p[0].RerouteLabel = 24003;
+    p[0].Layer2Attributes = L2Attributes{1, 1500, 1, 2};
+    const uint8_t ges[6] = {0x02, 0, 0, 0, 0, 0x11};
+    memcpy(p[0].GES_MACAddress, ges, sizeof ges);
+
+    auto per_evi = ead_route(false);
+    per_evi.path_buffer = arr(p);
+    show_filter.detail = 1;
+    const std::string nexthop = "     192.0.2.2" + blanks(30) + " SR-TE N/A\n";
+    EXPECT_EQ(path_attributes(print(per_evi)),
+              nexthop + "      FRR Label: 24003   \n" + kL2Block);
+
+    // Per segment: the grouping MAC instead of the FRR label, and the
+    // layer-2 block only for a single-active segment or in the private view.
+    auto per_es = ead_route(false, kPerSegment);
+    per_es.path_buffer = arr(p);
+    const std::string grouping = nexthop + "      Grouping MAC: 0200.0000.0011\n";
+    EXPECT_EQ(path_attributes(print(per_es)), grouping);
+    per_es.remote_single_active = 1;
+    EXPECT_EQ(path_attributes(print(per_es)), grouping + kL2Block);
+    per_es.remote_single_active = 0;
+    per_es.remote_single_flow_active = 1;
+    EXPECT_EQ(path_attributes(print(per_es)), grouping);
+    memset(p[0].GES_MACAddress, 0, 6);  // no usable grouping MAC: no line
+    EXPECT_EQ(path_attributes(print(per_es)), nexthop);
+    show_filter.detail = 0;
+    show_filter.private_view = 1;
+    EXPECT_EQ(path_attributes(print(per_es)).rfind(nexthop + kL2Block + "   EVI: 100\n", 0), 0u);
+}
+
+// A record that does not decode is refused with its trace; the walk goes on.
+TEST(EadWalk, RecordThatDoesNotDecodeIsSkipped) {
+    const std::string root = "/oper/evpn/gl/";
+    const std::string db = spine_test::build_db("ead_corrupt.db", [&](evpn::SysdbWriter &w) {
+        std::string err;
+        for (uint32_t evi : {1u, 3u}) {
+            auto r = ead_route(true);
+            r.evi = evi;
+            EXPECT_TRUE(w.add(root, EVPN_PATH_EAD, &r, err)) << err;
+        }
+        EXPECT_TRUE(w.add_raw(root, EVPN_PATH_EAD, "0x2,0011.2233.4455.6677.8899,0x64",
+                              std::string("\0\0\0\2", 4), err)) << err;
+    });
+    setenv("EVPN_SYSDB", db.c_str(), 1);
+    platform_caps_reset();
+    ASSERT_EQ(_sysdb_bind(&sysdb_handle, root.c_str(), SYSDB_BIND_READ), 0u);
+    const ShowFilter saved = show_filter;
+    show_filter = ShowFilter{.node_id = L2FIB_ALL_NODES};
+    spine_test::Capture c = spine_test::capture([] { evpn_show_dispatch(9); });
+    _sysdb_unbind(sysdb_handle);
+    sysdb_handle = nullptr;
+    show_filter = saved;
+    unsetenv("EVPN_SYSDB");
+    platform_caps_reset();
+
+    EXPECT_NE(c.out.find("\n1          MPLS "), std::string::npos) << c.out;
+    EXPECT_NE(c.out.find("\n3          MPLS "), std::string::npos) << c.out;
+    EXPECT_EQ(c.out.find("\n2   "), std::string::npos) << c.out;
+    EXPECT_NE(c.traces.find("evpn_show_datalist_display: bag decode " +
+                            std::string(cerr_strerror(BAG_ERR_TRUNCATED)) + "\n"),
+              std::string::npos) << c.traces;
 }
 
 }  // namespace

@@ -306,6 +306,19 @@ TEST(Formatters, AttachmentNames) {
     EXPECT_NE(imc_internal_namestring("ports/1/eth10", key, sizeof key, 0), 0);
     EXPECT_NE(imc_internal_namestring("", key, sizeof key, 0), 0);
     EXPECT_NE(imc_internal_namestring(nullptr, key, sizeof key, 0), 0);
+
+    // The display form reverses the key form; it never carries a control byte.
+    char shown[13];
+    EXPECT_EQ(im_display_form("ports_1_eth1", shown, sizeof shown), 0);
+    EXPECT_STREQ(shown, "ports/1/eth1");
+    EXPECT_EQ(im_display_form("a\x1b[2J\x7f", shown, sizeof shown), 0);
+    EXPECT_STREQ(shown, "a?[2J?");
+    EXPECT_NE(im_display_form("ports_1_eth10", shown, sizeof shown), 0);
+    EXPECT_STREQ(shown, "ports/1/eth1");  // cut at the buffer
+    EXPECT_NE(im_display_form(nullptr, shown, sizeof shown), 0);
+    EXPECT_STREQ(shown, "");
+    EXPECT_NE(im_display_form("", shown, sizeof shown), 0);
+    EXPECT_NE(im_display_form("eth1", nullptr, 8), 0);
 }
 
 // ---- Printers ----------------------------------------------------------------

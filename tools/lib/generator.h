@@ -19,7 +19,8 @@
     X(imcast, EVPN_PATH_IMCAST, "inclusive-multicast routes")                 \
     X(neighbors, EVPN_PATH_NEIGHBOR, "neighbors")                               \
     X(labels, EVPN_PATH_LABEL_DETAIL, "label entries (detailed listing)")       \
-    X(pathlists, EVPN_PATH_PATHLIST, "pathlists of the label entries")
+    X(pathlists, EVPN_PATH_PATHLIST, "pathlists of the label entries")          \
+    X(ead, EVPN_PATH_EAD, "EAD routes")
 
 namespace evpn {
 

@@ -23,7 +23,7 @@ constexpr RecordTypeDef kNeighbor =
     record_type<l2vpn_evpn_neighbor_bag>(print_evpn_neighbor_bag, 200);
 constexpr RecordTypeDef kNeighborLeaf =
     record_type<l2vpn_evpn_neighbor_bag>(print_evpn_neighbor_leaf_evis, 200);
-constexpr RecordTypeDef kEadRoute = pending_type(200);      // print_evpn_ead_bag
+constexpr RecordTypeDef kEadRoute = record_type<l2vpn_evpn_ead_bag>(print_evpn_ead_bag, 200);
 constexpr RecordTypeDef kPathlist = record_type<l2vpn_evpn_pl_bag>(print_evpn_pl_bag, 200);
 
 constexpr uint32_t kEthernetTagMax = 0xFFFFFFFF;
@@ -43,6 +43,10 @@ constexpr size_t kSidIndentSize = 200;
 constexpr int kNexthopWidth = 39;
 
 constexpr char kMacHistoryTitle[] = "EVPN MAC event history";
+constexpr char kEadHistoryTitle[] = "EVPN EAD event history";
+
+constexpr size_t kEthernetTagTextSize = 80;
+constexpr size_t kInterfaceNameSize = 64;
 
 // ---- Words -------------------------------------------------------------------
 
@@ -69,6 +73,18 @@ constexpr const char *kExtFlagWords[] = {
     "Pref-Rib,", "Rmt ETree RT Leaf,", "LP-80,", "Dflt GW,",                        // 8-11
     "E-Tree mismatch,", "FHRP,", "CFM,",                                            // 12-14
 };
+
+// Words of the control-word codes of layer-2 attributes; any other code
+// reads "Not Specified".
+constexpr uint32_t kControlWordDisabled = 1;
+constexpr uint32_t kControlWordEnabled = 2;
+const char *control_word_word(uint32_t cw) {
+    switch (cw) {
+    case kControlWordEnabled: return "Enabled";
+    case kControlWordDisabled: return "Disabled";
+    default: return "Not Specified";
+    }
+}
 
 const char *yes_no(uint32_t flag) { return flag ? "Yes" : "No"; }
 const char *leaf_root(uint32_t leaf) { return leaf ? "Leaf" : "Root"; }
@@ -101,10 +117,16 @@ void format_route_columns(const l2vpn_evpn_mac_bag *mac, uint8_t bgp_encap,
              l2vpn_inet_ntop(&mac->ip_address));
 }
 
-// The SID column of a route line, only where the platform has SRv6 E-LAN.
-void print_sid_column(const bag_array<Srv6Sid> *sids, const char *indent) {
-    if (l2vpn_platform_srv6_elan_supported())
-        print_srv6_sid_list(sids, indent, false, false, true);
+// The SID column of a MAC or EAD route line, where the platform capability
+// the command asks for is present (asked anew for every line): the first SID
+// behind the label column, each further one on a line of its own under it.
+void print_route_sid_column(const bag_array<Srv6Sid> *sids, int supported) {
+    static char indent[kSidIndentSize];  // made once: this runs per route line
+    if (!supported)
+        return;
+    if (!indent[0])
+        snprintf(indent, sizeof indent, "%102s", "");
+    print_srv6_sid_list(sids, indent, false, false, true);
 }
 
 // Next hop and label of the local attachment.
@@ -195,6 +217,94 @@ void print_mac_private(const l2vpn_evpn_mac_bag *mac) {
     print_detail_line("L3 Label", "%d", mac->l3_label);
     infra_db_print_evt_hist_bag(&mac->event_history, &mac->event_history_info,
                                 kMacHistoryTitle);
+}
+
+// ---- EAD route lines ---------------------------------------------------------
+
+// The layer-2 attributes of a local route or a path; nothing when not received.
+void print_l2_attributes(const L2Attributes &attrs) {
+    static constexpr char kIndent[] = "      ";
+    if (!attrs.Valid)
+        return;
+    printf("%sLayer 2 Attributes:\n%s DF Role : %s\n%s CW      : %s\n%s MTU     : %u\n",
+           kIndent, kIndent, evpn_bag_df_role_to_str(attrs.DesignatedForwarderRole), kIndent,
+           control_word_word(attrs.ControlWord), kIndent, attrs.MTU);
+}
+
+// Next hop, label and SIDs of one line of an EAD route, after its route
+// columns (or the blanks standing under them).
+void print_ead_nexthop(const l2vpn_ip_addr_t &nexthop, uint32_t label, uint32_t encap,
+                       const bag_array<Srv6Sid> *sids) {
+    char label_text[EVPN_LABEL_TEXT_SIZE];
+    l2vpn_mpls_label_to_str(label, label_text, sizeof label_text, encap);
+    show_printf("%-39.39s %-8.8s", l2vpn_inet_ntop(&nexthop), label_text);
+    print_route_sid_column(sids, l2vpn_platform_srv6_supported());
+    putchar('\n');
+}
+
+void print_ead_path_attributes(const l2vpn_evpn_ead_bag *ead, const EvpnPath &path) {
+    const bool per_segment = ead->ethernet_tag == kEthernetTagMax;
+    printf("     %-39.39s ", l2vpn_inet_ntop(&path.NextHop));
+    if (!print_sr_te_info("SR-TE ", &path.SR_TEInfo))
+        fputs("SR-TE N/A\n", stdout);
+    static constexpr l2vpn_ip_addr_t kNoAddress{};
+    if (memcmp(&path.OriginatingPE, &kNoAddress, sizeof kNoAddress) != 0)
+        printf("       Originating IP: %-39.39s\n", l2vpn_inet_ntop(&path.OriginatingPE));
+    if (!per_segment) {
+        char label_text[EVPN_LABEL_TEXT_SIZE];
+        l2vpn_mpls_label_to_str(path.RerouteLabel, label_text, sizeof label_text, ead->encap);
+        printf("      FRR Label: %-8.8s\n", label_text);
+    } else if (is_valid_mac(path.GES_MACAddress)) {
+        printf("      Grouping MAC: %s\n", macstring(path.GES_MACAddress, 6));
+    }
+    // A per-segment route of an all-active segment shows its paths' layer-2
+    // attributes only in the private view.
+    if (show_filter.private_view || !per_segment || ead->remote_single_active)
+        print_l2_attributes(path.Layer2Attributes);
+    print_path_issues(&path.Issues, ead->encap, "      ");
+}
+
+void print_ead_detail(const l2vpn_evpn_ead_bag *ead) {
+    const uint32_t paths = count_of(ead->path_buffer);
+    char tag[kEthernetTagTextSize];
+    format_ethernet_tag(tag, sizeof tag, ead->etag_type, ead->ethernet_tag);
+    printf("   EtherTag: %s\n", tag);
+    printf("   Source: %s%s%s\n", ead->local ? "Local, " : "", paths ? "Remote, " : "",
+           evpn_bgp_encap_type_to_str(ead->encap));
+    if (ead->local) {
+        char label_text[EVPN_LABEL_TEXT_SIZE];
+        l2vpn_mpls_label_to_str(ead->local_frr_label, label_text, sizeof label_text, ead->encap);
+        printf("   Local:\n      FRR Label: %-8.8s\n", label_text);
+        print_l2_attributes(ead->local_l2_attributes);
+    }
+    printf("   Num Nexthops: %u\n   Path Attributes:\n", paths);
+    for (uint32_t i = 0; i < paths; i++)
+        print_ead_path_attributes(ead, ead->path_buffer.data[i]);
+}
+
+void print_ead_private(const l2vpn_evpn_ead_bag *ead) {
+    printf("   EVI: %u\n", ead->evi);
+    if (ead->ethernet_tag == kEthernetTagMax) {
+        if (ead->remote_single_active)
+            fputs("   Remote redundancy: single-active\n", stdout);
+        if (ead->remote_single_flow_active)
+            fputs("   Remote redundancy: single-flow-active\n", stdout);
+        if (!ead->remote_single_active && !ead->remote_single_flow_active)
+            fputs("   Remote redundancy: all-active\n", stdout);
+    }
+    char name[kInterfaceNameSize];
+    im_display_namestring(ead->vlan_aware_local_ac, name, sizeof name, 0);
+    printf("   VLAN-Aware Local AC: %s\n", name);
+    const uint32_t conflicts = count_of(ead->vlan_aware_conflict_acs);
+    printf("   VLAN-Aware Conflict ACs: %d\n", static_cast<int>(conflicts));
+    for (uint32_t i = 0; i < conflicts; i++) {
+        im_display_namestring(ead->vlan_aware_conflict_acs.data[i], name, sizeof name, 0);
+        printf("    Conflict AC: %s\n", name);
+    }
+    printf("   Registered with TEP: %s\n", ead->registered_with_tep ? "yes" : "no");
+    infra_db_print_evt_hist_bag(&ead->event_history, &ead->event_history_info,
+                                kEadHistoryTitle);
+    putchar('\n');
 }
 
 }  // namespace
@@ -319,9 +429,6 @@ void print_evpn_mac_bag_debug(const l2vpn_evpn_mac_bag *mac) {
 void print_evpn_mac_bag(const void *record, const char *, PrintContext *) {
     const auto *mac = static_cast<const l2vpn_evpn_mac_bag *>(record);
     char label_text[EVPN_LABEL_TEXT_SIZE] = {};
-    static char sid_indent[kSidIndentSize];  // made once: this runs per route
-    if (!sid_indent[0])
-        snprintf(sid_indent, sizeof sid_indent, "%102s", "");
 
     print_evpn_mac_bag_debug(mac);
 
@@ -334,7 +441,7 @@ void print_evpn_mac_bag(const void *record, const char *, PrintContext *) {
         fputs(columns, stdout);
         l2vpn_mpls_label_to_str(mac->local_label, label_text, EVPN_LABEL_TEXT_SIZE, mac->encap);
         print_local_nexthop(mac, label_text);
-        print_sid_column(&mac->local_sids, sid_indent);
+        print_route_sid_column(&mac->local_sids, l2vpn_platform_srv6_elan_supported());
         putchar('\n');
     }
 
@@ -349,7 +456,7 @@ void print_evpn_mac_bag(const void *record, const char *, PrintContext *) {
         fputs(columns, stdout);
         l2vpn_mpls_label_to_str(path.OutputLabel, label_text, EVPN_LABEL_TEXT_SIZE, mac->encap);
         show_printf(" %-39.39s %-8s", l2vpn_inet_ntop(&path.NextHop), label_text);
-        print_sid_column(&path.SRv6_SIDInfo, sid_indent);
+        print_route_sid_column(&path.SRv6_SIDInfo, l2vpn_platform_srv6_elan_supported());
         putchar('\n');
     }
 
@@ -727,6 +834,37 @@ void print_evpn_pl_bag(const void *record, const char *, PrintContext *) {
     }
     infra_db_print_evt_hist_bag(&pl->event_history, &pl->event_history_info, kHistoryTitle);
     putchar('\n');
+}
+
+// ---- EAD routes ----------------------------------------------------------------
+
+// One line for the local route and one per remote next hop; the first next
+// hop of a route without a local part continues the route's columns, every
+// other line stands under them.
+void print_evpn_ead_bag(const void *record, const char *, PrintContext *) {
+    const auto *ead = static_cast<const l2vpn_evpn_ead_bag *>(record);
+    if (show_filter.local_only && !ead->local)
+        return;
+
+    show_printf("%-10u %-6s %-24.24s 0x%-8x ", ead->evi, evpn_bgp_encap_type_to_str(ead->encap),
+                text_of(ead->esi), ead->ethernet_tag);
+    if (ead->local)
+        print_ead_nexthop(ead->local_nexthop, ead->local_label, ead->encap, &ead->local_sids);
+    const uint32_t paths = count_of(ead->path_buffer);
+    for (uint32_t i = 0; i < paths; i++) {
+        const EvpnPath &path = ead->path_buffer.data[i];
+        if (i > 0 || ead->local)
+            show_printf("%54s", "");  // under the route's columns
+        print_ead_nexthop(path.NextHop, path.OutputLabel, ead->encap, &path.SRv6_SIDInfo);
+    }
+    if (!ead->local && paths == 0)
+        putchar('\n');  // a route with neither part still ends its line
+
+    if (!show_filter.detail && !show_filter.private_view)
+        return;
+    print_ead_detail(ead);
+    if (show_filter.private_view)
+        print_ead_private(ead);
 }
 
 // ============================================================================

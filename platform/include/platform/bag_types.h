@@ -129,6 +129,22 @@ template <class T> struct bag_record_info;
     S(evt_hist_bag, event_history) S(evt_hist_bag, event_history_info)          \
     F(STR, bd_name)
 
+// One Ethernet auto-discovery route: per EVI (a real ethernet_tag) or per
+// segment (ethernet_tag 0xFFFFFFFF), its local part and its remote next hops
+// in path_buffer. esi is the segment's identifier as text; etag_type 4 makes
+// ethernet_tag a VLAN pair. vlan_aware_local_ac and vlan_aware_conflict_acs
+// are internal interface names. bd_name: the bridge domain of the route; key
+// of the bd indices, not printed.
+#define BAG_FIELDS_l2vpn_evpn_ead_bag(F, S, A, AS, FS)                          \
+    F(U32, evi) F(U32, encap) F(U32, etag_type) F(STR, esi)                     \
+    F(U32, ethernet_tag) F(IP, local_nexthop) F(U32, local_label)               \
+    AS(Srv6Sid, local_sids) F(BOOL, local) F(BOOL, remote_single_active)        \
+    F(BOOL, remote_single_flow_active) AS(EvpnPath, path_buffer)                \
+    F(U32, local_frr_label) F(STR, vlan_aware_local_ac)                         \
+    A(STR, vlan_aware_conflict_acs) S(evt_hist_bag, event_history)              \
+    S(evt_hist_bag, event_history_info) S(L2Attributes, local_l2_attributes)    \
+    F(BOOL, registered_with_tep) F(STR, bd_name)
+
 // ---- Instances -------------------------------------------------------------
 
 #define BAG_FIELDS_l2vpn_evpn_evi_summary_bag(F, S, A, AS, FS)                  \
@@ -468,7 +484,8 @@ template <class T> struct bag_record_info;
     X(l2vpn_evpn_imcast_bag, 200)                                               \
     X(l2vpn_evpn_neighbor_bag, 104)                                             \
     X(l2vpn_evpn_label_bag, 296)                                                \
-    X(l2vpn_evpn_pl_bag, 120)
+    X(l2vpn_evpn_pl_bag, 120)                                                   \
+    X(l2vpn_evpn_ead_bag, 216)
 
 BAG_SUBRECORDS(BAG_DECLARE)
 BAG_RECORDS(BAG_DECLARE_RECORD)

@@ -13,11 +13,11 @@ int l2vpn_platform_srv6_elan_supported(void);
 const char *l2vpn_if_name(uint32_t ifhandle, uint32_t flags);
 // Display name of an interface (the name as the table stores it).
 const char *im_display_namestring(uint32_t ifhandle);
-// Display form of an interface name into buf (size bytes, cut to size - 1):
-// the name when the interface table holds an interface of that name, else
-// the empty text. Names of this platform have one form, so short_form
-// changes nothing.
-void im_display_namestring(const char *name, char *buf, size_t size, int short_form);
+// Display form (im_display_form) of an internal interface name into buf (size
+// bytes, cut to size - 1) when the interface table holds an interface of that
+// name; else the empty text and non-zero. Names of this platform have one
+// form, so flags change nothing (the short form of a brief line is the same).
+int im_display_namestring(const char *name, char *buf, size_t size, uint32_t flags);
 // State word of an interface ("Up", "Down", ...); "Unknown" when not known.
 const char *im_state_reverse_lookup(uint32_t ifhandle);
 // Name of an interface state code of the interface manager; "Unknown" for a

@@ -136,3 +136,9 @@ int is_name_etree_es(const char *name);  // "ETREE:<name>": the E-Tree segment
 void convert_pw_or_vfi_ves_namestring(const char *name, char *buf);
 // Interface name to the internal form used in database keys ("/" -> "_"); 0 on success.
 int imc_internal_namestring(const char *name, char *buf, size_t size, uint32_t flags);
+// Display form of an internal interface name ("_" -> "/", the reverse of
+// imc_internal_namestring; a control character shows as '?') into buf,
+// cut at size - 1. 0 on success; non-zero for a null or empty name (buf
+// emptied) or a cut text. im_display_namestring (caps.h) gives it for the
+// interfaces the platform knows.
+int im_display_form(const char *name, char *buf, size_t size);
