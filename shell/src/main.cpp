@@ -122,7 +122,10 @@ int show_help(int, int) {
     for (const Choice &c : shown) width = std::max(width, c.word.size());
     printf("?\n");
     if (shown.empty()) printf("%% Unrecognized command\n");
-    for (const Choice &c : shown) printf("  %-*s  %s\n", static_cast<int>(width), c.word.c_str(), c.help.c_str());
+    for (const Choice &c : shown) {
+        if (c.help.empty()) printf("  %s\n", c.word.c_str());
+        else printf("  %-*s  %s\n", static_cast<int>(width), c.word.c_str(), c.help.c_str());
+    }
     fflush(stdout);
     rl_on_new_line();
     rl_redisplay();

@@ -86,6 +86,7 @@ std::string command_synopsis(const char *path) {
 std::string manual_page() {
     std::ostringstream m;
     m << ".TH EVPN_SHELL 1 \"\" \"evpn_show\" \"User Commands\"\n"
+      << ".nh\n"
       << ".SH NAME\n"
       << "evpn_shell \\- command shell for the EVPN show reports\n"
       << ".SH SYNOPSIS\n"

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 
+#include <cctype>
 #include <cstdint>
 #include <cstdio>
 
@@ -22,16 +23,18 @@ std::string format(const char *fmt, unsigned long long v) {
     return buf;
 }
 
-// Text made only of hexadecimal digits and the separators a MAC, an ESI or an
-// address uses is taken as meant for one, so that a malformed value is
+// Letters and digits joined by dots or colons (or hexadecimal digits joined by
+// hyphens) are taken as meant for a MAC, an ESI or an address, so that a malformed value is
 // reported as such rather than as an unknown word.
 bool looks_like_address(std::string_view text) {
-    bool separator = false;
+    bool dot_or_colon = false, hyphen = false, hex_only = true;
     for (char c : text) {
-        if (c == '.' || c == ':' || c == '-') separator = true;
-        else if (!is_hex(c)) return false;
+        if (c == '.' || c == ':') dot_or_colon = true;
+        else if (c == '-') hyphen = true;
+        else if (!isalnum(static_cast<unsigned char>(c))) return false;
+        else if (!is_hex(c)) hex_only = false;
     }
-    return separator;
+    return dot_or_colon || (hyphen && hex_only);
 }
 
 Conversion fail(Conversion::Fit fit, std::string reason) {
