@@ -154,7 +154,12 @@ int run_interactive(const Session &s) {
     const std::string history = history_file();
     if (!history.empty()) read_history(history.c_str());
     int last = 0;
-    while (char *raw = readline(kPrompt)) {
+    for (;;) {
+        char *raw = readline(kPrompt);
+        if (!raw) {
+            putchar('\n');  // end of input leaves the cursor after the prompt
+            break;
+        }
         std::string line(raw);
         free(raw);
         if (line.find_first_not_of(" \t") != std::string::npos) add_history(line.c_str());

@@ -130,6 +130,13 @@ TEST(ShellGrammar, EveryCommandMakesItsClientCommandLine) {
         EXPECT_EQ(args_of(c.line), c.args) << c.line;
     }
     for (const Command &c : commands()) EXPECT_TRUE(covered.count(&c)) << "no case for " << c.path;
+    for (const Filter &f : filters()) {
+        if (!f.word) continue;  // values typed after a command word come with their command's case
+        bool used = false;
+        for (const auto &c : cases)
+            for (const Word &w : split_words(c.line)) used |= w.text == f.word;
+        EXPECT_TRUE(used) << "no case for " << f.word;
+    }
 }
 
 TEST(ShellGrammar, OneCommandWrittenTwoWaysMakesOneCommandLine) {
