@@ -2,7 +2,11 @@
 //
 //   evpn_sysdb load SNAPSHOT.json [--db FILE]
 //   evpn_sysdb dump [PATH] [--db FILE] [--root ROOT]
+//   evpn_sysdb dump [SHOW OPTIONS] COMMAND [--db FILE]
 //   evpn_sysdb gen [--routes N] [--evis E] [--<kind> N ...] [--seed S] [--db FILE] [--json FILE]
+//   evpn_sysdb listings
+//   evpn_sysdb --help | --version
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -16,12 +20,14 @@
 #include <string>
 #include <vector>
 
+#include "evpn_show_print.h"
 #include "generator.h"
 #include "json_record.h"
 #include "platform/bag.h"
 #include "platform/cerr.h"
 #include "platform/sysdb.h"
 #include "platform/sysdb_registry.h"
+#include "platform/sysdb_schema.h"
 #include "snapshot.h"
 #include "sysdb_writer.h"
 
@@ -35,55 +41,106 @@ std::string kind_option(const evpn::GenKindInfo &k) {
     return o;
 }
 
-int usage() {
-    fprintf(stderr,
+void help(FILE *out) {
+    fprintf(out,
             "usage: evpn_sysdb load SNAPSHOT.json [--db FILE]\n"
             "       evpn_sysdb dump [PATH] [--db FILE] [--root ROOT]\n"
+            "       evpn_sysdb dump [SHOW OPTIONS] COMMAND [--db FILE]\n"
             "       evpn_sysdb gen [--routes N] [--evis E] [--KIND N ...] [--seed S] [--db FILE]\n"
             "                      [--json FILE]\n"
-            "FILE defaults to $EVPN_SYSDB, else %s.\n"
-            "ROOT defaults to /oper/evpn/gl/. Without PATH, dump prints the whole database\n"
-            "as a snapshot; with PATH, the items of that listing or the one item.\n"
+            "       evpn_sysdb listings\n"
+            "       evpn_sysdb --help | --version\n"
+            "\n"
+            "load builds FILE from a snapshot (\"-\" reads standard input); FILE is left as\n"
+            "it was when the snapshot has an error. Without PATH, dump prints the whole\n"
+            "database as a snapshot; with PATH, the items of that listing or the one item;\n"
+            "with a show command (evpn_show_client's options and number: dump -M 64 0),\n"
+            "exactly the records that command lists, in its order, as JSON Lines.\n"
             "gen fills FILE (and, with --json, a snapshot of the same data) with N\n"
             "synthetic MAC routes over E EVIs (default 0 routes, 1 EVI) and N records of\n"
-            "each KIND asked for; the same seed gives the same data. Kinds:\n",
-            sysdb_library_path());
+            "each KIND asked for; the same seed gives the same data. listings names the\n"
+            "listings a database can hold. Kinds:\n");
     for (const evpn::GenKindInfo &k : evpn::kGenKinds)
-        fprintf(stderr, "  %-16s %s\n", kind_option(k).c_str(), k.what);
+        fprintf(out, "  %-16s %s\n", kind_option(k).c_str(), k.what);
+    fprintf(out,
+            "\n"
+            "FILE: $EVPN_SYSDB; else, run from a build tree, its demo.db; else, installed\n"
+            "in PREFIX/bin, PREFIX/var/lib/evpn-show/sysdb.db (/var/lib/... for /usr).\n"
+            "Here: %s (%s).\n"
+            "ROOT: /oper/evpn/gl/ (default), /oper/evpn/gl/stdby/ or /oper/evpn/node/<hex id>/.\n"
+            "Exit status: 0 done, 1 failed (nothing changed), 2 bad command line.\n",
+            sysdb_library_path(), sysdb_library_path_origin());
+}
+
+// A command line that does not parse: what is wrong, on standard error.
+int bad_usage(const char *command, const std::string &what) {
+    fprintf(stderr, "evpn_sysdb: %s%s%s\nTry 'evpn_sysdb --help'.\n", command, *command ? ": " : "",
+            what.c_str());
     return 2;
+}
+
+// The default database of an installed program lives in a folder of its own
+// (PREFIX/var/lib/evpn-show) that nothing else makes: a writing command makes
+// it on first use. A database named on the command line is left to its owner.
+bool make_default_folder(const std::string &db) {
+    if (strcmp(sysdb_library_path_origin(), "installed") != 0) return true;
+    for (size_t slash = db.find('/', 1); slash != std::string::npos; slash = db.find('/', slash + 1)) {
+        std::string dir = db.substr(0, slash);
+        if (mkdir(dir.c_str(), 0755) != 0 && errno != EEXIST) {
+            fprintf(stderr, "evpn_sysdb: cannot make %s: %s\n", dir.c_str(), strerror(errno));
+            return false;
+        }
+    }
+    return true;
 }
 
 struct Args {
     std::string command, arg, db, root = "/oper/evpn/gl/";
 };
 
-bool parse_args(int argc, char **argv, Args &a) {
-    if (argc < 2) return false;
+// 0 when the arguments parse, else the exit status with the complaint printed.
+int parse_args(int argc, char **argv, Args &a) {
     a.command = argv[1];
+    const char *c = a.command.c_str();
     for (int i = 2; i < argc; i++) {
         std::string s = argv[i];
-        if ((s == "--db" || s == "--root") && i + 1 < argc) {
+        if (s == "--db" || s == "--root") {
+            if (i + 1 >= argc) return bad_usage(c, s + " wants a value");
             (s == "--db" ? a.db : a.root) = argv[++i];
-        } else if (s.rfind("--", 0) == 0 || !a.arg.empty()) {
-            return false;
+        } else if (s.size() > 1 && s[0] == '-' && s != "-") {
+            return bad_usage(c, "unknown option '" + s + "'");
+        } else if (!a.arg.empty()) {
+            return bad_usage(c, "one argument only, got '" + a.arg + "' and '" + s + "'");
         } else {
             a.arg = s;
         }
     }
-    if (a.db.empty()) a.db = sysdb_library_path();
-    return true;
+    if (!sysdb_schema::valid_root(a.root.c_str()))
+        return bad_usage(c, "unknown root '" + a.root +
+                                "' (roots: /oper/evpn/gl/, /oper/evpn/gl/stdby/, "
+                                "/oper/evpn/node/<hex id>/)");
+    if (a.db.empty()) {
+        a.db = sysdb_library_path();
+        if (a.command == "load" && !make_default_folder(a.db)) return 1;
+    }
+    return 0;
 }
 
 int cmd_load(const Args &a) {
-    if (a.arg.empty()) return usage();
-    std::ifstream in(a.arg, std::ios::binary);
-    if (!in) {
-        fprintf(stderr, "evpn_sysdb: cannot read %s\n", a.arg.c_str());
-        return 1;
+    if (a.arg.empty()) return bad_usage("load", "which snapshot? (a file, or - for standard input)");
+    std::ifstream file;
+    std::istream *in = &std::cin;
+    if (a.arg != "-") {
+        file.open(a.arg, std::ios::binary);
+        if (!file) {
+            fprintf(stderr, "evpn_sysdb: cannot read %s\n", a.arg.c_str());
+            return 1;
+        }
+        in = &file;
     }
     evpn::LoadStats stats;
     std::string err;
-    if (!evpn::load_snapshot(in, a.db, stats, err)) {
+    if (!evpn::load_snapshot(*in, a.db, stats, err)) {
         fprintf(stderr, "evpn_sysdb: %s: %s\nevpn_sysdb: %s left unchanged\n", a.arg.c_str(),
                 err.c_str(), a.db.c_str());
         return 1;
@@ -166,6 +223,90 @@ int dump_path(const Args &a) {
     return status;
 }
 
+// ---- JSON view of a show command ---------------------------------------------
+// `dump [client options] COMMAND`: the show client's own command runs, with
+// the same filters, paths and order, but its report goes to a scratch memory
+// stream and each record it lists (a printer that printed something for it)
+// comes out as one JSON line: {"path", "name", "record"}. The scratch stream
+// is rewound between records, so memory stays flat.
+struct JsonView {
+    FILE *text = nullptr, *json = nullptr;
+    char *text_buf = nullptr;
+    size_t text_len = 0;
+    long mark = 0;
+    bool failed = false;
+};
+JsonView g_view;
+
+void view_before() {
+    fflush(g_view.text);
+    if (ftell(g_view.text) > (1 << 20)) fseek(g_view.text, 0, SEEK_SET);
+    g_view.mark = ftell(g_view.text);
+}
+
+void view_after(const BagDesc *desc, const char *path, const char *name, const void *record) {
+    fflush(g_view.text);
+    if (ftell(g_view.text) == g_view.mark) return;  // the printer passed it over
+    nlohmann::ordered_json line;
+    line["path"] = path;
+    line["name"] = name ? name : "";
+    line["record"] = evpn::record_to_json(record, desc);
+    std::string text = line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    text += '\n';
+    if (fwrite(text.data(), 1, text.size(), g_view.json) != text.size()) g_view.failed = true;
+}
+
+const RecordListener kViewListener{view_before, view_after};
+
+// True for a dump whose last argument is a show command number (hexadecimal,
+// as the client takes it): listing names are words, never one or two hex digits.
+bool is_show_form(int argc, char **argv) {
+    if (argc < 3) return false;
+    const char *last = argv[argc - 1];
+    size_t n = strlen(last);
+    return n >= 1 && n <= 2 && strspn(last, "0123456789abcdefABCDEF") == n;
+}
+
+int cmd_dump_show(int argc, char **argv) {
+    std::vector<char *> client_argv{const_cast<char *>("evpn_show_client")};
+    for (int i = 2; i < argc; i++) {
+        std::string s = argv[i];
+        if (s == "--db") {
+            if (i + 1 >= argc - 1) return bad_usage("dump", "--db wants a value");
+            setenv("EVPN_SYSDB", argv[++i], 1);
+        } else if (s.rfind("--", 0) == 0) {
+            return bad_usage("dump", "'" + s + "' does not go with a show command (use -U for a view)");
+        } else {
+            client_argv.push_back(argv[i]);
+        }
+    }
+    client_argv.push_back(nullptr);
+
+    fflush(stdout);
+    int out = dup(STDOUT_FILENO);
+    g_view.json = out >= 0 ? fdopen(out, "w") : nullptr;
+    g_view.text = open_memstream(&g_view.text_buf, &g_view.text_len);
+    if (!g_view.json || !g_view.text) {
+        fprintf(stderr, "evpn_sysdb: dump: %s\n", strerror(errno));
+        return 1;
+    }
+    static char json_buf[1 << 16];
+    setvbuf(g_view.json, json_buf, _IOFBF, sizeof json_buf);
+    FILE *saved = stdout;
+    stdout = g_view.text;
+    evpn_show_set_listener(&kViewListener);
+    int status = evpn_show_main(static_cast<int>(client_argv.size() - 1), client_argv.data());
+    evpn_show_set_listener(nullptr);
+    stdout = saved;
+    fclose(g_view.text);
+    free(g_view.text_buf);
+    if (fclose(g_view.json) != 0 || g_view.failed) {
+        fprintf(stderr, "evpn_sysdb: dump: writing the records: %s\n", strerror(errno));
+        return 1;
+    }
+    return status;
+}
+
 int cmd_dump(const Args &a) {
     if (!a.arg.empty()) return dump_path(a);
     std::string err;
@@ -183,27 +324,43 @@ int cmd_gen(int argc, char **argv) {
     bool asked = false;  // gen without anything to make is a slip, not an empty database
     for (int i = 2; i < argc; i++) {
         std::string s = argv[i];
-        if (i + 1 >= argc) return usage();
+        if (s.rfind("--", 0) != 0) return bad_usage("gen", "unexpected argument '" + s + "'");
+        if (i + 1 >= argc) return bad_usage("gen", s + " wants a value");
         const char *v = argv[++i];
+        if (s == "--db") {
+            db = v;
+            continue;
+        }
+        if (s == "--json") {
+            json_path = v;
+            continue;
+        }
         char *end = nullptr;
         errno = 0;
         unsigned long long n = strtoull(v, &end, 0);
         bool number = *v && *end == 0 && errno == 0 && *v != '-';
-        bool kind = false;
-        for (unsigned k = 0; k < evpn::GEN_KIND_COUNT && number; k++)
-            if (s == kind_option(evpn::kGenKinds[k])) opt.count[k] = n, kind = true;
-        asked |= kind || s == "--routes";
-        if (kind) continue;
-        if (s == "--db") db = v;
-        else if (s == "--json") json_path = v;
-        else if (s == "--routes" && number) opt.routes = n;
-        else if (s == "--evis" && number && n > 0 && n <= 0xffffffffull)
+        uint64_t *target = nullptr;
+        for (unsigned k = 0; k < evpn::GEN_KIND_COUNT; k++)
+            if (s == kind_option(evpn::kGenKinds[k])) target = &opt.count[k];
+        if (s == "--routes") target = &opt.routes;
+        if (s == "--seed") target = &opt.seed;
+        if (!target && s != "--evis") return bad_usage("gen", "unknown option '" + s + "'");
+        if (!number)
+            return bad_usage("gen", s + " wants a whole number, got '" + std::string(v) + "'");
+        if (s == "--evis") {
+            if (n == 0 || n > 0xffffffffull)
+                return bad_usage("gen", "--evis wants 1 to 4294967295, got '" + std::string(v) + "'");
             opt.evis = static_cast<uint32_t>(n);
-        else if (s == "--seed" && number) opt.seed = n;
-        else return usage();
+            continue;
+        }
+        *target = n;
+        asked |= s != "--seed";
     }
-    if (!asked) return usage();
-    if (db.empty()) db = sysdb_library_path();
+    if (!asked) return bad_usage("gen", "nothing to make: give --routes or a kind (see --help)");
+    if (db.empty()) {
+        db = sysdb_library_path();
+        if (!make_default_folder(db)) return 1;
+    }
 
     std::string err;
     auto w = evpn::SysdbWriter::open(db, err);
@@ -249,10 +406,27 @@ int cmd_gen(int argc, char **argv) {
 }  // namespace
 
 int main(int argc, char **argv) {
-    if (argc >= 2 && strcmp(argv[1], "gen") == 0) return cmd_gen(argc, argv);
+    if (argc < 2) return bad_usage("", "which command? load, dump or gen");
+    std::string command = argv[1];
+    if (command == "--help" || command == "-h" || command == "help") {
+        help(stdout);
+        return fflush(stdout) == 0 && !ferror(stdout) ? 0 : 1;
+    }
+    if (command == "--version") {
+        printf("evpn_sysdb %s\n", EVPN_VERSION);
+        return fflush(stdout) == 0 && !ferror(stdout) ? 0 : 1;
+    }
+    if (command == "gen") return cmd_gen(argc, argv);
+    if (command == "dump" && is_show_form(argc, argv)) return cmd_dump_show(argc, argv);
+    if (command == "listings" && argc == 2) {
+        for (const ListingDef &l : sysdb_registry())
+            printf("%s\n", l.child ? (std::string(l.base) + "/<item>/" + l.child).c_str() : l.base);
+        return fflush(stdout) == 0 && !ferror(stdout) ? 0 : 1;
+    }
+    if (command != "load" && command != "dump")
+        return bad_usage("", "unknown command '" + command + "' (load, dump or gen)");
     Args a;
-    if (!parse_args(argc, argv, a)) return usage();
+    if (int status = parse_args(argc, argv, a)) return status;
     if (a.command == "load") return cmd_load(a);
-    if (a.command == "dump") return cmd_dump(a);
-    return usage();
+    return cmd_dump(a);
 }

@@ -8,6 +8,7 @@
 #include <iterator>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "db_internal.h"
 
@@ -21,6 +22,7 @@ struct Caps {
     bool loaded = false;
     int srv6 = 0, srv6_elan = 0;
     std::unordered_map<uint32_t, Interface> interfaces;
+    std::unordered_set<std::string> names;
 };
 Caps g_caps;
 
@@ -51,6 +53,7 @@ void load_tables(sqlite3 *db) {
             const char *state = reinterpret_cast<const char *>(sqlite3_column_text(s, 2));
             g_caps.interfaces[static_cast<uint32_t>(sqlite3_column_int64(s, 0))] =
                 Interface{name ? name : "", state ? state : ""};
+            if (name && *name) g_caps.names.insert(name);
         }
     }
     sqlite3_finalize(s);
@@ -94,6 +97,14 @@ const char *l2vpn_if_name(uint32_t ifhandle, uint32_t) {
 }
 
 const char *im_display_namestring(uint32_t ifhandle) { return l2vpn_if_name(ifhandle, 0); }
+
+void im_display_namestring(const char *name, char *buf, size_t size, int) {
+    if (buf == nullptr || size == 0) return;
+    buf[0] = '\0';
+    if (name == nullptr || *name == '\0') return;
+    load();
+    if (g_caps.names.count(name)) snprintf(buf, size, "%s", name);
+}
 
 const char *im_state_reverse_lookup(uint32_t ifhandle) {
     const Interface *i = find(ifhandle);

@@ -11,6 +11,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 
 namespace {
 
@@ -587,6 +588,7 @@ int srv6_util_locator_flags_print(uint16_t flags, char *buf, size_t size) {
 int is_pw_ves(const char *name) { return has_prefix_and_rest(name, "PW:"); }
 int is_vfi_ves(const char *name) { return has_prefix_and_rest(name, "VFI:"); }
 int is_access_evi(const char *name) { return has_prefix_and_rest(name, "EVI:"); }
+int is_name_etree_es(const char *name) { return has_prefix_and_rest(name, "ETREE:"); }
 
 void convert_pw_or_vfi_ves_namestring(const char *name, char *buf) {
     if (buf == nullptr)
@@ -628,4 +630,23 @@ int imc_internal_namestring(const char *name, char *buf, size_t size, uint32_t /
         buf[i] = name[i] == '/' ? '_' : name[i];
     buf[len] = '\0';
     return 0;
+}
+
+const char *l2vpn_timeval_to_str(const timeval *tv) {
+    char *out = ring_next();
+    if (tv == nullptr) {
+        bounded_printf(out, kRingSlotSize, "%s", "(null)");
+        return out;
+    }
+    // Microseconds of a second or more carry into the seconds.
+    const time_t secs = static_cast<time_t>(tv->tv_sec) + static_cast<time_t>(tv->tv_usec / 1000000);
+    const unsigned usec = static_cast<unsigned>(tv->tv_usec % 1000000);
+    struct tm tm;
+    const size_t n =
+        gmtime_r(&secs, &tm) ? strftime(out, kRingSlotSize, "%m/%d %H:%M:%S", &tm) : 0;
+    if (n == 0)
+        bounded_printf(out, kRingSlotSize, "%s", "?");
+    else
+        bounded_printf(out + n, kRingSlotSize - n, ".%06u", usec);
+    return out;
 }

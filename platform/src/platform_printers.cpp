@@ -6,6 +6,7 @@
 #include <cinttypes>
 #include <cstdio>
 #include <ctime>
+#include <iterator>
 
 namespace {
 
@@ -60,21 +61,9 @@ void format_count(uint32_t v, char (&out)[8]) {
         snprintf(out, sizeof out, "%" PRIu32 "G", v / 1000000000);
 }
 
-// "MM/DD HH:MM:SS.mmm" (18 characters) in UTC, or "never" for a zero time.
-// Nanoseconds of a second or more carry into the seconds.
+// The last time through the platform's time text.
 void format_last_time(const l2vpn_timespec_bag &t, char (&out)[32]) {
-    if (t.tv_sec == 0 && t.tv_nsec == 0) {
-        snprintf(out, sizeof out, "%s", "never");
-        return;
-    }
-    time_t secs = static_cast<time_t>(t.tv_sec) + static_cast<time_t>(t.tv_nsec / 1000000000u);
-    unsigned ms = (t.tv_nsec % 1000000000u) / 1000000u;
-    struct tm tm;
-    size_t n = gmtime_r(&secs, &tm) ? strftime(out, sizeof out, "%m/%d %H:%M:%S", &tm) : 0;
-    if (n == 0)
-        snprintf(out, sizeof out, "%s", "?");
-    else
-        snprintf(out + n, sizeof out - n, ".%03u", ms);
+    l2vpn_timespec_string(&t, out, sizeof out);
 }
 
 // Last argument in exactly 8 columns or fewer: "0x%x" up to 0xffffff, the
@@ -86,7 +75,43 @@ void format_last_arg(uint32_t v, char (&out)[16]) {
         snprintf(out, sizeof out, "%08" PRIx32, v);
 }
 
+// Words of l2vpn_sync_hasi_object::state.
+constexpr const char *kHasiStates[] = {"Init", "Syncing", "Synced", "Stale"};
+
 }  // namespace
+
+void l2vpn_timespec_string(const l2vpn_timespec_bag *time, char *buf, size_t size) {
+    if (buf == nullptr || size == 0)
+        return;
+    if (time == nullptr || (time->tv_sec == 0 && time->tv_nsec == 0)) {
+        snprintf(buf, size, "%s", "never");
+        return;
+    }
+    // Nanoseconds of a second or more carry into the seconds. The whole text
+    // is made first, so that a short buffer gets its start.
+    time_t secs =
+        static_cast<time_t>(time->tv_sec) + static_cast<time_t>(time->tv_nsec / 1000000000u);
+    unsigned ms = (time->tv_nsec % 1000000000u) / 1000000u;
+    struct tm tm;
+    char text[32];
+    size_t n = gmtime_r(&secs, &tm) ? strftime(text, sizeof text, "%m/%d %H:%M:%S", &tm) : 0;
+    if (n == 0)
+        snprintf(text, sizeof text, "%s", "?");
+    else
+        snprintf(text + n, sizeof text - n, ".%03u", ms);
+    snprintf(buf, size, "%s", text);
+}
+
+void l2vpn_sync_print_hasi_object(const l2vpn_sync_hasi_object *object, int level) {
+    if (object == nullptr)
+        return;
+    const char *state =
+        object->state < std::size(kHasiStates) ? kHasiStates[object->state] : "Unknown";
+    printf("HA sync object 0x%" PRIx32 ": %s\n", object->object_id, state);
+    if (level >= 1)
+        printf("    Flags 0x%" PRIx32 ", local sequence %" PRIu64 ", peer sequence %" PRIu64 "\n",
+               object->flags, object->local_seq, object->peer_seq);
+}
 
 void infra_db_print_evt_hist_bag(const evt_hist_bag *history, const evt_hist_bag *info,
                                  const char *title) {

@@ -155,11 +155,6 @@ void give_back_datalist(sysdb_datalist_s *dl) {
 }
 }  // namespace
 
-const char *sysdb_library_path(void) {
-    const char *env = getenv("EVPN_SYSDB");
-    return env && *env ? env : EVPN_DEFAULT_DB;
-}
-
 uint32_t _sysdb_bind(sysdb_handle_td *handle, const char *root, uint32_t mode) {
     if (!handle) return SYSDB_ERR_BAD_ARG;
     *handle = nullptr;

@@ -101,6 +101,26 @@ const std::vector<ListingDef> kRegistry = {
       {"route_type", KeyText::HEX0X}},
      {0, 1, 2, 3, 4, 5, 6},
      {{"evi", {0}, {{0}}}, {"esi", {1}, {{1}}}, {"evi_esi", {0, 1}, {{0, 1}}}}},
+    // Ethernet segments: keys esi_id(0) esi_text(1) key_ifname(2)
+    // key_pw_neighbor(3) key_pw_id(4) key_vfi(5) key_access_evi(6); an item is
+    // named by its internal ESI ID. "B-accessevi/" lists the access-EVI
+    // segments: those with a key_access_evi.
+    {EVPN_PATH_ES,
+     &bag_desc_l2vpn_evpn_es_bag,
+     false,
+     {{"esi_id", KeyText::HEX0X},
+      {"esi_text", KeyText::STR},
+      {"key_ifname", KeyText::STR},
+      {"key_pw_neighbor", KeyText::IPHEX},
+      {"key_pw_id", KeyText::HEX0X},
+      {"key_vfi", KeyText::STR},
+      {"key_access_evi", KeyText::STR}},
+     {0},
+     {{"esi", {1}, {{1}}},
+      {"ifname", {2}, {{2}}},
+      {"pw", {3, 4}, {{3, 4}}},
+      {"vfi", {5}, {{5}}},
+      {"accessevi", {6}, {{6}}}}},
 };
 
 }  // namespace

@@ -9,6 +9,8 @@
 //   ---
 //   <expected standard output, byte for byte>
 #include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,6 +18,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -69,26 +72,36 @@ subprocess::Run run_client(const std::string &db, const Case &c) {
     return subprocess::run(args, env);
 }
 
+// The database of a case's snapshot, built once per test run; empty on failure.
+std::string database_of(const Case &c) {
+    fs::path dir = fs::path(EVPN_SOURCE_DIR) / "tests" / "golden";
+    static std::map<std::string, std::string> built;
+    std::string &db = built[c.snapshot];
+    if (db.empty()) {
+        std::string path = (fs::temp_directory_path() /
+                            ("evpn-golden-" + std::to_string(getpid()) + "-" +
+                             fs::path(c.snapshot).stem().string() + ".db"))
+                               .string();
+        std::ifstream in(dir / c.snapshot, std::ios::binary);
+        evpn::LoadStats stats;
+        std::string err;
+        fs::remove(path);
+        if (!in || !evpn::load_snapshot(in, path, stats, err)) {
+            ADD_FAILURE() << c.snapshot << ": " << err;
+            return "";
+        }
+        db = path;
+    }
+    return db;
+}
+
 class Golden : public testing::TestWithParam<std::string> {};
 
 TEST_P(Golden, ReportMatches) {
     Case c;
     ASSERT_TRUE(read_case(GetParam(), c)) << "malformed case " << GetParam();
-    fs::path dir = fs::path(EVPN_SOURCE_DIR) / "tests" / "golden";
-    // One database per snapshot, built once per test run.
-    static std::map<std::string, std::string> built;
-    std::string &db = built[c.snapshot];
-    if (db.empty()) {
-        db = (fs::temp_directory_path() /
-              ("evpn-golden-" + std::to_string(getpid()) + "-" + fs::path(c.snapshot).stem().string() + ".db"))
-                 .string();
-        std::ifstream in(dir / c.snapshot, std::ios::binary);
-        ASSERT_TRUE(in) << c.snapshot;
-        evpn::LoadStats stats;
-        std::string err;
-        fs::remove(db);
-        ASSERT_TRUE(evpn::load_snapshot(in, db, stats, err)) << err;
-    }
+    std::string db = database_of(c);
+    ASSERT_FALSE(db.empty());
     subprocess::Run r = run_client(db, c);
     const std::string &got = r.out;
     EXPECT_EQ(r.status, c.status) << r.err;
@@ -97,6 +110,81 @@ TEST_P(Golden, ReportMatches) {
         std::ofstream(std::string(getenv("EVPN_GOLDEN_ACTUAL")) + "/" + c.name + ".out", std::ios::binary)
             << got;
     }
+}
+
+// The JSON view of the same command line (`evpn_sysdb dump ARGS`) makes the
+// same requests with the same traces and lists records of the report only, in
+// its order: each line's item name is one the report's walk displayed.
+TEST_P(Golden, JsonViewListsTheReportsRecords) {
+    Case c;
+    ASSERT_TRUE(read_case(GetParam(), c)) << "malformed case " << GetParam();
+    std::string db = database_of(c);
+    ASSERT_FALSE(db.empty());
+    std::vector<std::string> env = split_words(c.env);
+    env.push_back("EVPN_SYSDB=" + db);
+    env.push_back("EVPN_DEBUG=480001");  // errors (each record walked) and database paths
+    std::vector<std::string> text_args = split_words(c.args), json_args = text_args;
+    text_args.insert(text_args.begin(), EVPN_CLIENT_BIN);
+    json_args.insert(json_args.begin(), {EVPN_SYSDB_BIN, "dump"});
+    subprocess::Run text = subprocess::run(text_args, env), json = subprocess::run(json_args, env);
+    EXPECT_EQ(json.status, text.status) << c.args << "\n" << json.err;
+    // Traces may print heap addresses, which differ from run to run.
+    const std::regex address("0x[0-9a-f]{7,}");
+    EXPECT_EQ(std::regex_replace(json.err, address, "0xADDR"),
+              std::regex_replace(text.err, address, "0xADDR"))
+        << c.args;
+
+    std::vector<std::string> walked;
+    std::istringstream traces(text.err);
+    for (std::string line; std::getline(traces, line);) {
+        auto at = line.find(": Now displaying ");
+        if (at != std::string::npos) walked.push_back(line.substr(at + 17));
+    }
+    size_t next = 0, lines = 0;
+    std::istringstream records(json.out);
+    for (std::string line; std::getline(records, line); lines++) {
+        nlohmann::json j = nlohmann::json::parse(line, nullptr, false);
+        ASSERT_FALSE(j.is_discarded()) << c.args << ": not JSON: " << line;
+        ASSERT_TRUE(j.contains("record") && j.contains("path")) << line;
+        std::string name = j.value("name", "");
+        if (walked.empty()) {
+            continue;  // a single item: no walk to follow
+        }
+        while (next < walked.size() && walked[next] != name) next++;
+        ASSERT_LT(next, walked.size()) << c.args << ": " << name << " out of the report's order";
+        next++;
+    }
+    if (!walked.empty()) EXPECT_GT(lines, 0u) << c.args << ": the report walked records, the view has none";
+}
+
+// The view's records are the report's rows, in the report's order: the MAC
+// and IP columns of the MAC listing read from the text against the records.
+TEST(JsonView, MacRecordsComeInTheReportsRowOrder) {
+    Case c;
+    c.snapshot = "mac_routes.json";
+    std::string db = database_of(c);
+    ASSERT_FALSE(db.empty());
+    std::vector<std::string> env{"EVPN_SYSDB=" + db};
+    subprocess::Run text = subprocess::run({EVPN_CLIENT_BIN, "-M", "64", "0"}, env);
+    subprocess::Run json = subprocess::run({EVPN_SYSDB_BIN, "dump", "-M", "64", "0"}, env);
+    ASSERT_EQ(text.status, 0);
+    ASSERT_EQ(json.status, 0) << json.err;
+    std::vector<std::string> rows, records;
+    std::istringstream t(text.out), j(json.out);
+    for (std::string line; std::getline(t, line);) {
+        std::vector<std::string> w = split_words(line);
+        if (w.size() >= 4 && w[0] == "100") rows.push_back(w[2] + " " + w[3]);
+    }
+    for (std::string line; std::getline(j, line);) {
+        nlohmann::json r = nlohmann::json::parse(line)["record"];
+        std::string ip = r["ip_address"];
+        records.push_back(r["mac_address"].get<std::string>() + " " + (ip.empty() ? "::" : ip));
+    }
+    // A route with several paths prints a row per path: the report's rows
+    // with repeats folded are the records.
+    rows.erase(std::unique(rows.begin(), rows.end()), rows.end());
+    EXPECT_EQ(records, rows);
+    EXPECT_GE(records.size(), 5u);
 }
 
 std::vector<std::string> cases() {

@@ -515,3 +515,193 @@ TEST_F(SegmentPrinters, IgmpDetailNamesVersionFilterModeOnlyForV3AndResponseTime
 }
 
 }  // namespace
+
+// ---- Service carving lists ----------------------------------------------------------
+
+char *text(const char *s) { return const_cast<char *>(s); }
+
+// Rows start with the title in 15 columns and the tag in 4.
+std::string row(const char *title, const char *tag) {
+    char buf[32];
+    snprintf(buf, sizeof buf, "%15s %-4.4s: ", title, tag);
+    return buf;
+}
+
+TEST_F(SegmentPrinters, CarvingValuesWrapAfterSixAndCollapseRunsOntoRowsOfTheirOwn) {
+    const std::string r = row("EVI", "E"), nr = "\n" + r;
+    uint32_t v13[13];
+    for (uint32_t i = 0; i < 13; i++) v13[i] = i + 1;
+    const uint32_t run[] = {1, 2, 3}, gap[] = {1, 2, 4}, seven_runs[] = {1, 3, 5, 7, 9, 11, 13};
+    const uint32_t top[] = {4294967294u, 4294967295u};
+    const struct {
+        const uint32_t *values;
+        uint32_t count;
+        bool compress;
+        std::string out;
+    } cases[] = {
+        {run, 3, true, r + "1-3\n"},
+        {gap, 3, true, r + "1-2," + nr + "       4\n"},
+        {v13, 8, false, r + "       1,       2,       3,       4,       5,       6" + nr +
+                            "       7,       8\n"},
+        // Only the sixth item of the whole list loses its comma.
+        {v13, 13, false, r + "       1,       2,       3,       4,       5,       6" + nr +
+                             "       7,       8,       9,      10,      11,      12," + nr +
+                             "      13\n"},
+        {v13, 13, true, r + "1-13\n"},
+        // Every single value stands on its own row; after the sixth item a
+        // row holds only its header.
+        {seven_runs, 7, true, r + "       1," + nr + "       3," + nr + "       5," + nr +
+                                  "       7," + nr + "       9," + nr + "      11" + nr + nr +
+                                  "      13\n"},
+        {top, 2, true, r + "4294967294-4294967295\n"},
+        {v13, 0, true, r + "\n"},
+        {nullptr, 5, true, ""},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(stdout_of([&] { print_carving_values(c.values, c.count, "E", c.compress, "EVI"); }),
+                  c.out)
+            << c.count << " compress " << c.compress;
+}
+
+TEST_F(SegmentPrinters, CarvingIdsShowTheirExtraWordOnlyInPrivate) {
+    l2vpn_evpn_es_id_entry ids[7];
+    for (uint32_t i = 0; i < 7; i++) ids[i] = {100 + i, i};
+    const std::string r = row("VNI", "NE");
+    EXPECT_EQ(stdout_of([&] { print_carving_ids(ids, 2, "NE", "VNI"); }),
+              r + "     100,     101\n");
+    show_filter.private_view = 1;
+    EXPECT_EQ(stdout_of([&] { print_carving_ids(ids, 7, "NE", "VNI"); }),
+              r + "     100[0],     101[1],     102[2],     103[3],     104[4],     105[5]\n" + r +
+                  "     106[6]\n");
+    EXPECT_EQ(stdout_of([&] { print_carving_ids(nullptr, 7, "NE", "VNI"); }), "");
+}
+
+TEST_F(SegmentPrinters, CarvingEviEtagsJoinTheEviAndTheTagTextUnderTheirOwnTitle) {
+    const l2vpn_evpn_es_evi_etag tags[] = {
+        {5, 0, 1}, {4294967295u, 0, 4294967295u}, {7, 0, 100}, {8, 0, 0}, {9, 0, 2}, {10, 0, 3},
+        {11, 0, 4}};
+    const std::string r = row("EVI:ETag", "NDF");
+    EXPECT_EQ(stdout_of([&] { print_carving_evi_etags(tags, 7, "NDF"); }),
+              r + "     5:1,4294967295:MAX-ET,   7:100,     8:0,     9:2,    10:3\n" + r +
+                  "    11:4\n");
+    EXPECT_EQ(stdout_of([&] { print_carving_evi_etags(tags, 0, "P"); }), row("EVI:ETag", "P") + "\n");
+}
+
+// ---- Ethernet segments ------------------------------------------------------------------
+
+// The lines of out that start with prefix, each with its line end.
+std::string lines_starting(const std::string &out, const std::string &prefix) {
+    std::string kept;
+    size_t at = 0;
+    while (at < out.size()) {
+        size_t end = out.find('\n', at);
+        end = end == std::string::npos ? out.size() : end + 1;
+        if (out.compare(at, prefix.size(), prefix) == 0) kept += out.substr(at, end - at);
+        at = end;
+    }
+    return kept;
+}
+
+TEST_F(SegmentPrinters, SegmentBriefLinesAlignNexthopsAndMarkThemOnlyInPrivate) {
+    l2vpn_evpn_es_nexthop nh[3] = {};
+    nh[0].address = ip("10.0.0.1"), nh[0].nh_up = 1;
+    nh[1].address = ip("10.0.0.2"), nh[1].nh_standby = 1;
+    nh[2].address = ip("2001:db8::3");
+    l2vpn_evpn_es_bag es{};
+    es.esi_text = text("0011.2233.4455.6677.8899");
+    es.name = text("PW:10.0.0.9,7"), es.es_kind = 3;
+    es.nexthops = {3, nh};
+    const std::string esi = "0011.2233.4455.6677.8899 ", pw = "PW 10.0.0.9 / 7" + std::string(19, ' ');
+    const std::string under(59, ' ');
+    EXPECT_EQ(stdout_of([&] { print_evpn_es_bag(&es, "0x0", nullptr); }),
+              esi + pw + " 10.0.0.1\n" + under + " 10.0.0.2\n" + under + " 2001:db8::3\n");
+    show_filter.private_view = 1;
+    EXPECT_EQ(lines_starting(stdout_of([&] { print_evpn_es_bag(&es, "0x0", nullptr); }), esi),
+              esi + pw + " 10.0.0.1  U\n");
+
+    // No display form: the interface column is left out; no peer reads N/A.
+    show_filter.private_view = 0;
+    es.name = nullptr, es.esi_text = text("0000.0000.0000.0000.0000"), es.nexthops = {};
+    EXPECT_EQ(stdout_of([&] { print_evpn_es_bag(&es, "0x0", nullptr); }),
+              "N/A                      " + std::string(" N/A") + std::string(27, ' ') + "\n");
+    // A main port whose name is no interface reads N/A in its column.
+    es.es_kind = 0, es.name = text("no-such-if");
+    EXPECT_EQ(stdout_of([&] { print_evpn_es_bag(&es, "0x0", nullptr); }),
+              "N/A                      N/A" + std::string(31, ' ') + " N/A" +
+                  std::string(27, ' ') + "\n");
+}
+
+TEST_F(SegmentPrinters, SegmentConvergenceJoinsOnlyTheSetMechanisms) {
+    const struct {
+        uint32_t mobility, reroute, tracking;
+        const char *line;
+    } cases[] = {
+        {0, 0, 0, "  Convergence       : \n"},
+        {1, 0, 0, "  Convergence       : MAC-Mobility\n"},
+        {0, 1, 0, "  Convergence       : Reroute\n"},
+        {0, 0, 1, "  Convergence       : NH-Tracking\n"},
+        {0, 1, 1, "  Convergence       : Reroute, NH-Tracking\n"},
+        {1, 0, 1, "  Convergence       : MAC-Mobility, NH-Tracking\n"},
+        {1, 1, 1, "  Convergence       : MAC-Mobility, Reroute, NH-Tracking\n"},
+    };
+    show_filter.detail = 1;
+    for (const auto &c : cases) {
+        l2vpn_evpn_es_bag es{};
+        es.conv_mac_mobility = c.mobility, es.conv_reroute = c.reroute;
+        es.conv_nh_tracking = c.tracking;
+        EXPECT_EQ(lines_starting(stdout_of([&] { print_evpn_es_bag(&es, "0x0", nullptr); }),
+                                 "  Convergence"),
+                  c.line);
+    }
+}
+
+TEST_F(SegmentPrinters, SegmentLabelsAndCarvingSuffixFollowTheSegmentsKind) {
+    l2vpn_evpn_remote_shg_label_entry remote[] = {{ip("10.0.0.2"), 24100}};
+    l2vpn_evpn_es_bag es{};
+    es.local_label_valid = 1, es.local_label = 24099;
+    es.remote_shg_labels = {1, remote};
+    es.not_elected_count = 5, es.not_configured_count = 2;
+    show_filter.detail = 1;
+
+    es.name = text("ETREE:leaf");
+    std::string out = stdout_of([&] { print_evpn_es_bag(&es, "0x0", nullptr); });
+    EXPECT_NE(out.find("  Local ETree label : 24099\n  Access signal mode"), std::string::npos)
+        << out;
+    EXPECT_EQ(out.find("Remote SHG"), std::string::npos);
+    EXPECT_EQ(out.find("0000.0000.0000.0000.0000"), std::string::npos) << "no ESI text at all";
+
+    es.name = text("bond1"), es.local_label_valid = 0;
+    for (uint32_t mode : {1u, 2u, 3u, 4u, 5u, 6u}) {
+        es.carving_mode = mode;
+        out = stdout_of([&] { print_evpn_es_bag(&es, "0x0", nullptr); });
+        EXPECT_EQ(lines_starting(out, "     Not Elected"),
+                  mode == 2 ? "     Not Elected    : 5 (incl. 2 Not Configured)\n"
+                            : "     Not Elected    : 5\n");
+        EXPECT_EQ(lines_starting(out, "  Service Carving   :"),
+                  std::string("  Service Carving   : ") +
+                      (mode == 1 ? "Auto-selection" : mode == 2 ? "Manual" : mode == 4 ? "HRW"
+                       : mode == 5 ? "Preferential" : "Invalid") + "\n");
+    }
+    EXPECT_NE(out.find("  Local SHG label   : Invalid\n  Remote SHG labels : 1\n"
+                       "              24100 : nexthop 10.0.0.2\n"),
+              std::string::npos) << out;
+}
+
+TEST_F(SegmentPrinters, SegmentHaObjectNeedsDetailAndPrivateAndItsPresence) {
+    l2vpn_evpn_es_bag es{};
+    es.hasi_object = {0x42, 1, 0, 7, 6};
+    const std::string ha = "HA sync object 0x42: Syncing\n";
+    const struct { uint8_t detail, priv; uint32_t present; bool shown; } cases[] = {
+        {1, 1, 1, true}, {0, 1, 1, false}, {1, 0, 1, false}, {1, 1, 0, false}};
+    for (const auto &c : cases) {
+        show_filter.detail = c.detail, show_filter.private_view = c.priv;
+        es.hasi_present = c.present;
+        const std::string out = stdout_of([&] { print_evpn_es_bag(&es, "0x0", nullptr); });
+        EXPECT_EQ(out.find(ha) != std::string::npos, c.shown) << int(c.detail) << int(c.priv);
+        if (c.shown) {
+            EXPECT_TRUE(out.ends_with("0\n\n" + ha +
+                                      "    Flags 0x0, local sequence 7, peer sequence 6\n"))
+                << out;
+        }
+    }
+}

@@ -387,3 +387,32 @@ TEST_F(SpineWalk, GenericShowRoutines) {
 }
 
 }  // namespace
+
+namespace {
+
+// Segments 1 to 4; 2 is cut short by a unit, 3 carries a unit too many.
+TEST_F(SpineWalk, SegmentsThatDoNotDecodeAreSkippedWithTheirTrace) {
+    use("segments.db", [](evpn::SysdbWriter &w) {
+        std::string err, bytes;
+        for (uint32_t id = 1; id <= 4; id++) {
+            l2vpn_evpn_es_bag es{};
+            es.esi_id = id;
+            bytes.clear();
+            ASSERT_EQ(bag_encode(&es, l2vpn_bag_dll__l2vpn_evpn_es_bag(), bytes), 0u);
+            if (id == 2) bytes.resize(bytes.size() - 4);
+            if (id == 3) bytes.append(4, '\0');
+            EXPECT_TRUE(w.add_raw(kRoot, EVPN_PATH_ES, "0x" + std::to_string(id), bytes, err))
+                << err;
+        }
+    });
+    Capture c = spine_test::capture([] { evpn_show_dispatch(3); });
+    const std::string brief = "N/A                      N/A" + std::string(31, ' ') + " N/A" +
+                              std::string(27, ' ') + "\n";
+    EXPECT_TRUE(c.out.ends_with("--------------------\n" + brief + brief)) << c.out;
+    EXPECT_NE(c.traces.find("evpn_show_datalist_display: bag decode " + kTruncated + "\n"),
+              std::string::npos) << c.traces;
+    EXPECT_NE(c.traces.find("Now displaying 0x4"), std::string::npos) << c.traces;
+    EXPECT_EQ(c.fetches, (Lines{"walk ethernet_segment rc=0"}));
+}
+
+}  // namespace

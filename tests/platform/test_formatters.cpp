@@ -353,3 +353,54 @@ TEST(PlatformPrinters, DiagStatsKeepTheirColumns) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(Formatters, TimeTextsCarryFractionsAndKeepToTheirBuffers) {
+    const struct { uint32_t sec, nsec; size_t size; const char *out; } spec[] = {
+        {0, 0, 20, "never"},
+        {1700730123, 456000000, 20, "11/23 09:02:03.456"},
+        {0, 1500000000, 20, "01/01 00:00:01.500"},
+        {1700730123, 456000000, 6, "11/23"},
+    };
+    for (const auto &c : spec) {
+        l2vpn_timespec_bag t{c.sec, c.nsec};
+        char buf[24];
+        memset(buf, 'x', sizeof buf);
+        l2vpn_timespec_string(&t, buf, c.size);
+        EXPECT_STREQ(buf, c.out);
+        EXPECT_EQ(buf[c.size], 'x') << "nothing past the buffer";
+    }
+    char buf[20];
+    l2vpn_timespec_string(nullptr, buf, sizeof buf);
+    EXPECT_STREQ(buf, "never");
+
+    const timeval sct{1, 500000}, carry{0, 2000001}, zero{0, 0};
+    EXPECT_STREQ(l2vpn_timeval_to_str(&sct), "01/01 00:00:01.500000");
+    EXPECT_STREQ(l2vpn_timeval_to_str(&carry), "01/01 00:00:02.000001");
+    EXPECT_STREQ(l2vpn_timeval_to_str(&zero), "01/01 00:00:00.000000");
+    EXPECT_STREQ(l2vpn_timeval_to_str(nullptr), "(null)");
+}
+
+TEST(Formatters, ETreeSegmentNamesNeedTheirPrefixAndAName) {
+    EXPECT_NE(is_name_etree_es("ETREE:leaf"), 0);
+    EXPECT_EQ(is_name_etree_es("ETREE:"), 0);
+    EXPECT_EQ(is_name_etree_es("etree:leaf"), 0);
+    EXPECT_EQ(is_name_etree_es("bond1"), 0);
+    EXPECT_EQ(is_name_etree_es(nullptr), 0);
+}
+
+TEST(PlatformPrinters, HaSyncObjectNamesItsStateAndAddsItsCountersFromLevelOne) {
+    l2vpn_sync_hasi_object o{0x101, 2, 0x3, 42, 41};
+    EXPECT_EQ(capture([&] { l2vpn_sync_print_hasi_object(&o, 0); }),
+              "HA sync object 0x101: Synced\n");
+    EXPECT_EQ(capture([&] { l2vpn_sync_print_hasi_object(&o, 1); }),
+              "HA sync object 0x101: Synced\n"
+              "    Flags 0x3, local sequence 42, peer sequence 41\n");
+    o.state = 4;
+    EXPECT_EQ(capture([&] { l2vpn_sync_print_hasi_object(&o, 0); }),
+              "HA sync object 0x101: Unknown\n");
+    EXPECT_EQ(capture([] { l2vpn_sync_print_hasi_object(nullptr, 1); }), "");
+}
+
+}  // namespace

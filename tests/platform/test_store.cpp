@@ -853,6 +853,16 @@ TEST_F(Store, CapabilitiesAndInterfacesComeFromTheBoundDatabase) {
     EXPECT_EQ(l2vpn_platform_srv6_elan_supported(), 0);
     EXPECT_STREQ(l2vpn_if_name(0x100, 0), "eth1");
     EXPECT_STREQ(im_display_namestring(0x200), "bond1");
+    // A name's display form: the name of a known interface, else empty.
+    char name[8];
+    im_display_namestring("bond1", name, sizeof name, 1);
+    EXPECT_STREQ(name, "bond1");
+    im_display_namestring("eth9", name, sizeof name, 0);
+    EXPECT_STREQ(name, "");
+    im_display_namestring(nullptr, name, sizeof name, 0);
+    EXPECT_STREQ(name, "");
+    im_display_namestring("eth1", name, 3, 0);
+    EXPECT_STREQ(name, "et");
     EXPECT_STREQ(im_state_reverse_lookup(0x200), "Down");
     EXPECT_STREQ(l2vpn_if_name(0x300, 0), "0x300");
     EXPECT_STREQ(im_state_reverse_lookup(0x300), "Unknown");

@@ -242,7 +242,7 @@ class Generator : public GenSink {
         s.remote_mac_count = static_cast<uint32_t>(c_.remote);
         s.remote_mac_ipv4_count = static_cast<uint32_t>(c_.ipv4 - local_v4_);
         s.remote_mac_ipv6_count = static_cast<uint32_t>(c_.ipv6 - local_v6_);
-        s.es_count = kGenSegments;
+        s.es_count = opt_.count[GEN_es] ? static_cast<uint32_t>(opt_.count[GEN_es]) : kGenSegments;
         s.neighbor_count = kGenPeers;
         if (!put(kSummaryBase, &s, &bag_desc_l2vpn_evpn_summary_bag)) return false;
         if (json_ && !json_->end()) {

@@ -14,7 +14,8 @@
 #define EVPN_GEN_KINDS(X)                                                       \
     X(teps, EVPN_PATH_TEP, "tunnel endpoints")                                 \
     X(ac_ids, EVPN_PATH_ACID, "AC IDs")                                        \
-    X(igmp, EVPN_PATH_IGMP, "IGMP/MLD routes")
+    X(igmp, EVPN_PATH_IGMP, "IGMP/MLD routes")                                 \
+    X(es, EVPN_PATH_ES, "Ethernet segments")
 
 namespace evpn {
 

@@ -51,6 +51,23 @@ bool evpn_show_datalist_check(const ShowContext *ctx) {
     return true;
 }
 
+namespace {
+// Whoever listens to the records (none for the show client itself), and how
+// deep in printers' own walks the current record is.
+const RecordListener *g_listener = nullptr;
+int g_print_depth = 0;
+
+void print_record(RecordPrinter printer, const BagDesc *bag, const char *path, const void *decoded,
+                  const char *name, PrintContext *ctx) {
+    const RecordListener *listener = g_print_depth == 0 ? g_listener : nullptr;
+    if (listener) listener->before();
+    g_print_depth++;
+    printer(decoded, name, ctx);
+    g_print_depth--;
+    if (listener) listener->after(bag, path, name, decoded);
+}
+}  // namespace
+
 // Walks the listing in batches of batch_count: one request per batch, each
 // later one resuming after the previous batch's last item. All state is local,
 // so a printer may run a walk of its own.
@@ -118,7 +135,7 @@ void evpn_show_datalist_display(const ShowContext *ctx) {
                 continue;
             }
             EVPN_TRACE(EVPN_DBG_ERR, kFn, "Now displaying %s", name);
-            ctx->printer(decoded, name, &print_ctx);
+            print_record(ctx->printer, ctx->bag, ctx->path, decoded, name, &print_ctx);
             bag_free_indirections(decoded, ctx->bag);
             print_ctx.index++;
         }
@@ -145,6 +162,8 @@ void evpn_show_datalist_display(const ShowContext *ctx) {
     if (list) sysdb_datalist_free(list);
 }
 
+void evpn_show_set_listener(const RecordListener *listener) { g_listener = listener; }
+
 void evpn_show_get_display(const char *path, void *decoded, const BagDesc *bag,
                            RecordPrinter printer) {
     static constexpr const char *kFn = "evpn_show_get_display";
@@ -167,7 +186,7 @@ void evpn_show_get_display(const char *path, void *decoded, const BagDesc *bag,
         EVPN_TRACE(EVPN_DBG_ERR, kFn, "%s: bag_decode failed: %s", kFn, cerr_strerror(rc));
         return;
     }
-    printer(decoded, l2vpn_edm_sysdb_path_to_item_name(path), nullptr);
+    print_record(printer, bag, path, decoded, l2vpn_edm_sysdb_path_to_item_name(path), nullptr);
     if ((rc = bag_free_indirections(decoded, bag)))
         EVPN_TRACE(EVPN_DBG_ERR, kFn, "%s: bag_free_indirections failed: %s", kFn,
                    cerr_strerror(rc));

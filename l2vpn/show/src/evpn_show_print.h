@@ -153,6 +153,17 @@ struct ShowCommandDef {
 
 // Walks the listing at path with the type's printer.
 void evpn_show_walk(const RecordTypeDef &type, const char *path);
+
+// Told of each record the outermost walk or single get hands to its printer
+// (records of a printer's own walks are part of the outer record): before()
+// just before the printer runs, after() once it is done, with the record, its
+// description, the path it came from and its item name (absent for a
+// one-group item). The JSON view of `evpn_sysdb dump` listens this way.
+struct RecordListener {
+    void (*before)(void);
+    void (*after)(const BagDesc *desc, const char *path, const char *item_name, const void *record);
+};
+void evpn_show_set_listener(const RecordListener *listener);  // null: nobody listens
 void evpn_show_item_into(const RecordTypeDef &type, const char *path);
 // Fetches, decodes and prints the one item at path.
 template <const RecordTypeDef &type>
@@ -267,3 +278,12 @@ void print_evpn_rd_rt_list(const l2vpn_evpn_rd_rt_entry *entries, uint32_t count
 
 // Segments and system (evpn_show_segments): the event trace table.
 void print_evt_trace_history(const evt_hist_bag *history);
+// Service carving lists of an Ethernet segment, six items to a row under
+// "title tag: "; a null list prints nothing, an empty one its header. With
+// compress, runs of consecutive values print as "first-last".
+void print_carving_values(const uint32_t *values, uint32_t count, const char *tag,
+                          bool compress, const char *title);
+void print_carving_ids(const l2vpn_evpn_es_id_entry *entries, uint32_t count, const char *tag,
+                       const char *title);
+void print_carving_evi_etags(const l2vpn_evpn_es_evi_etag *entries, uint32_t count,
+                             const char *tag);

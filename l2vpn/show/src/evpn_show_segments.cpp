@@ -10,6 +10,7 @@
 
 #include "evpn_show_print.h"
 #include "platform/caps.h"
+#include "platform/formatters.h"
 #include "platform/cerr.h"
 #include "platform/infra.h"
 #include "platform/printers.h"
@@ -18,7 +19,7 @@ namespace {
 
 // The record types the commands read.
 constexpr RecordTypeDef kSummary = record_type<l2vpn_evpn_summary_bag>(print_evpn_summary_bag, 0);
-constexpr RecordTypeDef kEthernetSegment = pending_type(200);  // print_evpn_es_bag
+constexpr RecordTypeDef kEthernetSegment = record_type<l2vpn_evpn_es_bag>(print_evpn_es_bag, 200);
 constexpr RecordTypeDef kAcId = record_type<l2vpn_atom_acid_bag>(print_atom_acid_bag, 200);
 constexpr RecordTypeDef kRemoteShg =
     record_type<l2vpn_evpn_remote_shg_bag>(print_evpn_remote_shg_bag, 200);
@@ -210,6 +211,491 @@ bool is_zero_address(const l2vpn_ip_addr_t &addr) {
     for (uint8_t b : addr.bytes)
         if (b != 0) return false;
     return true;
+}
+
+
+// ---- Ethernet segments -------------------------------------------------------
+
+// Words of the segment's codes, indexed by the code. Codes past a table
+// print as the Parts of the display say: a number, "Invalid" or "INVALID".
+constexpr const char *kEsStateWords[] = {"Not Ready", "Peering", "Up", "Down", "Standby"};
+constexpr const char *kEsRedundancyWords[] = {"Not Defined", "Active", "Standby"};
+constexpr const char *kEsImportRtOriginWords[] = {"(Incomplete Configuration)", "(from ESI)",
+                                                  "(Local)"};
+constexpr const char *kEsSourceMacOriginWords[] = {
+    "(Incomplete Configuration)", "(N/A)", "(Local)", "(PBB BSA)", "(from ESI)",
+    "(from ESI, Error)", "(PBB BSA, no ESI)"};
+constexpr const char *kEsOperTopologyWords[] = {
+    "Invalid topology", "SH", "MH, All-active", "MH, Single-active", "MH, Single-flow-active",
+    "MH", "MH, Anycast mode"};
+constexpr const char *kEsConfTopologyWords[] = {
+    "Invalid topology", "Invalid config", "All-active (AApF)", "Single-active (AApS)",
+    "Single-flow-active", "Port-Active", "Anycast Single-active"};
+static_assert(std::size(kEsOperTopologyWords) == std::size(kEsConfTopologyWords));
+// Indexed by carving_mode; 3 has no mode of its own.
+constexpr const char *kEsCarvingModeTexts[] = {"Invalid\n", "Auto-selection\n", "Manual\n",
+                                               "Invalid\n", "HRW\n",            "Preferential\n"};
+constexpr const char *kEsMcastCarvingTexts[] = {"Disabled\n", "HRW (S,G)\n", "HRW (*,G)\n"};
+constexpr const char *kEsCarvingSyncWords[] = {"NONE", "NTP_SCT", "HANDSHAKE"};
+constexpr const char *kEsMacFlushWords[] = {"Invalid", "STP-TCN", "MVRP"};
+constexpr const char *kEsAccessSignalWords[] = {"Unsupported", "Bundle OOS (Default)",
+                                                "Bundle Down"};
+constexpr const char *kEsDfTypeWords[] = {"MOD", "HRW", "PREF", "Invalid"};
+constexpr const char *kEsVesFsmWords[] = {"Init",  "Peering", "Set-DF", "Set-NDF",
+                                          "Up-DF", "Up-NDF",  "Dn"};
+constexpr const char *kEsForcedStateWords[] = {"Invalid", "Up", "Down", "OOS", "External"};
+
+constexpr uint32_t kEsCarvingManual = 2;
+constexpr uint32_t kEsCarvingPreferential = 5;
+constexpr uint32_t kEsWarningVesConflict = 0;
+constexpr uint32_t kNoLabel = 0x100001;      // outside the 20-bit label range
+constexpr size_t kEsNameSize = 80;           // the name conversions' buffer
+constexpr size_t kEsIfNameSize = 64;         // what the interface display form may fill
+constexpr size_t kEsTimeSize = 20;
+constexpr size_t kCarvingItemSize = 91;      // one EVI:ETag item's text
+constexpr uint32_t kCarvingItemsPerRow = 6;
+
+// Virtual accesses named by a pseudowire or VFI; kind 7 (access EVI) is named
+// the same way in the brief entry only.
+bool es_named_by_ves(uint32_t kind) { return kind == 3 || kind == 4 || kind == 7; }
+bool es_is_pw_or_vfi(uint32_t kind) { return kind == 3 || kind == 4; }
+constexpr uint32_t kEsKindVirtualAccessIf = 5;
+
+// Codes past a word table print their number in the line's number format; a
+// negative code reads as unsigned.
+
+// "ES Import RT" and "Source MAC": the MAC, then the origin's word or number.
+template <size_t N>
+void print_es_origin(const char *label, const uint8_t *mac, const char *const (&words)[N],
+                     int32_t origin) {
+    if (origin >= 0 && origin < static_cast<int32_t>(N))
+        printf("  %-18.18s: %s %s\n", label, macstring(mac, 6), words[origin]);
+    else
+        printf("  %-18.18s: %s %u\n", label, macstring(mac, 6), static_cast<uint32_t>(origin));
+}
+
+template <size_t N>
+void print_es_topology(const char *label, const char *const (&words)[N], int32_t topology,
+                       const char *suffix) {
+    if (topology >= 0 && topology < static_cast<int32_t>(N))
+        printf("     %-15.15s: %s%s\n", label, words[topology], suffix);
+    else
+        printf("     %-15.15s: %u%s\n", label, static_cast<uint32_t>(topology), suffix);
+}
+
+const char *local_or_global(uint32_t local) { return local ? "(local)" : "(global)"; }
+
+// The label text of an MPLS label, kNoLabel reading "Invalid".
+void es_label_text(uint32_t label, char (&buf)[EVPN_LABEL_TEXT_SIZE]) {
+    memset(buf, 0, sizeof buf);
+    l2vpn_mpls_label_to_str(label, buf, sizeof buf, EVPN_ENCAP_MPLS);
+}
+
+// The display form of an interface name, or "N/A" when it has none.
+void print_es_display_name(const char *name) {
+    char buf[kEsNameSize] = {};
+    im_display_namestring(name, buf, kEsIfNameSize, 0);
+    printf("%s\n", buf[0] ? buf : "N/A");
+}
+
+void print_es_brief(const l2vpn_evpn_es_bag &es, bool etree, bool priv) {
+    const char *esi = text_of(es.esi_text);
+    printf("%-24.24s ", etree || is_nonzero_show_esi_string(esi) ? esi : "N/A");
+
+    char name[kEsNameSize] = {};
+    if (es_named_by_ves(es.es_kind)) {
+        // A name with no display form leaves the column out.
+        convert_pw_or_vfi_ves_namestring(es.name, name);
+        if (name[0]) printf("%-34.34s", name);
+    } else {
+        im_display_namestring(es.name, name, kEsIfNameSize, 1);
+        printf("%-34.34s", name[0] ? name : "N/A");
+    }
+
+    const uint32_t n = count_of(es.nexthops);
+    if (n == 0) {
+        printf(" %-30.30s\n", "N/A");
+        return;
+    }
+    for (uint32_t i = 0; i < n; i++) {
+        const l2vpn_evpn_es_nexthop &nh = es.nexthops.data[i];
+        if (i > 0) printf("%-59.59s", "");  // under the first address
+        printf(" %s", l2vpn_inet_ntop(&nh.address));
+        if (priv) printf(" %s%s", nh.nh_standby ? "S" : " ", nh.nh_up ? "U" : " ");
+        printf("\n");
+    }
+}
+
+void print_es_interface(const l2vpn_evpn_es_bag &es, bool priv) {
+    const char *state = code_word(kEsStateWords, es.state, "Invalid");
+    if (es_is_pw_or_vfi(es.es_kind)) {
+        printf("  %-18.18s:\n", "Virtual Access");
+        printf("     %-15.15s: %s\n", "Name", text_of(es.name));
+        printf("     %-15.15s: %s\n", "State", state);
+        printf("     %-15.15s: %u\n", "Num PW Up", es.num_pw_up);
+    } else {
+        const bool vai = es.es_kind == kEsKindVirtualAccessIf;
+        printf("  %-18.18s:\n", vai ? "Virtual Access" : "Main port");
+        printf("     %-15.15s: ", "Interface name");
+        print_es_display_name(es.name);
+        if (!vai) printf("     %-15.15s: %s\n", "Interface MAC", macstring(es.interface_mac, 6));
+        printf("     %-15.15s: 0x%08x\n", "IfHandle", es.ifhandle);
+        printf("     %-15.15s: %s%s\n", "State", state,
+               es.staggered_bringup ? " (in staggered bring-up)" : "");
+        if (!vai) {
+            if (es.redundancy < std::size(kEsRedundancyWords))
+                printf("     %-15.15s: %s\n", "Redundancy", kEsRedundancyWords[es.redundancy]);
+            else
+                printf("     %-15.15s: 0x%08x\n", "Redundancy", es.redundancy);
+            if (es.ves_main_port) {
+                printf("  %-18.18s:\n", "VES Main port");
+                printf("     %-15.15s: %s\n", "Grouping MAC", macstring(es.grouping_mac, 6));
+                printf("     %-15.15s: %u\n", "vES subinterfaces linked", es.ves_subif_count);
+                if (priv) printf("     %-15.15s: %u\n", "Peering count", es.ves_peering_count);
+            }
+        }
+    }
+    if (priv) printf("  %-18.18s: 0x%x\n", "ESI ID", es.esi_id);
+}
+
+void print_es_esi_type(const l2vpn_evpn_es_bag &es) {
+    switch (es.esi_type) {
+    case 0:
+        printf("  %-18.18s: %d\n", "ESI type", 0);
+        printf("     %-15.15s: %s\n", "Value", text_of(es.esi_text));
+        break;
+    case 1:
+        printf("  %-18.18s: %d\n", "ESI type", 1);
+        printf("     %-15.15s: %s\n", "System-id", text_of(es.system_id));
+        printf("     %-15.15s: %04x\n", "Port key", es.port_key);
+        break;
+    case 2: case 3: case 4: case 5:
+        printf("  %-18.18s: %d\n", "ESI type", static_cast<int>(es.esi_type));
+        break;
+    default:
+        printf("  %-18.18s: %s\n", "ESI type", "Invalid");
+    }
+}
+
+// A manually configured service list: its size, the list in runs, and with
+// -p the text it was configured with.
+void print_es_manual_list(const char *label, const bag_array<uint32_t> &list, const char *tag,
+                          const char *input, bool priv) {
+    printf("     %-15.15s: ", label);
+    printf("%u\n", count_of(list));
+    if (count_of(list)) print_carving_values(list.data, list.count, tag, true, "");
+    if (priv) {
+        printf("     %-15.15s: ", "Input String");
+        printf("%s\n", input && input[0] ? input : "None");
+    }
+}
+
+void print_es_carving(const l2vpn_evpn_es_bag &es, bool priv) {
+    printf("  %-18.18s: ", "Service Carving");
+    printf("%s", code_word(kEsCarvingModeTexts, es.carving_mode, "Invalid\n"));
+    if (es.carving_mode == kEsCarvingManual) {
+        print_es_manual_list("Primary", es.manual_primary, "Pri", es.manual_primary_input, priv);
+        print_es_manual_list("Secondary", es.manual_secondary, "Sec", es.manual_secondary_input,
+                             priv);
+    } else if (es.carving_mode == kEsCarvingPreferential && priv) {
+        printf("     %-15.15s: ", "Config Weight");
+        printf("%d\n", es.pref_config_weight);
+        printf("     %-15.15s: ", "Oper Weight");
+        printf("%d\n", es.pref_oper_weight);
+        printf("     %-15.15s: ", "Access Driven");
+        printf("%s\n", es.pref_access_driven ? "Enabled" : "Disabled");
+    }
+    printf("     %-15.15s: ", "Multicast");
+    printf("%s", code_word(kEsMcastCarvingTexts, es.mcast_carving_mode, "Invalid\n"));
+}
+
+void print_es_convergence(const l2vpn_evpn_es_bag &es) {
+    const bool mobility = es.conv_mac_mobility, reroute = es.conv_reroute;
+    printf("  %-18.18s: %s", "Convergence", mobility ? "MAC-Mobility" : "");
+    printf("%s", reroute ? (mobility ? ", Reroute" : "Reroute") : "");
+    printf("%s", es.conv_nh_tracking ? (mobility || reroute ? ", NH-Tracking" : "NH-Tracking") : "");
+    printf("\n");
+    if (mobility) {
+        char last[kEsTimeSize] = {};
+        l2vpn_timespec_string(&es.mobility_flush_last, last, sizeof last);
+        printf("     %-15.15s: Debounce %u sec, Count %u, Skip %u\n", "Mobility-Flush",
+               es.mobility_flush_debounce, es.mobility_flush_count, es.mobility_flush_skip);
+        printf("     %-15.15s: Last %s\n", "", es.mobility_flush_count ? last : "n/a");
+    }
+    if (es.conv_nh_tracking)
+        printf("     %-15.15s: %s\n", "Tracked Nexthop", l2vpn_inet_ntop(&es.tracked_nexthop));
+}
+
+void print_es_peers(const l2vpn_evpn_es_bag &es, bool priv) {
+    const uint32_t n = count_of(es.nexthops);
+    printf("  %-18.18s: %u Nexthops\n", "Peering Details", n);
+    for (uint32_t i = 0; i < n; i++) {
+        const l2vpn_evpn_es_nexthop &nh = es.nexthops.data[i];
+        printf("     %s [%s:%s:%02x%s]", l2vpn_inet_ntop(&nh.address),
+               code_word(kEsDfTypeWords, nh.df_type, "Invalid"), nh.dont_preempt ? "DP" : "P",
+               nh.df_preference, nh.time_sync ? ":T" : "");
+        if (is_valid_mac(nh.mac)) printf("[%s]", macstring(nh.mac, 6));
+        if (priv) printf("[%u]", nh.df_info);
+        printf("\n");
+    }
+    printf("  %s:\n", "Service Carving Synchronization");
+    printf("     %-15.15s: %s\n", "Mode", code_word(kEsCarvingSyncWords, es.carving_sync_mode, "INVALID"));
+    printf("     %-15.15s:\n", "Peer Updates");
+    for (uint32_t i = 0; i < n; i++) {
+        const l2vpn_evpn_es_nexthop &nh = es.nexthops.data[i];
+        const char *sct = "N/A";
+        if (nh.sct_usec != 0) {
+            const timeval tv{static_cast<time_t>(nh.sct_usec / 1000000),
+                             static_cast<suseconds_t>(nh.sct_usec % 1000000)};
+            sct = l2vpn_timeval_to_str(&tv);
+        }
+        printf("%s%16s [SCT: %s]\n", "        ", l2vpn_inet_ntop(&nh.address), sct);
+    }
+}
+
+// The not-empty per-service lists of one side of the carving results.
+void print_es_carving_lists(const bag_array<uint32_t> &isids,
+                            const bag_array<l2vpn_evpn_es_id_entry> &evis,
+                            const bag_array<l2vpn_evpn_es_id_entry> &vnis,
+                            const bag_array<l2vpn_evpn_es_id_entry> &srv6, const char *tag) {
+    if (count_of(isids)) print_carving_values(isids.data, isids.count, tag, false, "I-Sid");
+    if (count_of(evis)) print_carving_ids(evis.data, evis.count, tag, "EVI");
+    if (count_of(vnis)) print_carving_ids(vnis.data, vnis.count, tag, "VNI");
+    if (count_of(srv6)) print_carving_ids(srv6.data, srv6.count, tag, "SRv6");
+}
+
+void print_es_vpws_list(const char *label, const bag_array<l2vpn_evpn_es_evi_etag> &list,
+                        const char *tag, bool carving) {
+    printf("     %-15.15s: %d\n", label, static_cast<int>(count_of(list)));
+    if (carving && count_of(list)) print_carving_evi_etags(list.data, list.count, tag);
+}
+
+void print_es_results(const l2vpn_evpn_es_bag &es, bool carving) {
+    printf("  %s:\n", "Service Carving Results");
+    printf("     %-15.15s: %d\n", "Forwarders", static_cast<int>(es.forwarder_count));
+    printf("     %-15.15s: %d\n", "Elected", static_cast<int>(es.elected_count));
+    if (carving)
+        print_es_carving_lists(es.elected_isids, es.elected_evis, es.elected_vnis,
+                               es.elected_srv6, "E");
+    printf("     %-15.15s: %d", "Not Elected", static_cast<int>(es.not_elected_count));
+    if (es.carving_mode == kEsCarvingManual)
+        printf(" (incl. %d Not Configured)", static_cast<int>(es.not_configured_count));
+    printf("\n");
+    if (carving)
+        print_es_carving_lists(es.not_elected_isids, es.not_elected_evis, es.not_elected_vnis,
+                               es.not_elected_srv6, "NE");
+
+    printf("  %s:\n", "EVPN-VPWS Service Carving Results");
+    print_es_vpws_list("Primary", es.vpws_primary, "P", carving);
+    print_es_vpws_list("Backup", es.vpws_backup, "B", carving);
+    print_es_vpws_list("Non-DF", es.vpws_non_df, "NDF", carving);
+}
+
+// A timer line: its configured value, then whether it runs and for how long.
+void print_es_timer(const char *label, uint32_t value, uint32_t left_ms) {
+    printf("  %-18.18s: %d sec ", label, static_cast<int>(value));
+    print_running_suffix(left_ms);
+}
+
+void print_es_timers(const l2vpn_evpn_es_bag &es, bool priv) {
+    print_es_timer("Peering timer", es.peering_timer, es.peering_left);
+    print_es_timer("Recovery timer", es.recovery_timer, es.recovery_left);
+    print_es_timer("Carving timer", es.carving_timer, es.carving_left);
+    print_es_timer("HRW Reset timer", es.hrw_reset_timer, es.hrw_reset_left);
+    if (priv) {
+        printf("  %-18.18s: %d msec ", "AC Debounce timer", static_cast<int>(es.ac_debounce_timer));
+        print_running_suffix(es.ac_debounce_left);
+    }
+}
+
+// An E-Tree segment has its E-Tree label and no split-horizon labels.
+void print_es_labels(const l2vpn_evpn_es_bag &es, bool etree) {
+    char label[EVPN_LABEL_TEXT_SIZE];
+    es_label_text(es.local_label_valid ? es.local_label : kNoLabel, label);
+    if (etree) {
+        printf("  %-18.18s: %s\n", "Local ETree label", label);
+        return;
+    }
+    printf("  %-18.18s: %s\n", "Local SHG label", label);
+    const uint32_t n = count_of(es.remote_shg_labels);
+    printf("  %-18.18s: %zu\n", "Remote SHG labels", static_cast<size_t>(n));
+    for (uint32_t i = 0; i < n; i++) {
+        const l2vpn_evpn_remote_shg_label_entry &r = es.remote_shg_labels.data[i];
+        es_label_text(r.label, label);
+        printf("  %17.17s : nexthop %s\n", label, l2vpn_inet_ntop(&r.address));
+    }
+}
+
+// ---- Ethernet segment diagnostics ----------------------------------------------
+
+// One row of the statistics table: advertised and, where the row has them,
+// withdrawn counters. The rows keep this order, not the record's.
+struct EsStatsRow {
+    const char *label;
+    l2vpn_diag_stats_bag l2vpn_evpn_es_bag::*adv;
+    l2vpn_diag_stats_bag l2vpn_evpn_es_bag::*wdw;  // null: one column only
+};
+constexpr EsStatsRow kEsStatsRows[] = {
+    {"RT", &l2vpn_evpn_es_bag::rt_adv_stats, &l2vpn_evpn_es_bag::rt_wdw_stats},
+    {"LocalBMAC", &l2vpn_evpn_es_bag::local_bmac_adv_stats,
+     &l2vpn_evpn_es_bag::local_bmac_wdw_stats},
+    {"ESI", &l2vpn_evpn_es_bag::esi_adv_stats, &l2vpn_evpn_es_bag::esi_wdw_stats},
+    {"EAD/ES", &l2vpn_evpn_es_bag::ead_es_adv_stats, &l2vpn_evpn_es_bag::ead_es_wdw_stats},
+    {"EAD/EVI", &l2vpn_evpn_es_bag::ead_evi_adv_stats, &l2vpn_evpn_es_bag::ead_evi_wdw_stats},
+    {"MST-AG VPWS", &l2vpn_evpn_es_bag::mst_ag_vpws_adv_stats,
+     &l2vpn_evpn_es_bag::mst_ag_vpws_wdw_stats},
+    {"DF ElectFWD", &l2vpn_evpn_es_bag::df_elect_fwd_stats, nullptr},
+    {"UpdateMAC", &l2vpn_evpn_es_bag::update_mac_stats, nullptr},
+    {"MacFlushPE", &l2vpn_evpn_es_bag::mac_flush_pe_stats, nullptr},
+    {"MacFlushCE", &l2vpn_evpn_es_bag::mac_flush_ce_stats, nullptr},
+    {"Instance", &l2vpn_evpn_es_bag::instance_adv_stats, &l2vpn_evpn_es_bag::instance_wdw_stats},
+    {"MP Info", &l2vpn_evpn_es_bag::mp_info_adv_stats, &l2vpn_evpn_es_bag::mp_info_wdw_stats},
+    {"MipConvert", &l2vpn_evpn_es_bag::mip_convert_stats, nullptr},
+    {"FibReachblt", &l2vpn_evpn_es_bag::fib_reachability_stats, nullptr},
+};
+
+void print_es_stats(const l2vpn_evpn_es_bag &es) {
+    printf("   EVPN ES Statistics\n");
+    printf("   %-10.10s|%-32.32s|%-32.32s\n", "", "Adv", "Wdw");
+    printf("   %-10.10s|%4s %-18s %8s|%4s %-18s %8s\n", "", "Cnt", "Last Time", "Last Arg", "Cnt",
+           "Last Time", "Last Arg");
+    for (const EsStatsRow &row : kEsStatsRows) {
+        printf("%s%10.10s", "   ", row.label);
+        printf("|");
+        l2vpn_diag_stats_print_bag(&(es.*row.adv));
+        printf("|");
+        if (row.wdw) l2vpn_diag_stats_print_bag(&(es.*row.wdw));
+        printf("\n");
+    }
+    printf("   ----------------------------------------------------------------------------\n");
+}
+
+void print_es_two(const char *left, uint32_t a, const char *right, uint32_t b) {
+    printf("%s%16.16s %d                       %16.16s %d\n", "   ", left, static_cast<int>(a),
+           right, static_cast<int>(b));
+}
+
+void print_es_masks(const char *left, uint32_t a, const char *right, uint32_t b) {
+    printf("%s%16.16s 0x%04x                  %16.16s 0x%x\n", "   ", left, a, right, b);
+}
+
+void print_es_counters(const l2vpn_evpn_es_bag &es) {
+    const char *esi = is_nonzero_esi(es.diag_esi) ? esistring(es.diag_esi) : nullptr;
+    printf("%s%16.16s %-24.24s", "   ", "Diagnostic ESI :", esi ? esi : "N/A");
+    char ifname[kEsNameSize] = {};
+    im_display_namestring(es.diag_ifname, ifname, kEsIfNameSize, 0);
+    printf("%16.16s %s\n", "Interface Name :", ifname[0] ? ifname : "N/A");
+
+    printf("%s%16.16s 0x%08x\n", "   ", "Diagnostic Ifh :", es.diag_ifh);
+    printf("%s%16.16s 0x%08x              %16.16s %s\n", "   ", "Diagnostic Flag:", es.diag_flags,
+           "DiagnosticES-RT:", macstring(es.diag_es_rt, 6));
+    printf("%s%16.16s 0x%08x              %16.16s %d\n", "   ", "Port Key       :",
+           es.diag_port_key, "MAC winner     :", es.mac_winner);
+    printf("%s%16.16s %d\n", "   ", "Number of EVIs :", static_cast<int>(es.num_evis));
+    printf("%s%16.16s %-4d %-10.10s         %16.16s %-4d %-10.10s\n", "   ", "Recovery Timer :",
+           static_cast<int>(es.recovery_timer), local_or_global(es.recovery_timer_local),
+           "Peering Timer  :", static_cast<int>(es.peering_timer),
+           local_or_global(es.peering_timer_local));
+    printf("%s%16.16s %-4d %-10.10s\n", "   ", "Carving Timer  :",
+           static_cast<int>(es.carving_timer), local_or_global(es.carving_timer_local));
+    printf("%s%16.16s %-4d %-10.10s\n", "   ", "AC Dbnc Timer  :",
+           static_cast<int>(es.ac_debounce_timer), local_or_global(es.ac_debounce_local));
+    print_es_two("RT Advertised  :", es.rt_advertised, "ESI Advertised :", es.esi_advertised);
+    print_es_masks("MSTi state mask:", es.msti_state_mask, "HRW MSTi Set   :", es.hrw_msti_set);
+    if (es.es_kind == kEsKindVirtualAccessIf)
+        print_es_masks("MP MSTi mask   :", es.msti_state_mask, "vES MSTi Set   :", es.ves_msti_set);
+    print_es_two("ES EAD Pulse   :", es.es_ead_pulse, "MP Advertised  :", es.mp_advertised);
+    print_es_two("NVE AnycastVTEP:", es.nve_anycast_vtep, "NVE Ingr-Replic:",
+                 es.nve_ingress_replication);
+    print_es_two("Peering Done   :", es.peering_done, "Carving Done   :", es.carving_done);
+    print_es_two("Peering Chkpt  :", es.peering_chkpt, "Peering Block  :", es.peering_block);
+    if (es_is_pw_or_vfi(es.es_kind))
+        printf("%s%-15.15s: %s\n", "   ", "VES FSM State",
+               code_word(kEsVesFsmWords, es.ves_fsm_state, "Invalid"));
+    print_es_two("RedundFWD      :", es.redund_fwd, "Inval NH       :", es.inval_nh);
+    print_es_two("CarvReadvertise:", es.carv_readvertise, "SubIfIMRegistrd:",
+                 es.subif_im_registered);
+    print_es_two("IfIMCRegistrd  :", es.if_imc_registered, "IfPFIRegistrd  :",
+                 es.if_pfi_registered);
+    print_es_two("CheckpointStale:", es.checkpoint_stale, "CheckpointRcvrd:",
+                 es.checkpoint_rcvrd);
+    print_es_two("MSTIFlushFlood :", es.msti_flush_flood, "MIPConvertPend :",
+                 es.mip_convert_pending);
+    print_es_two("MSTI0 Adv      :", es.msti0_adv, "MP Adv Blk'd   :", es.mp_adv_blocked);
+}
+
+// Checkpointed peers show the MAC of the peering nexthop of the same rank;
+// a rank the peering list does not reach shows "N/A".
+void print_es_checkpoint(const l2vpn_evpn_es_bag &es) {
+    printf("   %-15.15s:\n", "Checkpoint Info");
+    printf("     %-13.13s: %d                       %-15.15s: 0x%0x\n", "IF Type", es.ckpt_if_type,
+           "MSTi Mask", es.ckpt_msti_mask);
+    printf("     %-13.13s: %d\n", "Peering Done", static_cast<int>(es.ckpt_peering_done));
+    const uint32_t n = count_of(es.ckpt_nexthops), peers = count_of(es.nexthops);
+    if (n == 0) return;
+    printf("     %-13.13s:\n", "Nexthop Info");
+    for (uint32_t i = 0; i < n; i++) {
+        const l2vpn_evpn_es_ckpt_nexthop &c = es.ckpt_nexthops.data[i];
+        printf("       %s [%s:%s:%02x][%u][%s]\n", l2vpn_inet_ntop(&c.address),
+               code_word(kEsDfTypeWords, c.df_type, "Invalid"), c.dont_preempt ? "DP" : "P",
+               c.df_preference, c.df_info, i < peers ? macstring(es.nexthops.data[i].mac, 6) : "N/A");
+    }
+}
+
+void print_es_ead_update(const char *label, const bag_array<l2vpn_evpn_rd_rt_entry> &rds) {
+    printf("   %-15.15s:\n", label);
+    printf("     %-13.13s: %d\n", "Num RDs: ", static_cast<int>(count_of(rds)));
+    print_evpn_rd_rt_list(rds.data, count_of(rds));
+}
+
+void print_es_diagnostics(const l2vpn_evpn_es_bag &es) {
+    infra_db_print_evt_hist_bag(&es.event_history, &es.event_history_info,
+                                "EVPN ES event history");
+    print_es_stats(es);
+    print_es_counters(es);
+
+    const uint32_t ves = count_of(es.ves_nexthops);
+    if (ves) {
+        printf("   %-15.15s:\n", "Subif vES Info");
+        printf("     %-24.24s: 0x%x\n", "MP vES MSTI FWD BDF Mask", es.mp_ves_bdf_mask);
+        printf("     %-24.24s:\n", "vES Nexthop Info on MP");
+        printf("       %-16.16s: %u\n", "Number of vES NH", ves);
+        for (uint32_t i = 0; i < ves; i++) {
+            const l2vpn_evpn_es_nexthop &nh = es.ves_nexthops.data[i];
+            printf("       %s : %s [%u][%u]\n", l2vpn_inet_ntop(&nh.address),
+                   macstring(nh.mac, 6), nh.df_info, nh.ves_value);
+        }
+    }
+    print_es_checkpoint(es);
+    printf("   %-15.15s: %s\n", "Forced State",
+           code_word(kEsForcedStateWords, es.forced_state, "Invalid"));
+    printf("   %-15.15s:", "VI member info");
+    if (es.vi_present) {
+        printf("\n");
+        printf("     %-13.13s: %u/%u\n", "Active", es.vi_active, es.vi_total);
+        printf("     %-13.13s: %u/%u\n", "Standby", es.vi_standby, es.vi_total);
+        printf("     %-13.13s: %u/%u\n", "Down", es.vi_down, es.vi_total);
+    } else {
+        printf(" not present\n");
+    }
+    print_es_ead_update("ES EAD Update", es.es_ead_rds);
+    if (es.ves_main_port) print_es_ead_update("GES EAD Update", es.ges_ead_rds);
+}
+
+// ---- Service carving lists -------------------------------------------------------
+
+// Rows of six items under "title tag: ": a row starts before every sixth item;
+// every item but the last and the list's sixth is followed by a comma.
+void print_carving_row_header(const char *title, const char *tag, bool first) {
+    printf(first ? "%15s %-4.4s: " : "\n%15s %-4.4s: ", title, tag);
+}
+
+void print_carving_wrap(uint32_t k, const char *title, const char *tag) {
+    if (k != 0 && k % kCarvingItemsPerRow == 0) print_carving_row_header(title, tag, false);
+}
+
+const char *carving_separator(uint32_t k, uint32_t end, uint32_t count) {
+    return end + 1 == count || k == kCarvingItemsPerRow - 1 ? "" : ",";
 }
 
 }  // namespace
@@ -524,6 +1010,113 @@ void print_evpn_igmp_bag(const void *record, const char *, PrintContext *) {
                                     "EVPN IGMP event history");
     }
     printf("\n");
+}
+
+// ---- Service carving lists -------------------------------------------------------
+
+void print_carving_values(const uint32_t *values, uint32_t count, const char *tag,
+                          bool compress, const char *title) {
+    if (values == nullptr) return;
+    print_carving_row_header(title, tag, true);
+    if (count == 0) {
+        printf("\n");
+        return;
+    }
+    // With compress, a run of consecutive values is one item, and every item
+    // but the last stands on a row of its own.
+    for (uint32_t i = 0, k = 0; i < count; i++, k++) {
+        print_carving_wrap(k, title, tag);
+        uint32_t end = i;
+        if (compress)
+            while (end + 1 < count && values[end + 1] == values[end] + 1) end++;
+        if (values[end] != values[i])
+            printf("%u-%u", values[i], values[end]);
+        else
+            printf("%8u", values[i]);
+        printf("%s", carving_separator(k, end, count));
+        if (compress && end + 1 != count) print_carving_row_header(title, tag, false);
+        i = end;  // the next item starts after the run
+    }
+    printf("\n");
+}
+
+void print_carving_ids(const l2vpn_evpn_es_id_entry *entries, uint32_t count, const char *tag,
+                       const char *title) {
+    if (entries == nullptr) return;
+    print_carving_row_header(title, tag, true);
+    for (uint32_t k = 0; k < count; k++) {
+        print_carving_wrap(k, title, tag);
+        printf("%8u", entries[k].id);
+        if (show_filter.private_view) printf("[%u]", entries[k].extra);
+        printf("%s", carving_separator(k, k, count));
+    }
+    printf("\n");
+}
+
+void print_carving_evi_etags(const l2vpn_evpn_es_evi_etag *entries, uint32_t count,
+                             const char *tag) {
+    static constexpr char kTitle[] = "EVI:ETag";
+    if (entries == nullptr) return;
+    print_carving_row_header(kTitle, tag, true);
+    for (uint32_t k = 0; k < count; k++) {
+        print_carving_wrap(k, kTitle, tag);
+        char item[kCarvingItemSize] = {};
+        const int n = snprintf(item, sizeof item, "%u:", entries[k].evi);
+        format_ethernet_tag(item + n, sizeof item - n, entries[k].etag_type, entries[k].etag);
+        printf("%8s", item);
+        printf("%s", carving_separator(k, k, count));
+    }
+    printf("\n");
+}
+
+// ---- Ethernet segments -------------------------------------------------------------
+
+// Columns: 24 34 31, under the header of show_evpn_es: one line per peer.
+// With -d or -p the detail block follows, -p adding internal state and the
+// diagnostics, -c the per-service carving lists.
+void print_evpn_es_bag(const void *record, const char *, PrintContext *) {
+    const auto &es = *static_cast<const l2vpn_evpn_es_bag *>(record);
+    const ShowFilter &f = show_filter;
+    const bool priv = f.private_view != 0, detail = f.detail != 0;
+    const bool etree = is_name_etree_es(es.name) != 0;
+
+    print_es_brief(es, etree, priv);
+    if (!detail && !priv) return;
+
+    printf("  %-18.18s: %s\n", "ES to BGP Gates", text_of(es.bgp_gates));
+    printf("  %-18.18s: %s\n", "ES to L2FIB Gates", text_of(es.l2fib_gates));
+    const uint32_t warnings = count_of(es.warnings);
+    if (warnings) {
+        printf("  %-18.18s: ", "ES Warning(s)");
+        for (uint32_t i = 0; i < warnings; i++)
+            printf("%s\n", es.warnings.data[i] == kEsWarningVesConflict
+                               ? "VES Conflict on this interface"
+                               : "Unknown");
+    }
+    print_es_interface(es, priv);
+    print_es_esi_type(es);
+    print_es_origin("ES Import RT", es.import_rt, kEsImportRtOriginWords, es.import_rt_origin);
+    print_es_origin("Source MAC", es.source_mac, kEsSourceMacOriginWords, es.source_mac_origin);
+    printf("  %-18.18s:\n", "Topology");
+    print_es_topology("Operational", kEsOperTopologyWords, es.operational_topology,
+                   es.forced_single_homed ? " (forced SH)" : "");
+    print_es_topology("Configured", kEsConfTopologyWords, es.configured_topology,
+                   es.topology_is_default ? " (default)" : "");
+    print_es_carving(es, priv);
+    print_es_convergence(es);
+    print_es_peers(es, priv);
+    print_es_results(es, f.carving_detail != 0);
+    if (es.mac_flush_mode >= 0 && es.mac_flush_mode < static_cast<int32_t>(std::size(kEsMacFlushWords)))
+        printf("  %-18.18s: %s\n", "MAC Flushing mode", kEsMacFlushWords[es.mac_flush_mode]);
+    else
+        printf("  %-18.18s: %u\n", "MAC Flushing mode", static_cast<uint32_t>(es.mac_flush_mode));
+    print_es_timers(es, priv);
+    print_es_labels(es, etree);
+    printf("  Access signal mode: %s\n",
+           code_word(kEsAccessSignalWords, es.access_signal_mode, "Invalid"));
+    if (priv) print_es_diagnostics(es);
+    printf("\n");
+    if (detail && priv && es.hasi_present) l2vpn_sync_print_hasi_object(&es.hasi_object, 1);
 }
 
 // ============================================================================

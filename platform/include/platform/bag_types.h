@@ -260,6 +260,119 @@ template <class T> struct bag_record_info;
     F(U32, bp_xcid_or_subif_ifh) S(evt_hist_bag, event_history)                 \
     S(evt_hist_bag, event_history_info)
 
+// ---- Ethernet segments -----------------------------------------------------
+
+// One peer of an Ethernet segment. df_type: 0 MOD, 1 HRW, 2 PREF, 3 Invalid;
+// sct_usec: the peer's service carving time in microseconds (0: none);
+// ves_value: read for the virtual ES nexthops of a main port only.
+#define BAG_FIELDS_l2vpn_evpn_es_nexthop(F, S, A, AS, FS)                       \
+    F(IP, address) F(MAC, mac) F(BOOL, nh_standby) F(BOOL, dont_preempt)        \
+    F(U8, df_type) F(U16, df_preference) F(BOOL, time_sync) F(U64, sct_usec)    \
+    F(U8, df_info) F(BOOL, nh_up) F(U32, ves_value)
+
+// A checkpointed peer of an Ethernet segment.
+#define BAG_FIELDS_l2vpn_evpn_es_ckpt_nexthop(F, S, A, AS, FS)                  \
+    F(IP, address) F(BOOL, dont_preempt) F(U8, df_type) F(U16, df_preference)   \
+    F(U8, df_info)
+
+// A service of a carving result (EVI, VNI or SRv6 service) with an extra
+// internal word.
+#define BAG_FIELDS_l2vpn_evpn_es_id_entry(F, S, A, AS, FS) F(U32, id) F(U32, extra)
+
+// An EVPN-VPWS service of a carving result: its EVI and Ethernet tag.
+#define BAG_FIELDS_l2vpn_evpn_es_evi_etag(F, S, A, AS, FS)                      \
+    F(U32, evi) F(U32, etag_type) F(U32, etag)
+
+// The platform's high-availability synchronization object of a record.
+// state: 0 Init, 1 Syncing, 2 Synced, 3 Stale.
+#define BAG_FIELDS_l2vpn_sync_hasi_object(F, S, A, AS, FS)                      \
+    F(U32, object_id) F(U32, state) F(U32, flags) F(U64, local_seq)             \
+    F(U64, peer_seq)
+
+// One Ethernet segment. The last five fields are keys of the listing's
+// indices and are not printed: key_ifname, the interface's name in its
+// internal form (as -i gives it); key_pw_neighbor and key_pw_id, the
+// pseudowire of a pseudowire segment (:: and 0 for any other); key_vfi, the
+// VFI of a VFI segment; key_access_evi, the access EVI's name of an
+// access-EVI segment. An empty key text keeps the segment out of its index.
+#define BAG_FIELDS_l2vpn_evpn_es_bag(F, S, A, AS, FS)                           \
+    F(STR, esi_text) F(U32, esi_id) F(U32, esi_type) F(STR, system_id)          \
+    F(U32, port_key) F(STR, name) F(U32, state) F(BOOL, staggered_bringup)      \
+    F(U32, forced_state) F(U32, es_kind) F(U32, ifhandle) F(U32, redundancy)    \
+    F(U16, msti_state_mask) F(MAC, interface_mac) F(U32, num_pw_up)             \
+    F(MAC, import_rt) F(S32, import_rt_origin) F(STR, bgp_gates)                \
+    F(STR, l2fib_gates) A(U32, warnings) F(S32, mac_flush_mode)                 \
+    F(S32, configured_topology) F(BOOL, topology_is_default)                    \
+    F(S32, operational_topology) F(BOOL, forced_single_homed)                   \
+    F(BOOL, conv_mac_mobility) F(BOOL, conv_reroute) F(BOOL, conv_nh_tracking)  \
+    F(BOOL, ves_main_port) F(MAC, grouping_mac) F(MAC, source_mac)              \
+    F(S32, source_mac_origin) F(U32, ves_peering_count) F(U32, ves_subif_count) \
+    F(U32, peering_timer) F(BOOL, peering_timer_local) F(U32, peering_left)     \
+    F(U32, recovery_timer) F(BOOL, recovery_timer_local) F(U32, recovery_left)  \
+    F(U32, carving_timer) F(BOOL, carving_timer_local) F(U32, carving_left)     \
+    F(U32, ac_debounce_timer) F(BOOL, ac_debounce_local)                        \
+    F(U32, ac_debounce_left) F(U32, hrw_reset_timer) F(U32, hrw_reset_left)     \
+    F(U32, carving_mode) F(S32, carving_sync_mode) F(S32, mcast_carving_mode)   \
+    A(U32, manual_primary) F(STR, manual_primary_input)                         \
+    A(U32, manual_secondary) F(STR, manual_secondary_input)                     \
+    F(U16, pref_config_weight) F(U16, pref_oper_weight)                         \
+    F(BOOL, pref_access_driven) AS(l2vpn_evpn_es_nexthop, nexthops)             \
+    AS(l2vpn_evpn_es_nexthop, ves_nexthops) F(U32, forwarder_count)             \
+    F(U32, elected_count) F(U32, not_elected_count)                             \
+    F(U32, not_configured_count) F(U32, nve_anycast_vtep)                       \
+    F(U32, nve_ingress_replication) F(U32, mobility_flush_count)                \
+    S(l2vpn_timespec_bag, mobility_flush_last) F(U32, mobility_flush_skip)      \
+    F(U32, mobility_flush_debounce) F(IP, tracked_nexthop)                      \
+    AS(l2vpn_evpn_es_evi_etag, vpws_primary)                                    \
+    AS(l2vpn_evpn_es_evi_etag, vpws_backup)                                     \
+    AS(l2vpn_evpn_es_evi_etag, vpws_non_df) A(U32, elected_isids)               \
+    A(U32, not_elected_isids) AS(l2vpn_evpn_es_id_entry, elected_evis)          \
+    AS(l2vpn_evpn_es_id_entry, not_elected_evis)                                \
+    AS(l2vpn_evpn_es_id_entry, elected_vnis)                                    \
+    AS(l2vpn_evpn_es_id_entry, not_elected_vnis) F(BOOL, local_label_valid)     \
+    F(U32, local_label) AS(l2vpn_evpn_remote_shg_label_entry, remote_shg_labels) \
+    F(U32, access_signal_mode) AS(l2vpn_evpn_rd_rt_entry, es_ead_rds)           \
+    AS(l2vpn_evpn_rd_rt_entry, ges_ead_rds) F(U32, ckpt_msti_mask)              \
+    F(U8, ckpt_if_type) F(U32, ckpt_peering_done)                               \
+    AS(l2vpn_evpn_es_ckpt_nexthop, ckpt_nexthops)                               \
+    S(l2vpn_diag_stats_bag, rt_adv_stats) S(l2vpn_diag_stats_bag, rt_wdw_stats) \
+    S(l2vpn_diag_stats_bag, esi_adv_stats) S(l2vpn_diag_stats_bag, esi_wdw_stats) \
+    S(l2vpn_diag_stats_bag, ead_es_adv_stats)                                   \
+    S(l2vpn_diag_stats_bag, ead_es_wdw_stats)                                   \
+    S(l2vpn_diag_stats_bag, ead_evi_adv_stats)                                  \
+    S(l2vpn_diag_stats_bag, ead_evi_wdw_stats)                                  \
+    S(l2vpn_diag_stats_bag, mst_ag_vpws_adv_stats)                              \
+    S(l2vpn_diag_stats_bag, mst_ag_vpws_wdw_stats)                              \
+    S(l2vpn_diag_stats_bag, local_bmac_adv_stats)                               \
+    S(l2vpn_diag_stats_bag, local_bmac_wdw_stats)                               \
+    S(l2vpn_diag_stats_bag, df_elect_fwd_stats)                                 \
+    S(l2vpn_diag_stats_bag, update_mac_stats)                                   \
+    S(l2vpn_diag_stats_bag, mac_flush_pe_stats)                                 \
+    S(l2vpn_diag_stats_bag, mac_flush_ce_stats)                                 \
+    S(l2vpn_diag_stats_bag, instance_adv_stats)                                 \
+    S(l2vpn_diag_stats_bag, instance_wdw_stats)                                 \
+    S(l2vpn_diag_stats_bag, mp_info_adv_stats)                                  \
+    S(l2vpn_diag_stats_bag, mp_info_wdw_stats)                                  \
+    S(l2vpn_diag_stats_bag, mip_convert_stats)                                  \
+    S(l2vpn_diag_stats_bag, fib_reachability_stats) F(ESI, diag_esi)            \
+    F(STR, diag_ifname) F(U32, diag_ifh) F(U32, diag_flags) F(MAC, diag_es_rt)  \
+    F(U16, diag_port_key) F(S32, mac_winner) F(U32, es_ead_pulse)               \
+    F(U32, rt_advertised) F(U32, esi_advertised) F(U32, mp_advertised)          \
+    F(U32, peering_done) F(U32, peering_chkpt) F(U32, num_evis)                 \
+    F(U32, carving_done) F(U32, redund_fwd) F(U32, inval_nh)                    \
+    F(U8, ves_fsm_state) F(U8, hrw_msti_set) F(U16, ves_msti_set)               \
+    F(BOOL, vi_present) F(U16, vi_total) F(U16, vi_active) F(U16, vi_standby)   \
+    F(U16, vi_down) S(evt_hist_bag, event_history)                              \
+    S(evt_hist_bag, event_history_info) S(l2vpn_sync_hasi_object, hasi_object)  \
+    F(BOOL, hasi_present) F(U32, peering_block) F(U16, mp_ves_bdf_mask)         \
+    AS(l2vpn_evpn_es_id_entry, elected_srv6)                                    \
+    AS(l2vpn_evpn_es_id_entry, not_elected_srv6) F(U32, carv_readvertise)       \
+    F(U32, subif_im_registered) F(U32, if_imc_registered)                       \
+    F(U32, if_pfi_registered) F(U32, checkpoint_stale) F(U32, checkpoint_rcvrd) \
+    F(U32, msti_flush_flood) F(U32, mip_convert_pending) F(U32, msti0_adv)      \
+    F(U32, mp_adv_blocked) F(STR, key_ifname) F(IP, key_pw_neighbor)            \
+    F(U32, key_pw_id) F(STR, key_vfi) F(STR, key_access_evi)
+
 // ---- The types -------------------------------------------------------------
 
 // Sub-records, each before the types that hold it.
@@ -269,7 +382,9 @@ template <class T> struct bag_record_info;
     X(l2vpn_diag_stats_bag) X(l2vpn_evpn_rd_rt_entry)                          \
     X(l2vpn_evpn_srv6_vpws_item) X(l2vpn_evpn_srv6_locator_entry)               \
     X(evpn_grp_intf_entry) X(l2vpn_ges_ves_entry)                               \
-    X(l2vpn_evpn_remote_shg_label_entry) X(l2vpn_evpn_igmp_route_source)
+    X(l2vpn_evpn_remote_shg_label_entry) X(l2vpn_evpn_igmp_route_source)        \
+    X(l2vpn_evpn_es_nexthop) X(l2vpn_evpn_es_ckpt_nexthop)                      \
+    X(l2vpn_evpn_es_id_entry) X(l2vpn_evpn_es_evi_etag) X(l2vpn_sync_hasi_object)
 
 // Top-level record types with the bytes of their decode buffers. A new type
 // goes at the end: its position is its number in bag_record_types, which the
@@ -289,7 +404,8 @@ template <class T> struct bag_record_info;
     X(l2vpn_evpn_client_bag, 56)                                              \
     X(l2vpn_atom_acid_bag, 96)                                                  \
     X(l2vpn_evpn_remote_shg_bag, 1776)                                          \
-    X(l2vpn_evpn_igmp_bag, 192)
+    X(l2vpn_evpn_igmp_bag, 192)                                                 \
+    X(l2vpn_evpn_es_bag, 1776)
 
 BAG_SUBRECORDS(BAG_DECLARE)
 BAG_RECORDS(BAG_DECLARE_RECORD)

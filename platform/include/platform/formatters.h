@@ -4,6 +4,7 @@
 #pragma once
 #include <cstddef>
 #include <cstdint>
+#include <sys/time.h>
 
 // 16-byte IP address record: an IPv6 address, or an IPv4 address in the
 // IPv4-mapped form ::ffff:a.b.c.d. All zero is the unspecified address.
@@ -85,6 +86,11 @@ void l2vpn_bag_rd_to_text(const l2vpn_bag_rd_t *value, char *buf, size_t size);
 enum evpn_encap_et : uint32_t { EVPN_ENCAP_WORDS(EVPN_ENCAP_ENUM) };
 #undef EVPN_ENCAP_ENUM
 
+// Time given as whole seconds and microseconds, as ring text
+// "MM/DD HH:MM:SS.uuuuuu" in UTC; microseconds of a second or more carry into
+// the seconds; "(null)" for null.
+const char *l2vpn_timeval_to_str(const struct timeval *tv);
+
 // Labels and identifiers.
 void l2vpn_mpls_label_to_str(uint32_t label, char *buf, size_t size, uint32_t encap);
 void l2vpn_l3rib_internal_id_to_str(uint32_t id, char *buf, size_t size);
@@ -108,6 +114,7 @@ int srv6_util_locator_flags_print(uint16_t flags, char *buf, size_t size);
 int is_pw_ves(const char *name);       // "PW:<neighbor>,<pw-id>"
 int is_vfi_ves(const char *name);      // "VFI:<vfi-name>"
 int is_access_evi(const char *name);   // "EVI:<number>"
+int is_name_etree_es(const char *name);  // "ETREE:<name>": the E-Tree segment
 // Display form into an 80-byte buffer: "PW:10.0.0.1,100" -> "PW 10.0.0.1 / 100",
 // "VFI:core" -> "VFI core", "EVI:5" -> "Access EVI 5"; other names unchanged.
 void convert_pw_or_vfi_ves_namestring(const char *name, char *buf);

@@ -13,9 +13,16 @@ enum : uint32_t {
     SYSDB_TYPE_BAG = 7,           // type word of an encoded record
 };
 
-// The database file that the client reads: $EVPN_SYSDB, else the demo database
-// built by the main job. The start-up check tests it for read access.
+// The database file that the client reads: $EVPN_SYSDB; else, for a program
+// run from a build tree (a CMakeCache.txt in its folder or up to two above),
+// that tree's demo.db; else, for an installed program in <prefix>/bin, the
+// system location <prefix>/var/lib/evpn-show/sysdb.db, with "/usr" dropped
+// from the prefix (/usr/bin/x reads /var/lib/evpn-show/sysdb.db). The
+// start-up check tests it for read access.
 const char *sysdb_library_path(void);
+// Which of the three rules chose sysdb_library_path(): "EVPN_SYSDB", "build
+// tree" or "installed".
+const char *sysdb_library_path_origin(void);
 
 // Opens the database read-only and binds root ("/oper/evpn/gl/", ...).
 uint32_t _sysdb_bind(sysdb_handle_td *handle, const char *root, uint32_t mode);

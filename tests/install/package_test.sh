@@ -1,0 +1,74 @@
+#!/usr/bin/env bash
+# package_test.sh BUILD_DIR SOURCE_DIR
+# Installs the build into a scratch prefix and checks the layout; makes the
+# Debian package, unpacks it and runs the demo from the unpacked tree alone;
+# renders the man pages with warnings on; completes words with the bash
+# completion. Fails on the first thing that is not as a user expects.
+set -euo pipefail
+build=$1 src=$2
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+fail() { echo "FAIL: $*" >&2; exit 1; }
+
+# ---- cmake --install: every file in its place ----
+cmake --install "$build" --prefix "$work/prefix" >/dev/null
+for f in bin/evpn_show_client bin/evpn_sysdb bin/evpn_shell share/man/man1/evpn_shell.1 share/man/man1/evpn_show_client.1 \
+         share/man/man1/evpn_sysdb.1 share/evpn-show/demo.json share/doc/evpn-show/README.md \
+         share/doc/evpn-show/snapshot-format.md share/bash-completion/completions/evpn_sysdb; do
+  [ -e "$work/prefix/$f" ] || fail "install: $f missing"
+done
+
+# ---- the package: declared dependencies, nothing pointing into the build ----
+(cd "$work" && cpack -G DEB --config "$build/CPackConfig.cmake" -B "$work/pkg" >/dev/null)
+deb=$(ls "$work"/pkg/*.deb)
+depends=$(dpkg-deb -f "$deb" Depends)
+[[ $depends == *libc6* ]] || fail "package: Depends does not name the C library: '$depends'"
+dpkg-deb -x "$deb" "$work/root"
+[ -x "$work/root/usr/bin/evpn_show_client" ] || fail "package: no /usr/bin/evpn_show_client"
+if grep -rl --binary-files=text "$build" "$work/root" >/dev/null; then
+  fail "package: $(grep -rl --binary-files=text "$build" "$work/root" | head -1) names the build tree"
+fi
+
+# ---- the demo from the unpacked tree: its own default database ----
+# The unpacked /usr/bin programs take <root>/var/lib/evpn-show/sysdb.db.
+env -u EVPN_SYSDB "$work/root/usr/bin/evpn_sysdb" --help | grep -q "$work/root/var/lib/evpn-show/sysdb.db (installed)" ||
+  fail "installed default: $("$work/root/usr/bin/evpn_sysdb" --help | grep Here)"
+env -u EVPN_SYSDB "$work/root/usr/bin/evpn_sysdb" load "$work/root/usr/share/evpn-show/demo.json" 2>/dev/null
+[ -f "$work/root/var/lib/evpn-show/sysdb.db" ] || fail "load did not make the installed default database"
+"$build/tools/evpn_sysdb" load "$src/data/demo.json" --db "$work/reference.db" 2>/dev/null
+for cmd in 7 5 0 "-d 3" 10; do
+  # shellcheck disable=SC2086  # options are words
+  got=$(env -u EVPN_SYSDB "$work/root/usr/bin/evpn_show_client" $cmd)
+  # shellcheck disable=SC2086
+  want=$(EVPN_SYSDB="$work/reference.db" "$build/l2vpn/show/evpn_show_client" $cmd)
+  [ "$got" = "$want" ] || fail "packaged client, command '$cmd', differs from the build's"
+  [ -n "$got" ] || fail "packaged client, command '$cmd', printed nothing"
+done
+# The packaged shell runs the packaged client beside it.
+got=$(env -u EVPN_SYSDB "$work/root/usr/bin/evpn_shell" -c "show evpn evi 100 detail")
+want=$(EVPN_SYSDB="$work/reference.db" "$build/l2vpn/show/evpn_show_client" -d -M 64 5)
+[ "$got" = "$want" ] || fail "packaged shell differs from the build's client"
+grep -aq "@(#)evpn_show_client $(dpkg-deb -f "$deb" Version)" "$work/root/usr/bin/evpn_show_client" ||
+  fail "the client does not carry the package's version"
+[ "$("$work/root/usr/bin/evpn_sysdb" --version)" = "evpn_sysdb $(dpkg-deb -f "$deb" Version)" ] ||
+  fail "evpn_sysdb --version is not the package's version"
+
+# ---- man pages render without a warning ----
+for page in "$work"/root/usr/share/man/man1/*.1*; do
+  warnings=$(MANWIDTH=80 man --warnings -E UTF-8 -l "$page" 2>&1 >/dev/null)
+  [ -z "$warnings" ] || fail "man $page: $warnings"
+  [ "$(MANWIDTH=80 man -E UTF-8 -l "$page" 2>/dev/null | wc -l)" -gt 40 ] || fail "man $page: too short"
+done
+
+# ---- bash completion: subcommands, dump listings from the registry, gen kinds ----
+complete_words() {
+  PATH="$work/root/usr/bin:$PATH" bash -c '
+    source "$1"; shift
+    COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _evpn_sysdb; printf "%s\n" "${COMPREPLY[@]}"' \
+    _ "$work/root/usr/share/bash-completion/completions/evpn_sysdb" "$@"
+}
+[ "$(complete_words evpn_sysdb du)" = dump ] || fail "completion: du -> $(complete_words evpn_sysdb du)"
+complete_words evpn_sysdb dump evpn_e | grep -qx evpn_evi || fail "completion: dump evpn_e"
+complete_words evpn_sysdb gen --ig | grep -qx -- --igmp || fail "completion: gen --ig"
+[ -z "$(complete_words evpn_sysdb gen --routes "")" ] || fail "completion: a number follows --routes"
+echo "package test: ok ($(basename "$deb"), Depends: $depends)"
