@@ -12,7 +12,7 @@ fail() { echo "FAIL: $*" >&2; exit 1; }
 
 # ---- cmake --install: every file in its place ----
 cmake --install "$build" --prefix "$work/prefix" >/dev/null
-for f in bin/evpn_show_client bin/evpn_sysdb share/man/man1/evpn_show_client.1 \
+for f in bin/evpn_show_client bin/evpn_sysdb bin/evpn_shell share/man/man1/evpn_shell.1 share/man/man1/evpn_show_client.1 \
          share/man/man1/evpn_sysdb.1 share/evpn-show/demo.json share/doc/evpn-show/README.md \
          share/doc/evpn-show/snapshot-format.md share/bash-completion/completions/evpn_sysdb; do
   [ -e "$work/prefix/$f" ] || fail "install: $f missing"
@@ -44,6 +44,10 @@ for cmd in 7 5 0 "-d 3" 10; do
   [ "$got" = "$want" ] || fail "packaged client, command '$cmd', differs from the build's"
   [ -n "$got" ] || fail "packaged client, command '$cmd', printed nothing"
 done
+# The packaged shell runs the packaged client beside it.
+got=$(env -u EVPN_SYSDB "$work/root/usr/bin/evpn_shell" -c "show evpn evi 100 detail")
+want=$(EVPN_SYSDB="$work/reference.db" "$build/l2vpn/show/evpn_show_client" -d -M 64 5)
+[ "$got" = "$want" ] || fail "packaged shell differs from the build's client"
 grep -aq "@(#)evpn_show_client $(dpkg-deb -f "$deb" Version)" "$work/root/usr/bin/evpn_show_client" ||
   fail "the client does not carry the package's version"
 [ "$("$work/root/usr/bin/evpn_sysdb" --version)" = "evpn_sysdb $(dpkg-deb -f "$deb" Version)" ] ||

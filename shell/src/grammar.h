@@ -1,0 +1,79 @@
+// The shell's grammar: the words an operator types, what each one means to the
+// show client, and how a typed value becomes the client's argument. Everything
+// else (parser, completion, "?" help, manual page) reads these tables.
+#pragma once
+#include <cstddef>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace evpn_shell {
+
+// How a typed value is checked and turned into the client's argument.
+enum class ValueKind {
+    None,     // a flag: no value
+    Number,   // decimal 0..4294967295, passed in hexadecimal
+    Decimal,  // decimal 0..4294967295, passed in decimal
+    Node,     // decimal node id 0..4294967294, passed in decimal
+    Mac,      // H.H.H (or six octets): its three 16-bit groups, each in hexadecimal
+    Esi,      // H.H.H.H.H (or ten octets), passed in the dotted form
+    Ip,       // an IPv4 or IPv6 address, passed in its usual text
+    Name,     // any word, passed as typed
+};
+
+// A filter: a keyword (with or without a value), or a value typed alone right
+// after a command word (word == nullptr), that fills one or more options.
+struct Filter {
+    const char *id;          // name the command rows use
+    const char *word;        // keyword typed, or nullptr for a value typed alone
+    ValueKind kind;          // how its value converts
+    const char *options;     // the option letters it fills ("M"; "OPQ" for a MAC)
+    const char *fixed;       // argument of a flag whose option takes one ("1", "standby")
+    const char *value_name;  // what the value is, for messages ("EVI")
+    const char *help;
+};
+
+// A command: its words after the prompt, where "{id}" marks a value that may be
+// typed after the word before it, the keyword filters it takes (in any order,
+// after the command's words), the filters it requires, and the show
+// command it runs (or a shell action).
+enum : int { kActionExit = -1 };
+struct Command {
+    const char *path;
+    const char *filters;   // ids, space-separated
+    const char *required;  // ids, space-separated
+    int number;            // show command number, or kActionExit
+    const char *help;      // what the command shows
+};
+
+// A word of a command path with its help.
+struct Keyword {
+    const char *word;
+    const char *help;
+};
+
+// An output stage after "|".
+enum class PipeKind { Include, Exclude, Count };
+struct PipeStage {
+    const char *word;
+    PipeKind kind;
+    bool takes_regex;
+    const char *help;
+};
+
+std::span<const Keyword> keywords();
+std::span<const Filter> filters();
+std::span<const Command> commands();
+std::span<const PipeStage> pipe_stages();
+
+// The client's options in the order the shell writes them on its command line,
+// as the client's option string gives them (a colon follows an option that
+// takes an argument).
+inline constexpr const char kClientOptions[] = "b:de:g:i:j:npctM:N:O:P:Q:U:0:1:5:6:7:8";
+
+const Keyword *find_keyword(std::string_view word);
+const Filter *find_filter(std::string_view id);
+// The placeholder shown for a value of this kind ("<0-4294967295>").
+const char *value_placeholder(ValueKind kind);
+
+}  // namespace evpn_shell

@@ -1,0 +1,172 @@
+#include "manpage.h"
+
+#include <sstream>
+#include <string_view>
+#include <vector>
+
+#include "grammar.h"
+
+namespace evpn_shell {
+
+namespace {
+
+// Text for roff: backslashes and hyphens escaped, a leading dot or quote guarded.
+std::string roff(std::string_view text) {
+    std::string out;
+    if (!text.empty() && (text[0] == '.' || text[0] == '\'')) out += "\\&";
+    for (char c : text) {
+        if (c == '\\') out += "\\e";
+        else if (c == '-') out += "\\-";
+        else out += c;
+    }
+    return out;
+}
+
+std::vector<std::string> words_of(const char *list) {
+    std::istringstream in(list ? list : "");
+    std::vector<std::string> out;
+    for (std::string s; in >> s;) out.push_back(s);
+    return out;
+}
+
+const char *conversion_text(ValueKind kind) {
+    switch (kind) {
+    case ValueKind::None: return "";
+    case ValueKind::Number: return "typed in decimal, passed in hexadecimal";
+    case ValueKind::Decimal: return "typed and passed in decimal";
+    case ValueKind::Node: return "typed and passed in decimal";
+    case ValueKind::Mac: return "H.H.H or six octets; passed as its three 16\\-bit groups in hexadecimal";
+    case ValueKind::Esi: return "H.H.H.H.H or ten octets; passed in the dotted form";
+    case ValueKind::Ip: return "IPv4 or IPv6 address";
+    case ValueKind::Name: return "passed as typed";
+    }
+    return "";
+}
+
+// The options a filter fills, as the client's command line shows them.
+std::string options_text(const Filter &f) {
+    std::string out;
+    for (const char *o = f.options; *o; o++) {
+        if (!out.empty()) out += " ";
+        out += "\\fB\\-";
+        out += *o;
+        out += "\\fR";
+        if (f.fixed) out += std::string(" ") + roff(f.fixed);
+    }
+    return out;
+}
+
+// A filter as typed: "\fBword\fR \fIvalue\fR" or "\fIvalue\fR".
+std::string filter_form(const Filter &f) {
+    std::string out;
+    if (f.word) out += "\\fB" + roff(f.word) + "\\fR";
+    if (f.kind != ValueKind::None) {
+        if (!out.empty()) out += " ";
+        out += "\\fI" + roff(value_placeholder(f.kind)) + "\\fR";
+    }
+    return out;
+}
+
+}  // namespace
+
+std::string command_synopsis(const char *path) {
+    std::string out;
+    for (const std::string &t : words_of(path)) {
+        if (!out.empty()) out += " ";
+        if (t.size() > 2 && t.front() == '{') {
+            const Filter *f = find_filter(t.substr(1, t.size() - 2));
+            out += std::string("[") + (f ? value_placeholder(f->kind) : "?") + "]";
+        } else {
+            out += t;
+        }
+    }
+    return out;
+}
+
+std::string manual_page() {
+    std::ostringstream m;
+    m << ".TH EVPN_SHELL 1 \"\" \"evpn_show\" \"User Commands\"\n"
+      << ".nh\n"
+      << ".SH NAME\n"
+      << "evpn_shell \\- command shell for the EVPN show reports\n"
+      << ".SH SYNOPSIS\n"
+      << ".B evpn_shell\n"
+      << "[\\fB\\-n\\fR] [\\fB\\-c\\fR \\fIcommand\\fR]\n"
+      << ".SH DESCRIPTION\n"
+      << "\\fBevpn_shell\\fR turns the words an operator types, such as\n"
+      << "\\fBshow evpn evi 100 detail\\fR, into the options and the command number of\n"
+      << "\\fBevpn_show_client\\fR and runs it once per command, passing its output and\n"
+      << "exit status through unchanged.\n"
+      << "Numbers (EVIs, tags, group and endpoint IDs) are typed in decimal; MAC\n"
+      << "addresses, Ethernet segment identifiers and IP addresses in the forms the\n"
+      << "reports print.\n"
+      << "Keywords may be shortened to any prefix that no other word at that point shares.\n"
+      << "Filters follow the command's words in any order; each may be given once.\n"
+      << ".PP\n"
+      << "On a terminal the shell edits lines with history; \\fBTab\\fR completes the\n"
+      << "next word and \\fB?\\fR lists the words that may follow with their help.\n"
+      << "Output longer than the terminal goes through \\fB$PAGER\\fR.\n"
+      << "Otherwise it reads one command per line from standard input (blank lines and\n"
+      << "lines starting with \\fB#\\fR are skipped).\n"
+      << "A word that does not fit is shown with a \\fB^\\fR marker under it and the\n"
+      << "words that would; the client is not run.\n"
+      << ".SH OPTIONS\n"
+      << ".TP\n.BI \\-c \" command\"\n"
+      << "Run one command and exit with its status.\n"
+      << ".TP\n.B \\-n\n"
+      << "Print the client's command line for each command instead of running it.\n"
+      << ".SH COMMANDS\n";
+    for (const Command &c : commands()) {
+        m << ".TP\n.B " << roff(command_synopsis(c.path)) << "\n" << roff(c.help);
+        if (c.number >= 0) m << " (show command " << c.number << ")";
+        m << ".\n";
+        std::vector<std::string> filters = words_of(c.filters), required = words_of(c.required);
+        std::string list;
+        for (const std::string &id : filters) {
+            const Filter *f = find_filter(id);
+            if (!f) continue;
+            bool needed = false;
+            for (const std::string &r : required) needed |= r == id;
+            if (!list.empty()) list += ", ";
+            list += needed ? filter_form(*f) + " (required)" : filter_form(*f);
+        }
+        if (!list.empty()) m << "Filters: " << list << ".\n";
+    }
+    m << ".SH FILTERS\n"
+      << "Each filter, the client option it fills and how its value is passed.\n";
+    for (const Filter &f : filters()) {
+        m << ".TP\n" << filter_form(f) << "\n" << roff(f.help) << "; " << options_text(f);
+        if (f.kind != ValueKind::None) m << " (" << conversion_text(f.kind) << ")";
+        m << ".\n";
+    }
+    m << ".SH OUTPUT FILTERS\n"
+      << "A command may be followed by stages, each after a \\fB|\\fR; a regular\n"
+      << "expression (POSIX extended) runs to the next \\fB|\\fR that has a blank on each side.\n";
+    for (const PipeStage &p : pipe_stages()) {
+        m << ".TP\n.B | " << roff(p.word);
+        if (p.takes_regex) m << " \\fIregex\\fR";
+        m << "\n" << roff(p.help) << ".\n";
+    }
+    m << ".SH ENVIRONMENT\n"
+      << ".TP\n.B EVPN_SHOW_CLIENT\n"
+      << "The client program; by default \\fBevpn_show_client\\fR in the shell's own directory.\n"
+      << ".TP\n.B PAGER\n"
+      << "The pager for long output on a terminal (default \\fBmore\\fR; empty: none).\n"
+      << ".TP\n.B EVPN_SYSDB\n"
+      << "Passed on to the client: the database it reads.\n"
+      << ".SH EXIT STATUS\n"
+      << "With \\fB\\-c\\fR, the client's status, or 1 when the command was not understood.\n"
+      << "Reading standard input, the status of the last command that failed, else 0.\n"
+      << ".SH EXAMPLES\n"
+      << ".nf\n"
+      << "evpn_shell \\-c \"show evpn evi 100 detail\"        # evpn_show_client \\-d \\-M 64 5\n"
+      << "evpn_shell \\-c \"show evpn evi mac 0011.2233.4401\" # \\-O 11 \\-P 2233 \\-Q 4401 0\n"
+      << "echo \"show evpn summary | include Label\" | evpn_shell\n"
+      << ".fi\n"
+      << ".SH SEE ALSO\n"
+      << ".BR evpn_show_client ,\n"
+      << ".BR evpn_sysdb\n";
+    return m.str();
+}
+
+}  // namespace evpn_shell
