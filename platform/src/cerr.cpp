@@ -26,6 +26,8 @@ constexpr CodeText kTexts[] = {
     {BAG_ERR_NOMEM, "Out of memory decoding the record"},
     {BAG_ERR_ARG, "Invalid argument to the record codec"},
     {BAG_ERR_NOT_DECODED, "Buffer holds no decoded record"},
+    {BAG_ERR_TEXT, "Encoded text holds a control character or is not UTF-8"},
+    {BAG_ERR_TOO_BIG, "Encoded record larger than a record may be"},
     {L2FIB_ERR_NOT_STARTED, "Forwarding statistics client not started"},
     {L2FIB_ERR_START, "Forwarding statistics service unreachable"},
     {L2FIB_ERR_NO_BD, "No forwarding statistics for the bridge domain"},

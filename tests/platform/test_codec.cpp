@@ -394,6 +394,84 @@ TEST(Codec, StringsAndPaddingAreChecked) {
     EXPECT_EQ(bag_inner_bytes_held(), 0u);
 }
 
+TEST(Codec, TextThatCouldDriveATerminalIsAMalformedRecord) {
+    Buf dec(sizeof(Pads));
+    const std::string head = unhex(kPadsHex).substr(0, 20);
+    auto with_str = [&](const std::string &t) {
+        return head + be32(static_cast<uint32_t>(t.size())) + t +
+               std::string((4 - t.size() % 4) % 4, '\0') + be32(0);
+    };
+    struct Case {
+        std::string text;
+        uint32_t rc;
+    };
+    const Case cases[] = {
+        {"bd-10 blue", 0},
+        {"caf\xc3\xa9 \xe2\x80\x93 \xf0\x9f\x98\x80", 0},  // two, three and four bytes
+        {"\xc2\xa0", 0},                                      // U+00A0, just past C1
+        {"a\x1b[2Jb", BAG_ERR_TEXT},                           // escape sequence
+        {"0123456789abcdef~ !", 0},                             // whole words and a tail
+        {"01234567\x1f9abcdef", BAG_ERR_TEXT},                  // in the second word
+        {"0123456789abcde\x7f", BAG_ERR_TEXT},
+        {"0123456789abcdef\x01", BAG_ERR_TEXT},                 // in the tail
+        {"01234567\xc3\xa9", 0},
+        {std::string("a\0b", 3), BAG_ERR_TEXT},                // NUL inside the length
+        {"line\r\nFAKE", BAG_ERR_TEXT},
+        {"\x7f", BAG_ERR_TEXT},                                 // DEL
+        {"\xc2\x9b" "2J", BAG_ERR_TEXT},                         // C1 CSI as UTF-8
+        {"\xc2\x80", BAG_ERR_TEXT},                             // first C1
+        {"\x9b", BAG_ERR_TEXT},                                 // C1 as a raw byte
+        {"\xc0\x9b", BAG_ERR_TEXT},                             // overlong form of ESC
+        {"\xed\xa0\x80", BAG_ERR_TEXT},                         // surrogate
+        {"\xe2\x80", BAG_ERR_TEXT},                             // sequence cut short
+        {"\xf4\x90\x80\x80", BAG_ERR_TEXT},                     // past U+10FFFF
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(hex(c.text));
+        std::string e = with_str(c.text);
+        EXPECT_EQ(bag_decode(e.data(), static_cast<uint32_t>(e.size()), dec.p(), dec.size(), &kPads),
+                  c.rc);
+        if (c.rc == 0) bag_free_indirections(dec.p(), &kPads);
+        EXPECT_EQ(bag_inner_bytes_held(), 0u);
+        // The encoder refuses to make what the decoder refuses (a NUL cuts a C text short).
+        Pads rec{};
+        std::string text = c.text;
+        rec.str = text.data();
+        std::string enc;
+        if (text.find('\0') == std::string::npos) {
+            EXPECT_EQ(bag_encode(&rec, &kPads, enc), c.rc);
+        }
+    }
+    // The same text in an optional string.
+    std::string opt = head + be32(0) + be32(1) + be32(1) + std::string("\x07\0\0\0", 4);
+    EXPECT_EQ(bag_decode(opt.data(), static_cast<uint32_t>(opt.size()), dec.p(), dec.size(), &kPads),
+              BAG_ERR_TEXT);
+}
+
+TEST(Codec, RecordsOverTheSizeLimitsAreRefusedBothWays) {
+    // Encoded bytes: refused by length before anything is read.
+    Buf dec(sizeof(Pads));
+    std::string big(size_t(BAG_MAX_RECORD) + 4, '\0');
+    EXPECT_EQ(bag_decode(big.data(), static_cast<uint32_t>(big.size()), dec.p(), dec.size(), &kPads),
+              BAG_ERR_TOO_BIG);
+    // The encoder counts the decoder's inner bytes as the decoder does: each
+    // entry its size and its two empty strings (one byte each), plus the
+    // class name. n entries fit exactly; one more does not encode.
+    const BagDesc *h = &bag_desc_evt_hist_bag;
+    const size_t n = (BAG_MAX_INNER - 1) / (sizeof(evt_hist_entry_bag) + 2);
+    evt_hist_bag rec{};
+    std::vector<evt_hist_entry_bag> entries(n + 1);
+    rec.evt_entry = {static_cast<uint32_t>(n + 1), entries.data()};
+    std::string enc;
+    EXPECT_EQ(bag_encode(&rec, h, enc), BAG_ERR_TOO_BIG);
+    rec.evt_entry.count = static_cast<uint32_t>(n);
+    enc.clear();
+    ASSERT_EQ(bag_encode(&rec, h, enc), 0u);
+    Buf hd(h->size);
+    EXPECT_EQ(bag_decode(enc.data(), static_cast<uint32_t>(enc.size()), hd.p(), hd.size(), h), 0u);
+    bag_free_indirections(hd.p(), h);
+}
+
 TEST(Codec, NarrowFieldsRefuseValuesOutOfRange) {
     // SidStructure: six u8 fields; L2Attributes: flag, u16 MTU, two u32.
     const BagDesc *sid = &bag_desc_SidStructure, *l2 = &bag_desc_L2Attributes;
@@ -513,7 +591,7 @@ TEST(Codec, InnerAllocationsOfOneRecordAreCapped) {
     bag_free_indirections(dec.p(), h);
     std::string over = history(BAG_MAX_INNER / sizeof(evt_hist_entry_bag) + 1000);
     EXPECT_EQ(bag_decode(over.data(), static_cast<uint32_t>(over.size()), dec.p(), dec.size(), h),
-              BAG_ERR_NOMEM);
+              BAG_ERR_TOO_BIG);
     EXPECT_EQ(bag_inner_bytes_held(), 0u);
 }
 

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "platform/bag.h"
+#include "platform/cerr.h"
 #include "platform/sysdb_keys.h"
 #include "platform/sysdb_registry.h"
 #include "platform/sysdb_schema.h"
@@ -240,8 +241,7 @@ bool SysdbWriter::add(const std::string &root, std::string_view base, const void
     const ListingDef *l = t->def;
     m.encoded.clear();
     if (uint32_t rc = bag_encode(record, l->desc, m.encoded)) {
-        err = std::string("cannot encode ") + l->desc->name;
-        (void)rc;
+        err = std::string("cannot encode ") + l->desc->name + ": " + cerr_strerror(rc);
         return false;
     }
     if (t->list < 0 && (t->list = m.list_id(root, t->base, l->desc->name, err)) < 0) return false;
@@ -337,6 +337,14 @@ bool SysdbWriter::set_capability(const std::string &name, int64_t value, std::st
 bool SysdbWriter::add_interface(uint32_t handle, const std::string &name, const std::string &state,
                                 std::string &err) {
     Impl &m = *impl_;
+    // Interface names and states reach the reports as they stand.
+    uint32_t cp;
+    for (const std::string *t : {&name, &state})
+        if (bag_text_bad_at(t->data(), t->size(), &cp) != t->size()) {
+            err = (t == &name ? "name" : "state") +
+                  std::string(": text holds a control character or is not UTF-8");
+            return false;
+        }
     sqlite3_reset(m.ins_if);
     sqlite3_bind_int64(m.ins_if, 1, handle);
     sqlite3_bind_text(m.ins_if, 2, name.c_str(), -1, SQLITE_TRANSIENT);

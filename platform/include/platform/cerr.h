@@ -21,6 +21,8 @@ enum : uint32_t {
     BAG_ERR_NOMEM = 0x40a10700u,           // inner allocation failed or over the cap
     BAG_ERR_ARG = 0x40a10800u,             // absent data, buffer or description
     BAG_ERR_NOT_DECODED = 0x40a10900u,     // release of a buffer the codec never filled
+    BAG_ERR_TEXT = 0x40a10a00u,            // text with a control character, a NUL or bytes not UTF-8
+    BAG_ERR_TOO_BIG = 0x40a10b00u,         // record over the codec's size limits
     L2FIB_ERR_NOT_STARTED = 0x40b10100u,   // statistics client not running
     L2FIB_ERR_START = 0x40b10200u,         // statistics client could not start
     L2FIB_ERR_NO_BD = 0x40b10300u,         // no counters for that bridge domain

@@ -1,0 +1,231 @@
+// Bad input from every side: snapshots with hostile text or records too big
+// to decode, stores that are corrupt or not quite ours, outputs that fail.
+// Each class gets a refusal that says what and where, never a hang, a crash
+// or a silently different report.
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "client/test_util.h"
+#include "platform/bag_types.h"
+#include "platform/sysdb.h"
+#include "snapshot.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using spine_test::scratch;
+
+const std::string kRoot = "/oper/evpn/gl/";
+const std::string kMac = "evpn_evi_detail/evi_child_container/evpn_mac";
+const std::string kDetail = "evpn_evi_detail/detailed_elements";
+
+std::string roots(const std::string &listing, const std::string &records) {
+    return R"({"roots": {"/oper/evpn/gl/": {")" + listing + R"(": )" + records + "}}}";
+}
+
+// Loads a snapshot text in process; the error, empty on success.
+std::string load_text(const std::string &text, const std::string &db) {
+    std::istringstream in(text);
+    evpn::LoadStats stats;
+    std::string err;
+    bool ok = evpn::load_snapshot(in, db, stats, err);
+    return ok ? std::string() : err.empty() ? "(no message)" : err;
+}
+
+std::string write_text(const std::string &name, const std::string &text) {
+    std::string path = scratch(name);
+    std::ofstream(path, std::ios::binary) << text;
+    return path;
+}
+
+subprocess::Run sysdb(const std::vector<std::string> &args) {
+    std::vector<std::string> argv{EVPN_SYSDB_BIN};
+    argv.insert(argv.end(), args.begin(), args.end());
+    return subprocess::run(argv);
+}
+
+subprocess::Run client(const std::vector<std::string> &args, const std::string &db,
+                       const std::string &debug = "") {
+    std::vector<std::string> env{"EVPN_SYSDB=" + db};
+    if (!debug.empty()) env.push_back("EVPN_DEBUG=" + debug);
+    return spine_test::run_client(args, env);
+}
+
+// Exit status and peak resident memory (KiB) of a program run with its
+// output thrown away.
+struct Peak {
+    int status = -1;
+    long max_rss_kib = 0;
+};
+Peak run_measured(const std::vector<std::string> &args) {
+    Peak p;
+    pid_t pid = subprocess::start(args);
+    int ws = 0;
+    struct rusage ru {};
+    if (pid <= 0 || wait4(pid, &ws, 0, &ru) != pid) return p;
+    p.status = WIFEXITED(ws) ? WEXITSTATUS(ws) : 128 + WTERMSIG(ws);
+    p.max_rss_kib = ru.ru_maxrss;
+    return p;
+}
+
+// ---- Hostile snapshots -------------------------------------------------------
+
+TEST(HostileSnapshot, ControlTextAndOversizedRecordsAreRefusedByName) {
+    std::string many_paths = "[";  // one more element than the decoder takes
+    const size_t over = BAG_MAX_INNER / sizeof(EvpnPath) + 1;
+    for (size_t i = 0; i < over; i++) many_paths += i ? ",{}" : "{}";
+    many_paths += "]";
+    struct Case {
+        std::string snapshot;
+        std::vector<std::string> says;
+    };
+    const std::vector<Case> cases = {
+        {roots("evpn_evi", R"([{"vpn_id": 1, "bd_name": "\u001b[2J\u001b]0;x\u0007evil\r\nFAKE LINE"}])"),
+         {"evpn_evi[0].bd_name", "control character U+001B at byte 0"}},
+        {roots("evpn_evi", R"([{"vpn_id": 1, "bd_name": "a\u0000b"}])"),
+         {"evpn_evi[0].bd_name", "U+0000 at byte 1"}},
+        {roots("evpn_evi", R"([{"vpn_id": 1, "bd_name": "bd\u007f"}])"), {"U+007F at byte 2"}},
+        {roots("evpn_evi", R"([{"vpn_id": 1, "bd_name": "\u009b2J"}])"), {"U+009B at byte 0"}},
+        {roots("evpn_evi", R"([{"vpn_id": 1, "bd_name": "tab\there"}])"), {"U+0009"}},
+        {roots(kDetail, R"([{"vpn_id": 1, "srv6_locator_name": "loc\n"}])"),
+         {kDetail + "[0].srv6_locator_name", "U+000A"}},
+        {roots(kDetail, R"([{"vpn_id": 1, "event_history": {"evt_entry": [{}, {"evt_name": "\r"}]}}])"),
+         {kDetail + "[0].event_history.evt_entry[1].evt_name", "U+000D"}},
+        {R"({"interfaces": [{"name": "eth1\u001b[0m", "handle": 1}]})", {"interfaces[0]", "name"}},
+        {R"({"interfaces": [{"name": "eth1", "handle": 1, "state": "Up\u0085"}]})",
+         {"interfaces[0]", "state"}},
+        {roots(kMac, R"([{"evi": 1, "path_buffer": )" + many_paths + "}]"),
+         {kMac + "[0].path_buffer[" + std::to_string(over - 1) + "]", "more than a record may hold"}},
+    };
+    const std::string db = scratch("hostile.db");
+    ASSERT_EQ(load_text(roots("evpn_evi", R"([{"vpn_id": 7}])"), db), "");
+    std::ifstream in(db, std::ios::binary);
+    const std::string before((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.snapshot.substr(0, 200));
+        std::string err = load_text(c.snapshot, db);
+        ASSERT_NE(err, "") << "loaded";
+        for (const std::string &s : c.says) EXPECT_NE(err.find(s), std::string::npos) << err;
+        std::ifstream again(db, std::ios::binary);
+        EXPECT_EQ(std::string((std::istreambuf_iterator<char>(again)), std::istreambuf_iterator<char>()),
+                  before);
+    }
+    // Names in other scripts are text like any other, and print as they stand.
+    const std::string bd = "caf\xc3\xa9-\xe7\xbd\x91";
+    ASSERT_EQ(load_text(roots("evpn_evi", R"([{"vpn_id": 1, "encap": 8, "bd_name": ")" + bd + "\"}]"), db), "");
+    auto r = client({"5"}, db);
+    EXPECT_EQ(r.status, 0);
+    EXPECT_NE(r.out.find(bd), std::string::npos) << r.out;
+}
+
+// A store written by other means: the decoder refuses the hostile text and the
+// walk goes on to the next record.
+TEST(HostileSnapshot, StoredControlTextIsAMalformedRecordSkippedAndTraced) {
+    const std::string db = spine_test::build_db("hostile-store.db", [](evpn::SysdbWriter &w) {
+        std::string err;
+        for (uint32_t id = 1; id <= 3; id++) {
+            std::string bd = "QQQQ" + std::to_string(id);
+            l2vpn_evpn_evi_summary_bag evi{id, 8, bd.data(), 0};
+            std::string enc;
+            ASSERT_EQ(bag_encode(&evi, &bag_desc_l2vpn_evpn_evi_summary_bag, enc), 0u);
+            if (id == 2) enc.replace(enc.find("QQQQ"), 4, "\x1b[2J");
+            char name[32];
+            snprintf(name, sizeof name, "0x%x,0x8", id);
+            ASSERT_TRUE(w.add_raw(kRoot, "evpn_evi", name, enc, err)) << err;
+        }
+    });
+    auto r = client({"5"}, db, "400001");
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out.find('\x1b'), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("QQQQ1"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("QQQQ3"), std::string::npos) << r.out;
+    EXPECT_NE(r.err.find(std::string("bag decode ") + cerr_strerror(BAG_ERR_TEXT)), std::string::npos)
+        << r.err;
+}
+
+TEST(HostileSnapshot, AHugeListIsRefusedInBoundedMemoryLeavingNothing) {
+    // 1.5 million list elements in a 4.5 MB snapshot.
+    std::string text = R"({"roots": {"/oper/evpn/gl/": {")" + kMac + R"(": [{"evi": 1, "path_buffer": [{})";
+    text.reserve(text.size() + 3 * 1500000 + 16);
+    for (int i = 1; i < 1500000; i++) text += ",{}";
+    text += "]}]}}}";
+    const std::string json = write_text("huge-list.json", text);
+    const std::string db = scratch("huge-list.db");
+    Peak p = run_measured({EVPN_SYSDB_BIN, "load", json, "--db", db});
+    EXPECT_EQ(p.status, 1);
+    EXPECT_LT(p.max_rss_kib, 160 * 1024) << "peak RSS in KiB";
+    EXPECT_FALSE(fs::exists(db));
+    for (const auto &e : fs::directory_iterator(fs::path(db).parent_path()))
+        EXPECT_EQ(e.path().filename().string().find("huge-list.db.load-"), std::string::npos);
+}
+
+// ---- Corrupt or foreign stores -----------------------------------------------
+
+// Binds root of db for the test's scope.
+struct Bound {
+    sysdb_handle_td h = nullptr;
+    uint32_t rc;
+    explicit Bound(const std::string &db, const char *root = "/oper/evpn/gl/") {
+        setenv("EVPN_SYSDB", db.c_str(), 1);
+        rc = _sysdb_bind(&h, root, SYSDB_BIND_READ);
+    }
+    ~Bound() {
+        if (h) _sysdb_unbind(h);
+        unsetenv("EVPN_SYSDB");
+    }
+};
+
+// Not copied out of the store nor handed to the decoder: served empty, which
+// no record type decodes from.
+TEST(CorruptStore, AnItemOverTheRecordLimitIsServedEmpty) {
+    const std::string db = spine_test::build_db("oversized.db", [](evpn::SysdbWriter &w) {
+        std::string err;
+        for (uint32_t id = 1; id <= 3; id++) {
+            std::string bd = "bd" + std::to_string(id);
+            l2vpn_evpn_evi_summary_bag evi{id, 8, bd.data(), 0};
+            std::string enc;
+            ASSERT_EQ(bag_encode(&evi, &bag_desc_l2vpn_evpn_evi_summary_bag, enc), 0u);
+            if (id == 2) enc.resize(size_t(BAG_MAX_RECORD) + 4, 'x');
+            ASSERT_TRUE(w.add_raw(kRoot, "evpn_evi", "0x" + std::to_string(id) + ",0x8", enc, err)) << err;
+        }
+    });
+    Bound b(db);
+    ASSERT_EQ(b.rc, 0u);
+    void *data = nullptr;
+    uint32_t len = 99, type = 0;
+    ASSERT_EQ(sysdb_item_get(b.h, "evpn_evi/0x2,0x8", &type, &data, &len, 0), 0u);
+    EXPECT_EQ(len, 0u);
+    free(data);
+    ASSERT_EQ(sysdb_item_get(b.h, "evpn_evi/0x3,0x8", &type, &data, &len, 0), 0u);
+    EXPECT_GT(len, 0u);
+    free(data);
+    uint32_t count = 10;
+    sysdb_datalist_h_td dl = nullptr;
+    ASSERT_EQ(sysdb_datalist(b.h, "evpn_evi", "", &count, &dl, 0), 0u);
+    ASSERT_EQ(count, 3u);
+    std::vector<uint32_t> lens;
+    const char *name;
+    while (sysdb_datalist_next(dl, &name, nullptr, &data, &len, nullptr) == 0) lens.push_back(len);
+    sysdb_datalist_free(dl);
+    EXPECT_EQ(lens[1], 0u);
+    EXPECT_GT(lens[2], 0u);
+
+    // The client skips it as a record that does not decode.
+    auto r = client({"5"}, db, "400001");
+    EXPECT_EQ(r.status, 0);
+    EXPECT_NE(r.out.find("bd3"), std::string::npos) << r.out;
+    EXPECT_NE(r.err.find(std::string("bag decode ") + cerr_strerror(BAG_ERR_TRUNCATED)),
+              std::string::npos) << r.err;
+}
+
+}  // namespace
