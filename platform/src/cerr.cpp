@@ -17,6 +17,10 @@ constexpr CodeText kTexts[] = {
     {SYSDB_ERR_NOT_BOUND, "System database not bound, or not an EVPN operational database"},
     {SYSDB_ERR_STORE, "System database store failed"},
     {SYSDB_ERR_BAD_ARG, "Invalid argument to the system database"},
+    {SYSDB_ERR_CORRUPT, "System database file is corrupt"},
+    {SYSDB_ERR_HOT_JOURNAL,
+     "System database has a hot journal: a writer stopped part-way and its change must be rolled "
+     "back by opening the file once with write access"},
     {BAG_ERR_TRUNCATED, "Encoded record truncated"},
     {BAG_ERR_COUNT, "Encoded array count exceeds the data"},
     {BAG_ERR_DEPTH, "Encoded record nested too deep"},

@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 
 #include <cstdio>
+#include <functional>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -226,6 +227,171 @@ TEST(CorruptStore, AnItemOverTheRecordLimitIsServedEmpty) {
     EXPECT_NE(r.out.find("bd3"), std::string::npos) << r.out;
     EXPECT_NE(r.err.find(std::string("bag decode ") + cerr_strerror(BAG_ERR_TRUNCATED)),
               std::string::npos) << r.err;
+}
+
+// A database of n EVIs (brief listing and summary) and its file.
+std::string evi_db(const std::string &name, uint32_t n) {
+    return spine_test::build_db(name, [n](evpn::SysdbWriter &w) {
+        std::string err, bd = "bd";
+        for (uint32_t id = 1; id <= n; id++) {
+            l2vpn_evpn_evi_summary_bag evi{id, 8, bd.data(), 0};
+            ASSERT_TRUE(w.add(kRoot, "evpn_evi", &evi, err)) << err;
+        }
+        l2vpn_evpn_summary_bag sum{};
+        sum.evi_count = n;
+        ASSERT_TRUE(w.add(kRoot, "summary", &sum, err)) << err;
+        ASSERT_TRUE(w.set_capability("srv6", 1, err)) << err;
+    });
+}
+
+void sql(const std::string &db, const std::string &text) {
+    sqlite3 *h = nullptr;
+    ASSERT_EQ(sqlite3_open(db.c_str(), &h), SQLITE_OK);
+    EXPECT_EQ(sqlite3_exec(h, text.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(h);
+    sqlite3_close(h);
+}
+
+// Zeroes the root page of a table, as a disk error would.
+void zero_root(const std::string &db, const char *table) {
+    sqlite3 *h = nullptr;
+    ASSERT_EQ(sqlite3_open_v2(db.c_str(), &h, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
+    sqlite3_stmt *s = nullptr;
+    std::string q = std::string("SELECT rootpage, (SELECT page_size FROM pragma_page_size) FROM "
+                                "sqlite_master WHERE name = '") + table + "'";
+    ASSERT_EQ(sqlite3_prepare_v2(h, q.c_str(), -1, &s, nullptr), SQLITE_OK);
+    ASSERT_EQ(sqlite3_step(s), SQLITE_ROW);
+    const long root = sqlite3_column_int64(s, 0), page = sqlite3_column_int64(s, 1);
+    sqlite3_finalize(s);
+    sqlite3_close(h);
+    std::fstream f(db, std::ios::in | std::ios::out | std::ios::binary);
+    f.seekp((root - 1) * page);
+    f << std::string(static_cast<size_t>(page), '\0');
+}
+
+TEST(CorruptStore, DamageComesBackAsAnErrorAndDumpsFail) {
+    struct Case {
+        const char *what;
+        std::function<void(const std::string &)> damage;
+    };
+    const Case cases[] = {
+        {"items", [](const std::string &db) { zero_root(db, "item"); }},
+        {"listings", [](const std::string &db) {
+             zero_root(db, "listing");
+             zero_root(db, "sqlite_autoindex_listing_1");  // the lookup reads only this
+         }},
+    };
+    const std::string corrupt = cerr_strerror(SYSDB_ERR_CORRUPT);
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        const std::string db = evi_db(std::string("damaged-") + c.what + ".db", 20);
+        c.damage(db);
+        auto r = client({"5"}, db, "400001");
+        EXPECT_EQ(r.status, 0);  // a dispatched command exits 0 whatever the database said
+        EXPECT_NE(r.err.find("sysdb_datalist " + corrupt), std::string::npos) << r.err;
+        Bound b(db);
+        ASSERT_EQ(b.rc, 0u);
+        void *data = nullptr;
+        uint32_t len = 0, type = 0;
+        EXPECT_EQ(sysdb_item_get(b.h, "summary", &type, &data, &len, 0), SYSDB_ERR_CORRUPT);
+        free(data);
+
+        auto d = sysdb({"dump", "--db", db});
+        EXPECT_EQ(d.status, 1);
+        EXPECT_NE(d.err.find("malformed"), std::string::npos) << d.err;
+        auto p = sysdb({"dump", "evpn_evi", "--db", db});
+        EXPECT_EQ(p.status, 1);
+        EXPECT_NE(p.err.find("corrupt"), std::string::npos) << p.err;
+    }
+}
+
+TEST(CorruptStore, ForeignOrIncompleteStoresAreRefusedAtBind) {
+    struct Case {
+        const char *what;
+        std::function<void(const std::string &)> make;
+        uint32_t rc;
+    };
+    const Case cases[] = {
+        {"no capability table", [](const std::string &db) { sql(db, "DROP TABLE capability"); },
+         SYSDB_ERR_NOT_BOUND},
+        {"no bd_stats table", [](const std::string &db) { sql(db, "DROP TABLE bd_stats"); },
+         SYSDB_ERR_NOT_BOUND},
+        {"a counter column short", [](const std::string &db) {
+             sql(db, "ALTER TABLE bd_stats DROP COLUMN rx_total_packets"); }, SYSDB_ERR_NOT_BOUND},
+        {"interface state dropped", [](const std::string &db) {
+             sql(db, "ALTER TABLE interface DROP COLUMN state"); }, SYSDB_ERR_NOT_BOUND},
+        {"a FIFO", [](const std::string &db) {
+             fs::remove(db);
+             ASSERT_EQ(mkfifo(db.c_str(), 0644), 0); }, SYSDB_ERR_NO_LIBRARY},
+        {"a directory", [](const std::string &db) {
+             fs::remove(db);
+             fs::create_directory(db); }, SYSDB_ERR_NO_LIBRARY},
+        {"a hot journal", [](const std::string &db) {
+             // A writer stopped part-way: its rollback journal beside the file,
+             // the file already half changed.
+             const std::string live = db + ".live";
+             fs::copy_file(db, live);
+             sqlite3 *h = nullptr;
+             ASSERT_EQ(sqlite3_open(live.c_str(), &h), SQLITE_OK);
+             ASSERT_EQ(sqlite3_exec(h, "PRAGMA journal_mode = DELETE; PRAGMA cache_size = 1; BEGIN; "
+                                       "UPDATE item SET data = zeroblob(20000);",
+                                    nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(h);
+             fs::copy_file(live, db, fs::copy_options::overwrite_existing);
+             fs::copy_file(live + "-journal", db + "-journal");
+             sqlite3_close(h);  // rolls the live copy back; the copies keep the hot journal
+         }, SYSDB_ERR_HOT_JOURNAL},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        const std::string db = evi_db(std::string("foreign-") + std::to_string(&c - cases) + ".db", 3);
+        c.make(db);
+        {
+            Bound b(db);
+            EXPECT_EQ(b.rc, c.rc) << cerr_strerror(b.rc);
+        }
+        auto r = client({"5"}, db, "400001");
+        EXPECT_EQ(r.status, 1);
+        EXPECT_NE(r.err.find(std::string("sysdb_bind failed for '/oper/evpn/gl/': ") + cerr_strerror(c.rc)),
+                  std::string::npos) << r.err;
+        auto d = sysdb({"dump", "--db", db});
+        EXPECT_EQ(d.status, 1);
+        EXPECT_EQ(d.out, "");
+        auto l = sysdb({"load", "/dev/null", "--db", db});
+        EXPECT_EQ(l.status, 1);
+        if (c.rc == SYSDB_ERR_HOT_JOURNAL) {
+            EXPECT_NE(d.err.find("hot journal"), std::string::npos) << d.err;
+            EXPECT_NE(l.err.find("hot journal"), std::string::npos) << l.err;
+        }
+    }
+}
+
+TEST(CorruptStore, AResumeNameTheWalkCannotCopyEndsTheWalk) {
+    // The 200th of 201 EVIs has a name of 300 characters (leading zeros):
+    // the walk cannot keep it as its resume name.
+    const std::string db = evi_db("long-name.db", 201);
+    sql(db, "UPDATE item SET name = '0x" + std::string(300, '0') + "c8,0x8' WHERE name = '0xc8,0x8'");
+    auto r = client({"5"}, db, "400001");
+    EXPECT_EQ(r.status, 0);
+    size_t lines = 0;
+    for (char ch : r.out) lines += ch == '\n';
+    EXPECT_LT(lines, 220u) << "a batch served twice";
+    EXPECT_NE(r.err.find("copying context name"), std::string::npos);
+    // The store itself: a resume without a name, or after the same name twice.
+    Bound b(db);
+    ASSERT_EQ(b.rc, 0u);
+    auto ask = [&](const char *resume, uint32_t flags) {
+        uint32_t count = 5;
+        sysdb_datalist_h_td dl = nullptr;
+        uint32_t rc = sysdb_datalist(b.h, "evpn_evi", resume, &count, &dl, flags);
+        if (dl) sysdb_datalist_free(dl);
+        return rc;
+    };
+    EXPECT_EQ(ask("", 0), 0u);
+    EXPECT_EQ(ask("", SYSDB_DATALIST_RESUME), SYSDB_ERR_NO_INDEX_MATCH);
+    EXPECT_EQ(ask("0x5,0x8", SYSDB_DATALIST_RESUME), 0u);
+    EXPECT_EQ(ask("0x5,0x8", SYSDB_DATALIST_RESUME), SYSDB_ERR_NO_INDEX_MATCH);
+    EXPECT_EQ(ask("0xa,0x8", SYSDB_DATALIST_RESUME), 0u);
+    EXPECT_EQ(ask("", 0), 0u);  // a new walk starts over
+    EXPECT_EQ(ask("0x5,0x8", SYSDB_DATALIST_RESUME), 0u);
 }
 
 }  // namespace

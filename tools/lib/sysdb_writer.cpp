@@ -6,6 +6,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sqlite3.h>
 #include <unistd.h>
 
@@ -37,7 +38,17 @@ bool exec(sqlite3 *db, const char *sql, std::string &err) {
 
 // A target that exists must be a database of ours (or be absent).
 bool target_replaceable(const std::string &target, std::string &err) {
-    if (access(target.c_str(), F_OK) != 0) return true;
+    struct stat st;
+    if (stat(target.c_str(), &st) != 0) {
+        if (errno == ENOENT && lstat(target.c_str(), &st) != 0) return true;
+        err = target + ": " + strerror(errno);
+        return false;
+    }
+    // A FIFO would block the open below until a writer came.
+    if (!S_ISREG(st.st_mode)) {
+        err = target + " exists and is not a regular file; not overwriting it";
+        return false;
+    }
     sqlite3 *db = nullptr;
     bool ours = false;
     if (sqlite3_open_v2(target.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
@@ -45,6 +56,12 @@ bool target_replaceable(const std::string &target, std::string &err) {
         if (sqlite3_prepare_v2(db, "PRAGMA application_id", -1, &s, nullptr) == SQLITE_OK &&
             sqlite3_step(s) == SQLITE_ROW)
             ours = sqlite3_column_int(s, 0) == sysdb_schema::kApplicationId;
+        if (sqlite3_extended_errcode(db) == SQLITE_READONLY_ROLLBACK) {
+            sqlite3_finalize(s);
+            sqlite3_close(db);
+            err = target + ": " + cerr_strerror(SYSDB_ERR_HOT_JOURNAL) + "; not overwriting it";
+            return false;
+        }
         sqlite3_finalize(s);
         // A database of another version of ours is not ours to replace either.
         s = nullptr;

@@ -12,6 +12,8 @@ enum : uint32_t {
     SYSDB_ERR_NOT_BOUND = 0x80818400u,     // handle not bound, or database not ours
     SYSDB_ERR_STORE = 0x80818800u,         // the store failed to answer (I/O, corruption, busy)
     SYSDB_ERR_BAD_ARG = 0x80818c00u,       // a required argument is absent
+    SYSDB_ERR_CORRUPT = 0x80818e00u,       // the database file is damaged
+    SYSDB_ERR_HOT_JOURNAL = 0x80819000u,   // a writer left an unfinished change to roll back
     BAG_ERR_TRUNCATED = 0x40a10100u,       // encoded data ends before the record does
     BAG_ERR_COUNT = 0x40a10200u,           // array count larger than the data can hold
     BAG_ERR_DEPTH = 0x40a10300u,           // records nested too deep
