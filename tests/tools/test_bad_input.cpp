@@ -18,6 +18,7 @@
 
 #include "client/test_util.h"
 #include "platform/bag_types.h"
+#include "platform/l2fib_stats.h"
 #include "platform/sysdb.h"
 #include "snapshot.h"
 
@@ -392,6 +393,37 @@ TEST(CorruptStore, AResumeNameTheWalkCannotCopyEndsTheWalk) {
     EXPECT_EQ(ask("0xa,0x8", SYSDB_DATALIST_RESUME), 0u);
     EXPECT_EQ(ask("", 0), 0u);  // a new walk starts over
     EXPECT_EQ(ask("0x5,0x8", SYSDB_DATALIST_RESUME), 0u);
+}
+
+// ---- Counters -----------------------------------------------------------------
+
+TEST(Counters, UnsignedSixtyFourBitsThatWrapWhenSummedOverNodes) {
+    const std::string db = scratch("counters.db");
+    const std::string top = "18446744073709551615", half = "9223372036854775808";
+    ASSERT_EQ(load_text(R"({"bd_stats": [{"node": 0, "bd_id": 7, "rx_total_packets": )" + half +
+                            R"(, "tx_total_bytes": )" + top + R"(},
+                                           {"node": 1, "bd_id": 7, "rx_total_packets": )" + half +
+                            R"(, "tx_total_bytes": 3}]})", db), "");
+    EXPECT_NE(load_text(R"({"bd_stats": [{"bd_id": 1, "rx_total_packets": 18446744073709551616}]})",
+                        scratch("c2.db")).find("bd_stats[0].rx_total_packets"), std::string::npos);
+    EXPECT_NE(load_text(R"({"bd_stats": [{"bd_id": 1, "rx_total_packets": 1.5}]})", scratch("c2.db"))
+                  .find("not an integer"), std::string::npos);
+    std::ostringstream out;
+    std::string err;
+    ASSERT_TRUE(evpn::dump_snapshot(db, out, err)) << err;
+    EXPECT_NE(out.str().find("\"tx_total_bytes\":" + top), std::string::npos) << out.str();
+
+    Bound b(db);
+    ASSERT_EQ(b.rc, 0u);
+    ASSERT_EQ(l2fib_stats_client_init(nullptr), 0u);
+    bd_forwarding_stats s{};
+    ASSERT_EQ(l2fib_get_stats_bag_bd_forwarding(L2FIB_ALL_NODES, 7, &s, "latest"), 0u);
+    EXPECT_EQ(s.rx_total_packets, 0u);  // 2^63 + 2^63 wraps
+    EXPECT_EQ(s.tx_total_bytes, 2u);
+    ASSERT_EQ(l2fib_get_stats_bag_bd_forwarding(0, 7, &s, "latest"), 0u);
+    EXPECT_EQ(s.tx_total_bytes, UINT64_MAX);
+    EXPECT_EQ(l2fib_get_stats_bag_bd_forwarding(L2FIB_ALL_NODES, 8, &s, "latest"), L2FIB_ERR_NO_BD);
+    l2fib_stats_client_deinit();
 }
 
 }  // namespace

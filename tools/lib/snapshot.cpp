@@ -39,6 +39,7 @@ constexpr const char *kCapabilities[] = {"srv6", "srv6_elan"};
 uint64_t get_u64(const json &o, const char *key, uint64_t max, const std::string &where) {
     auto it = o.find(key);
     if (it == o.end()) return 0;
+    if (it->is_number_float()) throw LoadError{where + "." + key + ": not an integer, or out of range"};
     if (!it->is_number_unsigned() && !(it->is_number_integer() && it->get<int64_t>() >= 0))
         throw LoadError{where + "." + key + ": expected a non-negative number"};
     uint64_t v = it->get<uint64_t>();
@@ -194,7 +195,7 @@ struct Loader {
         bd_forwarding_stats s{};
         uint64_t v[sysdb_schema::kBdStatsCount];
         for (int i = 0; i < sysdb_schema::kBdStatsCount; i++)
-            v[i] = get_u64(j, sysdb_schema::kBdStatsColumns[i], INT64_MAX, where);
+            v[i] = get_u64(j, sysdb_schema::kBdStatsColumns[i], UINT64_MAX, where);
         memcpy(&s, v, sizeof v);
         uint32_t node = static_cast<uint32_t>(get_u64(j, "node", 0xfffffffeu, where));
         uint32_t bd = static_cast<uint32_t>(get_u64(j, "bd_id", 0xffffffffu, where));
