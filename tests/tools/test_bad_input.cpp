@@ -395,6 +395,81 @@ TEST(CorruptStore, AResumeNameTheWalkCannotCopyEndsTheWalk) {
     EXPECT_EQ(ask("0x5,0x8", SYSDB_DATALIST_RESUME), 0u);
 }
 
+// ---- Writes and files -----------------------------------------------------------
+
+subprocess::Run shell(const std::string &command) { return subprocess::run({"/bin/sh", "-c", command}); }
+
+TEST(WriteErrors, EveryOutputIsCheckedToItsEnd) {
+    const std::string db = evi_db("full.db", 300);
+    const std::string bin = EVPN_SYSDB_BIN;
+    struct Case {
+        std::string command;
+        std::string says;
+    };
+    const Case cases[] = {
+        {bin + " dump --db " + db + " > /dev/full", "writing standard output: No space left on device"},
+        {bin + " dump evpn_evi --db " + db + " > /dev/full", "No space left on device"},
+        {bin + " gen --routes 2000 --db " + scratch("gen-full.db") + " --json /dev/full",
+         "/dev/full: No space left on device"},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.command);
+        auto r = shell(c.command);
+        EXPECT_EQ(r.status, 1);
+        EXPECT_NE(r.err.find(c.says), std::string::npos) << r.err;
+    }
+    EXPECT_FALSE(fs::exists(scratch("gen-full.db"))) << "a failed gen leaves no database";
+    EXPECT_TRUE(fs::is_character_file("/dev/full")) << "a failed gen removes only a file of its own";
+}
+
+TEST(WriteErrors, SnapshotInputsAndTargetsSayWhy) {
+    const std::string good = write_text("good.json", roots("evpn_evi", R"([{"vpn_id": 1, "encap": 8}])"));
+    const std::string db = scratch("files.db");
+    const std::string bin = EVPN_SYSDB_BIN;
+    EXPECT_NE(sysdb({"load", scratch(""), "--db", db}).err.find("Is a directory"), std::string::npos);
+    EXPECT_NE(sysdb({"load", scratch("missing.json"), "--db", db}).err.find("No such file or directory"),
+              std::string::npos);
+    const std::string dup = write_text("dup.json", R"({"roots": {}, "roots": {}})");
+    auto d = sysdb({"load", dup, "--db", db});
+    EXPECT_EQ(d.status, 1);
+    EXPECT_NE(d.err.find("duplicate key \"roots\""), std::string::npos) << d.err;
+    const std::string dup_root = write_text("dup-root.json",
+        R"({"roots": {"/oper/evpn/gl/": {}, "/oper/evpn/gl/": {}}})");
+    EXPECT_NE(sysdb({"load", dup_root, "--db", db}).err.find("duplicate key"), std::string::npos);
+
+    // "-" reads standard input.
+    auto in = shell(bin + " load - --db " + db + " < " + good);
+    ASSERT_EQ(in.status, 0) << in.err;
+    EXPECT_NE(sysdb({"dump", "--db", db}).out.find("\"vpn_id\":1"), std::string::npos);
+
+    // A reload keeps the file's mode and group.
+    ASSERT_EQ(chmod(db.c_str(), 0600), 0);
+    const bool root = geteuid() == 0;
+    if (root) ASSERT_EQ(chown(db.c_str(), static_cast<uid_t>(-1), 4242), 0);
+    struct stat before {};
+    ASSERT_EQ(stat(db.c_str(), &before), 0);
+    ASSERT_EQ(sysdb({"load", good, "--db", db}).status, 0);
+    struct stat after {};
+    ASSERT_EQ(stat(db.c_str(), &after), 0);
+    EXPECT_NE(after.st_ino, before.st_ino) << "a new file took its place";
+    EXPECT_EQ(after.st_mode & 07777, 0600u);
+    EXPECT_EQ(after.st_gid, before.st_gid);
+
+    // --db LINK replaces the link's target in the target's directory; the link stays.
+    fs::create_directories(scratch("real"));
+    const std::string real = scratch("real/target.db"), link = scratch("link.db");
+    ASSERT_EQ(sysdb({"load", good, "--db", real}).status, 0);
+    fs::create_symlink("real/target.db", link);
+    const std::string two = write_text("two.json", roots("evpn_evi", R"([{"vpn_id": 2, "encap": 8}])"));
+    ASSERT_EQ(sysdb({"load", two, "--db", link}).status, 0);
+    EXPECT_TRUE(fs::is_symlink(link));
+    EXPECT_NE(sysdb({"dump", "--db", real}).out.find("\"vpn_id\":2"), std::string::npos);
+    // A link to nothing yet: its target is made.
+    fs::create_symlink("real/new.db", scratch("dangling.db"));
+    ASSERT_EQ(sysdb({"load", good, "--db", scratch("dangling.db")}).status, 0);
+    EXPECT_TRUE(fs::is_regular_file(scratch("real/new.db")));
+}
+
 // ---- Counters -----------------------------------------------------------------
 
 TEST(Counters, UnsignedSixtyFourBitsThatWrapWhenSummedOverNodes) {

@@ -11,6 +11,7 @@
 #include <ctime>
 #include <istream>
 #include <map>
+#include <set>
 #include <nlohmann/json.hpp>
 #include <ostream>
 #include <vector>
@@ -75,6 +76,7 @@ struct Loader {
     RecordArena arena;
     std::vector<uint64_t> rec;
     std::string err, where;
+    std::set<std::string> seen;  // sections, roots and listings read so far
 
     // The value that t starts, read whole (the small sections).
     json collect(const JsonToken &t) {
@@ -134,6 +136,8 @@ struct Loader {
             if (k.kind == JsonTok::ObjectEnd) return;
             std::string root(k.text);
             if (!sysdb_schema::valid_root(root.c_str())) throw LoadError{"unknown root \"" + root + "\""};
+            if (!seen.insert("roots " + root).second)
+                throw LoadError{"roots: duplicate key \"" + root + "\""};
             const JsonToken &v = r.next();
             if (v.kind == JsonTok::ArrayStart) throw LoadError{"roots " + root + ": unexpected list"};
             if (is_scalar(v)) throw LoadError{"roots: unexpected value " + shown(v) + " at depth 2"};
@@ -143,6 +147,8 @@ struct Loader {
                 std::string base(lk.text);
                 if (!sysdb_registry_find(base))
                     throw LoadError{"unknown listing \"" + base + "\" under " + root};
+                if (!seen.insert("roots " + root + " " + base).second)
+                    throw LoadError{"roots " + root + ": duplicate key \"" + base + "\""};
                 const JsonToken &lv = r.next();
                 if (lv.kind == JsonTok::ObjectStart)
                     throw LoadError{"roots " + root + " " + base + ": unexpected object"};
@@ -231,6 +237,7 @@ struct Loader {
             bool known = false;
             for (const char *s : kSections) known = known || section == s;
             if (!known) throw LoadError{"unknown section \"" + section + "\""};
+            if (!seen.insert(section).second) throw LoadError{"duplicate key \"" + section + "\""};
             const JsonToken &v = r.next();
             if (section == "roots") {
                 roots(v);
@@ -256,7 +263,7 @@ bool load_snapshot(std::istream &in, const std::string &db_path, LoadStats &stat
     if (!w) return false;
     try {
         JsonReader reader(in);
-        Loader loader{reader, *w, stats, {}, {}, {}, {}, {}, {}};
+        Loader loader{reader, *w, stats, {}, {}, {}, {}, {}, {}, {}};
         loader.run();
     } catch (const LoadError &e) {
         err = e.what;

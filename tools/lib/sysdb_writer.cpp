@@ -100,6 +100,24 @@ void remove_stale_temps(const std::string &target) {
     closedir(d);
 }
 
+// The file a path names once its symbolic links are followed (the path
+// itself when it is none, or when the links go round). A link's target
+// need not exist yet.
+std::string follow_links(const std::string &path) {
+    std::string at = path;
+    for (int hops = 0; hops < 40; hops++) {
+        struct stat st;
+        if (lstat(at.c_str(), &st) != 0 || !S_ISLNK(st.st_mode)) return at;
+        std::vector<char> buf(static_cast<size_t>(st.st_size > 0 ? st.st_size : 255) + 1);
+        ssize_t n = readlink(at.c_str(), buf.data(), buf.size() - 1);
+        if (n < 0) return at;
+        std::string to(buf.data(), static_cast<size_t>(n));
+        const size_t slash = at.find_last_of('/');
+        at = to[0] == '/' || slash == std::string::npos ? to : at.substr(0, slash + 1) + to;
+    }
+    return path;
+}
+
 }  // namespace
 
 struct SysdbWriter::Impl {
@@ -198,7 +216,10 @@ struct SysdbWriter::Impl {
 SysdbWriter::SysdbWriter(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
 SysdbWriter::~SysdbWriter() = default;
 
-std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &target, std::string &err) {
+std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &named, std::string &err) {
+    // A link is followed: its target is replaced (built and renamed in the
+    // target's directory), the link stays.
+    const std::string target = follow_links(named);
     if (!target_replaceable(target, err)) return nullptr;
     auto impl = std::make_unique<Impl>();
     impl->target = target;
@@ -414,6 +435,17 @@ bool SysdbWriter::commit(std::string &err) {
     }
     close(fd);
     if (!target_replaceable(m.target, err)) return false;
+    // A database replaced keeps its mode, group (and owner, when we may set
+    // it): a reload must not make a private database readable by all.
+    struct stat old;
+    if (stat(m.target.c_str(), &old) == 0) {
+        if (chown(m.temp.c_str(), old.st_uid, old.st_gid) != 0)
+            (void)!chown(m.temp.c_str(), static_cast<uid_t>(-1), old.st_gid);
+        if (chmod(m.temp.c_str(), old.st_mode & 07777) != 0) {
+            err = "setting the mode of " + m.temp + ": " + strerror(errno);
+            return false;
+        }
+    }
     if (rename(m.temp.c_str(), m.target.c_str()) != 0) {
         err = "renaming " + m.temp + " to " + m.target + ": " + strerror(errno);
         return false;
