@@ -628,10 +628,11 @@ uint32_t sysdb_datalist(sysdb_handle_td h, const char *path, const char *resume_
                                        ? resume_name : nullptr,
                           want, *dl);
     uint32_t got = rc ? 0 : static_cast<uint32_t>(dl->entries.size());
-    // A listing that is empty, unknown or not understood has 0 items; a
-    // request that failed (the store, the path, the handle) has no count to
-    // give and leaves the caller's, so that the walk reports it.
-    if (count && (!rc || rc == SYSDB_ERR_NOT_FOUND || rc == SYSDB_ERR_NO_INDEX_MATCH)) *count = got;
+    // A listing that is empty or unknown has 0 items; a request that failed
+    // (an index or key not understood, the store, the path, the handle) has
+    // no count to give and leaves the caller's, so that the walk sees the
+    // code and decides on it.
+    if (count && (!rc || rc == SYSDB_ERR_NOT_FOUND)) *count = got;
     if (got) *list = dl;
     else give_back_datalist(dl);
     if (g_observer) {

@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 
 #include <cstdio>
+#include <cstring>
 #include <functional>
 #include <filesystem>
 #include <fstream>
@@ -468,6 +469,77 @@ TEST(WriteErrors, SnapshotInputsAndTargetsSayWhy) {
     fs::create_symlink("real/new.db", scratch("dangling.db"));
     ASSERT_EQ(sysdb({"load", good, "--db", scratch("dangling.db")}).status, 0);
     EXPECT_TRUE(fs::is_regular_file(scratch("real/new.db")));
+}
+
+// ---- Boundaries the rest of the suite leaves open ---------------------------------
+
+// A batch is cut once its bytes pass the budget, not when they reach it.
+TEST(Boundaries, ABatchThatLandsExactlyOnTheByteBudgetTakesOneMore) {
+    const std::string db = evi_db("budget.db", 6);
+    Bound b(db);
+    ASSERT_EQ(b.rc, 0u);
+    auto batch = [&](uint32_t *more) {
+        uint32_t count = 100;
+        sysdb_datalist_h_td dl = nullptr;
+        EXPECT_EQ(sysdb_datalist(b.h, "evpn_evi", "", &count, &dl, 0), 0u);
+        std::vector<uint32_t> bytes;  // what each entry takes of the batch
+        const char *name;
+        void *data;
+        uint32_t len;
+        while (sysdb_datalist_next(dl, &name, nullptr, &data, &len, nullptr) == 0)
+            bytes.push_back(static_cast<uint32_t>((strlen(name) + 1 + 3) / 4 * 4 + len));
+        sysdb_datalist_get_more_flag(dl, more);
+        sysdb_datalist_free(dl);
+        return bytes;
+    };
+    uint32_t more = 0;
+    const std::vector<uint32_t> all = batch(&more);
+    ASSERT_EQ(all.size(), 6u);
+    sysdb_set_batch_byte_budget(all[0] + all[1]);  // the first two fill it exactly
+    EXPECT_EQ(batch(&more).size(), 3u);
+    EXPECT_EQ(more, 1u);
+    sysdb_set_batch_byte_budget(all[0] + all[1] - 1);
+    EXPECT_EQ(batch(&more).size(), 2u);
+    sysdb_set_batch_byte_budget(0);
+}
+
+class RefusedWalk : public spine_test::BoundClient {};
+
+void print_nothing(const void *, const char *, PrintContext *) {}
+
+TEST_F(RefusedWalk, APathTheStoreDoesNotUnderstandEndsTheWalkUntraced) {
+    bind(evi_db("refused.db", 3));
+    for (const char *path : {"evpn_evi-nosuch/1", "evpn_evi-evi/one", "evpn_evi-evi/0x1,0x8,0x9"}) {
+        const ShowContext ctx{path, print_nothing, l2vpn_bag_dll__l2vpn_evpn_evi_summary_bag(), 24,
+                              200, 0};
+        spine_test::Capture c = spine_test::capture([&] { evpn_show_datalist_display(&ctx); });
+        EXPECT_EQ(c.fetches, std::vector<std::string>{std::string("walk ") + path + " rc=40818a00"});
+        EXPECT_EQ(c.traces, "") << path;
+    }
+    // A path the store cannot take at all is traced.
+    const std::string long_path(300, 'x');
+    const ShowContext ctx{long_path.c_str(), print_nothing,
+                          l2vpn_bag_dll__l2vpn_evpn_evi_summary_bag(), 24, 200, 0};
+    spine_test::Capture c = spine_test::capture([&] { evpn_show_datalist_display(&ctx); });
+    EXPECT_EQ(c.traces, std::string("evpn_show_datalist_display: sysdb_datalist ") +
+                            cerr_strerror(SYSDB_ERR_BAD_PATH) + "\n");
+}
+
+TEST(CommandLine, AnEmptyHexadecimalValueIsComplainedAbout) {
+    struct Case {
+        const char *option, *command, *complaint;
+    };
+    const Case cases[] = {
+        {"-M", "0", ": sscanf(value) error. \n"},
+        {"-e", "1", ": sscanf(eth_tag) error. \n"},
+        {"-j", "0", ": sscanf(i_sid) error. \n"},
+        {"-g", "f", ": sscanf(grp_id) error.\n"},
+    };
+    for (const Case &c : cases) {
+        auto r = client({c.option, "", c.command}, spine_test::empty_db());
+        EXPECT_EQ(r.status, 0) << c.option;
+        EXPECT_EQ(r.out.rfind(c.complaint, 0), 0u) << c.option << ": " << r.out;
+    }
 }
 
 // ---- Counters -----------------------------------------------------------------

@@ -28,8 +28,8 @@ uint32_t sysdb_item_get(sysdb_handle_td handle, const char *path, uint32_t *type
 // Up to *count items of the listing at path, after resume_name when flags has
 // SYSDB_DATALIST_RESUME (or resume_name is non-empty). *count becomes the
 // number returned; 0 with code SYSDB_ERR_NOT_FOUND when the listing is empty
-// or unknown, with SYSDB_ERR_NO_INDEX_MATCH when an index or key is not
-// understood. Any other error leaves *count as it was and *list null. A
+// or unknown. Any other error (SYSDB_ERR_NO_INDEX_MATCH for an index or key
+// not understood among them) leaves *count as it was and *list null. A
 // request that resumes must name where: without a name, or after the same
 // name as the previous request of that path, it fails with
 // SYSDB_ERR_NO_INDEX_MATCH (it would serve a batch again).
