@@ -4,6 +4,8 @@
 
 #include <cstddef>
 #include <cstring>
+#include <fstream>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -90,14 +92,21 @@ json sample_scalar(BagKind k, unsigned &seed) {
     }
 }
 
-json sample(const BagDesc *d, unsigned &seed, int depth = 0) {
+// by_name: each field's values start from a seed made of its name, not of
+// its place, so that two fields that trade places trade values too.
+json sample(const BagDesc *d, unsigned &seed, int depth = 0, bool by_name = false) {
     json o = json::object();
     for (uint32_t i = 0; i < d->nfields; i++) {
         const BagField &f = d->fields[i];
-        auto elem = [&] { return f.elem == BagKind::STRUCT ? sample(f.sub, seed, depth + 1)
+        if (by_name) {
+            seed = 0;
+            for (const char *c = f.name; *c; c++) seed = seed * 31 + static_cast<unsigned char>(*c);
+            seed %= 60000;  // keeps 65535 - seed a U16
+        }
+        auto elem = [&] { return f.elem == BagKind::STRUCT ? sample(f.sub, seed, depth + 1, by_name)
                                                            : sample_scalar(f.elem, seed); };
         if (f.kind == BagKind::STRUCT) {
-            o[f.name] = sample(f.sub, seed, depth + 1);
+            o[f.name] = sample(f.sub, seed, depth + 1, by_name);
         } else if (f.kind == BagKind::ARRAY || f.kind == BagKind::FIXED) {
             json a = json::array();
             uint32_t n = f.kind == BagKind::FIXED ? f.count : (depth < 2 ? 2 + seed % 2 : 1);
@@ -122,6 +131,17 @@ std::string encode_sample(const BagDesc *d, unsigned seed = 1) {
     evpn::RecordArena arena;
     build(d, seed, rec, arena);
     std::string enc;
+    EXPECT_EQ(bag_encode(rec.p(), d, enc), 0u) << d->name;
+    return enc;
+}
+
+// The record of type d whose values follow its field names, encoded.
+std::string encode_named_sample(const BagDesc *d) {
+    Buf rec(d->size);
+    evpn::RecordArena arena;
+    unsigned seed = 0;
+    std::string err, enc;
+    EXPECT_TRUE(evpn::json_to_record(sample(d, seed, 0, true), d, rec.p(), arena, d->name, err)) << err;
     EXPECT_EQ(bag_encode(rec.p(), d, enc), 0u) << d->name;
     return enc;
 }
@@ -211,6 +231,30 @@ TEST(Codec, EveryRecordTypeRoundTripsByteForByte) {
     EXPECT_EQ(types, 0 BAG_RECORDS(COUNT_RECORD_TYPE));  // every line of BAG_RECORDS
 #undef COUNT_RECORD_TYPE
     EXPECT_EQ(bag_inner_bytes_held(), 0u);
+}
+
+// The encoding of one sample record of every type, pinned: a field list
+// changed (two fields swapped, one retyped) changes it, so that a layout
+// change is made on purpose. A new type adds its line, which the failure
+// message gives.
+TEST(Codec, EveryRecordTypeKeepsItsPinnedLayout) {
+    std::map<std::string, std::string> pinned;
+    std::ifstream in(EVPN_SOURCE_DIR "/tests/platform/codec_layouts.txt");
+    ASSERT_TRUE(in) << "tests/platform/codec_layouts.txt";
+    for (std::string line; std::getline(in, line);) {
+        if (line.empty() || line[0] == '#') continue;
+        const size_t space = line.find(' ');
+        pinned[line.substr(0, space)] = line.substr(space + 1);
+    }
+    for (const BagDesc *const *d = bag_record_types; *d; d++) {
+        const std::string now = hex(encode_named_sample(*d));
+        auto it = pinned.find((*d)->name);
+        if (it == pinned.end()) {
+            ADD_FAILURE() << "no pinned layout; add the line:\n" << (*d)->name << " " << now;
+            continue;
+        }
+        EXPECT_EQ(now, it->second) << (*d)->name << ": its encoding changed";
+    }
 }
 
 TEST(Codec, WireLayoutIsBigEndianXdr) {
