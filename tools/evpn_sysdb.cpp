@@ -126,21 +126,34 @@ int parse_args(int argc, char **argv, Args &a) {
     return 0;
 }
 
+// Standard output written whole: every byte reached the file, or the
+// command fails with why.
+bool output_ok() {
+    std::cout.flush();
+    if (std::cout && fflush(stdout) == 0 && !ferror(stdout)) return true;
+    fprintf(stderr, "evpn_sysdb: writing standard output: %s\n", strerror(errno ? errno : EIO));
+    return false;
+}
+
 int cmd_load(const Args &a) {
     if (a.arg.empty()) return bad_usage("load", "which snapshot? (a file, or - for standard input)");
+    // "-": the snapshot on standard input.
     std::ifstream file;
-    std::istream *in = &std::cin;
     if (a.arg != "-") {
-        file.open(a.arg, std::ios::binary);
-        if (!file) {
-            fprintf(stderr, "evpn_sysdb: cannot read %s\n", a.arg.c_str());
+        struct stat st;
+        errno = 0;
+        if (stat(a.arg.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) errno = EISDIR;
+        else if (access(a.arg.c_str(), R_OK) == 0) file.open(a.arg, std::ios::binary);
+        if (!file.is_open()) {
+            fprintf(stderr, "evpn_sysdb: cannot read %s: %s\n", a.arg.c_str(),
+                    strerror(errno ? errno : EIO));
             return 1;
         }
-        in = &file;
     }
+    std::istream &in = a.arg == "-" ? std::cin : file;
     evpn::LoadStats stats;
     std::string err;
-    if (!evpn::load_snapshot(*in, a.db, stats, err)) {
+    if (!evpn::load_snapshot(in, a.db, stats, err)) {
         fprintf(stderr, "evpn_sysdb: %s: %s\nevpn_sysdb: %s left unchanged\n", a.arg.c_str(),
                 err.c_str(), a.db.c_str());
         return 1;
@@ -220,7 +233,7 @@ int dump_path(const Args &a) {
         }
     }
     _sysdb_unbind(h);
-    return status;
+    return output_ok() ? status : 1;
 }
 
 // ---- JSON view of a show command ---------------------------------------------
@@ -314,7 +327,7 @@ int cmd_dump(const Args &a) {
         fprintf(stderr, "evpn_sysdb: %s\n", err.c_str());
         return 1;
     }
-    return 0;
+    return output_ok() ? 0 : 1;
 }
 
 // Synthetic data at scale: into the database, and as a snapshot with --json.
@@ -382,11 +395,26 @@ int cmd_gen(int argc, char **argv) {
     char when[32];
     time_t now = time(nullptr);
     strftime(when, sizeof when, "%Y-%m-%dT%H:%M:%SZ", gmtime(&now));
-    if (!evpn::generate(opt, w.get(), json_path.empty() ? nullptr : &json, err, &c) ||
-        !w->set_meta("loaded_at", when, err) || !w->commit(err)) {
+    bool ok = evpn::generate(opt, w.get(), json_path.empty() ? nullptr : &json, err, &c);
+    if (ok && !json_path.empty()) {
+        // The snapshot is checked whole before the database takes its place.
+        errno = 0;
+        json.close();
+        if (json.fail()) {
+            ok = false;
+            err = json_path + ": " + strerror(errno ? errno : EIO);
+        }
+    } else if (!ok && !json_path.empty() && json.is_open() && json.fail()) {
+        err = json_path + ": " + strerror(errno ? errno : EIO);
+    }
+    if (!ok || !w->set_meta("loaded_at", when, err) || !w->commit(err)) {
         fprintf(stderr, "evpn_sysdb: gen: %s\nevpn_sysdb: %s left unchanged\n", err.c_str(),
                 db.c_str());
-        if (!json_path.empty()) unlink(json_path.c_str());
+        // The half-written snapshot goes, when it is a file of its own (never
+        // a device or a pipe it was written to).
+        struct stat st;
+        if (!json_path.empty() && lstat(json_path.c_str(), &st) == 0 && S_ISREG(st.st_mode))
+            unlink(json_path.c_str());
         return 1;
     }
     fprintf(stderr,

@@ -177,7 +177,21 @@ uint32_t BagDecodeState::scalar(BagKind k, uint8_t *out) {
         if (!need(pad4(len))) return BAG_ERR_TRUNCATED;
         for (size_t i = len; i < pad4(len); i++)
             if (p[i]) return BAG_ERR_VALUE;  // padding is zeros, as for opaque data
-        if (arena.used + len + 1 > BAG_MAX_INNER) return BAG_ERR_NOMEM;
+        // Printable ASCII inline, eight bytes at a time (a word with no byte
+        // below 0x20, none equal to 0x7f and none from 0x80 on); anything
+        // else by the full check.
+        size_t at = 0;
+        constexpr uint64_t kOnes = 0x0101010101010101ull, kHigh = 0x8080808080808080ull;
+        for (uint64_t w; at + 8 <= len; at += 8) {
+            memcpy(&w, p + at, 8);
+            const uint64_t del = w ^ (0x7f * kOnes);
+            if ((((w - 0x20 * kOnes) & ~w) | ((del - kOnes) & ~del) | w) & kHigh) break;
+        }
+        while (at < len && static_cast<uint8_t>(p[at] - 0x20) < 0x5f) at++;
+        uint32_t cp;
+        if (at < len && bag_text_bad_at(reinterpret_cast<const char *>(p) + at, len - at, &cp) != len - at)
+            return BAG_ERR_TEXT;
+        if (arena.used + len + 1 > BAG_MAX_INNER) return BAG_ERR_TOO_BIG;
         s = static_cast<char *>(arena.alloc(len + 1, 1));
         if (!s) return BAG_ERR_NOMEM;
         memcpy(s, p, len);
@@ -200,7 +214,7 @@ uint32_t BagDecodeState::array(BagKind elem, const BagDesc *sub, uint8_t *out, i
     uint32_t rc = 0;
     if (count) {
         size_t bytes = size_t(count) * es;
-        if (arena.used + bytes > BAG_MAX_INNER) return BAG_ERR_NOMEM;
+        if (arena.used + bytes > BAG_MAX_INNER) return BAG_ERR_TOO_BIG;
         size_t align = elem == BagKind::STRUCT ? sub->align : scalar_align(elem);
         elems = static_cast<uint8_t *>(arena.alloc(bytes, align));
         if (!elems) return BAG_ERR_NOMEM;
@@ -270,9 +284,18 @@ void put32(std::string &out, uint32_t v) {
     out.append(b, 4);
 }
 
-uint32_t encode_record(const uint8_t *rec, const BagDesc *d, std::string &out, int depth);
+// What the encoder has made so far of one record: the decoder's inner bytes
+// it will take, checked against the same limit.
+struct EncodeState {
+    std::string &out;
+    size_t inner = 0;
+    bool take(size_t n) { return (inner += n) <= BAG_MAX_INNER; }
+};
 
-uint32_t encode_scalar(BagKind k, const uint8_t *in, std::string &out) {
+uint32_t encode_record(const uint8_t *rec, const BagDesc *d, EncodeState &st, int depth);
+
+uint32_t encode_scalar(BagKind k, const uint8_t *in, EncodeState &st) {
+    std::string &out = st.out;
     switch (k) {
     case BagKind::U8: put32(out, *in); return 0;
     case BagKind::U16: { uint16_t v; memcpy(&v, in, 2); put32(out, v); return 0; }
@@ -311,6 +334,9 @@ uint32_t encode_scalar(BagKind k, const uint8_t *in, std::string &out) {
         }
         size_t len = s ? strlen(s) : 0;
         if (len > BAG_MAX_STRING) return BAG_ERR_VALUE;
+        uint32_t cp;
+        if (bag_text_bad_at(s, len, &cp) != len) return BAG_ERR_TEXT;
+        if (!st.take(len + 1)) return BAG_ERR_TOO_BIG;
         put32(out, static_cast<uint32_t>(len));
         out.append(s ? s : "", len);
         out.append(pad4(len) - len, '\0');
@@ -321,26 +347,27 @@ uint32_t encode_scalar(BagKind k, const uint8_t *in, std::string &out) {
     }
 }
 
-uint32_t encode_element(BagKind k, const BagDesc *sub, const uint8_t *in, std::string &out,
+uint32_t encode_element(BagKind k, const BagDesc *sub, const uint8_t *in, EncodeState &st,
                         int depth) {
-    if (k == BagKind::STRUCT) return encode_record(in, sub, out, depth + 1);
-    return encode_scalar(k, in, out);
+    if (k == BagKind::STRUCT) return encode_record(in, sub, st, depth + 1);
+    return encode_scalar(k, in, st);
 }
 
-uint32_t encode_record(const uint8_t *rec, const BagDesc *d, std::string &out, int depth) {
+uint32_t encode_record(const uint8_t *rec, const BagDesc *d, EncodeState &st, int depth) {
     if (depth > static_cast<int>(BAG_MAX_DEPTH)) return BAG_ERR_DEPTH;
+    std::string &out = st.out;
     for (uint32_t i = 0; i < d->nfields; i++) {
         const BagField &f = d->fields[i];
         const uint8_t *src = rec + f.offset;
         uint32_t rc = 0;
         switch (f.kind) {
         case BagKind::STRUCT:
-            rc = encode_record(src, f.sub, out, depth + 1);
+            rc = encode_record(src, f.sub, st, depth + 1);
             break;
         case BagKind::FIXED: {
             uint32_t es = bag_elem_size(f);
             for (uint32_t e = 0; e < f.count && !rc; e++)
-                rc = encode_element(f.elem, f.sub, src + size_t(e) * es, out, depth);
+                rc = encode_element(f.elem, f.sub, src + size_t(e) * es, st, depth);
             break;
         }
         case BagKind::ARRAY: {
@@ -349,12 +376,15 @@ uint32_t encode_record(const uint8_t *rec, const BagDesc *d, std::string &out, i
             if (arr.count && !arr.data) return BAG_ERR_ARG;
             put32(out, arr.count);
             uint32_t es = bag_elem_size(f);
-            for (uint32_t e = 0; e < arr.count && !rc; e++)
-                rc = encode_element(f.elem, f.sub, arr.data + size_t(e) * es, out, depth);
+            if (arr.count && !st.take(size_t(arr.count) * es)) return BAG_ERR_TOO_BIG;
+            for (uint32_t e = 0; e < arr.count && !rc; e++) {
+                rc = encode_element(f.elem, f.sub, arr.data + size_t(e) * es, st, depth);
+                if (out.size() > BAG_MAX_RECORD) return BAG_ERR_TOO_BIG;
+            }
             break;
         }
         default:
-            rc = encode_scalar(f.kind, src, out);
+            rc = encode_scalar(f.kind, src, st);
         }
         if (rc) return rc;
     }
@@ -384,6 +414,7 @@ uint32_t bag_decode(const void *data, uint32_t len, void *buf, uint32_t buf_size
                     const BagDesc *desc) {
     if (!buf || !desc || (!data && len)) return BAG_ERR_ARG;
     if (buf_size < desc->size) return BAG_ERR_BUFFER;
+    if (len > BAG_MAX_RECORD) return BAG_ERR_TOO_BIG;
     Slot *slot = g_slots.claim(buf);
     memset(buf, 0, desc->size);
     const uint8_t *p = static_cast<const uint8_t *>(data);
@@ -410,7 +441,44 @@ uint32_t bag_free_indirections(void *buf, const BagDesc *desc) {
 
 uint32_t bag_encode(const void *record, const BagDesc *desc, std::string &out) {
     if (!record || !desc) return BAG_ERR_ARG;
-    return encode_record(static_cast<const uint8_t *>(record), desc, out, 0);
+    const size_t start = out.size();
+    EncodeState st{out};
+    uint32_t rc = encode_record(static_cast<const uint8_t *>(record), desc, st, 0);
+    if (!rc && out.size() - start > BAG_MAX_RECORD) rc = BAG_ERR_TOO_BIG;
+    return rc;
+}
+
+size_t bag_text_bad_at(const char *text, size_t len, uint32_t *cp) {
+    const auto *s = reinterpret_cast<const uint8_t *>(text);
+    size_t i = 0;
+    while (i < len) {
+        const uint8_t c = s[i];
+        if (c >= 0x20 && c < 0x7f) {
+            i++;
+            continue;
+        }
+        *cp = c;
+        if (c < 0x80) return i;  // C0, NUL or DEL
+        // A UTF-8 sequence: its length, its code point and the least code
+        // point of that length (shorter forms are not UTF-8).
+        size_t n;
+        uint32_t v, least;
+        if (c >= 0xc2 && c <= 0xdf) n = 2, v = c & 0x1f, least = 0x80;
+        else if (c >= 0xe0 && c <= 0xef) n = 3, v = c & 0x0f, least = 0x800;
+        else if (c >= 0xf0 && c <= 0xf4) n = 4, v = c & 0x07, least = 0x10000;
+        else return *cp = 0xffffffffu, i;
+        if (len - i < n) return *cp = 0xffffffffu, i;
+        for (size_t k = 1; k < n; k++) {
+            if ((s[i + k] & 0xc0) != 0x80) return *cp = 0xffffffffu, i;
+            v = v << 6 | (s[i + k] & 0x3f);
+        }
+        if (v < least || v > 0x10ffff || (v >= 0xd800 && v <= 0xdfff))
+            return *cp = 0xffffffffu, i;
+        *cp = v;
+        if (v <= 0x9f) return i;  // C1
+        i += n;
+    }
+    return len;
 }
 
 size_t bag_inner_bytes_held(void) {

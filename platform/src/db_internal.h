@@ -8,10 +8,16 @@
 
 namespace platform_db {
 
-// Opens path read-only and checks that it is a database of ours. Returns 0
-// and the connection, or an error code (SYSDB_ERR_NO_LIBRARY for a missing
-// file, SYSDB_ERR_NOT_BOUND for a file that is not ours).
+// Opens path read-only and checks that it is a database of ours with every
+// table and column the platform reads. Returns 0 and the connection, or an
+// error code: SYSDB_ERR_NO_LIBRARY for a missing or unreadable file or one
+// that is not a regular file, SYSDB_ERR_HOT_JOURNAL, SYSDB_ERR_CORRUPT,
+// SYSDB_ERR_NOT_BOUND for a file that is not ours.
 uint32_t open_readonly(const char *path, sqlite3 **db);
+
+// The platform code of an SQLite failure: SYSDB_ERR_CORRUPT for a damaged
+// file, else SYSDB_ERR_STORE.
+uint32_t store_error(int sqlite_rc);
 
 // The connection of the bound handle, or one opened on sysdb_library_path();
 // null when neither can be had.

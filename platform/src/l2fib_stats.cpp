@@ -15,26 +15,33 @@ namespace {
 bool g_started;
 l2fib_request_counts g_counts;
 
+// Counters are unsigned 64-bit and wrap as the hardware's do: the sum over
+// nodes is taken here, row by row (SQLite's SUM() of integers fails on an
+// overflow instead).
 uint32_t fetch(sqlite3_stmt *s, uint32_t node, uint32_t bd, bd_forwarding_stats *out) {
     sqlite3_reset(s);
     sqlite3_bind_int64(s, 1, bd);
     sqlite3_bind_int64(s, 2, node);
     sqlite3_bind_int(s, 3, node == L2FIB_ALL_NODES);
-    uint32_t rc = L2FIB_ERR_NO_BD;
-    if (sqlite3_step(s) == SQLITE_ROW && sqlite3_column_int64(s, sysdb_schema::kBdStatsCount) > 0) {
-        uint64_t v[sysdb_schema::kBdStatsCount];
-        for (int i = 0; i < sysdb_schema::kBdStatsCount; i++) v[i] = static_cast<uint64_t>(sqlite3_column_int64(s, i));
-        memcpy(out, v, sizeof v);
-        rc = 0;
+    uint64_t v[sysdb_schema::kBdStatsCount] = {};
+    bool any = false;
+    int rc;
+    while ((rc = sqlite3_step(s)) == SQLITE_ROW) {
+        any = true;
+        for (int i = 0; i < sysdb_schema::kBdStatsCount; i++)
+            v[i] += static_cast<uint64_t>(sqlite3_column_int64(s, i));
     }
     sqlite3_reset(s);
-    return rc;
+    if (rc != SQLITE_DONE || !any) return L2FIB_ERR_NO_BD;
+    memcpy(out, v, sizeof v);
+    return 0;
 }
 
 sqlite3_stmt *prepare(sqlite3 *db) {
     std::string sql = "SELECT ";
-    for (const char *c : sysdb_schema::kBdStatsColumns) sql += std::string("SUM(") + c + "), ";
-    sql += "COUNT(*) FROM bd_stats WHERE bd_id = ?1 AND (?3 OR node = ?2)";
+    for (int i = 0; i < sysdb_schema::kBdStatsCount; i++)
+        sql += std::string(i ? ", " : "") + sysdb_schema::kBdStatsColumns[i];
+    sql += " FROM bd_stats WHERE bd_id = ?1 AND (?3 OR node = ?2)";
     sqlite3_stmt *s = nullptr;
     if (sqlite3_prepare_v2(db, sql.c_str(), -1, &s, nullptr) != SQLITE_OK) {
         sqlite3_finalize(s);

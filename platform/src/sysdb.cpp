@@ -2,6 +2,7 @@
 // root, in natural key order, in batches.
 #include "platform/sysdb.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -22,6 +23,8 @@
 namespace {
 
 constexpr size_t kMaxPath = 255;
+#define BAG_MAX_RECORD_TEXT 16777216
+static_assert(BAG_MAX_RECORD == BAG_MAX_RECORD_TEXT, "the store's SQL names the record limit");
 constexpr uint32_t kDefaultBatchBytes = 4u * 1024 * 1024;
 uint32_t g_batch_bytes = kDefaultBatchBytes;
 sysdb_request_observer_fn g_observer;
@@ -61,9 +64,20 @@ bool valid_root(const char *root) {
 
 namespace platform_db {
 
+uint32_t store_error(int sqlite_rc) {
+    switch (sqlite_rc & 0xff) {
+    case SQLITE_CORRUPT: case SQLITE_NOTADB: return SYSDB_ERR_CORRUPT;
+    default: return SYSDB_ERR_STORE;
+    }
+}
+
 uint32_t open_readonly(const char *path, sqlite3 **out) {
     *out = nullptr;
     if (!path || access(path, R_OK) != 0) return SYSDB_ERR_NO_LIBRARY;
+    // Anything but a regular file (a FIFO would block the open until a
+    // writer came; a directory or a device is no database either).
+    struct stat st;
+    if (stat(path, &st) != 0 || !S_ISREG(st.st_mode)) return SYSDB_ERR_NO_LIBRARY;
     sqlite3 *db = nullptr;
     if (sqlite3_open_v2(path, &db, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, nullptr) != SQLITE_OK) {
         sqlite3_close(db);
@@ -75,7 +89,15 @@ uint32_t open_readonly(const char *path, sqlite3 **out) {
     bool ok = sqlite3_prepare_v2(db, "PRAGMA application_id", -1, &s, nullptr) == SQLITE_OK &&
               sqlite3_step(s) == SQLITE_ROW;
     if (ok) app = sqlite3_column_int(s, 0);
+    // The first read of the file: a hot journal, which a read-only
+    // connection cannot roll back, shows here.
+    const int first = sqlite3_extended_errcode(db);
     sqlite3_finalize(s);
+    if (!ok && (first == SQLITE_READONLY_ROLLBACK || first == SQLITE_READONLY_RECOVERY ||
+                (first & 0xff) == SQLITE_BUSY)) {
+        sqlite3_close(db);
+        return (first & 0xff) == SQLITE_BUSY ? SYSDB_ERR_STORE : SYSDB_ERR_HOT_JOURNAL;
+    }
     s = nullptr;
     ok = ok && sqlite3_prepare_v2(db, "PRAGMA user_version", -1, &s, nullptr) == SQLITE_OK &&
          sqlite3_step(s) == SQLITE_ROW;
@@ -84,6 +106,29 @@ uint32_t open_readonly(const char *path, sqlite3 **out) {
     if (!ok || app != sysdb_schema::kApplicationId || ver != sysdb_schema::kVersion) {
         sqlite3_close(db);
         return SYSDB_ERR_NOT_BOUND;
+    }
+    // Every table and column the platform reads: a store with one dropped
+    // or altered would change reports silently (no capabilities, no counters).
+    std::string sql = "SELECT key, value FROM meta LIMIT 0; "
+                      "SELECT id, root, path, record_type FROM listing LIMIT 0; "
+                      "SELECT list, skey, name, data FROM item LIMIT 0; "
+                      "SELECT list, ikey, skey FROM item_index LIMIT 0; "
+                      "SELECT name, value FROM capability LIMIT 0; "
+                      "SELECT handle, name, state FROM interface LIMIT 0; "
+                      "SELECT node, bd_id";
+    for (const char *c : sysdb_schema::kBdStatsColumns) sql += std::string(", ") + c;
+    sql += " FROM bd_stats LIMIT 0;";
+    for (const char *at = sql.c_str(); *at;) {
+        const char *rest = nullptr;
+        s = nullptr;
+        int rc = sqlite3_prepare_v2(db, at, -1, &s, &rest);
+        sqlite3_finalize(s);
+        if (rc != SQLITE_OK) {
+            uint32_t code = store_error(rc) == SYSDB_ERR_CORRUPT ? SYSDB_ERR_CORRUPT : SYSDB_ERR_NOT_BOUND;
+            sqlite3_close(db);
+            return code;
+        }
+        at = rest ? rest + strspn(rest, " ") : "";
     }
     *out = db;
     return 0;
@@ -99,13 +144,18 @@ void set_bound(sqlite3 *db) { g_bound_db = db; }
 
 }  // namespace platform_db
 
+uint32_t sysdb_schema::open_ours(const char *path, sqlite3 **db) {
+    return platform_db::open_readonly(path, db);
+}
+
 struct sysdb_handle_s {
     sqlite3 *db = nullptr;
     std::string root;
     std::unordered_map<std::string, int64_t> list_ids;
     Stmt list_id, get_item, scan_items, scan_index;
 
-    // Id of a listing path below the root; -1 when the database has none.
+    // Id of a listing path below the root; -1 when the database has none,
+    // -2 when the store failed to answer (not kept: the error is the store's).
     int64_t listing(const std::string &path) {
         auto it = list_ids.find(path);
         if (it != list_ids.end()) return it->second;
@@ -113,11 +163,25 @@ struct sysdb_handle_s {
         sqlite3_reset(list_id.s);
         sqlite3_bind_text(list_id.s, 1, root.c_str(), -1, SQLITE_STATIC);
         sqlite3_bind_text(list_id.s, 2, path.c_str(), -1, SQLITE_TRANSIENT);
-        if (sqlite3_step(list_id.s) == SQLITE_ROW) id = sqlite3_column_int64(list_id.s, 0);
+        int rc = sqlite3_step(list_id.s);
+        if (rc == SQLITE_ROW) id = sqlite3_column_int64(list_id.s, 0);
         sqlite3_reset(list_id.s);
+        if (rc != SQLITE_ROW && rc != SQLITE_DONE) {
+            failed = platform_db::store_error(rc);
+            return -2;
+        }
         list_ids.emplace(path, id);
         return id;
     }
+    uint32_t failed = 0;  // code of the last store failure that listing() met
+
+    // Code of a listing id that is not one.
+    uint32_t no_listing(int64_t id) const { return id == -2 ? failed : SYSDB_ERR_NOT_FOUND; }
+
+    // Resume names a walk of each path last gave: a walk that asks twice
+    // after the same name (or after none) would be served the same batch
+    // again, for ever.
+    std::unordered_map<std::string, std::string> last_resume;
 };
 
 struct sysdb_datalist_s {
@@ -165,15 +229,25 @@ uint32_t _sysdb_bind(sysdb_handle_td *handle, const char *root, uint32_t mode) {
     auto *h = new sysdb_handle_s;
     h->db = db;
     h->root = root;
+    // An item's data over the codec's record limit is not copied out of the
+    // store: it is served empty, which no record type decodes from. (SQLite
+    // still reads the row to seek past it: see docs/decisions.md.)
+#define EVPN_ITEM_DATA(t) \
+    "CASE WHEN length(" t "data) > " EVPN_STR(BAG_MAX_RECORD_TEXT) " THEN x'' ELSE " t "data END"
+#define EVPN_STR2(x) #x
+#define EVPN_STR(x) EVPN_STR2(x)
     const char *sql[] = {
         "SELECT id FROM listing WHERE root = ?1 AND path = ?2",
-        "SELECT data FROM item WHERE list = ?1 AND skey = ?2",
-        "SELECT name, data, skey FROM item WHERE list = ?1 AND skey >= ?2 AND skey > ?3 "
-        "AND skey < ?4 ORDER BY skey LIMIT ?5",
-        "SELECT i.name, i.data, x.ikey FROM item_index x JOIN item i ON i.list = ?6 AND "
-        "i.skey = x.skey WHERE x.list = ?1 AND x.ikey >= ?2 AND x.ikey > ?3 AND x.ikey < ?4 "
-        "ORDER BY x.ikey LIMIT ?5",
+        "SELECT " EVPN_ITEM_DATA("") " FROM item WHERE list = ?1 AND skey = ?2",
+        "SELECT name, " EVPN_ITEM_DATA("") ", skey FROM item WHERE list = ?1 AND skey >= ?2 "
+        "AND skey > ?3 AND skey < ?4 ORDER BY skey LIMIT ?5",
+        "SELECT i.name, " EVPN_ITEM_DATA("i.") ", x.ikey FROM item_index x JOIN item i ON "
+        "i.list = ?6 AND i.skey = x.skey WHERE x.list = ?1 AND x.ikey >= ?2 AND x.ikey > ?3 "
+        "AND x.ikey < ?4 ORDER BY x.ikey LIMIT ?5",
     };
+#undef EVPN_ITEM_DATA
+#undef EVPN_STR
+#undef EVPN_STR2
     Stmt *stmts[] = {&h->list_id, &h->get_item, &h->scan_items, &h->scan_index};
     for (int i = 0; i < 4; i++) {
         if (sqlite3_prepare_v3(db, sql[i], -1, SQLITE_PREPARE_PERSISTENT, &stmts[i]->s, nullptr) !=
@@ -406,8 +480,9 @@ uint32_t run_listing(sysdb_handle_td h, const char *path, const char *resume, ui
     Query q;
     if (uint32_t rc = resolve_listing(path, q)) return rc;
     int64_t list = h->listing(q.scan_path);
-    if (list < 0) return SYSDB_ERR_NOT_FOUND;
+    if (list < 0) return h->no_listing(list);
     int64_t base = q.on_items ? list : h->listing(q.l->base);
+    if (base < 0) return h->no_listing(base);
 
     std::string prefix;
     for (size_t i = 0; i < q.run; i++) prefix += q.given[q.layout[i]];
@@ -460,7 +535,7 @@ uint32_t run_listing(sysdb_handle_td h, const char *path, const char *resume, ui
             out.entries.push_back(e);
         }
         sqlite3_reset(s);
-        if (rc != SQLITE_ROW && rc != SQLITE_DONE) return SYSDB_ERR_STORE;
+        if (rc != SQLITE_ROW && rc != SQLITE_DONE) return platform_db::store_error(rc);
         if (full || rows < page) break;
     }
     return out.entries.empty() ? static_cast<uint32_t>(SYSDB_ERR_NOT_FOUND) : 0u;
@@ -477,7 +552,7 @@ uint32_t item_get(sysdb_handle_td h, const char *path, uint32_t *type, void **da
     std::string skey;
     if (uint32_t rc = resolve_item(path, l, skey)) return rc;
     int64_t list = h->listing(l->base);
-    if (list < 0) return SYSDB_ERR_NOT_FOUND;
+    if (list < 0) return h->no_listing(list);
     sqlite3_stmt *s = h->get_item.s;
     sqlite3_reset(s);
     sqlite3_bind_int64(s, 1, list);
@@ -497,7 +572,7 @@ uint32_t item_get(sysdb_handle_td h, const char *path, uint32_t *type, void **da
             result = 0;
         }
     } else if (rc != SQLITE_DONE) {
-        result = SYSDB_ERR_STORE;
+        result = platform_db::store_error(rc);
     }
     sqlite3_reset(s);
     return result;
@@ -515,6 +590,26 @@ uint32_t sysdb_item_get(sysdb_handle_td h, const char *path, uint32_t *type, voi
     return rc;
 }
 
+namespace {
+// A request that resumes must name where: a resume without a name, or after
+// the same name as the previous request of that path, would start the
+// listing over or serve the previous batch again.
+bool resume_taken(sysdb_handle_td h, const char *path, const char *resume_name, uint32_t flags) {
+    if (!path) return true;
+    const bool resumes = (flags & SYSDB_DATALIST_RESUME) || (resume_name && *resume_name);
+    if (!resumes) {
+        h->last_resume.erase(path);
+        return true;
+    }
+    if (!resume_name || !*resume_name) return false;
+    auto [it, added] = h->last_resume.try_emplace(path, resume_name);
+    if (added) return true;
+    if (it->second == resume_name) return false;
+    it->second = resume_name;
+    return true;
+}
+}  // namespace
+
 uint32_t sysdb_datalist(sysdb_handle_td h, const char *path, const char *resume_name,
                         uint32_t *count, sysdb_datalist_h_td *list, uint32_t flags) {
     uint32_t want = count ? *count : 0;
@@ -523,11 +618,16 @@ uint32_t sysdb_datalist(sysdb_handle_td h, const char *path, const char *resume_
     sysdb_datalist_s *dl = take_datalist();
     if (!h) rc = SYSDB_ERR_NOT_BOUND;
     else if (!count || !list || want == 0) rc = SYSDB_ERR_BAD_ARG;
+    else if (!resume_taken(h, path, resume_name, flags)) rc = SYSDB_ERR_NO_INDEX_MATCH;
     else rc = run_listing(h, path, (flags & SYSDB_DATALIST_RESUME) || (resume_name && *resume_name)
                                        ? resume_name : nullptr,
                           want, *dl);
     uint32_t got = rc ? 0 : static_cast<uint32_t>(dl->entries.size());
-    if (count) *count = got;
+    // A listing that is empty or unknown has 0 items; a request that failed
+    // (an index or key not understood, the store, the path, the handle) has
+    // no count to give and leaves the caller's, so that the walk sees the
+    // code and decides on it.
+    if (count && (!rc || rc == SYSDB_ERR_NOT_FOUND)) *count = got;
     if (got) *list = dl;
     else give_back_datalist(dl);
     if (g_observer) {

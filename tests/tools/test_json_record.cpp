@@ -156,7 +156,7 @@ TEST(TokenRecords, AcceptTheSameValueForms) {
         {kMac, R"({"evi": "0x1f", "encap": "31", "l3_label": -5, "esi_port_key": 65535, "local_encap": 255})"},
         {kMac, R"({"local": 1, "proxy": 7, "remote": true, "resolved": false, "evi": -0})"},
         {kMac, R"({"l3_label": "-2147483648", "ethernet_tag": "4294967295"})"},
-        {kMac, R"({"evi": "5\u0000x", "mac_state": "a\u0000b", "bd_name": "\u00e9\ud83d\ude00"})"},
+        {kMac, R"({"mac_state": "tab-free", "bd_name": "\u00e9\ud83d\ude00\u00a0"})"},
         {kMac, R"({"mac_address": "00:11:22:33:44:55", "ip_address": "2001:db8::1", "local_router_mac": "00-11-22-33-44-66"})"},
         {kMac, R"({"path_buffer": [], "local_sids": [{"SRv6_SID": "fc00::1", "sid_struct": {"FunctionLen": 16}}]})"},
         {kMac, R"({"path_buffer": [{"NextHop": "1.1.1.1", "Issues": [1, 2, 4294967295],
@@ -189,8 +189,13 @@ TEST(TokenRecords, RefuseWithTheSameMessages) {
         {kMac, R"({"evi": ""})", "r.evi: empty number"},
         {kMac, R"({"evi": true})", "r.evi: expected a number, got true/false"},
         {kMac, R"({"evi": null})", "r.evi: expected a number, got null"},
-        {kMac, R"({"evi": 1.0})", "r.evi: expected a number, got number"},
-        {kMac, R"({"evi": 18446744073709551616})", "r.evi: expected a number, got number"},
+        // Text holding control characters, NUL included, is no name and no number.
+        {kMac, R"({"evi": "5\u0000x"})", "r.evi: text holds control character U+0000 at byte 1"},
+        {kMac, R"({"mac_state": "a\u0000b"})", "r.mac_state: text holds control character U+0000 at byte 1"},
+        {kMac, R"({"ip_address": "10.0.0.1\u0000junk"})", "r.ip_address: text holds control character U+0000"},
+        {kMac, R"({"bd_name": "\u001b[31mred"})", "r.bd_name: text holds control character U+001B at byte 0"},
+        {kMac, R"({"path_buffer": [{"SRv6_SIDInfo": [{}, {"SRv6_SID": "fc00::1\u0000"}]}]})",
+         "r.path_buffer[0].SRv6_SIDInfo[1].SRv6_SID: text holds control character U+0000 at byte 7"},
         {kMac, R"({"evi": [1]})", "r.evi: expected a number, got array"},
         {kMac, R"({"evi": {}})", "r.evi: expected a number, got object"},
         {kMac, R"({"evi": -1})", "r.evi: value -1 out of range"},
@@ -226,6 +231,20 @@ TEST(TokenRecords, RefuseWithTheSameMessages) {
         const std::string got = both(d, text);
         EXPECT_EQ(got.rfind("error " + says, 0), 0u) << text << ": " << got;
     }
+}
+
+// The loader reads tokens, which keep a number as it was written.
+TEST(TokenRecords, NumbersThatAreNoIntegersSayWhy) {
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {R"({"evi": 1.5})", "r.evi: 1.5 is not an integer"},
+        {R"({"evi": 1e30})", "r.evi: 1e30 is not an integer"},
+        {R"({"evi": 1.0})", "r.evi: 1.0 is not an integer"},
+        {R"({"evi": 18446744073709551616})", "r.evi: value 18446744073709551616 out of range"},
+        {"{\"evi\": " + std::string(100000, '9') + "}", "r.evi: value 99999999999999999999... out of range"},
+        {R"({"l3_label": -9223372036854775809})", "r.l3_label: value -9223372036854775809 out of range"},
+    };
+    for (const auto &[text, says] : cases)
+        EXPECT_EQ(from_tokens(text, kMac, evpn::JsonReader::kDefaultBufferSize), "error " + says);
 }
 
 TEST(RecordArena, ReusedMemoryComesBackZeroedAndEarlierAllocationsStayPut) {

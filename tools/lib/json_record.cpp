@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cinttypes>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <limits>
@@ -35,6 +36,7 @@ uint64_t *RecordArena::take(size_t words) {
 }
 
 char *RecordArena::text(std::string_view s) {
+    inner_ += s.size() + 1;
     char *p = reinterpret_cast<char *>(take(s.size() / 8 + 1));
     memcpy(p, s.data(), s.size());
     p[s.size()] = '\0';
@@ -42,6 +44,7 @@ char *RecordArena::text(std::string_view s) {
 }
 
 void *RecordArena::block(size_t bytes) {
+    inner_ += bytes;
     size_t words = (bytes + 7) / 8;
     if (!words) words = 1;
     uint64_t *p = take(words);
@@ -52,6 +55,7 @@ void *RecordArena::block(size_t bytes) {
 void RecordArena::clear() {
     current_ = 0;
     used_ = 0;
+    inner_ = 0;
 }
 
 namespace {
@@ -68,6 +72,7 @@ bool bad(std::string &err, const std::string &where, const std::string &what) {
 struct Value {
     enum Type : uint8_t { Null, Bool, Uint, Int, Float, String, Object, Array } type = Null;
     bool b = false;
+    bool integral = false;  // Float: a whole number (out of range)
     uint64_t u = 0;
     int64_t i = 0;  // may be positive when the value was built in code
     std::string_view s;
@@ -85,7 +90,12 @@ Value from_json(const json &j) {
     case json::value_t::boolean: v.type = Value::Bool; v.b = j.get<bool>(); break;
     case json::value_t::number_unsigned: v.type = Value::Uint; v.u = j.get<uint64_t>(); break;
     case json::value_t::number_integer: v.type = Value::Int; v.i = j.get<int64_t>(); break;
-    case json::value_t::number_float: v.type = Value::Float; break;
+    case json::value_t::number_float: {
+        v.type = Value::Float;
+        double d = j.get<double>();
+        v.integral = std::isfinite(d) && std::trunc(d) == d;
+        break;
+    }
     case json::value_t::string: v.type = Value::String; v.s = j.get_ref<const std::string &>(); break;
     case json::value_t::object: v.type = Value::Object; break;
     case json::value_t::array: v.type = Value::Array; break;
@@ -101,7 +111,7 @@ Value from_token(const JsonToken &t) {
     case JsonTok::False: v.type = Value::Bool; break;
     case JsonTok::Uint: v.type = Value::Uint; v.u = t.u; break;
     case JsonTok::Int: v.type = Value::Int; v.i = t.i; break;
-    case JsonTok::Float: v.type = Value::Float; break;
+    case JsonTok::Float: v.type = Value::Float; v.s = t.text; break;
     case JsonTok::String: v.type = Value::String; v.s = t.text; break;
     case JsonTok::ObjectStart: v.type = Value::Object; break;
     case JsonTok::ArrayStart: v.type = Value::Array; break;
@@ -165,9 +175,26 @@ bool get_int(const Value &v, int64_t lo, uint64_t hi, bool allow_bool, uint64_t 
             return true;
         }
         break;
+    case Value::Float: {
+        // An integer too long for 64 bits reads as a float; say which it is.
+        std::string_view t = v.s;
+        bool integer = !t.empty();
+        for (size_t i = t.size() && t[0] == '-' ? 1 : 0; i < t.size(); i++)
+            integer = integer && t[i] >= '0' && t[i] <= '9';
+        if (t.size() > 24) t = t.substr(0, 20);
+        const std::string shown = std::string(t) + (t.size() < v.s.size() ? "..." : "");
+        if (t.empty()) integer = v.integral;  // a parsed value: no text
+        if (integer) what = t.empty() ? "value out of range" : "value " + shown + " out of range";
+        else what = (t.empty() ? std::string("number") : shown) + " is not an integer";
+        return false;
+    }
     case Value::String: {
         if (v.s.empty()) {
             what = "empty number";
+            return false;
+        }
+        if (v.s.find('\0') != std::string_view::npos) {
+            what = "text holds control character U+0000 at byte " + std::to_string(v.s.find('\0'));
             return false;
         }
         CText s(v.s);
@@ -248,9 +275,24 @@ bool scalar_from_value(const Value &v, BagKind k, uint8_t *dst, RecordArena &are
             what = "text longer than 65536 bytes";
             return false;
         }
+        uint32_t cp = 0;
+        size_t at = bag_text_bad_at(v.s.data(), v.s.size(), &cp);
+        if (at != v.s.size()) {
+            char b[96];
+            if (cp == 0xffffffffu)
+                snprintf(b, sizeof b, "text is not UTF-8 (byte %zu)", at);
+            else
+                snprintf(b, sizeof b, "text holds control character U+%04X at byte %zu", cp, at);
+            what = b;
+            return false;
+        }
         char *p = arena.text(v.s);
         memcpy(dst, &p, sizeof p);
         return true;
+    }
+    if (v.s.find('\0') != std::string_view::npos) {
+        what = "text holds control character U+0000 at byte " + std::to_string(v.s.find('\0'));
+        return false;
     }
     CText s(v.s);
     switch (k) {
@@ -292,6 +334,11 @@ bool scalar_from_value(const Value &v, BagKind k, uint8_t *dst, RecordArena &are
 
 std::string expected_object(const BagDesc *desc, const Value &v) {
     return std::string("expected an object of ") + desc->name + ", got " + v.type_name();
+}
+
+std::string too_big() {
+    return "record over " + std::to_string(BAG_MAX_INNER) +
+           " bytes of text and lists, more than a record may hold";
 }
 
 std::string at_most(const BagField &f) { return "at most " + std::to_string(f.count) + " elements"; }
@@ -459,9 +506,11 @@ bool TokenRecordBuilder::build(JsonReader &r, const JsonToken &first, const BagD
                                RecordArena &arena, const std::string &where, std::string &err) {
     arena_ = &arena;
     err_ = &err;
+    pending_ = 0;
     const Path at = Path::record(where);
     if (first.kind != JsonTok::ObjectStart) return fail(at, expected_object(desc, from_token(first)));
-    return record(r, desc, static_cast<uint8_t *>(out), at, 0);
+    if (!record(r, desc, static_cast<uint8_t *>(out), at, 0)) return false;
+    return !over_limit() || fail(at, too_big());
 }
 
 // The object's opening brace has been read.
@@ -505,6 +554,9 @@ bool TokenRecordBuilder::record(JsonReader &r, const BagDesc *desc, uint8_t *rec
             for (;; count++) {
                 const JsonToken &t = r.next();
                 if (t.kind == JsonTok::ArrayEnd) break;
+                // Refused as soon as it is too big, before it takes more memory.
+                pending_ += es;
+                if (over_limit()) return fail(Path::of_element(here, count), too_big());
                 size_t words = ((count + 1) * es + 7) / 8;
                 if (words > list.size()) list.resize(std::max(words, 2 * list.size()));
                 uint8_t *slot = reinterpret_cast<uint8_t *>(list.data()) + count * es;
@@ -512,6 +564,7 @@ bool TokenRecordBuilder::record(JsonReader &r, const BagDesc *desc, uint8_t *rec
                 if (!element(r, t, *f, slot, Path::of_element(here, count), level + 1)) return false;
             }
             bag_array<uint8_t> arr{static_cast<uint32_t>(count), nullptr};
+            pending_ -= count * es;
             if (count) {
                 arr.data = static_cast<uint8_t *>(arena_->block(count * es));
                 memcpy(arr.data, list.data(), count * es);

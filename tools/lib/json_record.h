@@ -25,6 +25,9 @@ class RecordArena {
     char *text(std::string_view s);  // NUL-terminated copy
     void *block(size_t bytes);       // zeroed, 8-byte aligned
     void clear();
+    // Bytes the decoder will take for the strings and blocks handed out since
+    // the last clear() (each text its length + 1): what BAG_MAX_INNER bounds.
+    size_t inner() const { return inner_; }
 
   private:
     uint64_t *take(size_t words);
@@ -36,6 +39,7 @@ class RecordArena {
     std::vector<Chunk> chunks_;
     size_t current_ = 0;  // chunk being filled
     size_t used_ = 0;     // words of it taken
+    size_t inner_ = 0;
 };
 
 // Fills out (desc->size bytes, zeroed first) from a JSON object. Fields left
@@ -63,7 +67,12 @@ class TokenRecordBuilder {
                  unsigned level);
     bool fail(const Path &at, const std::string &what);
 
+    // Over the codec's limit of strings and lists, counting the elements of
+    // the lists still being read (pending_ bytes).
+    bool over_limit() const { return arena_->inner() + pending_ > BAG_MAX_INNER; }
+
     RecordArena *arena_ = nullptr;
+    size_t pending_ = 0;
     std::string *err_ = nullptr;
     std::string what_;
     // Elements of the lists being read, one per list nesting level (a deque:

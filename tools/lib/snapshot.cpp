@@ -2,12 +2,16 @@
 #include "snapshot.h"
 
 #include <sqlite3.h>
+#include <sys/stat.h>
+
+#include <cerrno>
 
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <istream>
 #include <map>
+#include <set>
 #include <nlohmann/json.hpp>
 #include <ostream>
 #include <vector>
@@ -15,6 +19,7 @@
 #include "json_reader.h"
 #include "json_record.h"
 #include "platform/bag.h"
+#include "platform/cerr.h"
 #include "platform/sysdb_registry.h"
 #include "platform/sysdb_schema.h"
 #include "sysdb_writer.h"
@@ -35,6 +40,7 @@ constexpr const char *kCapabilities[] = {"srv6", "srv6_elan"};
 uint64_t get_u64(const json &o, const char *key, uint64_t max, const std::string &where) {
     auto it = o.find(key);
     if (it == o.end()) return 0;
+    if (it->is_number_float()) throw LoadError{where + "." + key + ": not an integer, or out of range"};
     if (!it->is_number_unsigned() && !(it->is_number_integer() && it->get<int64_t>() >= 0))
         throw LoadError{where + "." + key + ": expected a non-negative number"};
     uint64_t v = it->get<uint64_t>();
@@ -70,6 +76,7 @@ struct Loader {
     RecordArena arena;
     std::vector<uint64_t> rec;
     std::string err, where;
+    std::set<std::string> seen;  // sections, roots and listings read so far
 
     // The value that t starts, read whole (the small sections).
     json collect(const JsonToken &t) {
@@ -129,6 +136,8 @@ struct Loader {
             if (k.kind == JsonTok::ObjectEnd) return;
             std::string root(k.text);
             if (!sysdb_schema::valid_root(root.c_str())) throw LoadError{"unknown root \"" + root + "\""};
+            if (!seen.insert("roots " + root).second)
+                throw LoadError{"roots: duplicate key \"" + root + "\""};
             const JsonToken &v = r.next();
             if (v.kind == JsonTok::ArrayStart) throw LoadError{"roots " + root + ": unexpected list"};
             if (is_scalar(v)) throw LoadError{"roots: unexpected value " + shown(v) + " at depth 2"};
@@ -138,6 +147,8 @@ struct Loader {
                 std::string base(lk.text);
                 if (!sysdb_registry_find(base))
                     throw LoadError{"unknown listing \"" + base + "\" under " + root};
+                if (!seen.insert("roots " + root + " " + base).second)
+                    throw LoadError{"roots " + root + ": duplicate key \"" + base + "\""};
                 const JsonToken &lv = r.next();
                 if (lv.kind == JsonTok::ObjectStart)
                     throw LoadError{"roots " + root + " " + base + ": unexpected object"};
@@ -190,7 +201,7 @@ struct Loader {
         bd_forwarding_stats s{};
         uint64_t v[sysdb_schema::kBdStatsCount];
         for (int i = 0; i < sysdb_schema::kBdStatsCount; i++)
-            v[i] = get_u64(j, sysdb_schema::kBdStatsColumns[i], INT64_MAX, where);
+            v[i] = get_u64(j, sysdb_schema::kBdStatsColumns[i], UINT64_MAX, where);
         memcpy(&s, v, sizeof v);
         uint32_t node = static_cast<uint32_t>(get_u64(j, "node", 0xfffffffeu, where));
         uint32_t bd = static_cast<uint32_t>(get_u64(j, "bd_id", 0xffffffffu, where));
@@ -226,6 +237,7 @@ struct Loader {
             bool known = false;
             for (const char *s : kSections) known = known || section == s;
             if (!known) throw LoadError{"unknown section \"" + section + "\""};
+            if (!seen.insert(section).second) throw LoadError{"duplicate key \"" + section + "\""};
             const JsonToken &v = r.next();
             if (section == "roots") {
                 roots(v);
@@ -251,7 +263,7 @@ bool load_snapshot(std::istream &in, const std::string &db_path, LoadStats &stat
     if (!w) return false;
     try {
         JsonReader reader(in);
-        Loader loader{reader, *w, stats, {}, {}, {}, {}, {}, {}};
+        Loader loader{reader, *w, stats, {}, {}, {}, {}, {}, {}, {}};
         loader.run();
     } catch (const LoadError &e) {
         err = e.what;
@@ -269,9 +281,18 @@ bool load_snapshot(std::istream &in, const std::string &db_path, LoadStats &stat
 
 bool dump_snapshot(const std::string &db_path, std::ostream &out, std::string &err) {
     sqlite3 *db = nullptr;
-    if (sqlite3_open_v2(db_path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
-        err = "cannot open " + db_path;
-        sqlite3_close(db);
+    struct stat st;
+    if (stat(db_path.c_str(), &st) != 0) {
+        err = db_path + ": " + strerror(errno);
+        return false;
+    }
+    if (!S_ISREG(st.st_mode)) {
+        err = db_path + ": not a regular file";
+        return false;
+    }
+    if (uint32_t rc = sysdb_schema::open_ours(db_path.c_str(), &db)) {
+        err = db_path + ": " + (rc == SYSDB_ERR_NOT_BOUND ? "not an EVPN operational database"
+                                                          : cerr_strerror(rc));
         return false;
     }
     struct Closer {
@@ -283,38 +304,48 @@ bool dump_snapshot(const std::string &db_path, std::ostream &out, std::string &e
         sqlite3_finalize(s);
         s = nullptr;
         if (sqlite3_prepare_v2(db, sql, -1, &s, nullptr) != SQLITE_OK) {
-            err = sqlite3_errmsg(db);
+            err = db_path + ": " + sqlite3_errmsg(db);
             return false;
         }
         return true;
     };
-    if (!prep("PRAGMA application_id")) return false;
-    if (sqlite3_step(s) != SQLITE_ROW || sqlite3_column_int(s, 0) != sysdb_schema::kApplicationId) {
+    // Every read of the dump either gives its rows to the end or fails the
+    // dump with the store's message: a dump that is a backup loses nothing
+    // silently.
+    int rc = SQLITE_DONE;
+    auto row = [&] { return (rc = sqlite3_step(s)) == SQLITE_ROW; };
+    auto done = [&] {
+        if (rc == SQLITE_DONE) return true;
+        err = db_path + ": " + sqlite3_errmsg(db) + " (the dump is incomplete)";
         sqlite3_finalize(s);
-        err = db_path + " is not an EVPN operational database";
+        s = nullptr;
         return false;
-    }
+    };
+    // One read transaction: the whole dump is of one state of the file.
+    if (!prep("BEGIN") || (row(), !done())) return false;
 
     out << "{\n  \"capabilities\": {";
     if (!prep("SELECT name, value FROM capability ORDER BY name")) return false;
-    for (bool first = true; sqlite3_step(s) == SQLITE_ROW; first = false)
+    for (bool first = true; row(); first = false)
         out << (first ? "" : ",") << "\n    " << json(reinterpret_cast<const char *>(sqlite3_column_text(s, 0))).dump()
             << ": " << (sqlite3_column_int(s, 1) ? "true" : "false");
+    if (!done()) return false;
     out << "\n  },\n  \"interfaces\": [";
     if (!prep("SELECT handle, name, state FROM interface ORDER BY handle")) return false;
-    for (bool first = true; sqlite3_step(s) == SQLITE_ROW; first = false) {
+    for (bool first = true; row(); first = false) {
         nlohmann::ordered_json o;
         o["name"] = reinterpret_cast<const char *>(sqlite3_column_text(s, 1));
         o["handle"] = static_cast<uint32_t>(sqlite3_column_int64(s, 0));
         o["state"] = reinterpret_cast<const char *>(sqlite3_column_text(s, 2));
         out << (first ? "" : ",") << "\n    " << o.dump();
     }
+    if (!done()) return false;
     out << "\n  ],\n  \"bd_stats\": [";
     std::string sql = "SELECT node, bd_id";
     for (const char *c : sysdb_schema::kBdStatsColumns) sql += std::string(", ") + c;
     sql += " FROM bd_stats ORDER BY node, bd_id";
     if (!prep(sql.c_str())) return false;
-    for (bool first = true; sqlite3_step(s) == SQLITE_ROW; first = false) {
+    for (bool first = true; row(); first = false) {
         nlohmann::ordered_json o;
         o["node"] = sqlite3_column_int64(s, 0);
         o["bd_id"] = sqlite3_column_int64(s, 1);
@@ -322,6 +353,7 @@ bool dump_snapshot(const std::string &db_path, std::ostream &out, std::string &e
             o[sysdb_schema::kBdStatsColumns[i]] = static_cast<uint64_t>(sqlite3_column_int64(s, i + 2));
         out << (first ? "" : ",") << "\n    " << o.dump();
     }
+    if (!done()) return false;
     out << "\n  ],\n  \"roots\": {";
 
     struct List {
@@ -331,9 +363,10 @@ bool dump_snapshot(const std::string &db_path, std::ostream &out, std::string &e
     std::vector<List> lists;
     if (!prep("SELECT id, root, path FROM listing WHERE instr(path, '#') = 0 ORDER BY root, path"))
         return false;
-    while (sqlite3_step(s) == SQLITE_ROW)
+    while (row())
         lists.push_back({sqlite3_column_int64(s, 0), reinterpret_cast<const char *>(sqlite3_column_text(s, 1)),
                          reinterpret_cast<const char *>(sqlite3_column_text(s, 2))});
+    if (!done()) return false;
     if (!prep("SELECT name, data FROM item WHERE list = ?1 ORDER BY skey")) return false;
     std::string root;
     std::vector<uint64_t> buf;
@@ -353,7 +386,7 @@ bool dump_snapshot(const std::string &db_path, std::ostream &out, std::string &e
         sqlite3_reset(s);
         sqlite3_bind_int64(s, 1, l.id);
         buf.assign(def->desc->size / 8 + 1, 0);
-        for (bool first = true; sqlite3_step(s) == SQLITE_ROW; first = false) {
+        for (bool first = true; row(); first = false) {
             const void *data = sqlite3_column_blob(s, 1);
             int len = sqlite3_column_bytes(s, 1);
             const char *name = reinterpret_cast<const char *>(sqlite3_column_text(s, 0));
@@ -366,6 +399,7 @@ bool dump_snapshot(const std::string &db_path, std::ostream &out, std::string &e
             out << record_to_json(buf.data(), def->desc).dump();
             bag_free_indirections(buf.data(), def->desc);
         }
+        if (!done()) return false;
         out << "\n      ]";
     }
     if (!root.empty()) out << "\n    }";

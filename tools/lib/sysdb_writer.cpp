@@ -6,6 +6,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sqlite3.h>
 #include <unistd.h>
 
@@ -16,6 +17,7 @@
 #include <vector>
 
 #include "platform/bag.h"
+#include "platform/cerr.h"
 #include "platform/sysdb_keys.h"
 #include "platform/sysdb_registry.h"
 #include "platform/sysdb_schema.h"
@@ -36,7 +38,17 @@ bool exec(sqlite3 *db, const char *sql, std::string &err) {
 
 // A target that exists must be a database of ours (or be absent).
 bool target_replaceable(const std::string &target, std::string &err) {
-    if (access(target.c_str(), F_OK) != 0) return true;
+    struct stat st;
+    if (stat(target.c_str(), &st) != 0) {
+        if (errno == ENOENT && lstat(target.c_str(), &st) != 0) return true;
+        err = target + ": " + strerror(errno);
+        return false;
+    }
+    // A FIFO would block the open below until a writer came.
+    if (!S_ISREG(st.st_mode)) {
+        err = target + " exists and is not a regular file; not overwriting it";
+        return false;
+    }
     sqlite3 *db = nullptr;
     bool ours = false;
     if (sqlite3_open_v2(target.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
@@ -44,6 +56,12 @@ bool target_replaceable(const std::string &target, std::string &err) {
         if (sqlite3_prepare_v2(db, "PRAGMA application_id", -1, &s, nullptr) == SQLITE_OK &&
             sqlite3_step(s) == SQLITE_ROW)
             ours = sqlite3_column_int(s, 0) == sysdb_schema::kApplicationId;
+        if (sqlite3_extended_errcode(db) == SQLITE_READONLY_ROLLBACK) {
+            sqlite3_finalize(s);
+            sqlite3_close(db);
+            err = target + ": " + cerr_strerror(SYSDB_ERR_HOT_JOURNAL) + "; not overwriting it";
+            return false;
+        }
         sqlite3_finalize(s);
         // A database of another version of ours is not ours to replace either.
         s = nullptr;
@@ -80,6 +98,24 @@ void remove_stale_temps(const std::string &target) {
         unlink((slash == std::string::npos ? std::string(name) : dir + name).c_str());
     }
     closedir(d);
+}
+
+// The file a path names once its symbolic links are followed (the path
+// itself when it is none, or when the links go round). A link's target
+// need not exist yet.
+std::string follow_links(const std::string &path) {
+    std::string at = path;
+    for (int hops = 0; hops < 40; hops++) {
+        struct stat st;
+        if (lstat(at.c_str(), &st) != 0 || !S_ISLNK(st.st_mode)) return at;
+        std::vector<char> buf(static_cast<size_t>(st.st_size > 0 ? st.st_size : 255) + 1);
+        ssize_t n = readlink(at.c_str(), buf.data(), buf.size() - 1);
+        if (n < 0) return at;
+        std::string to(buf.data(), static_cast<size_t>(n));
+        const size_t slash = at.find_last_of('/');
+        at = to[0] == '/' || slash == std::string::npos ? to : at.substr(0, slash + 1) + to;
+    }
+    return path;
 }
 
 }  // namespace
@@ -180,7 +216,10 @@ struct SysdbWriter::Impl {
 SysdbWriter::SysdbWriter(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
 SysdbWriter::~SysdbWriter() = default;
 
-std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &target, std::string &err) {
+std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &named, std::string &err) {
+    // A link is followed: its target is replaced (built and renamed in the
+    // target's directory), the link stays.
+    const std::string target = follow_links(named);
     if (!target_replaceable(target, err)) return nullptr;
     auto impl = std::make_unique<Impl>();
     impl->target = target;
@@ -240,8 +279,7 @@ bool SysdbWriter::add(const std::string &root, std::string_view base, const void
     const ListingDef *l = t->def;
     m.encoded.clear();
     if (uint32_t rc = bag_encode(record, l->desc, m.encoded)) {
-        err = std::string("cannot encode ") + l->desc->name;
-        (void)rc;
+        err = std::string("cannot encode ") + l->desc->name + ": " + cerr_strerror(rc);
         return false;
     }
     if (t->list < 0 && (t->list = m.list_id(root, t->base, l->desc->name, err)) < 0) return false;
@@ -337,6 +375,14 @@ bool SysdbWriter::set_capability(const std::string &name, int64_t value, std::st
 bool SysdbWriter::add_interface(uint32_t handle, const std::string &name, const std::string &state,
                                 std::string &err) {
     Impl &m = *impl_;
+    // Interface names and states reach the reports as they stand.
+    uint32_t cp;
+    for (const std::string *t : {&name, &state})
+        if (bag_text_bad_at(t->data(), t->size(), &cp) != t->size()) {
+            err = (t == &name ? "name" : "state") +
+                  std::string(": text holds a control character or is not UTF-8");
+            return false;
+        }
     sqlite3_reset(m.ins_if);
     sqlite3_bind_int64(m.ins_if, 1, handle);
     sqlite3_bind_text(m.ins_if, 2, name.c_str(), -1, SQLITE_TRANSIENT);
@@ -389,6 +435,17 @@ bool SysdbWriter::commit(std::string &err) {
     }
     close(fd);
     if (!target_replaceable(m.target, err)) return false;
+    // A database replaced keeps its mode, group (and owner, when we may set
+    // it): a reload must not make a private database readable by all.
+    struct stat old;
+    if (stat(m.target.c_str(), &old) == 0) {
+        if (chown(m.temp.c_str(), old.st_uid, old.st_gid) != 0)
+            (void)!chown(m.temp.c_str(), static_cast<uid_t>(-1), old.st_gid);
+        if (chmod(m.temp.c_str(), old.st_mode & 07777) != 0) {
+            err = "setting the mode of " + m.temp + ": " + strerror(errno);
+            return false;
+        }
+    }
     if (rename(m.temp.c_str(), m.target.c_str()) != 0) {
         err = "renaming " + m.temp + " to " + m.target + ": " + strerror(errno);
         return false;

@@ -71,11 +71,23 @@ struct bag_array {
     T *data;
 };
 
+// Limits of one record. The decoder refuses a record past any of them, the
+// encoder refuses to make one, and the snapshot loader, the generator and the
+// store check against these same values, so that what is stored decodes.
 enum : uint32_t {
-    BAG_MAX_DEPTH = 8,                 // sub-record nesting
-    BAG_MAX_STRING = 65536,            // bytes of one string
-    BAG_MAX_INNER = 16u * 1024 * 1024, // inner allocations of one record
+    BAG_MAX_DEPTH = 8,                  // sub-record nesting
+    BAG_MAX_STRING = 65536,             // bytes of one string
+    BAG_MAX_INNER = 16u * 1024 * 1024,  // strings and arrays of one decoded record: each
+                                        // string its length + 1, each array count * element size
+    BAG_MAX_RECORD = 16u * 1024 * 1024, // encoded bytes of one record
 };
+
+// Text fields are names and words from configuration, printed as they stand:
+// UTF-8 without control characters (C0, DEL, C1) and without NUL. Returns
+// len when s[0..len) is such a text; else the offset of the first byte that
+// is not, with *cp the character there (0xFFFFFFFF for bytes that are not
+// UTF-8).
+size_t bag_text_bad_at(const char *s, size_t len, uint32_t *cp);
 
 // Decodes len bytes of data into buf (buf_size bytes, at least desc->size).
 // Strings and arrays are allocated by the codec and stay valid until

@@ -35,7 +35,11 @@ uint32_t sysdb_item_get(sysdb_handle_td handle, const char *path, uint32_t *type
 // Up to *count items of the listing at path, after resume_name when flags has
 // SYSDB_DATALIST_RESUME (or resume_name is non-empty). *count becomes the
 // number returned; 0 with code SYSDB_ERR_NOT_FOUND when the listing is empty
-// or unknown.
+// or unknown. Any other error (SYSDB_ERR_NO_INDEX_MATCH for an index or key
+// not understood among them) leaves *count as it was and *list null. A
+// request that resumes must name where: without a name, or after the same
+// name as the previous request of that path, it fails with
+// SYSDB_ERR_NO_INDEX_MATCH (it would serve a batch again).
 uint32_t sysdb_datalist(sysdb_handle_td handle, const char *path, const char *resume_name,
                         uint32_t *count, sysdb_datalist_h_td *list, uint32_t flags);
 // Next item of the batch; name and data stay owned by the listing until it is freed.

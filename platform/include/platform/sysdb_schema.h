@@ -72,3 +72,12 @@ inline std::string bd_stats_create() {
 bool valid_root(const char *root);
 
 }  // namespace sysdb_schema
+
+struct sqlite3;
+namespace sysdb_schema {
+
+// Opens a database of ours read-only, as the client does, with the same
+// checks (tools that read a database whole). 0 or a platform error code.
+uint32_t open_ours(const char *path, sqlite3 **db);
+
+}  // namespace sysdb_schema
