@@ -426,8 +426,9 @@ int cmd_gen(int argc, char **argv) {
             opt.evis, db.c_str(), json_path.empty() ? "" : " and ", json_path.c_str());
     for (unsigned k = 0; k < evpn::GEN_KIND_COUNT; k++)
         if (opt.count[k])
-            fprintf(stderr, "evpn_sysdb: generated %llu %s\n",
-                    static_cast<unsigned long long>(opt.count[k]), evpn::kGenKinds[k].what);
+            fprintf(stderr, "evpn_sysdb: generated %llu %s (%llu list entries)\n",
+                    static_cast<unsigned long long>(opt.count[k]), evpn::kGenKinds[k].what,
+                    static_cast<unsigned long long>(c.list_entries[k]));
     return 0;
 }
 

@@ -86,6 +86,7 @@ bool gen_es(GenSink &sink, uint64_t n) {
             es.elected_count = static_cast<uint32_t>(won.size());
             es.not_elected_count = static_cast<uint32_t>(lost.size());
         }
+        sink.list_entries += size + es.manual_secondary.count;
         es.forwarder_count = size;
         es.local_label_valid = 1, es.local_label = 24000 + id % 1000000;
         es.access_signal_mode = 1;

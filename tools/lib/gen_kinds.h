@@ -35,6 +35,7 @@ class GenSink {
 
     const GenOptions *opt = nullptr;
     SplitMix64 rng{1};
+    uint64_t list_entries = 0;  // see GenCounts::list_entries
 };
 
 // An EVI's encapsulation (the same for every kind and the MAC routes), its

@@ -215,7 +215,9 @@ class Generator : public GenSink {
             base_ = kGenKinds[k].base;
             if (json_) json_->listing(base_);
             rng = SplitMix64{opt_.seed ^ (0x6a09e667f3bcc909ull * (k + 1))};
+            list_entries = 0;
             if (!kinds[k](*this, opt_.count[k])) return false;
+            c_.list_entries[k] = list_entries;
         }
         if (json_) json_->listing(kEviBase);
         for (uint32_t evi = 1; evi <= opt_.evis; evi++) {

@@ -48,6 +48,9 @@ struct GenOptions {
 // What generate() produced (also in the summary record).
 struct GenCounts {
     uint64_t routes = 0, local = 0, remote = 0, ipv4 = 0, ipv6 = 0, paths = 0;
+    // Entries of the lists a kind's records carry, where its listing's cost
+    // grows with them (an Ethernet segment's carving lists); 0 elsewhere.
+    uint64_t list_entries[GEN_KIND_COUNT] = {};
 };
 
 // Writes the routes, the records of each other kind asked for, one EVI
