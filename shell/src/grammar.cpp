@@ -128,18 +128,23 @@ const Filter *find_filter(std::string_view id) {
     return nullptr;
 }
 
+namespace {
+struct ValueKindText {
+    const char *placeholder, *conversion;
+};
+constexpr ValueKindText kValueKindTexts[] = {
+#define EVPN_SHELL_VALUE_KIND_TEXT(kind, placeholder, conversion) {placeholder, conversion},
+    EVPN_SHELL_VALUE_KINDS(EVPN_SHELL_VALUE_KIND_TEXT)
+#undef EVPN_SHELL_VALUE_KIND_TEXT
+};
+}  // namespace
+
 const char *value_placeholder(ValueKind kind) {
-    switch (kind) {
-    case ValueKind::None: return "";
-    case ValueKind::Number: return "<0-4294967295>";
-    case ValueKind::Decimal: return "<0-4294967295>";
-    case ValueKind::Node: return "<0-4294967294>";
-    case ValueKind::Mac: return "H.H.H";
-    case ValueKind::Esi: return "H.H.H.H.H";
-    case ValueKind::Ip: return "A.B.C.D|X:X::X";
-    case ValueKind::Name: return "WORD";
-    }
-    return "";
+    return kValueKindTexts[static_cast<size_t>(kind)].placeholder;
+}
+
+const char *value_conversion_text(ValueKind kind) {
+    return kValueKindTexts[static_cast<size_t>(kind)].conversion;
 }
 
 }  // namespace evpn_shell

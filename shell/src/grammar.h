@@ -9,16 +9,23 @@
 
 namespace evpn_shell {
 
-// How a typed value is checked and turned into the client's argument.
+// How a typed value is checked and turned into the client's argument:
+// X(kind, placeholder shown in help, how it converts, for the manual page).
+#define EVPN_SHELL_VALUE_KINDS(X)                                                              \
+    X(None, "", "")                                                                            \
+    X(Number, "<0-4294967295>", "typed in decimal, passed in hexadecimal")                     \
+    X(Decimal, "<0-4294967295>", "typed and passed in decimal")                                \
+    X(Node, "<0-4294967294>", "typed and passed in decimal")                                   \
+    X(Mac, "H.H.H",                                                                            \
+      "H.H.H or six octets; passed as its three 16\\-bit groups in hexadecimal")               \
+    X(Esi, "H.H.H.H.H", "H.H.H.H.H or ten octets; passed in the dotted form")                  \
+    X(Ip, "A.B.C.D|X:X::X", "IPv4 or IPv6 address")                                            \
+    X(Name, "WORD", "passed as typed")
+
 enum class ValueKind {
-    None,     // a flag: no value
-    Number,   // decimal 0..4294967295, passed in hexadecimal
-    Decimal,  // decimal 0..4294967295, passed in decimal
-    Node,     // decimal node id 0..4294967294, passed in decimal
-    Mac,      // H.H.H (or six octets): its three 16-bit groups, each in hexadecimal
-    Esi,      // H.H.H.H.H (or ten octets), passed in the dotted form
-    Ip,       // an IPv4 or IPv6 address, passed in its usual text
-    Name,     // any word, passed as typed
+#define EVPN_SHELL_VALUE_KIND_ENUM(kind, placeholder, conversion) kind,
+    EVPN_SHELL_VALUE_KINDS(EVPN_SHELL_VALUE_KIND_ENUM)
+#undef EVPN_SHELL_VALUE_KIND_ENUM
 };
 
 // A filter: a keyword (with or without a value), or a value typed alone right
@@ -75,5 +82,7 @@ const Keyword *find_keyword(std::string_view word);
 const Filter *find_filter(std::string_view id);
 // The placeholder shown for a value of this kind ("<0-4294967295>").
 const char *value_placeholder(ValueKind kind);
+// How a value of this kind converts, in roff ("typed and passed in decimal").
+const char *value_conversion_text(ValueKind kind);
 
 }  // namespace evpn_shell

@@ -29,20 +29,6 @@ std::vector<std::string> words_of(const char *list) {
     return out;
 }
 
-const char *conversion_text(ValueKind kind) {
-    switch (kind) {
-    case ValueKind::None: return "";
-    case ValueKind::Number: return "typed in decimal, passed in hexadecimal";
-    case ValueKind::Decimal: return "typed and passed in decimal";
-    case ValueKind::Node: return "typed and passed in decimal";
-    case ValueKind::Mac: return "H.H.H or six octets; passed as its three 16\\-bit groups in hexadecimal";
-    case ValueKind::Esi: return "H.H.H.H.H or ten octets; passed in the dotted form";
-    case ValueKind::Ip: return "IPv4 or IPv6 address";
-    case ValueKind::Name: return "passed as typed";
-    }
-    return "";
-}
-
 // The options a filter fills, as the client's command line shows them.
 std::string options_text(const Filter &f) {
     std::string out;
@@ -136,7 +122,7 @@ std::string manual_page() {
       << "Each filter, the client option it fills and how its value is passed.\n";
     for (const Filter &f : filters()) {
         m << ".TP\n" << filter_form(f) << "\n" << roff(f.help) << "; " << options_text(f);
-        if (f.kind != ValueKind::None) m << " (" << conversion_text(f.kind) << ")";
+        if (f.kind != ValueKind::None) m << " (" << value_conversion_text(f.kind) << ")";
         m << ".\n";
     }
     m << ".SH OUTPUT FILTERS\n"

@@ -62,47 +62,34 @@ Conversion number(std::string_view text, uint64_t max, const char *out_format) {
     return c;
 }
 
-// Reads groups of hexadecimal digits: either `dotted_groups` groups of 1 to 4
-// digits joined by '.', or `octets` octets of 1 or 2 digits joined by one of
-// ':' or '-'. The result holds 16-bit groups.
-bool read_groups(std::string_view text, size_t dotted_groups, std::vector<unsigned> &groups) {
-    groups.clear();
-    if (text.find('.') != std::string_view::npos) {
-        size_t start = 0;
-        for (;;) {
-            size_t end = text.find('.', start);
-            std::string_view g = text.substr(start, end == std::string_view::npos ? text.npos : end - start);
-            if (g.empty() || g.size() > 4) return false;
-            unsigned v = 0;
-            for (char c : g) {
-                if (!is_hex(c)) return false;
-                v = v * 16 + hex_digit(c);
-            }
-            groups.push_back(v);
-            if (end == std::string_view::npos) break;
-            start = end + 1;
-        }
-        return groups.size() == dotted_groups;
-    }
-    const size_t octets = dotted_groups * 2;
-    char sep = text.find(':') != std::string_view::npos ? ':' : '-';
-    std::vector<unsigned> bytes;
-    size_t start = 0;
-    for (;;) {
-        size_t end = text.find(sep, start);
-        std::string_view g = text.substr(start, end == std::string_view::npos ? text.npos : end - start);
-        if (g.empty() || g.size() > 2) return false;
+// Splits text at sep into groups of 1 to max_digits hexadecimal digits.
+bool split_hex(std::string_view text, char sep, size_t max_digits, std::vector<unsigned> &out) {
+    for (size_t start = 0;;) {
+        const size_t end = text.find(sep, start);
+        const std::string_view g = text.substr(start, end == text.npos ? text.npos : end - start);
+        if (g.empty() || g.size() > max_digits) return false;
         unsigned v = 0;
         for (char c : g) {
             if (!is_hex(c)) return false;
             v = v * 16 + hex_digit(c);
         }
-        bytes.push_back(v);
-        if (end == std::string_view::npos) break;
+        out.push_back(v);
+        if (end == text.npos) return true;
         start = end + 1;
     }
-    if (bytes.size() != octets) return false;
-    for (size_t i = 0; i < octets; i += 2) groups.push_back(bytes[i] << 8 | bytes[i + 1]);
+}
+
+// Reads groups of hexadecimal digits: either `dotted_groups` groups of 1 to 4
+// digits joined by '.', or twice as many octets of 1 or 2 digits joined by one
+// of ':' or '-'. The result holds 16-bit groups.
+bool read_groups(std::string_view text, size_t dotted_groups, std::vector<unsigned> &groups) {
+    groups.clear();
+    if (text.find('.') != text.npos)
+        return split_hex(text, '.', 4, groups) && groups.size() == dotted_groups;
+    std::vector<unsigned> bytes;
+    const char sep = text.find(':') != text.npos ? ':' : '-';
+    if (!split_hex(text, sep, 2, bytes) || bytes.size() != dotted_groups * 2) return false;
+    for (size_t i = 0; i < bytes.size(); i += 2) groups.push_back(bytes[i] << 8 | bytes[i + 1]);
     return true;
 }
 

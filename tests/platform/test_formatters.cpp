@@ -390,13 +390,13 @@ TEST(PlatformPrinters, DiagStatsKeepTheirColumns) {
 namespace {
 
 TEST(Formatters, TimeTextsCarryFractionsAndKeepToTheirBuffers) {
-    const struct { uint32_t sec, nsec; size_t size; const char *out; } spec[] = {
+    const struct { uint32_t sec, nsec; size_t size; const char *out; } cases[] = {
         {0, 0, 20, "never"},
         {1700730123, 456000000, 20, "11/23 09:02:03.456"},
         {0, 1500000000, 20, "01/01 00:00:01.500"},
         {1700730123, 456000000, 6, "11/23"},
     };
-    for (const auto &c : spec) {
+    for (const auto &c : cases) {
         l2vpn_timespec_bag t{c.sec, c.nsec};
         char buf[24];
         memset(buf, 'x', sizeof buf);

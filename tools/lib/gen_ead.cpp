@@ -66,10 +66,10 @@ bool gen_ead(GenSink &sink, uint64_t n) {
     EadBuf b{};
     uint64_t done = 0;
     for (uint32_t evi = 1; evi <= evis; evi++) {
-        const uint64_t quota = n / evis + (evi - 1 < n % evis ? 1 : 0);
+        const uint64_t quota = gen_evi_share(n, evis, evi);
         const uint8_t encap = gen_evi_encap(evi, sink.opt->seed);
         const bool srv6 = encap == EVPN_ENCAP_SRV6;
-        snprintf(b.bd_name, sizeof b.bd_name, "bd-%u", evi);
+        gen_bd_name(b.bd_name, sizeof b.bd_name, evi);
         for (uint32_t segment = 0; segment < kGenSegments; segment++) {
             const uint64_t routes = quota / kGenSegments + (segment < quota % kGenSegments ? 1 : 0);
             gen_segment_esi(b.esi, sizeof b.esi, segment);

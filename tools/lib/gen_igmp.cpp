@@ -14,7 +14,7 @@ bool gen_igmp(GenSink &sink, uint64_t n) {
     char esi[32], ifname[32];
     uint64_t done = 0;
     for (uint32_t evi = 1; evi <= evis; evi++) {
-        uint64_t quota = n / evis + (evi - 1 < n % evis ? 1 : 0);
+        uint64_t quota = gen_evi_share(n, evis, evi);
         uint32_t segment = evi % kGenSegments;
         gen_segment_esi(esi, sizeof esi, segment);
         for (uint64_t g = 0; g < quota; g++, done++) {

@@ -38,6 +38,16 @@ class GenSink {
     uint64_t list_entries = 0;  // see GenCounts::list_entries
 };
 
+// The zero ESI, as records without a segment carry it in text.
+constexpr char kGenZeroEsi[] = "0000.0000.0000.0000.0000";
+
+// Of n records spread evenly over EVIs 1..evis, how many fall to evi.
+inline uint64_t gen_evi_share(uint64_t n, uint32_t evis, uint32_t evi) {
+    return n / evis + (evi - 1 < n % evis ? 1 : 0);
+}
+// An EVI's bridge domain, "bd-<evi>", into buf.
+void gen_bd_name(char *buf, size_t size, uint32_t evi);
+
 // An EVI's encapsulation (the same for every kind and the MAC routes), its
 // EVI type and the label or VNI of its routes on one PE (0 is this router).
 uint8_t gen_evi_encap(uint32_t evi, uint64_t seed);

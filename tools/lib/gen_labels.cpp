@@ -11,7 +11,6 @@ namespace evpn {
 namespace {
 
 constexpr uint32_t kPerTag = kGenPeers + kGenSegments;
-constexpr char kZeroEsi[] = "0000.0000.0000.0000.0000";
 
 struct LabelBuffers {
     l2vpn_evpn_label_bag r;
@@ -44,7 +43,7 @@ bool gen_labels(GenSink &sink, uint64_t n) {
     LabelBuffers b;
     uint64_t done = 0;
     for (uint32_t evi = 1; evi <= evis; evi++) {
-        const uint64_t quota = n / evis + (evi - 1 < n % evis ? 1 : 0);
+        const uint64_t quota = gen_evi_share(n, evis, evi);
         const uint8_t encap = gen_evi_encap(evi, sink.opt->seed);
         const uint64_t tags = (quota + kPerTag - 1) / kPerTag;
         for (uint64_t k = 0; k < quota; k++, done++) {
@@ -70,7 +69,7 @@ bool gen_labels(GenSink &sink, uint64_t n) {
             if (single) {
                 const uint32_t pe = 1 + static_cast<uint32_t>(k % kGenPeers);
                 r.id_type = 1;
-                r.esi = const_cast<char *>(kZeroEsi);
+                r.esi = const_cast<char *>(kGenZeroEsi);
                 fill_path(b.paths[0], b.sids[0], pe, encap, evi, 0);
                 r.nexthop = b.paths[0].NextHop;
                 r.mac_paths = {1, b.paths};

@@ -17,9 +17,9 @@ bool gen_neighbors(GenSink &sink, uint64_t n) {
     char bd_name[24];
     uint64_t done = 0;
     for (uint32_t evi = 1; evi <= evis; evi++) {
-        const uint64_t quota = n / evis + (evi - 1 < n % evis ? 1 : 0);
+        const uint64_t quota = gen_evi_share(n, evis, evi);
         const uint8_t encap = gen_evi_encap(evi, sink.opt->seed);
-        snprintf(bd_name, sizeof bd_name, "bd-%u", evi);
+        gen_bd_name(bd_name, sizeof bd_name, evi);
         for (uint64_t i = 0; i < quota; i++, done++) {
             const uint32_t pe = static_cast<uint32_t>(i + 1);
             memset(&r, 0, sizeof r);

@@ -11,7 +11,6 @@ namespace {
 
 constexpr uint32_t kPerEsi = 8;  // pathlists of one EVI, segment and tag
 constexpr uint32_t kObjects = 4;
-constexpr char kZeroEsi[] = "0000.0000.0000.0000.0000";
 
 }  // namespace
 
@@ -23,7 +22,7 @@ bool gen_pathlists(GenSink &sink, uint64_t n) {
     char esi[32];
     uint64_t done = 0;
     for (uint32_t evi = 1; evi <= evis; evi++) {
-        const uint64_t quota = n / evis + (evi - 1 < n % evis ? 1 : 0);
+        const uint64_t quota = gen_evi_share(n, evis, evi);
         const uint8_t encap = gen_evi_encap(evi, sink.opt->seed);
         const bool srv6 = encap == EVPN_ENCAP_SRV6;
         for (uint64_t k = 0; k < quota; k++, done++) {
@@ -37,7 +36,7 @@ bool gen_pathlists(GenSink &sink, uint64_t n) {
             r.pathlist_id = 1 + static_cast<uint32_t>(k % kPerEsi);
             const uint32_t npaths = esi_slot == 0 ? 1 : 2;
             if (esi_slot == 0) {
-                r.esi = const_cast<char *>(kZeroEsi);
+                r.esi = const_cast<char *>(kGenZeroEsi);
             } else {
                 gen_segment_esi(esi, sizeof esi, esi_slot - 1);
                 r.esi = esi;

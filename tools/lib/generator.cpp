@@ -34,7 +34,6 @@ constexpr const char *kMacBase = "evpn_evi_detail/evi_child_container/evpn_mac";
 constexpr const char *kEviBase = "evpn_evi";
 constexpr const char *kSummaryBase = "summary";
 
-constexpr const char *kZeroEsi = "0000.0000.0000.0000.0000";
 constexpr int kMaxPaths = 4;
 
 }  // namespace
@@ -74,6 +73,8 @@ void gen_srv6_sid(Srv6Sid &s, uint16_t node, uint16_t function, uint16_t behavio
     s.SIDStructurePresent = 1;
     s.sid_struct = {32, 16, 16, 0, 16, 48};
 }
+
+void gen_bd_name(char *buf, size_t size, uint32_t evi) { snprintf(buf, size, "bd-%u", evi); }
 
 void gen_segment_esi(char *buf, size_t size, uint32_t segment) {
     snprintf(buf, size, "0011.2233.4455.6677.%04x", (segment + 1) & 0xffff);
@@ -200,7 +201,7 @@ class Generator : public GenSink {
             json_->listing(kMacBase);
         }
         for (uint32_t evi = 1; evi <= opt_.evis; evi++) {
-            uint64_t quota = opt_.routes / opt_.evis + (evi - 1 < opt_.routes % opt_.evis ? 1 : 0);
+            uint64_t quota = gen_evi_share(opt_.routes, opt_.evis, evi);
             if (!evi_routes(evi, quota)) return false;
         }
         // Each other kind from its own random stream, so that adding one
@@ -222,7 +223,7 @@ class Generator : public GenSink {
         if (json_) json_->listing(kEviBase);
         for (uint32_t evi = 1; evi <= opt_.evis; evi++) {
             char bd[24];
-            snprintf(bd, sizeof bd, "bd-%u", evi);
+            gen_bd_name(bd, sizeof bd, evi);
             l2vpn_evpn_evi_summary_bag s{};
             s.vpn_id = evi;
             s.encap = gen_evi_encap(evi, opt_.seed);
@@ -265,7 +266,7 @@ class Generator : public GenSink {
     bool evi_routes(uint32_t evi, uint64_t quota) {
         RouteBuf &b = buf_;
         uint8_t encap = gen_evi_encap(evi, opt_.seed);
-        snprintf(b.bd_name, sizeof b.bd_name, "bd-%u", evi);
+        gen_bd_name(b.bd_name, sizeof b.bd_name, evi);
         while (quota) {
             host_++;
             mac_ += 1 + rng_.below(4);
@@ -310,7 +311,7 @@ class Generator : public GenSink {
         r.encap = encap;
         for (int i = 0; i < 6; i++) r.mac_address[i] = uint8_t(mac_ >> (40 - 8 * i));
         r.bd_name = b.bd_name;
-        r.local_esi = r.remote_esi = const_cast<char *>(kZeroEsi);
+        r.local_esi = r.remote_esi = const_cast<char *>(kGenZeroEsi);
         uint32_t ac = 1 + rng_.below(48);
         uint32_t segment = rng_.below(kGenSegments);
         bool multihomed = rng_.chance(local ? 15 : 25);
