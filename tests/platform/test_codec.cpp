@@ -64,6 +64,10 @@ uint32_t decode_exact(const std::string &enc, size_t len, Buf &buf, const BagDes
     return bag_decode(len ? copy.data() : nullptr, static_cast<uint32_t>(len), buf.p(), buf.size(), d);
 }
 
+uint32_t decode_into(const std::string &enc, Buf &buf, const BagDesc *d) {
+    return bag_decode(enc.data(), static_cast<uint32_t>(enc.size()), buf.p(), buf.size(), d);
+}
+
 // A JSON object that sets every field of a description to a non-trivial
 // value: strings of every padding length, both IP families, every RD form,
 // absent and present optional strings, arrays of several elements.
@@ -208,8 +212,7 @@ TEST(Codec, EveryRecordTypeRoundTripsByteForByte) {
             ASSERT_EQ(bag_encode(rec.p(), d, first), 0u);
 
             Buf dec(d->size);
-            ASSERT_EQ(bag_decode(first.data(), static_cast<uint32_t>(first.size()), dec.p(),
-                                 dec.size(), d), 0u);
+            ASSERT_EQ(decode_into(first, dec, d), 0u);
             EXPECT_GT(bag_inner_bytes_held(), 0u);
             // The decoded record says what the built one said, field by field.
             EXPECT_EQ(evpn::record_to_json(dec.p(), d).dump(), evpn::record_to_json(rec.p(), d).dump());
@@ -222,7 +225,7 @@ TEST(Codec, EveryRecordTypeRoundTripsByteForByte) {
         Buf zero(d->size), dec(d->size);
         std::string first, second;
         ASSERT_EQ(bag_encode(zero.p(), d, first), 0u);
-        ASSERT_EQ(bag_decode(first.data(), static_cast<uint32_t>(first.size()), dec.p(), dec.size(), d), 0u);
+        ASSERT_EQ(decode_into(first, dec, d), 0u);
         ASSERT_EQ(bag_encode(dec.p(), d, second), 0u);
         EXPECT_EQ(hex(second), hex(first));
         bag_free_indirections(dec.p(), d);
@@ -257,14 +260,9 @@ TEST(Codec, EveryRecordTypeKeepsItsPinnedLayout) {
     }
 }
 
+// Every scalar kind in one record, against the wire form written out by hand
+// (the record types' forms are pinned above; decoding is the round trip's).
 TEST(Codec, WireLayoutIsBigEndianXdr) {
-    // A record type as the database holds it.
-    l2vpn_evpn_evi_summary_bag evi{0x64, 10, const_cast<char *>("bd1"), 1};
-    std::string enc;
-    ASSERT_EQ(bag_encode(&evi, &bag_desc_l2vpn_evpn_evi_summary_bag, enc), 0u);
-    EXPECT_EQ(hex(enc), "00000064" "0000000a" "00000003" "62643100" "00000001");
-
-    // Every scalar kind, in one record.
     uint32_t words[2] = {7, 8};
     Mix m{};
     m.a = 0xff;
@@ -275,31 +273,12 @@ TEST(Codec, WireLayoutIsBigEndianXdr) {
     ASSERT_EQ(l2vpn_mac_pton("0011.2233.4455", m.mac), 0);
     m.o2 = const_cast<char *>("xyz");
     m.arr = {2, words};
-    enc.clear();
+    std::string enc;
     ASSERT_EQ(bag_encode(&m, &kMix, enc), 0u);
     EXPECT_EQ(hex(enc), "000000ff" "00001234" "fffffffe" "0102030405060708"
                         "00000000000000000000ffff0a000001" "0011223344550000"
                         "00000000" "00000001" "00000003" "78797a00"
                         "00000002" "00000007" "00000008");
-    Buf dec(sizeof(Mix));
-    ASSERT_EQ(bag_decode(enc.data(), static_cast<uint32_t>(enc.size()), dec.p(), dec.size(), &kMix), 0u);
-    const Mix &out = *static_cast<const Mix *>(dec.p());
-    EXPECT_EQ(out.a, 0xff);
-    EXPECT_EQ(out.b, 0x1234);
-    EXPECT_EQ(out.c, -2);
-    EXPECT_EQ(out.d, 0x0102030405060708ull);
-    EXPECT_EQ(out.o1, nullptr);
-    EXPECT_STREQ(out.o2, "xyz");
-    ASSERT_EQ(out.arr.count, 2u);
-    EXPECT_EQ(out.arr.data[1], 8u);
-    bag_free_indirections(dec.p(), &kMix);
-
-    // A record with an RD and two empty event histories.
-    l2vpn_evpn_rd_private_bag rd{};
-    ASSERT_EQ(l2vpn_bag_rd_pton("100:1", &rd.rd), 0);
-    enc.clear();
-    ASSERT_EQ(bag_encode(&rd, &bag_desc_l2vpn_evpn_rd_private_bag, enc), 0u);
-    EXPECT_EQ(hex(enc), "00000001" "0000006400000001" "00000000" "00000000" "00000000" "00000000");
 }
 
 // ---- Malformed encodings -------------------------------------------------
@@ -374,9 +353,7 @@ TEST(Codec, ArrayCountBeyondTheDataIsRefusedBeforeAllocating) {
     const std::string rd = unhex("00000001 0000006400000001");
     const std::string rt = rd;
     Buf dec(d->size);
-    auto decode = [&](const std::string &e) {
-        return bag_decode(e.data(), static_cast<uint32_t>(e.size()), dec.p(), dec.size(), d);
-    };
+    auto decode = [&](const std::string &e) { return decode_into(e, dec, d); };
     // One RT and the flag remain: a count of 1 fits, 2 does not.
     EXPECT_EQ(decode(rd + be32(1) + rt + be32(1)), 0u);
     bag_free_indirections(dec.p(), d);
@@ -391,17 +368,14 @@ TEST(Codec, ArrayCountBeyondTheDataIsRefusedBeforeAllocating) {
     std::string entry = be32(0) + be32(0) + be32(0) + be32(0) + be32(0) + be32(0) + be32(0);
     std::string hist = be32(0) + be32(1) + entry + be32(0x40000000u) + be32(5);
     Buf hdec(h->size);
-    EXPECT_EQ(bag_decode(hist.data(), static_cast<uint32_t>(hist.size()), hdec.p(), hdec.size(), h),
-              BAG_ERR_COUNT);
+    EXPECT_EQ(decode_into(hist, hdec, h), BAG_ERR_COUNT);
     EXPECT_EQ(bag_inner_bytes_held(), 0u);
 }
 
 TEST(Codec, StringsAndPaddingAreChecked) {
     const std::string good = unhex(kPadsHex);
     Buf dec(sizeof(Pads));
-    auto decode = [&](const std::string &e) {
-        return bag_decode(e.data(), static_cast<uint32_t>(e.size()), dec.p(), dec.size(), &kPads);
-    };
+    auto decode = [&](const std::string &e) { return decode_into(e, dec, &kPads); };
     ASSERT_EQ(decode(good), 0u);
     const Pads &p = *static_cast<const Pads *>(dec.p());
     EXPECT_STREQ(p.str, "abcde");
@@ -462,6 +436,7 @@ TEST(Codec, TextThatCouldDriveATerminalIsAMalformedRecord) {
         {std::string("a\0b", 3), BAG_ERR_TEXT},                // NUL inside the length
         {"line\r\nFAKE", BAG_ERR_TEXT},
         {"\x7f", BAG_ERR_TEXT},                                 // DEL
+        {"tab\there", BAG_ERR_TEXT},
         {"\xc2\x9b" "2J", BAG_ERR_TEXT},                         // C1 CSI as UTF-8
         {"\xc2\x80", BAG_ERR_TEXT},                             // first C1
         {"\x9b", BAG_ERR_TEXT},                                 // C1 as a raw byte
@@ -473,8 +448,7 @@ TEST(Codec, TextThatCouldDriveATerminalIsAMalformedRecord) {
     for (const Case &c : cases) {
         SCOPED_TRACE(hex(c.text));
         std::string e = with_str(c.text);
-        EXPECT_EQ(bag_decode(e.data(), static_cast<uint32_t>(e.size()), dec.p(), dec.size(), &kPads),
-                  c.rc);
+        EXPECT_EQ(decode_into(e, dec, &kPads), c.rc);
         if (c.rc == 0) bag_free_indirections(dec.p(), &kPads);
         EXPECT_EQ(bag_inner_bytes_held(), 0u);
         // The encoder refuses to make what the decoder refuses (a NUL cuts a C text short).
@@ -488,16 +462,14 @@ TEST(Codec, TextThatCouldDriveATerminalIsAMalformedRecord) {
     }
     // The same text in an optional string.
     std::string opt = head + be32(0) + be32(1) + be32(1) + std::string("\x07\0\0\0", 4);
-    EXPECT_EQ(bag_decode(opt.data(), static_cast<uint32_t>(opt.size()), dec.p(), dec.size(), &kPads),
-              BAG_ERR_TEXT);
+    EXPECT_EQ(decode_into(opt, dec, &kPads), BAG_ERR_TEXT);
 }
 
 TEST(Codec, RecordsOverTheSizeLimitsAreRefusedBothWays) {
     // Encoded bytes: refused by length before anything is read.
     Buf dec(sizeof(Pads));
     std::string big(size_t(BAG_MAX_RECORD) + 4, '\0');
-    EXPECT_EQ(bag_decode(big.data(), static_cast<uint32_t>(big.size()), dec.p(), dec.size(), &kPads),
-              BAG_ERR_TOO_BIG);
+    EXPECT_EQ(decode_into(big, dec, &kPads), BAG_ERR_TOO_BIG);
     // The encoder counts the decoder's inner bytes as the decoder does: each
     // entry its size and its two empty strings (one byte each), plus the
     // class name. n entries fit exactly; one more does not encode.
@@ -512,7 +484,7 @@ TEST(Codec, RecordsOverTheSizeLimitsAreRefusedBothWays) {
     enc.clear();
     ASSERT_EQ(bag_encode(&rec, h, enc), 0u);
     Buf hd(h->size);
-    EXPECT_EQ(bag_decode(enc.data(), static_cast<uint32_t>(enc.size()), hd.p(), hd.size(), h), 0u);
+    EXPECT_EQ(decode_into(enc, hd, h), 0u);
     bag_free_indirections(hd.p(), h);
 }
 
@@ -520,9 +492,7 @@ TEST(Codec, NarrowFieldsRefuseValuesOutOfRange) {
     // SidStructure: six u8 fields; L2Attributes: flag, u16 MTU, two u32.
     const BagDesc *sid = &bag_desc_SidStructure, *l2 = &bag_desc_L2Attributes;
     Buf dec(64);
-    auto decode = [&](const std::string &e, const BagDesc *d) {
-        return bag_decode(e.data(), static_cast<uint32_t>(e.size()), dec.p(), dec.size(), d);
-    };
+    auto decode = [&](const std::string &e, const BagDesc *d) { return decode_into(e, dec, d); };
     std::string s;
     for (int i = 0; i < 6; i++) s += be32(255);
     ASSERT_EQ(decode(s, sid), 0u);
@@ -602,8 +572,7 @@ TEST(Codec, NestingBeyondTheDepthLimitIsRefused) {
         uint32_t rc = bag_encode(rec.data(), &c.descs[0], enc);
         Buf dec(4 * n);
         std::string words(4 * n, '\0');
-        uint32_t drc = bag_decode(words.data(), static_cast<uint32_t>(words.size()), dec.p(),
-                                  dec.size(), &c.descs[0]);
+        uint32_t drc = decode_into(words, dec, &c.descs[0]);
         if (n == int(BAG_MAX_DEPTH) + 1) {
             EXPECT_EQ(rc, 0u);
             EXPECT_EQ(enc.size(), words.size());
@@ -629,13 +598,12 @@ TEST(Codec, InnerAllocationsOfOneRecordAreCapped) {
     };
     Buf dec(h->size);
     std::string ok = history(100000);
-    ASSERT_EQ(bag_decode(ok.data(), static_cast<uint32_t>(ok.size()), dec.p(), dec.size(), h), 0u);
+    ASSERT_EQ(decode_into(ok, dec, h), 0u);
     EXPECT_EQ(static_cast<const evt_hist_bag *>(dec.p())->evt_entry.count, 100000u);
     EXPECT_LE(bag_inner_bytes_held(), size_t(BAG_MAX_INNER));
     bag_free_indirections(dec.p(), h);
     std::string over = history(BAG_MAX_INNER / sizeof(evt_hist_entry_bag) + 1000);
-    EXPECT_EQ(bag_decode(over.data(), static_cast<uint32_t>(over.size()), dec.p(), dec.size(), h),
-              BAG_ERR_TOO_BIG);
+    EXPECT_EQ(decode_into(over, dec, h), BAG_ERR_TOO_BIG);
     EXPECT_EQ(bag_inner_bytes_held(), 0u);
 }
 
@@ -646,18 +614,16 @@ TEST(Codec, ReleaseReturnsEveryInnerAllocation) {
     std::string a = encode_sample(d, 1), b = encode_sample(d, 7);
     ASSERT_EQ(bag_inner_bytes_held(), 0u);
     Buf dec(d->size);
-    ASSERT_EQ(bag_decode(a.data(), static_cast<uint32_t>(a.size()), dec.p(), dec.size(), d), 0u);
-    size_t held_a = bag_inner_bytes_held();
-    EXPECT_GT(held_a, 0u);
+    ASSERT_EQ(decode_into(a, dec, d), 0u);
     EXPECT_EQ(bag_free_indirections(dec.p(), d), 0u);
     EXPECT_EQ(bag_inner_bytes_held(), 0u);
     EXPECT_EQ(bag_free_indirections(dec.p(), d), BAG_ERR_NOT_DECODED);  // released once only
 
     // A second decode into the same buffer replaces the first record's parts.
-    ASSERT_EQ(bag_decode(a.data(), static_cast<uint32_t>(a.size()), dec.p(), dec.size(), d), 0u);
-    ASSERT_EQ(bag_decode(b.data(), static_cast<uint32_t>(b.size()), dec.p(), dec.size(), d), 0u);
+    ASSERT_EQ(decode_into(a, dec, d), 0u);
+    ASSERT_EQ(decode_into(b, dec, d), 0u);
     size_t held_b = bag_inner_bytes_held();
-    ASSERT_EQ(bag_decode(b.data(), static_cast<uint32_t>(b.size()), dec.p(), dec.size(), d), 0u);
+    ASSERT_EQ(decode_into(b, dec, d), 0u);
     EXPECT_EQ(bag_inner_bytes_held(), held_b);
     std::string again;
     ASSERT_EQ(bag_encode(dec.p(), d, again), 0u);
@@ -666,14 +632,6 @@ TEST(Codec, ReleaseReturnsEveryInnerAllocation) {
     ASSERT_EQ(decode_exact(b, b.size() - 4, dec, d), BAG_ERR_TRUNCATED);
     EXPECT_EQ(bag_inner_bytes_held(), 0u);
     EXPECT_EQ(bag_free_indirections(dec.p(), d), BAG_ERR_NOT_DECODED);
-
-    // Many records through one buffer hold no more than the last one.
-    for (int i = 0; i < 1000; i++) {
-        const std::string &e = i % 2 ? a : b;
-        ASSERT_EQ(bag_decode(e.data(), static_cast<uint32_t>(e.size()), dec.p(), dec.size(), d), 0u);
-        ASSERT_EQ(bag_free_indirections(dec.p(), d), 0u);
-    }
-    EXPECT_EQ(bag_inner_bytes_held(), 0u);
 }
 
 TEST(Codec, LiveBuffersKeepTheirOwnStrings) {
@@ -683,13 +641,11 @@ TEST(Codec, LiveBuffersKeepTheirOwnStrings) {
     const BagDesc *rt = &bag_desc_l2vpn_evpn_evi_bgp_rt_bag;
     std::string outer_enc = encode_sample(d, 3), inner_enc = encode_sample(rt, 11);
     Buf outer(d->size), inner(rt->size);
-    ASSERT_EQ(bag_decode(outer_enc.data(), static_cast<uint32_t>(outer_enc.size()), outer.p(),
-                         outer.size(), d), 0u);
+    ASSERT_EQ(decode_into(outer_enc, outer, d), 0u);
     const std::string before = evpn::record_to_json(outer.p(), d).dump();
     size_t held_outer = bag_inner_bytes_held();
     for (int i = 0; i < 3; i++) {
-        ASSERT_EQ(bag_decode(inner_enc.data(), static_cast<uint32_t>(inner_enc.size()), inner.p(),
-                             inner.size(), rt), 0u);
+        ASSERT_EQ(decode_into(inner_enc, inner, rt), 0u);
         EXPECT_GT(bag_inner_bytes_held(), held_outer);
         EXPECT_EQ(evpn::record_to_json(outer.p(), d).dump(), before);
         ASSERT_EQ(bag_free_indirections(inner.p(), rt), 0u);

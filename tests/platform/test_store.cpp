@@ -283,9 +283,6 @@ TEST_F(Store, BatchesHonourTheCountAndReportMore) {
     EXPECT_EQ(b1.count, 3u);
     EXPECT_EQ(b1.more, 1u);
     EXPECT_EQ(b1.names, (std::vector<std::string>{"0x1,0x8", "0x2,0x8", "0x3,0x8"}));
-    Batch b2 = request(h, kEvi, 3, "0x3,0x8", SYSDB_DATALIST_RESUME);
-    EXPECT_EQ(b2.names, (std::vector<std::string>{"0x4,0x8", "0x5,0x8", "0x6,0x8"}));
-    EXPECT_EQ(b2.more, 1u);
     Batch b3 = request(h, kEvi, 3, "0x6,0x8", SYSDB_DATALIST_RESUME);
     EXPECT_EQ(b3.count, 1u);
     EXPECT_EQ(b3.more, 0u);
@@ -306,22 +303,8 @@ TEST_F(Store, BatchesHonourTheCountAndReportMore) {
     // A resume name between two items.
     EXPECT_EQ(request(h, kEvi, 1, "0x4,0x9", SYSDB_DATALIST_RESUME).names,
               std::vector<std::string>{"0x5,0x8"});
-
-    // Byte budget: every batch is cut after its first item, and says so,
-    // except the last.
-    const std::vector<std::string> all = request(h, kEvi, 7).names;
-    sysdb_set_batch_byte_budget(1);
-    std::string resume;
-    std::vector<std::string> seen;
-    for (int i = 0; i < 7; i++) {
-        Batch b = request(h, kEvi, 5, resume.c_str(), i ? uint32_t(SYSDB_DATALIST_RESUME) : 0u);
-        ASSERT_EQ(b.count, 1u) << i;
-        EXPECT_EQ(b.more, i < 6 ? 1u : 0u) << i;
-        seen.push_back(resume = b.names[0]);
-    }
-    EXPECT_EQ(seen, all);
-    sysdb_set_batch_byte_budget(0);
-    EXPECT_EQ(request(h, kEvi, 5).count, 5u);
+    // Batches cut by the byte budget: the client's walk test and the exact
+    // budget test in the bad-input suite.
 }
 
 TEST_F(Store, ResumeStartsAfterTheNamedItemEvenWhenItIsGone) {
@@ -334,21 +317,12 @@ TEST_F(Store, ResumeStartsAfterTheNamedItemEvenWhenItIsGone) {
 
     sqlite3 *rw = nullptr;
     ASSERT_EQ(sqlite3_open_v2(path("r.db").c_str(), &rw, SQLITE_OPEN_READWRITE, nullptr), SQLITE_OK);
-    auto remove_item = [&](const std::string &name) {
-        sqlite3_stmt *s = nullptr;
-        ASSERT_EQ(sqlite3_prepare_v2(rw, "SELECT skey FROM item WHERE name = ?1", -1, &s, nullptr),
-                  SQLITE_OK);
-        sqlite3_bind_text(s, 1, name.c_str(), -1, SQLITE_TRANSIENT);
-        ASSERT_EQ(sqlite3_step(s), SQLITE_ROW) << name;
-        std::string skey(static_cast<const char *>(sqlite3_column_blob(s, 0)),
-                         static_cast<size_t>(sqlite3_column_bytes(s, 0)));
-        sqlite3_finalize(s);
-        for (const char *sql : {"DELETE FROM item WHERE skey = ?1", "DELETE FROM item_index WHERE skey = ?1"}) {
-            ASSERT_EQ(sqlite3_prepare_v2(rw, sql, -1, &s, nullptr), SQLITE_OK);
-            sqlite3_bind_blob(s, 1, skey.data(), static_cast<int>(skey.size()), SQLITE_TRANSIENT);
-            EXPECT_EQ(sqlite3_step(s), SQLITE_DONE);
-            sqlite3_finalize(s);
-        }
+    auto remove_item = [&](const std::string &name) {  // the item and its index entries
+        const std::string skey = "(SELECT skey FROM item WHERE name = '" + name + "')";
+        const int before = sqlite3_total_changes(rw);
+        ASSERT_EQ(sqlite3_exec(rw, ("DELETE FROM item_index WHERE skey = " + skey + "; DELETE FROM item WHERE skey = " +
+                                    skey).c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(rw);
+        EXPECT_GE(sqlite3_total_changes(rw) - before, 2) << name;
     };
 
     // A binding reads one state of the database: the items go between two
@@ -402,12 +376,8 @@ TEST_F(Store, RewindReturnsTheBatchAgain) {
     EXPECT_EQ(name, nullptr);
     ASSERT_EQ(sysdb_datalist_start(dl), 0u);
     EXPECT_EQ(pass(), first);
-    ASSERT_EQ(sysdb_datalist_start(dl), 0u);
-    EXPECT_EQ(pass(), first);
-    uint32_t more = 0;
-    EXPECT_EQ(sysdb_datalist_get_more_flag(dl, &more), 0u);
-    EXPECT_EQ(more, 1u);
     EXPECT_EQ(sysdb_datalist_free(dl), 0u);
+    uint32_t more = 0;
 
     EXPECT_EQ(sysdb_datalist_start(nullptr), SYSDB_ERR_BAD_ARG);
     EXPECT_EQ(sysdb_datalist_next(nullptr, &name, nullptr, nullptr, nullptr, nullptr), SYSDB_ERR_BAD_ARG);
@@ -458,33 +428,34 @@ TEST_F(MacIndices, EveryIndexFormListsWhatMatches) {
         std::string path;
         std::vector<std::string> want;
     };
+    // The routes of EVI evi, MAC macs_[mac], address ips_[ip] and bridge domain
+    // bd; -1 and "*": any; "+": any name.
+    auto only = [&](int evi, int mac, int ip, std::string bd = "*") {
+        return model([=, this](const Route &r) {
+            return (evi < 0 || r.evi == uint32_t(evi)) && (mac < 0 || r.mac == macs_[mac]) &&
+                   (ip < 0 || r.ip == ips_[ip]) && (bd == "*" || (bd == "+" ? !r.bd.empty() : r.bd == bd));
+        });
+    };
     const std::vector<Case> cases = {
-        {"-evi/0x1", model([](const Route &r) { return r.evi == 1; })},
-        {"-evi/0x10", model([](const Route &r) { return r.evi == 0x10; })},
-        {"-evi_mac_ip/0x2," + mac(1) + "," + ip(1),
-         model([&](const Route &r) { return r.evi == 2 && r.mac == macs_[1] && r.ip == ips_[1]; })},
-        {"-evi_mac_ip/0x2," + W3 + "," + ip(1),
-         model([&](const Route &r) { return r.evi == 2 && r.ip == ips_[1]; })},
-        {"-evi_mac_ip/0x2," + mac(1) + "," + kWild,
-         model([&](const Route &r) { return r.evi == 2 && r.mac == macs_[1]; })},
-        {"-evi_mac_ip/" + kWild + "," + W3 + "," + kWild, model([](const Route &) { return true; })},
-        {"-mac_ip/" + mac(1) + "," + ip(2),
-         model([&](const Route &r) { return r.mac == macs_[1] && r.ip == ips_[2]; })},
-        {"-mac_ip/" + W3 + "," + ip(0), model([&](const Route &r) { return r.ip == ips_[0]; })},
-        {"-mac_ip/" + mac(2) + "," + kWild, model([&](const Route &r) { return r.mac == macs_[2]; })},
-        {"-bd_mac_ip/bdA," + mac(0) + "," + ip(0),
-         model([&](const Route &r) { return r.bd == "bdA" && r.mac == macs_[0] && r.ip == ips_[0]; })},
-        {"-bd_mac_ip/bdA," + W3 + "," + ip(1),
-         model([&](const Route &r) { return r.bd == "bdA" && r.ip == ips_[1]; })},
-        {"-bd_mac_ip/bdB," + mac(2) + "," + kWild,
-         model([&](const Route &r) { return r.bd == "bdB" && r.mac == macs_[2]; })},
-        {"-bd/bdA", model([](const Route &r) { return r.bd == "bdA"; })},
-        {"-bd/bdB", model([](const Route &r) { return r.bd == "bdB"; })},
+        {"-evi/0x1", only(1, -1, -1)},
+        {"-evi/0x10", only(0x10, -1, -1)},
+        {"-evi_mac_ip/0x2," + mac(1) + "," + ip(1), only(2, 1, 1)},
+        {"-evi_mac_ip/0x2," + W3 + "," + ip(1), only(2, -1, 1)},
+        {"-evi_mac_ip/0x2," + mac(1) + "," + kWild, only(2, 1, -1)},
+        {"-evi_mac_ip/" + kWild + "," + W3 + "," + kWild, only(-1, -1, -1)},
+        {"-mac_ip/" + mac(1) + "," + ip(2), only(-1, 1, 2)},
+        {"-mac_ip/" + W3 + "," + ip(0), only(-1, -1, 0)},
+        {"-mac_ip/" + mac(2) + "," + kWild, only(-1, 2, -1)},
+        {"-bd_mac_ip/bdA," + mac(0) + "," + ip(0), only(-1, 0, 0, "bdA")},
+        {"-bd_mac_ip/bdA," + W3 + "," + ip(1), only(-1, -1, 1, "bdA")},
+        {"-bd_mac_ip/bdB," + mac(2) + "," + kWild, only(-1, 2, -1, "bdB")},
+        {"-bd/bdA", only(-1, -1, -1, "bdA")},
+        {"-bd/bdB", only(-1, -1, -1, "bdB")},
         // A whole index.
-        {"-evi/", model([](const Route &) { return true; })},
-        {"-mac_ip/", model([](const Route &) { return true; })},
-        {"-bd/", model([](const Route &r) { return !r.bd.empty(); })},
-        {"-bd_mac_ip/", model([](const Route &r) { return !r.bd.empty(); })},
+        {"-evi/", only(-1, -1, -1)},
+        {"-mac_ip/", only(-1, -1, -1)},
+        {"-bd/", only(-1, -1, -1, "+")},
+        {"-bd_mac_ip/", only(-1, -1, -1, "+")},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.path);
@@ -497,8 +468,7 @@ TEST_F(MacIndices, EveryIndexFormListsWhatMatches) {
         EXPECT_EQ(small.names, one.names);
         EXPECT_TRUE(small.last_rc == 0 || small.last_rc == SYSDB_ERR_NOT_FOUND) << std::hex << small.last_rc;
     }
-    // Listings on the item table keep natural order.
-    EXPECT_EQ(walk(h_, kMac + "-evi/0x2", 2).names, request(h_, kMac + "-evi/0x2", 100).names);
+    // A whole index lists in the item table's natural order.
     EXPECT_EQ(request(h_, kMac + "-evi/", 100).names, request(h_, kMac, 100).names);
 }
 
@@ -572,8 +542,6 @@ TEST_F(Store, FilteredListingCostsWhatItReturns) {
         double t = time_of(p, want, 3);
         EXPECT_LT(t * 10, full) << p << ": " << t << " s against " << full << " s for all routes";
     }
-    for (const std::string &n : request(h, kMac + "-evi/0x92", 200).names)
-        ASSERT_EQ(n.rfind("0x92,", 0), 0u) << n;
 }
 
 // ---- Paths, items, roots -------------------------------------------------------
@@ -597,10 +565,7 @@ TEST_F(Store, PathsThatNameNothingFailWithTheirCodes) {
         {"evpn_evi/0x1,0x8", SYSDB_ERR_NOT_FOUND},  // an item, not a listing
         {"summary", SYSDB_ERR_NOT_FOUND},           // a single item
         {"rd_private", SYSDB_ERR_NOT_FOUND},        // known, but empty in this database
-        {"evpn_evi-nosuch/1", SYSDB_ERR_NO_INDEX_MATCH},
-        {"evpn_evi-evi", SYSDB_ERR_NO_INDEX_MATCH},
-        {"evpn_evi-evi/0x1,0x8", SYSDB_ERR_NO_INDEX_MATCH},
-        {"evpn_evi-evi/one", SYSDB_ERR_NO_INDEX_MATCH},
+        {"evpn_evi-evi/0x1,0x8", SYSDB_ERR_NO_INDEX_MATCH},  // (more in the key test)
         {"/evpn_evi", SYSDB_ERR_BAD_PATH},          // paths are relative to the root
         {"/oper/evpn/gl/evpn_evi", SYSDB_ERR_BAD_PATH},
         {"", SYSDB_ERR_BAD_PATH},
@@ -630,7 +595,7 @@ TEST_F(Store, PathsThatNameNothingFailWithTheirCodes) {
 TEST_F(Store, SingleItemsAreFetchedByPath) {
     Db db(path("i.db"));
     db.evi(2, 8, "bd-two");
-    db.add(kGl, "summary", {{"evi_count", 3}, {"bgp_asn", 65000}, {"evpn_router_id", "1.1.1.1"}});
+    db.add(kGl, "summary", {{"evi_count", 3}});
     db.commit();
     sysdb_handle_td h = bind(path("i.db"));
 
@@ -649,16 +614,7 @@ TEST_F(Store, SingleItemsAreFetchedByPath) {
         return rc;
     };
     std::string enc;
-    ASSERT_EQ(get("summary", &enc), 0u);
-    std::vector<uint64_t> buf(bag_desc_l2vpn_evpn_summary_bag.size / 8 + 1);
-    ASSERT_EQ(bag_decode(enc.data(), static_cast<uint32_t>(enc.size()), buf.data(),
-                         static_cast<uint32_t>(buf.size() * 8), &bag_desc_l2vpn_evpn_summary_bag), 0u);
-    const auto *s = reinterpret_cast<const l2vpn_evpn_summary_bag *>(buf.data());
-    EXPECT_EQ(s->evi_count, 3u);
-    EXPECT_EQ(s->bgp_asn, 65000u);
-    EXPECT_STREQ(l2vpn_inet_ntop(&s->evpn_router_id), "1.1.1.1");
-    bag_free_indirections(buf.data(), &bag_desc_l2vpn_evpn_summary_bag);
-
+    ASSERT_EQ(get("summary"), 0u);
     ASSERT_EQ(get("evpn_evi/0x2,0x8", &enc), 0u);
     EXPECT_EQ(enc, request(h, kEvi, 1).data[0]);
     EXPECT_EQ(get("evpn_evi/0x2,0x9"), SYSDB_ERR_NOT_FOUND);

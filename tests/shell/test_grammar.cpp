@@ -39,12 +39,9 @@ std::vector<std::string> words(const char *list) {
 }  // namespace
 
 TEST(ShellGrammar, TablesAreConsistent) {
-    std::set<int> numbers;
+    // Each command's number is pinned by the command-line test below.
     std::set<std::string> path_words;
     for (const Command &c : commands()) {
-        if (c.number >= 0) {
-            EXPECT_TRUE(numbers.insert(c.number).second) << "command " << c.number << " twice";
-        }
         for (const std::string &t : words(c.path)) {
             if (t.front() == '{') {
                 const Filter *f = find_filter(t.substr(1, t.size() - 2));
@@ -67,10 +64,6 @@ TEST(ShellGrammar, TablesAreConsistent) {
                 << id << " required but not taken by " << c.path;
         }
     }
-    std::set<int> wanted;
-    for (int n = 0; n <= 19; n++)
-        if (n != 6) wanted.insert(n);
-    EXPECT_EQ(numbers, wanted);
 
     std::set<std::string> filter_words;
     for (const Filter &f : filters()) {
@@ -215,9 +208,6 @@ TEST(ShellGrammar, HelpAndCompletionOfferWhatMayFollow) {
     for (const char *w : {"<0-4294967295>", "mac", "ead", "detail", "vpn-id", "<cr>", "|"})
         EXPECT_TRUE(has(after_evi, w)) << w;
     EXPECT_FALSE(has(after_evi, "esi")) << "a filter of a subcommand is offered before the subcommand";
-    // The help of a word comes from the table.
-    for (const Choice &c : after_evi)
-        if (c.word == "mac") { EXPECT_EQ(c.help, "MAC and MAC/IP routes"); }
     // A keyword filter's value; a filter given once is not offered again.
     EXPECT_EQ(next_choices("show evpn evi vpn-id ").at(0).word, "<0-4294967295>");
     EXPECT_FALSE(has(next_choices("show evpn summary private "), "private"));
@@ -236,6 +226,7 @@ TEST(ShellGrammar, HelpAndCompletionOfferWhatMayFollow) {
     EXPECT_TRUE(completions("show evpn evi vpn-id ", "").empty());
 }
 
+// Forms and limits the command-line and bad-input tables above leave out.
 TEST(ShellValues, TypedFormsBecomeTheClientsForms) {
     const struct {
         ValueKind kind;
@@ -244,30 +235,22 @@ TEST(ShellValues, TypedFormsBecomeTheClientsForms) {
         std::vector<std::string> args;
     } cases[] = {
         {ValueKind::Number, "0", Conversion::Yes, {"0"}},
-        {ValueKind::Number, "4294967295", Conversion::Yes, {"ffffffff"}},
         {ValueKind::Number, "00000000000000000100", Conversion::Yes, {"64"}},
-        {ValueKind::Number, "4294967296", Conversion::Bad, {}},
         {ValueKind::Number, "99999999999999999999999", Conversion::Bad, {}},
         {ValueKind::Number, "-1", Conversion::NotThisKind, {}},
         {ValueKind::Number, "", Conversion::NotThisKind, {}},
-        {ValueKind::Decimal, "100", Conversion::Yes, {"100"}},
         {ValueKind::Node, "4294967294", Conversion::Yes, {"4294967294"}},
-        {ValueKind::Node, "4294967295", Conversion::Bad, {}},
-        {ValueKind::Mac, "0011.2233.4401", Conversion::Yes, {"11", "2233", "4401"}},
         {ValueKind::Mac, "0:1:22:33:44:1", Conversion::Yes, {"1", "2233", "4401"}},
         {ValueKind::Mac, "00-11-22-33-44-01", Conversion::Yes, {"11", "2233", "4401"}},
         {ValueKind::Mac, "0011.2233.44011", Conversion::Bad, {}},
         {ValueKind::Mac, "00:11:22:33:44", Conversion::Bad, {}},
         {ValueKind::Mac, "00:11-22:33:44:55", Conversion::Bad, {}},
         {ValueKind::Mac, "detail", Conversion::NotThisKind, {}},
-        {ValueKind::Esi, "0011.2233.4455.6677.8899", Conversion::Yes, {"0011.2233.4455.6677.8899"}},
         {ValueKind::Esi, "FF.1.2.3.4", Conversion::Yes, {"00ff.0001.0002.0003.0004"}},
         {ValueKind::Esi, "0011.2233.4455.6677.8899.0000", Conversion::Bad, {}},
-        {ValueKind::Ip, "10.0.0.1", Conversion::Yes, {"10.0.0.1"}},
         {ValueKind::Ip, "2001:DB8:0:0::1", Conversion::Yes, {"2001:db8::1"}},
         {ValueKind::Ip, "10.0.0", Conversion::Bad, {}},
         {ValueKind::Ip, "leaf-evis", Conversion::NotThisKind, {}},
-        {ValueKind::Name, "bd-1", Conversion::Yes, {"bd-1"}},
     };
     for (const auto &c : cases) {
         Conversion got = convert_value(c.kind, c.text);

@@ -74,48 +74,28 @@ protected:
 
 std::string ShellProgram::dir_, ShellProgram::db_;
 
-// One command line per show command, the shell's words beside the client's
-// options: the shell's -c output and status are the client's own.
-TEST_F(ShellProgram, EachShowCommandPrintsWhatTheClientPrints) {
+// The shell's -c output and status are the client's own for the same options
+// (which words make which options is the grammar's test), and -n prints them.
+TEST_F(ShellProgram, ShowCommandsPrintWhatTheClientPrints) {
     const struct {
         const char *words;
         const char *client_args;
     } cases[] = {
         {"show evpn evi 100 mac detail", "-d -M 64 0"},
-        {"show evpn evi inclusive-multicast", "1"},
-        {"show evpn label vpn-id 100", "-M 64 2"},
-        {"show evpn ethernet-segment detail", "-d 3"},
-        {"show evpn route-distinguisher private", "-p 4"},
-        {"show evpn evi 100 detail", "-d -M 64 5"},
         {"show evpn summary private", "-p 7"},
-        {"show evpn evi neighbor", "8"},
-        {"show evpn evi 100 ead", "-M 64 9"},
-        {"show evpn evi ac-id private", "-p a"},
-        {"show evpn evi pathlist", "b"},
-        {"show evpn remote-shg private", "-p c"},
-        {"show evpn evi igmp detail", "-d d"},
-        {"show evpn client", "e"},
-        {"show evpn group", "f"},
-        {"show evpn tunnel-endpoint detail", "-d 10"},
-        {"show evpn internal-id", "11"},
-        {"show evpn srv6 detail", "-d 12"},
         {"show evpn grouping-es-map private", "-p 13"},
     };
-    std::set<int> numbers;
     for (const auto &c : cases) {
         std::vector<std::string> client{EVPN_CLIENT_BIN};
         for (const std::string &a : split(c.client_args)) client.push_back(a);
-        numbers.insert(static_cast<int>(std::stoul(client.back(), nullptr, 16)));
         const subprocess::Run want = subprocess::run(client, {"EVPN_SYSDB=" + db_});
         const subprocess::Run got = shell({"-c", c.words});
         EXPECT_EQ(got.out, want.out) << c.words;
         EXPECT_EQ(got.status, want.status) << c.words;
         EXPECT_EQ(got.err, "") << c.words;
-        EXPECT_EQ(shell({"-n", "-c", c.words}).out.find(std::string(" ") + c.client_args + "\n") != std::string::npos,
-                  true)
+        EXPECT_NE(shell({"-n", "-c", c.words}).out.find(std::string(" ") + c.client_args + "\n"), std::string::npos)
             << c.words;
     }
-    EXPECT_EQ(numbers.size(), 19u);
 }
 
 TEST_F(ShellProgram, RunsTheClientOnlyForCommandsItUnderstood) {
@@ -147,15 +127,12 @@ TEST_F(ShellProgram, RunsTheClientOnlyForCommandsItUnderstood) {
     EXPECT_EQ(r.status, 3);
 }
 
+// Stages on the -c path, whose output is not paged (the stages' own logic is
+// the grammar test's).
 TEST_F(ShellProgram, StagesFilterTheClientsOutput) {
-    const subprocess::Run all = shell({"-c", "show evpn evi"});
-    const subprocess::Run some = shell({"-c", "show evpn evi | include VXLAN|SRv6"});
-    const subprocess::Run count = shell({"-c", "show evpn evi | exclude ^$ | count"});
-    EXPECT_EQ(some.out,
+    EXPECT_EQ(shell({"-c", "show evpn evi | include VXLAN|SRv6"}).out,
               "200        VXLAN      bd-vxlan-200                 EVPN VXLAN         \n"
               "300        SRv6       bd-srv6-300                  EVPN SRv6          \n");
-    // Every line but the empty one before the titles.
-    EXPECT_EQ(count.out, "Count: " + std::to_string(std::count(all.out.begin(), all.out.end(), '\n') - 1) + "\n");
 }
 
 TEST(ShellManualPage, RendersWithoutWarningsAndNamesEveryCommand) {

@@ -28,7 +28,6 @@ using spine_test::scratch;
 
 const std::string kRoot = "/oper/evpn/gl/";
 const std::string kMac = "evpn_evi_detail/evi_child_container/evpn_mac";
-const std::string kDetail = "evpn_evi_detail/detailed_elements";
 
 std::string roots(const std::string &listing, const std::string &records) {
     return R"({"roots": {"/oper/evpn/gl/": {")" + listing + R"(": )" + records + "}}}";
@@ -64,48 +63,11 @@ subprocess::Run client(const std::vector<std::string> &args, const std::string &
 
 // ---- Hostile snapshots -------------------------------------------------------
 
-TEST(HostileSnapshot, ControlTextAndOversizedRecordsAreRefusedByName) {
-    std::string many_paths = "[";  // one more element than the decoder takes
-    const size_t over = BAG_MAX_INNER / sizeof(EvpnPath) + 1;
-    for (size_t i = 0; i < over; i++) many_paths += i ? ",{}" : "{}";
-    many_paths += "]";
-    struct Case {
-        std::string snapshot;
-        std::vector<std::string> says;
-    };
-    const std::vector<Case> cases = {
-        {roots("evpn_evi", R"([{"vpn_id": 1, "bd_name": "\u001b[2J\u001b]0;x\u0007evil\r\nFAKE LINE"}])"),
-         {"evpn_evi[0].bd_name", "control character U+001B at byte 0"}},
-        {roots("evpn_evi", R"([{"vpn_id": 1, "bd_name": "a\u0000b"}])"),
-         {"evpn_evi[0].bd_name", "U+0000 at byte 1"}},
-        {roots("evpn_evi", R"([{"vpn_id": 1, "bd_name": "bd\u007f"}])"), {"U+007F at byte 2"}},
-        {roots("evpn_evi", R"([{"vpn_id": 1, "bd_name": "\u009b2J"}])"), {"U+009B at byte 0"}},
-        {roots("evpn_evi", R"([{"vpn_id": 1, "bd_name": "tab\there"}])"), {"U+0009"}},
-        {roots(kDetail, R"([{"vpn_id": 1, "srv6_locator_name": "loc\n"}])"),
-         {kDetail + "[0].srv6_locator_name", "U+000A"}},
-        {roots(kDetail, R"([{"vpn_id": 1, "event_history": {"evt_entry": [{}, {"evt_name": "\r"}]}}])"),
-         {kDetail + "[0].event_history.evt_entry[1].evt_name", "U+000D"}},
-        {R"({"interfaces": [{"name": "eth1\u001b[0m", "handle": 1}]})", {"interfaces[0]", "name"}},
-        {R"({"interfaces": [{"name": "eth1", "handle": 1, "state": "Up\u0085"}]})",
-         {"interfaces[0]", "state"}},
-        {roots(kMac, R"([{"evi": 1, "path_buffer": )" + many_paths + "}]"),
-         {kMac + "[0].path_buffer[" + std::to_string(over - 1) + "]", "more than a record may hold"}},
-    };
-    const std::string db = scratch("hostile.db");
-    ASSERT_EQ(load_text(roots("evpn_evi", R"([{"vpn_id": 7}])"), db), "");
-    std::ifstream in(db, std::ios::binary);
-    const std::string before((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.snapshot.substr(0, 200));
-        std::string err = load_text(c.snapshot, db);
-        ASSERT_NE(err, "") << "loaded";
-        for (const std::string &s : c.says) EXPECT_NE(err.find(s), std::string::npos) << err;
-        std::ifstream again(db, std::ios::binary);
-        EXPECT_EQ(std::string((std::istreambuf_iterator<char>(again)), std::istreambuf_iterator<char>()),
-                  before);
-    }
-    // Names in other scripts are text like any other, and print as they stand.
-    const std::string bd = "caf\xc3\xa9-\xe7\xbd\x91";
+// Names in other scripts are text like any other, and print as they stand.
+// (Control text and oversized records in a snapshot are refused by the
+// loader's, the record builder's and the codec's tests.)
+TEST(HostileSnapshot, NamesInOtherScriptsPrintAsTheyStand) {
+    const std::string db = scratch("scripts.db"), bd = "caf\xc3\xa9-\xe7\xbd\x91";
     ASSERT_EQ(load_text(roots("evpn_evi", R"([{"vpn_id": 1, "encap": 8, "bd_name": ")" + bd + "\"}]"), db), "");
     auto r = client({"5"}, db);
     EXPECT_EQ(r.status, 0);
@@ -366,7 +328,7 @@ TEST(CorruptStore, AResumeNameTheWalkCannotCopyEndsTheWalk) {
     for (char ch : r.out) lines += ch == '\n';
     EXPECT_LT(lines, 220u) << "a batch served twice";
     EXPECT_NE(r.err.find("copying context name"), std::string::npos);
-    // The store itself: a resume without a name, or after the same name twice.
+    // The store itself: a resume after the same name twice.
     Bound b(db);
     ASSERT_EQ(b.rc, 0u);
     auto ask = [&](const char *resume, uint32_t flags) {
@@ -377,7 +339,6 @@ TEST(CorruptStore, AResumeNameTheWalkCannotCopyEndsTheWalk) {
         return rc;
     };
     EXPECT_EQ(ask("", 0), 0u);
-    EXPECT_EQ(ask("", SYSDB_DATALIST_RESUME), SYSDB_ERR_NO_INDEX_MATCH);
     EXPECT_EQ(ask("0x5,0x8", SYSDB_DATALIST_RESUME), 0u);
     EXPECT_EQ(ask("0x5,0x8", SYSDB_DATALIST_RESUME), SYSDB_ERR_NO_INDEX_MATCH);
     EXPECT_EQ(ask("0xa,0x8", SYSDB_DATALIST_RESUME), 0u);
@@ -419,13 +380,6 @@ TEST(WriteErrors, SnapshotInputsAndTargetsSayWhy) {
     EXPECT_NE(sysdb({"load", scratch(""), "--db", db}).err.find("Is a directory"), std::string::npos);
     EXPECT_NE(sysdb({"load", scratch("missing.json"), "--db", db}).err.find("No such file or directory"),
               std::string::npos);
-    const std::string dup = write_text("dup.json", R"({"roots": {}, "roots": {}})");
-    auto d = sysdb({"load", dup, "--db", db});
-    EXPECT_EQ(d.status, 1);
-    EXPECT_NE(d.err.find("duplicate key \"roots\""), std::string::npos) << d.err;
-    const std::string dup_root = write_text("dup-root.json",
-        R"({"roots": {"/oper/evpn/gl/": {}, "/oper/evpn/gl/": {}}})");
-    EXPECT_NE(sysdb({"load", dup_root, "--db", db}).err.find("duplicate key"), std::string::npos);
 
     // "-" reads standard input.
     auto in = shell(bin + " load - --db " + db + " < " + good);
@@ -497,16 +451,10 @@ class RefusedWalk : public spine_test::BoundClient {};
 
 void print_nothing(const void *, const char *, PrintContext *) {}
 
-TEST_F(RefusedWalk, APathTheStoreDoesNotUnderstandEndsTheWalkUntraced) {
+// A key the index does not take ends the walk untraced (the client's walk
+// test); a path the store cannot take at all is traced.
+TEST_F(RefusedWalk, APathTheStoreCannotTakeIsTraced) {
     bind(evi_db("refused.db", 3));
-    for (const char *path : {"evpn_evi-nosuch/1", "evpn_evi-evi/one", "evpn_evi-evi/0x1,0x8,0x9"}) {
-        const ShowContext ctx{path, print_nothing, l2vpn_bag_dll__l2vpn_evpn_evi_summary_bag(), 24,
-                              200, 0};
-        spine_test::Capture c = spine_test::capture([&] { evpn_show_datalist_display(&ctx); });
-        EXPECT_EQ(c.fetches, std::vector<std::string>{std::string("walk ") + path + " rc=40818a00"});
-        EXPECT_EQ(c.traces, "") << path;
-    }
-    // A path the store cannot take at all is traced.
     const std::string long_path(300, 'x');
     const ShowContext ctx{long_path.c_str(), print_nothing,
                           l2vpn_bag_dll__l2vpn_evpn_evi_summary_bag(), 24, 200, 0};
@@ -559,7 +507,6 @@ TEST(Counters, UnsignedSixtyFourBitsThatWrapWhenSummedOverNodes) {
     EXPECT_EQ(s.tx_total_bytes, 2u);
     ASSERT_EQ(l2fib_get_stats_bag_bd_forwarding(0, 7, &s, "latest"), 0u);
     EXPECT_EQ(s.tx_total_bytes, UINT64_MAX);
-    EXPECT_EQ(l2fib_get_stats_bag_bd_forwarding(L2FIB_ALL_NODES, 8, &s, "latest"), L2FIB_ERR_NO_BD);
     l2fib_stats_client_deinit();
 }
 

@@ -244,7 +244,8 @@ TEST(ClientReadOnly, ShowCommandsLeaveTheFileUntouched) {
     EXPECT_FALSE(fs::exists(db + "-wal"));
 }
 
-// (d) Files that are not ours: the client refuses to bind, the loader to overwrite.
+// (d) Files that are not ours: the client refuses to bind, the loader to
+// overwrite (leaving no file of its own behind), the dump to read.
 TEST(ForeignDatabase, ClientRefusesAndLoaderKeepsTheFile) {
     const std::string small = write_snapshot("foreign-src.json", 10, 5);
     auto make_sqlite = [](const std::string &path, const char *sql) {
@@ -272,6 +273,11 @@ TEST(ForeignDatabase, ClientRefusesAndLoaderKeepsTheFile) {
         EXPECT_NE(c.err.find("sysdb_bind failed for"), std::string::npos) << c.err;
         Outcome l = load(small, path);
         EXPECT_EQ(l.status, 1);
+        EXPECT_NE(l.err.find("is not an EVPN operational database"), std::string::npos) << l.err;
         EXPECT_TRUE(file_state(path) == before);
+        EXPECT_EQ(temp_files_of(path), 0u);
+        EXPECT_EQ(dump(path).status, 1);
     }
+    EXPECT_EQ(dump(scratch_file("missing.db")).status, 1);
+    EXPECT_FALSE(fs::exists(scratch_file("missing.db")));
 }
