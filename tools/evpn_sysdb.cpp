@@ -28,6 +28,7 @@
 #include "platform/sysdb.h"
 #include "platform/sysdb_registry.h"
 #include "platform/sysdb_schema.h"
+#include "progress.h"
 #include "snapshot.h"
 #include "sysdb_writer.h"
 
@@ -153,7 +154,13 @@ int cmd_load(const Args &a) {
     std::istream &in = a.arg == "-" ? std::cin : file;
     evpn::LoadStats stats;
     std::string err;
-    if (!evpn::load_snapshot(in, a.db, stats, err)) {
+    evpn::Progress progress("loading");
+    struct stat st;
+    if (a.arg != "-" && stat(a.arg.c_str(), &st) == 0 && S_ISREG(st.st_mode))
+        progress.set_total(static_cast<uint64_t>(st.st_size));
+    const bool loaded = evpn::load_snapshot(in, a.db, stats, err, &progress);
+    progress.finish();
+    if (!loaded) {
         fprintf(stderr, "evpn_sysdb: %s: %s\nevpn_sysdb: %s left unchanged\n", a.arg.c_str(),
                 err.c_str(), a.db.c_str());
         return 1;
@@ -323,7 +330,10 @@ int cmd_dump_show(int argc, char **argv) {
 int cmd_dump(const Args &a) {
     if (!a.arg.empty()) return dump_path(a);
     std::string err;
-    if (!evpn::dump_snapshot(a.db, std::cout, err)) {
+    evpn::Progress progress("dumping");
+    const bool dumped = evpn::dump_snapshot(a.db, std::cout, err, &progress);
+    progress.finish();
+    if (!dumped) {
         fprintf(stderr, "evpn_sysdb: %s\n", err.c_str());
         return 1;
     }
@@ -395,7 +405,9 @@ int cmd_gen(int argc, char **argv) {
     char when[32];
     time_t now = time(nullptr);
     strftime(when, sizeof when, "%Y-%m-%dT%H:%M:%SZ", gmtime(&now));
-    bool ok = evpn::generate(opt, w.get(), json_path.empty() ? nullptr : &json, err, &c);
+    evpn::Progress progress("generating");
+    bool ok = evpn::generate(opt, w.get(), json_path.empty() ? nullptr : &json, err, &c, &progress);
+    progress.finish();
     if (ok && !json_path.empty()) {
         // The snapshot is checked whole before the database takes its place.
         errno = 0;

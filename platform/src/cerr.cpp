@@ -21,6 +21,7 @@ constexpr CodeText kTexts[] = {
     {SYSDB_ERR_HOT_JOURNAL,
      "System database has a hot journal: a writer stopped part-way and its change must be rolled "
      "back by opening the file once with write access"},
+    {SYSDB_ERR_TOO_BIG, "System database holds an item too large to read"},
     {BAG_ERR_TRUNCATED, "Encoded record truncated"},
     {BAG_ERR_COUNT, "Encoded array count exceeds the data"},
     {BAG_ERR_DEPTH, "Encoded record nested too deep"},

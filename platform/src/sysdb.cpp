@@ -67,12 +67,23 @@ namespace platform_db {
 uint32_t store_error(int sqlite_rc) {
     switch (sqlite_rc & 0xff) {
     case SQLITE_CORRUPT: case SQLITE_NOTADB: return SYSDB_ERR_CORRUPT;
+    case SQLITE_NOMEM: case SQLITE_TOOBIG: return SYSDB_ERR_TOO_BIG;
     default: return SYSDB_ERR_STORE;
     }
 }
 
 uint32_t open_readonly(const char *path, sqlite3 **out) {
     *out = nullptr;
+    // SQLite reads a row that overflows its page whole, to compare it during
+    // a seek, before any column of it is looked at. Under this heap limit
+    // the allocation for a row past it fails before the row is read, and
+    // the request fails with SYSDB_ERR_TOO_BIG: a damaged or hostile store
+    // cannot make a reader take more memory than this. The limit holds for
+    // the process; a reader's page cache and one record at the codec's limit
+    // fit well below it.
+    constexpr sqlite3_int64 kReadHeapLimit = 4 * sqlite3_int64(BAG_MAX_RECORD);
+    const sqlite3_int64 limit = sqlite3_hard_heap_limit64(-1);
+    if (limit == 0 || limit > kReadHeapLimit) sqlite3_hard_heap_limit64(kReadHeapLimit);
     if (!path || access(path, R_OK) != 0) return SYSDB_ERR_NO_LIBRARY;
     // Anything but a regular file (a FIFO would block the open until a
     // writer came; a directory or a device is no database either).
@@ -230,8 +241,8 @@ uint32_t _sysdb_bind(sysdb_handle_td *handle, const char *root, uint32_t mode) {
     h->db = db;
     h->root = root;
     // An item's data over the codec's record limit is not copied out of the
-    // store: it is served empty, which no record type decodes from. (SQLite
-    // still reads the row to seek past it: see docs/decisions.md.)
+    // store: it is served empty, which no record type decodes from. A row
+    // past the read heap limit fails the request (see open_readonly).
 #define EVPN_ITEM_DATA(t) \
     "CASE WHEN length(" t "data) > " EVPN_STR(BAG_MAX_RECORD_TEXT) " THEN x'' ELSE " t "data END"
 #define EVPN_STR2(x) #x

@@ -317,6 +317,31 @@ TEST(CorruptStore, ForeignOrIncompleteStoresAreRefusedAtBind) {
     }
 }
 
+// A row past the read heap limit is refused before it is read: the store's
+// memory stays under the limit, the request fails by name, and the walk
+// and the dump report it.
+TEST(CorruptStore, ARowPastTheReadLimitIsRefusedUnread) {
+    const std::string db = evi_db("huge-row.db", 3);
+    sql(db, "UPDATE item SET data = zeroblob(80 * 1024 * 1024) WHERE name = '0x2,0x8'");
+    const std::string too_big = cerr_strerror(SYSDB_ERR_TOO_BIG);
+    {
+        Bound b(db);
+        ASSERT_EQ(b.rc, 0u);
+        sqlite3_memory_highwater(1);
+        void *data = nullptr;
+        uint32_t len = 0, type = 0;
+        EXPECT_EQ(sysdb_item_get(b.h, "evpn_evi/0x2,0x8", &type, &data, &len, 0), SYSDB_ERR_TOO_BIG);
+        free(data);
+        EXPECT_LT(sqlite3_memory_highwater(0), 4 * sqlite3_int64(BAG_MAX_RECORD));
+    }
+    auto r = client({"5"}, db, "400001");
+    EXPECT_EQ(r.status, 0);
+    EXPECT_NE(r.err.find("sysdb_datalist " + too_big), std::string::npos) << r.err;
+    auto d = sysdb({"dump", "--db", db});
+    EXPECT_EQ(d.status, 1);
+    EXPECT_NE(d.err.find("too large"), std::string::npos) << d.err;
+}
+
 TEST(CorruptStore, AResumeNameTheWalkCannotCopyEndsTheWalk) {
     // The 200th of 201 EVIs has a name of 300 characters (leading zeros):
     // the walk cannot keep it as its resume name.

@@ -23,6 +23,7 @@
 #include "json_record.h"
 #include "platform/bag_types.h"
 #include "platform/sysdb_registry.h"
+#include "progress.h"
 #include "sysdb_writer.h"
 
 namespace evpn {
@@ -181,9 +182,15 @@ struct RouteBuf {
 
 class Generator : public GenSink {
   public:
-    Generator(const GenOptions &opt, SysdbWriter *w, std::ostream *json, std::string &err)
-        : opt_(opt), w_(w), err_(err), rng_{opt.seed} {
+    Generator(const GenOptions &opt, SysdbWriter *w, std::ostream *json, std::string &err,
+              Progress *progress)
+        : opt_(opt), w_(w), err_(err), progress_(progress), rng_{opt.seed} {
         if (json) json_.emplace(*json);
+        if (progress) {
+            uint64_t total = opt.routes + opt.evis + 1;  // the routes, EVI summaries, summary
+            for (uint64_t n : opt.count) total += n;
+            progress->set_total(total);
+        }
         this->opt = &opt;
     }
 
@@ -260,6 +267,10 @@ class Generator : public GenSink {
     bool put(const char *base, const void *rec, const BagDesc *desc) {
         if (w_ && !w_->add(kRoot, base, rec, err_)) return false;
         if (json_) json_->record(rec, desc);
+        if (progress_) {
+            records_++;
+            progress_->update(records_, records_);
+        }
         return true;
     }
 
@@ -416,6 +427,8 @@ class Generator : public GenSink {
     const char *base_ = nullptr;
     SysdbWriter *w_;
     std::string &err_;
+    Progress *progress_;
+    uint64_t records_ = 0;
     std::optional<JsonOut> json_;
     SplitMix64 rng_;
     RouteBuf buf_{};
@@ -427,13 +440,13 @@ class Generator : public GenSink {
 }  // namespace
 
 bool generate(const GenOptions &opt, SysdbWriter *writer, std::ostream *json_out,
-              std::string &err, GenCounts *counts) {
+              std::string &err, GenCounts *counts, Progress *progress) {
     if (opt.evis == 0) {
         err = "at least one EVI is needed";
         return false;
     }
     GenCounts c;
-    Generator g(opt, writer, json_out, err);
+    Generator g(opt, writer, json_out, err, progress);
     if (!g.run(c)) return false;
     if (counts) *counts = c;
     return true;

@@ -25,6 +25,7 @@
 namespace evpn {
 
 class SysdbWriter;
+class Progress;
 
 enum GenKind : unsigned {
 #define EVPN_GEN_KIND_ENUM(kind, base, what) GEN_##kind,
@@ -57,7 +58,8 @@ struct GenCounts {
 // summary record per EVI and the global summary item below "/oper/evpn/gl/" through writer (when not null), and the same
 // data as a snapshot to json_out (when not null). The caller commits the
 // writer. False with err when the writer refuses a record or the stream fails.
+// progress (when not null) counts the records against all that opt asks for.
 bool generate(const GenOptions &opt, SysdbWriter *writer, std::ostream *json_out,
-              std::string &err, GenCounts *counts = nullptr);
+              std::string &err, GenCounts *counts = nullptr, Progress *progress = nullptr);
 
 }  // namespace evpn

@@ -57,6 +57,8 @@ class JsonReader {
     void skip(const JsonToken &t);
     // Objects and lists open around the current position.
     unsigned depth() const { return depth_; }
+    // Bytes of the stream read past so far.
+    uint64_t offset() const { return base_ + static_cast<uint64_t>(pos_ - buf_.get()); }
 
   private:
     enum class Expect : uint8_t { Value, FirstValue, Key, FirstKey, Colon, Next };

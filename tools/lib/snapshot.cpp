@@ -22,6 +22,7 @@
 #include "platform/cerr.h"
 #include "platform/sysdb_registry.h"
 #include "platform/sysdb_schema.h"
+#include "progress.h"
 #include "sysdb_writer.h"
 
 namespace evpn {
@@ -71,6 +72,7 @@ struct Loader {
     JsonReader &r;
     SysdbWriter &w;
     LoadStats &stats;
+    Progress *progress;
     std::map<std::string, uint64_t> counts;  // records per root and listing, for messages
     TokenRecordBuilder builder;
     RecordArena arena;
@@ -125,6 +127,7 @@ struct Loader {
             if (!builder.build(r, t, l->desc, rec.data(), arena, where, err)) throw LoadError{err};
             if (!w.add(root, base, rec.data(), err)) throw LoadError{where + ": " + err};
             stats.records++;
+            if (progress) progress->update(stats.records, r.offset());
         }
     }
 
@@ -258,12 +261,12 @@ struct Loader {
 }  // namespace
 
 bool load_snapshot(std::istream &in, const std::string &db_path, LoadStats &stats,
-                   std::string &err) {
+                   std::string &err, Progress *progress) {
     auto w = SysdbWriter::open(db_path, err);
     if (!w) return false;
     try {
         JsonReader reader(in);
-        Loader loader{reader, *w, stats, {}, {}, {}, {}, {}, {}, {}};
+        Loader loader{reader, *w, stats, progress, {}, {}, {}, {}, {}, {}, {}};
         loader.run();
     } catch (const LoadError &e) {
         err = e.what;
@@ -279,7 +282,8 @@ bool load_snapshot(std::istream &in, const std::string &db_path, LoadStats &stat
     return w->commit(err);
 }
 
-bool dump_snapshot(const std::string &db_path, std::ostream &out, std::string &err) {
+bool dump_snapshot(const std::string &db_path, std::ostream &out, std::string &err,
+                   Progress *progress) {
     sqlite3 *db = nullptr;
     struct stat st;
     if (stat(db_path.c_str(), &st) != 0) {
@@ -316,7 +320,10 @@ bool dump_snapshot(const std::string &db_path, std::ostream &out, std::string &e
     auto row = [&] { return (rc = sqlite3_step(s)) == SQLITE_ROW; };
     auto done = [&] {
         if (rc == SQLITE_DONE) return true;
-        err = db_path + ": " + sqlite3_errmsg(db) + " (the dump is incomplete)";
+        // Out of memory under the read heap limit: a row too large to read.
+        const bool too_big = (rc & 0xff) == SQLITE_NOMEM || (rc & 0xff) == SQLITE_TOOBIG;
+        err = db_path + ": " + (too_big ? cerr_strerror(SYSDB_ERR_TOO_BIG) : sqlite3_errmsg(db)) +
+              " (the dump is incomplete)";
         sqlite3_finalize(s);
         s = nullptr;
         return false;
@@ -367,6 +374,16 @@ bool dump_snapshot(const std::string &db_path, std::ostream &out, std::string &e
         lists.push_back({sqlite3_column_int64(s, 0), reinterpret_cast<const char *>(sqlite3_column_text(s, 1)),
                          reinterpret_cast<const char *>(sqlite3_column_text(s, 2))});
     if (!done()) return false;
+    uint64_t items = 0;
+    if (progress && progress->on()) {
+        // Only for the display: counting walks the whole item table.
+        if (!prep("SELECT count(*) FROM item")) return false;
+        if (!row()) {
+            if (rc == SQLITE_DONE) rc = SQLITE_CORRUPT;  // count(*) always has its row
+            return done();
+        }
+        progress->set_total(static_cast<uint64_t>(sqlite3_column_int64(s, 0)));
+    }
     if (!prep("SELECT name, data FROM item WHERE list = ?1 ORDER BY skey")) return false;
     std::string root;
     std::vector<uint64_t> buf;
@@ -391,6 +408,10 @@ bool dump_snapshot(const std::string &db_path, std::ostream &out, std::string &e
             int len = sqlite3_column_bytes(s, 1);
             const char *name = reinterpret_cast<const char *>(sqlite3_column_text(s, 0));
             out << (first ? "" : ",") << "\n        ";
+            if (progress) {
+                items++;
+                progress->update(items, items);
+            }
             if (bag_decode(data, static_cast<uint32_t>(len), buf.data(),
                            static_cast<uint32_t>(buf.size() * 8), def->desc) != 0) {
                 out << "{\"__undecodable_item\": " << json(name ? name : "").dump() << "}";

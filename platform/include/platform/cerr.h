@@ -14,6 +14,7 @@ enum : uint32_t {
     SYSDB_ERR_BAD_ARG = 0x80818c00u,       // a required argument is absent
     SYSDB_ERR_CORRUPT = 0x80818e00u,       // the database file is damaged
     SYSDB_ERR_HOT_JOURNAL = 0x80819000u,   // a writer left an unfinished change to roll back
+    SYSDB_ERR_TOO_BIG = 0x80819200u,       // a stored row past the read memory limit
     BAG_ERR_TRUNCATED = 0x40a10100u,       // encoded data ends before the record does
     BAG_ERR_COUNT = 0x40a10200u,           // array count larger than the data can hold
     BAG_ERR_DEPTH = 0x40a10300u,           // records nested too deep
