@@ -16,13 +16,13 @@
 #include <ctime>
 #include <fstream>
 #include <iostream>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "evpn_show_print.h"
 #include "generator.h"
 #include "json_record.h"
+#include "json_writer.h"
 #include "platform/bag.h"
 #include "platform/cerr.h"
 #include "platform/sysdb.h"
@@ -195,16 +195,20 @@ int dump_path(const Args &a) {
         return 1;
     }
     std::vector<uint64_t> buf(def->desc->size / 8 + 1);
+    evpn::JsonText text;
+    bool written = true;
     auto print = [&](const char *name, const void *data, uint32_t len) {
-        nlohmann::ordered_json o;
-        o["name"] = name;
+        text.raw("{\n  \"name\": ");
+        text.string(name);
         if (bag_decode(data, len, buf.data(), static_cast<uint32_t>(buf.size() * 8), def->desc)) {
-            o["error"] = "record does not decode";
+            text.raw(",\n  \"error\": \"record does not decode\"");
         } else {
-            o["record"] = evpn::record_to_json(buf.data(), def->desc);
+            text.raw(",\n  \"record\": ");
+            evpn::record_json(text, buf.data(), def->desc, evpn::JsonForm::Pretty, 2);
             bag_free_indirections(buf.data(), def->desc);
         }
-        std::cout << o.dump(2) << "\n";
+        text.raw("\n}\n");
+        if (text.size() >= (1 << 16)) written = written && text.write_to(std::cout);
     };
     void *data = nullptr;
     uint32_t len = 0, type = 0;
@@ -240,7 +244,8 @@ int dump_path(const Args &a) {
         }
     }
     _sysdb_unbind(h);
-    return output_ok() ? status : 1;
+    written = written && text.write_to(std::cout);
+    return output_ok() && written ? status : 1;
 }
 
 // ---- JSON view of a show command ---------------------------------------------
@@ -255,6 +260,7 @@ struct JsonView {
     size_t text_len = 0;
     long mark = 0;
     bool failed = false;
+    evpn::JsonText line;  // one record's line, its memory kept from record to record
 };
 JsonView g_view;
 
@@ -267,13 +273,16 @@ void view_before() {
 void view_after(const BagDesc *desc, const char *path, const char *name, const void *record) {
     fflush(g_view.text);
     if (ftell(g_view.text) == g_view.mark) return;  // the printer passed it over
-    nlohmann::ordered_json line;
-    line["path"] = path;
-    line["name"] = name ? name : "";
-    line["record"] = evpn::record_to_json(record, desc);
-    std::string text = line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-    text += '\n';
-    if (fwrite(text.data(), 1, text.size(), g_view.json) != text.size()) g_view.failed = true;
+    evpn::JsonText &line = g_view.line;
+    line.clear();
+    line.raw("{\"path\":");
+    line.string(path);
+    line.raw(",\"name\":");
+    line.string(name ? name : "");
+    line.raw(",\"record\":");
+    evpn::record_json(line, record, desc);
+    line.raw("}\n");
+    if (fwrite(line.data(), 1, line.size(), g_view.json) != line.size()) g_view.failed = true;
 }
 
 const RecordListener kViewListener{view_before, view_after};
@@ -332,8 +341,13 @@ int cmd_dump(const Args &a) {
     std::string err;
     evpn::Progress progress("dumping");
     const bool dumped = evpn::dump_snapshot(a.db, std::cout, err, &progress);
+    const int why = errno;
     progress.finish();
     if (!dumped) {
+        if (!std::cout) {
+            fprintf(stderr, "evpn_sysdb: writing standard output: %s\n", strerror(why ? why : EIO));
+            return 1;
+        }
         fprintf(stderr, "evpn_sysdb: %s\n", err.c_str());
         return 1;
     }

@@ -14,13 +14,13 @@
 
 #include <cstdio>
 #include <cstring>
-#include <map>
 #include <optional>
 #include <ostream>
 #include <vector>
 
 #include "gen_kinds.h"
 #include "json_record.h"
+#include "json_writer.h"
 #include "platform/bag_types.h"
 #include "platform/sysdb_registry.h"
 #include "progress.h"
@@ -122,49 +122,26 @@ class JsonOut {
              << "},\n  \"roots\": {\n    \"" << kRoot << "\": {";
     }
     void listing(const char *base) {
+        text_.write_to(out_);
         out_ << (listings_++ ? "\n      ],\n" : "\n") << "      \"" << base << "\": [";
         first_ = true;
     }
     void record(const void *rec, const BagDesc *desc) {
-        nlohmann::ordered_json j = record_to_json(rec, desc);
-        prune(j, desc);
-        out_ << (first_ ? "\n        " : ",\n        ") << j.dump();
+        text_.raw(first_ ? "\n        " : ",\n        ");
+        record_json(text_, rec, desc, JsonForm::Sparse);
+        if (text_.size() >= (1 << 16)) text_.write_to(out_);
         first_ = false;
     }
     bool end() {
+        text_.write_to(out_);
         out_ << (listings_ ? "\n      ]" : "") << "\n    }\n  }\n}\n";
         out_.flush();
         return static_cast<bool>(out_);
     }
 
   private:
-    const nlohmann::ordered_json &zero(const BagDesc *desc) {
-        auto it = zeros_.find(desc);
-        if (it != zeros_.end()) return it->second;
-        std::vector<uint64_t> buf(desc->size / 8 + 1, 0);
-        return zeros_.emplace(desc, record_to_json(buf.data(), desc)).first->second;
-    }
-    void prune(nlohmann::ordered_json &j, const BagDesc *desc) {
-        const nlohmann::ordered_json &z = zero(desc);
-        for (uint32_t i = 0; i < desc->nfields; i++) {
-            const BagField &f = desc->fields[i];
-            auto it = j.find(f.name);
-            if (it == j.end()) continue;
-            if (f.kind == BagKind::STRUCT) {
-                prune(*it, f.sub);
-                if (it->empty()) j.erase(f.name);
-            } else if (f.kind == BagKind::ARRAY && f.elem == BagKind::STRUCT) {
-                if (it->empty()) j.erase(f.name);
-                else
-                    for (auto &e : *it) prune(e, f.sub);
-            } else if (f.kind == BagKind::ARRAY ? it->empty() : *it == z[f.name]) {
-                j.erase(f.name);
-            }
-        }
-    }
-
     std::ostream &out_;
-    std::map<const BagDesc *, nlohmann::ordered_json> zeros_;
+    JsonText text_;  // records not yet written to out_
     int listings_ = 0;
     bool first_ = true;
 };

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <limits>
+#include <unordered_map>
 
 #include "platform/formatters.h"
 
@@ -350,54 +351,6 @@ bool element_from_json(const json &v, const BagField &f, uint8_t *dst, RecordAre
     return scalar_from_value(from_json(v), f.elem, dst, arena, what) || bad(err, where, what);
 }
 
-nlohmann::ordered_json scalar_to_json(BagKind k, const uint8_t *p) {
-    using json = nlohmann::ordered_json;
-    switch (k) {
-    case BagKind::U8: return *p;
-    case BagKind::U16: { uint16_t v; memcpy(&v, p, 2); return v; }
-    case BagKind::U32: { uint32_t v; memcpy(&v, p, 4); return v; }
-    case BagKind::BOOL: {
-        uint32_t v;
-        memcpy(&v, p, 4);
-        return v <= 1 ? json(v == 1) : json(v);
-    }
-    case BagKind::S32: { int32_t v; memcpy(&v, p, 4); return v; }
-    case BagKind::U64: { uint64_t v; memcpy(&v, p, 8); return v; }
-    case BagKind::IP: {
-        l2vpn_ip_addr_t a;
-        memcpy(&a, p, sizeof a);
-        return l2vpn_inet_ntop(&a);
-    }
-    case BagKind::MAC: return macstring(p, 6);
-    case BagKind::ESI: {
-        char buf[32];
-        snprintf(buf, sizeof buf, "%02x%02x.%02x%02x.%02x%02x.%02x%02x.%02x%02x", p[0], p[1], p[2],
-                 p[3], p[4], p[5], p[6], p[7], p[8], p[9]);
-        return buf;
-    }
-    case BagKind::RD: case BagKind::RT: {
-        l2vpn_bag_rd_t v;
-        memcpy(&v, p, sizeof v);
-        char buf[64];
-        l2vpn_bag_rd_to_text(&v, buf, sizeof buf);
-        return buf;
-    }
-    case BagKind::STR: case BagKind::OPTSTR: {
-        const char *s;
-        memcpy(&s, p, sizeof s);
-        if (!s) return k == BagKind::OPTSTR ? json(nullptr) : json("");
-        return s;
-    }
-    default:
-        return nullptr;
-    }
-}
-
-nlohmann::ordered_json element_to_json(const BagField &f, const uint8_t *p) {
-    if (f.elem == BagKind::STRUCT) return record_to_json(p, f.sub);
-    return scalar_to_json(f.elem, p);
-}
-
 }  // namespace
 
 bool json_to_record(const json &j, const BagDesc *desc, void *out, RecordArena &arena,
@@ -587,36 +540,225 @@ bool TokenRecordBuilder::element(JsonReader &r, const JsonToken &t, const BagFie
     return scalar_from_value(from_token(t), f.elem, dst, *arena_, what_) || fail(at, what_);
 }
 
-nlohmann::ordered_json record_to_json(const void *record, const BagDesc *desc) {
-    const uint8_t *rec = static_cast<const uint8_t *>(record);
-    nlohmann::ordered_json o = nlohmann::ordered_json::object();
-    for (uint32_t i = 0; i < desc->nfields; i++) {
-        const BagField &f = desc->fields[i];
-        const uint8_t *p = rec + f.offset;
+namespace {
+
+// Writes records in one of the forms; Sparse leaves out what a zeroed record
+// of the same type holds, so it writes each value and takes it back when it
+// reads the same as the zero value written after it.
+class RecordWriter {
+  public:
+    RecordWriter(JsonText &out, JsonForm form) : o_(out), form_(form) {}
+
+    void record(const uint8_t *rec, const BagDesc *desc, unsigned indent, bool sparse) {
+        o_.raw('{');
+        bool first = true;
+        const std::string *names = quoted_names(desc);
+        for (uint32_t i = 0; i < desc->nfields; i++) {
+            const BagField &f = desc->fields[i];
+            const uint8_t *p = rec + f.offset;
+            if (!sparse) {
+                key(names[i], first, indent);
+                value(f, p, indent + 2, false);
+                continue;
+            }
+            const size_t mark = o_.size();
+            const bool was_first = first;
+            if (!sparse_field(f, names[i], p, first, indent)) {
+                o_.truncate(mark);
+                first = was_first;
+            }
+        }
+        close('}', first, indent);
+    }
+
+  private:
+    // Writes the field unless it holds the zero value; false when what it
+    // wrote is to be taken back.
+    bool sparse_field(const BagField &f, const std::string &name, const uint8_t *p, bool &first,
+                      unsigned indent) {
         switch (f.kind) {
-        case BagKind::STRUCT:
-            o[f.name] = record_to_json(p, f.sub);
-            break;
-        case BagKind::FIXED: {
-            nlohmann::ordered_json a = nlohmann::ordered_json::array();
-            for (uint32_t e = 0; e < f.count; e++) a.push_back(element_to_json(f, p + size_t(e) * bag_elem_size(f)));
-            o[f.name] = std::move(a);
-            break;
+        case BagKind::STRUCT: {
+            key(name, first, indent);
+            const size_t at = o_.size();
+            record(p, f.sub, indent + 2, true);
+            return o_.size() - at > 2;  // more than "{}"
         }
         case BagKind::ARRAY: {
             bag_array<uint8_t> arr;
             memcpy(&arr, p, sizeof arr);
-            nlohmann::ordered_json a = nlohmann::ordered_json::array();
-            for (uint32_t e = 0; e < arr.count; e++)
-                a.push_back(element_to_json(f, arr.data + size_t(e) * bag_elem_size(f)));
-            o[f.name] = std::move(a);
-            break;
+            if (!arr.count) return false;
+            key(name, first, indent);
+            value(f, p, indent + 2, f.elem == BagKind::STRUCT);
+            return true;
         }
-        default:
-            o[f.name] = scalar_to_json(f.kind, p);
+        case BagKind::STR: case BagKind::OPTSTR: {
+            const char *s;
+            memcpy(&s, p, sizeof s);
+            if (!s || (f.kind == BagKind::STR && !*s)) return false;
+            key(name, first, indent);
+            o_.string(s);
+            return true;
+        }
+        default: {
+            const size_t bytes = f.kind == BagKind::FIXED ? size_t(f.count) * bag_elem_size(f)
+                                                          : scalar_size(f.kind);
+            if (all_zero(p, bytes)) return false;
+            key(name, first, indent);
+            const size_t at = o_.size();
+            value(f, p, indent + 2, false);
+            const size_t zero_at = o_.size();
+            value(f, zeros(bytes), indent + 2, false);
+            const size_t n = zero_at - at;
+            const bool same = o_.size() - zero_at == n && memcmp(o_.data() + at, o_.data() + zero_at, n) == 0;
+            o_.truncate(zero_at);
+            return !same;
+        }
         }
     }
-    return o;
+
+    void value(const BagField &f, const uint8_t *p, unsigned indent, bool sparse) {
+        switch (f.kind) {
+        case BagKind::STRUCT: record(p, f.sub, indent, sparse); return;
+        case BagKind::FIXED: elements(f, p, f.count, indent, sparse); return;
+        case BagKind::ARRAY: {
+            bag_array<uint8_t> arr;
+            memcpy(&arr, p, sizeof arr);
+            elements(f, arr.data, arr.count, indent, sparse);
+            return;
+        }
+        default: scalar(f.kind, p);
+        }
+    }
+
+    void elements(const BagField &f, const uint8_t *p, uint32_t n, unsigned indent, bool sparse) {
+        const size_t es = bag_elem_size(f);
+        o_.raw('[');
+        for (uint32_t e = 0; e < n; e++) {
+            separate(e == 0, indent);
+            if (f.elem == BagKind::STRUCT) record(p + e * es, f.sub, indent + 2, sparse);
+            else scalar(f.elem, p + e * es);
+        }
+        close(']', n == 0, indent);
+    }
+
+    void scalar(BagKind k, const uint8_t *p) {
+        switch (k) {
+        case BagKind::U8: o_.u64(*p); return;
+        case BagKind::U16: { uint16_t v; memcpy(&v, p, 2); o_.u64(v); return; }
+        case BagKind::U32: { uint32_t v; memcpy(&v, p, 4); o_.u64(v); return; }
+        case BagKind::BOOL: {
+            uint32_t v;
+            memcpy(&v, p, 4);
+            if (v <= 1) o_.boolean(v == 1);
+            else o_.u64(v);
+            return;
+        }
+        case BagKind::S32: { int32_t v; memcpy(&v, p, 4); o_.i64(v); return; }
+        case BagKind::U64: { uint64_t v; memcpy(&v, p, 8); o_.u64(v); return; }
+        case BagKind::IP: {
+            l2vpn_ip_addr_t a;
+            memcpy(&a, p, sizeof a);
+            o_.string(l2vpn_inet_ntop(&a));
+            return;
+        }
+        case BagKind::MAC: o_.string(macstring(p, 6)); return;
+        case BagKind::ESI: {
+            static const char kHex[] = "0123456789abcdef";
+            char buf[24];
+            char *b = buf;
+            for (int i = 0; i < 10; i++) {
+                if (i && i % 2 == 0) *b++ = '.';
+                *b++ = kHex[p[i] >> 4];
+                *b++ = kHex[p[i] & 15];
+            }
+            o_.string(std::string_view(buf, static_cast<size_t>(b - buf)));
+            return;
+        }
+        case BagKind::RD: case BagKind::RT: {
+            l2vpn_bag_rd_t v;
+            memcpy(&v, p, sizeof v);
+            char buf[64];
+            l2vpn_bag_rd_to_text(&v, buf, sizeof buf);
+            o_.string(buf);
+            return;
+        }
+        case BagKind::STR: case BagKind::OPTSTR: {
+            const char *s;
+            memcpy(&s, p, sizeof s);
+            if (s) o_.string(s);
+            else if (k == BagKind::OPTSTR) o_.null();
+            else o_.string("");
+            return;
+        }
+        default: o_.null();
+        }
+    }
+
+    void key(const std::string &name, bool &first, unsigned indent) {
+        separate(first, indent);
+        first = false;
+        o_.raw(name);
+        o_.raw(pretty() ? std::string_view(": ") : std::string_view(":"));
+    }
+    // The names of a description's fields as JSON strings, made once.
+    static const std::string *quoted_names(const BagDesc *desc) {
+        static thread_local std::unordered_map<const BagDesc *, std::vector<std::string>> names;
+        auto it = names.find(desc);
+        if (it == names.end()) {
+            std::vector<std::string> v;
+            JsonText t;
+            for (uint32_t i = 0; i < desc->nfields; i++) {
+                t.clear();
+                t.string(desc->fields[i].name);
+                v.emplace_back(t.data(), t.size());
+            }
+            it = names.emplace(desc, std::move(v)).first;
+        }
+        return it->second.data();
+    }
+    void separate(bool first, unsigned indent) {
+        if (!first) o_.raw(',');
+        if (pretty()) o_.newline(indent + 2);
+    }
+    void close(char c, bool empty, unsigned indent) {
+        if (pretty() && !empty) o_.newline(indent);
+        o_.raw(c);
+    }
+    bool pretty() const { return form_ == JsonForm::Pretty; }
+
+    static size_t scalar_size(BagKind k) {
+        switch (k) {
+        case BagKind::U8: return 1;
+        case BagKind::U16: return 2;
+        case BagKind::U64: return 8;
+        case BagKind::IP: return sizeof(l2vpn_ip_addr_t);
+        case BagKind::MAC: return 6;
+        case BagKind::ESI: return 10;
+        case BagKind::RD: case BagKind::RT: return sizeof(l2vpn_bag_rd_t);
+        default: return 4;
+        }
+    }
+    static bool all_zero(const uint8_t *p, size_t n) {
+        for (size_t i = 0; i < n; i++)
+            if (p[i]) return false;
+        return true;
+    }
+    static const uint8_t *zeros(size_t n) {
+        static thread_local std::vector<uint8_t> z;
+        if (z.size() < n) z.assign(n, 0);
+        return z.data();
+    }
+
+    JsonText &o_;
+    JsonForm form_;
+};
+
+}  // namespace
+
+void record_json(JsonText &out, const void *record, const BagDesc *desc, JsonForm form,
+                 unsigned indent) {
+    RecordWriter(out, form).record(static_cast<const uint8_t *>(record), desc, indent,
+                                   form == JsonForm::Sparse);
 }
 
 }  // namespace evpn

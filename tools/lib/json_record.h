@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "json_reader.h"
+#include "json_writer.h"
 #include "platform/bag.h"
 
 namespace evpn {
@@ -80,7 +81,16 @@ class TokenRecordBuilder {
     std::deque<std::vector<uint64_t>> lists_;
 };
 
-// Every field of a decoded record, in record order.
-nlohmann::ordered_json record_to_json(const void *record, const BagDesc *desc);
+enum class JsonForm : uint8_t {
+    Compact,  // one line, every field: snapshots, JSON Lines
+    Pretty,   // a line per value, indented by two spaces a level
+    Sparse,   // Compact without the fields that read as in a zeroed record (and
+              // sub-records left empty so), which a load fills in again
+};
+
+// Every field of a decoded record, in record order, as a JSON object.
+// indent: Pretty's indentation of the line the object starts on.
+void record_json(JsonText &out, const void *record, const BagDesc *desc,
+                 JsonForm form = JsonForm::Compact, unsigned indent = 0);
 
 }  // namespace evpn

@@ -18,6 +18,7 @@
 
 #include "json_reader.h"
 #include "json_record.h"
+#include "json_writer.h"
 #include "platform/bag.h"
 #include "platform/cerr.h"
 #include "platform/sysdb_registry.h"
@@ -299,11 +300,15 @@ bool dump_snapshot(const std::string &db_path, std::ostream &out, std::string &e
                                                           : cerr_strerror(rc));
         return false;
     }
+    sqlite3_stmt *s = nullptr;
     struct Closer {
         sqlite3 *db;
-        ~Closer() { sqlite3_close(db); }
-    } closer{db};
-    sqlite3_stmt *s = nullptr;
+        sqlite3_stmt *&s;
+        ~Closer() {
+            sqlite3_finalize(s);
+            sqlite3_close(db);
+        }
+    } closer{db, s};
     auto prep = [&](const char *sql) {
         sqlite3_finalize(s);
         s = nullptr;
@@ -331,37 +336,67 @@ bool dump_snapshot(const std::string &db_path, std::ostream &out, std::string &e
     // One read transaction: the whole dump is of one state of the file.
     if (!prep("BEGIN") || (row(), !done())) return false;
 
-    out << "{\n  \"capabilities\": {";
+    // The text goes out whenever a row or record takes it past kFlushAt, so
+    // memory stays flat however large the database.
+    constexpr size_t kFlushAt = size_t(1) << 16;
+    JsonText t;
+    auto flush = [&](size_t at_least) {
+        if (t.size() < at_least || t.write_to(out)) return true;
+        err = std::string("writing the snapshot: ") + strerror(errno ? errno : EIO);
+        return false;
+    };
+    auto text = [&](int column) {
+        const unsigned char *v = sqlite3_column_text(s, column);
+        return std::string_view(v ? reinterpret_cast<const char *>(v) : "");
+    };
+    auto comma = [&](bool first, std::string_view then) {
+        if (!first) t.raw(',');
+        t.raw(then);
+    };
+
+    t.raw("{\n  \"capabilities\": {");
     if (!prep("SELECT name, value FROM capability ORDER BY name")) return false;
-    for (bool first = true; row(); first = false)
-        out << (first ? "" : ",") << "\n    " << json(reinterpret_cast<const char *>(sqlite3_column_text(s, 0))).dump()
-            << ": " << (sqlite3_column_int(s, 1) ? "true" : "false");
-    if (!done()) return false;
-    out << "\n  },\n  \"interfaces\": [";
-    if (!prep("SELECT handle, name, state FROM interface ORDER BY handle")) return false;
     for (bool first = true; row(); first = false) {
-        nlohmann::ordered_json o;
-        o["name"] = reinterpret_cast<const char *>(sqlite3_column_text(s, 1));
-        o["handle"] = static_cast<uint32_t>(sqlite3_column_int64(s, 0));
-        o["state"] = reinterpret_cast<const char *>(sqlite3_column_text(s, 2));
-        out << (first ? "" : ",") << "\n    " << o.dump();
+        comma(first, "\n    ");
+        t.string(text(0));
+        t.raw(": ");
+        t.boolean(sqlite3_column_int(s, 1) != 0);
     }
     if (!done()) return false;
-    out << "\n  ],\n  \"bd_stats\": [";
+    t.raw("\n  },\n  \"interfaces\": [");
+    if (!prep("SELECT handle, name, state FROM interface ORDER BY handle")) return false;
+    for (bool first = true; row(); first = false) {
+        comma(first, "\n    {\"name\":");
+        t.string(text(1));
+        t.raw(",\"handle\":");
+        t.u64(static_cast<uint32_t>(sqlite3_column_int64(s, 0)));
+        t.raw(",\"state\":");
+        t.string(text(2));
+        t.raw('}');
+        if (!flush(kFlushAt)) return false;
+    }
+    if (!done()) return false;
+    t.raw("\n  ],\n  \"bd_stats\": [");
     std::string sql = "SELECT node, bd_id";
     for (const char *c : sysdb_schema::kBdStatsColumns) sql += std::string(", ") + c;
     sql += " FROM bd_stats ORDER BY node, bd_id";
     if (!prep(sql.c_str())) return false;
     for (bool first = true; row(); first = false) {
-        nlohmann::ordered_json o;
-        o["node"] = sqlite3_column_int64(s, 0);
-        o["bd_id"] = sqlite3_column_int64(s, 1);
-        for (int i = 0; i < sysdb_schema::kBdStatsCount; i++)
-            o[sysdb_schema::kBdStatsColumns[i]] = static_cast<uint64_t>(sqlite3_column_int64(s, i + 2));
-        out << (first ? "" : ",") << "\n    " << o.dump();
+        comma(first, "\n    {\"node\":");
+        t.i64(sqlite3_column_int64(s, 0));
+        t.raw(",\"bd_id\":");
+        t.i64(sqlite3_column_int64(s, 1));
+        for (int i = 0; i < sysdb_schema::kBdStatsCount; i++) {
+            t.raw(',');
+            t.string(sysdb_schema::kBdStatsColumns[i]);
+            t.raw(':');
+            t.u64(static_cast<uint64_t>(sqlite3_column_int64(s, i + 2)));
+        }
+        t.raw('}');
+        if (!flush(kFlushAt)) return false;
     }
     if (!done()) return false;
-    out << "\n  ],\n  \"roots\": {";
+    t.raw("\n  ],\n  \"roots\": {");
 
     struct List {
         int64_t id;
@@ -392,41 +427,45 @@ bool dump_snapshot(const std::string &db_path, std::ostream &out, std::string &e
         const ListingDef *def = sysdb_registry_find(l.path);
         if (!def) continue;
         if (l.root != root) {
-            out << (root.empty() ? "" : "\n    }") << (root.empty() ? "" : ",") << "\n    "
-                << json(l.root).dump() << ": {";
+            if (!root.empty()) t.raw("\n    },");
+            t.raw("\n    ");
+            t.string(l.root);
+            t.raw(": {\n");
             root = l.root;
-            out << "\n";
         } else {
-            out << ",\n";
+            t.raw(",\n");
         }
-        out << "      " << json(l.path).dump() << ": [";
+        t.raw("      ");
+        t.string(l.path);
+        t.raw(": [");
         sqlite3_reset(s);
         sqlite3_bind_int64(s, 1, l.id);
         buf.assign(def->desc->size / 8 + 1, 0);
         for (bool first = true; row(); first = false) {
             const void *data = sqlite3_column_blob(s, 1);
             int len = sqlite3_column_bytes(s, 1);
-            const char *name = reinterpret_cast<const char *>(sqlite3_column_text(s, 0));
-            out << (first ? "" : ",") << "\n        ";
+            comma(first, "\n        ");
             if (progress) {
                 items++;
                 progress->update(items, items);
             }
             if (bag_decode(data, static_cast<uint32_t>(len), buf.data(),
                            static_cast<uint32_t>(buf.size() * 8), def->desc) != 0) {
-                out << "{\"__undecodable_item\": " << json(name ? name : "").dump() << "}";
-                continue;
+                t.raw("{\"__undecodable_item\": ");
+                t.string(text(0));
+                t.raw('}');
+            } else {
+                record_json(t, buf.data(), def->desc);
+                bag_free_indirections(buf.data(), def->desc);
             }
-            out << record_to_json(buf.data(), def->desc).dump();
-            bag_free_indirections(buf.data(), def->desc);
+            if (!flush(kFlushAt)) return false;
         }
         if (!done()) return false;
-        out << "\n      ]";
+        t.raw("\n      ]");
     }
-    if (!root.empty()) out << "\n    }";
-    out << "\n  }\n}\n";
-    sqlite3_finalize(s);
-    return true;
+    if (!root.empty()) t.raw("\n    }");
+    t.raw("\n  }\n}\n");
+    return flush(0);
 }
 
 }  // namespace evpn
