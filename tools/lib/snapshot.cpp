@@ -12,7 +12,6 @@
 #include <istream>
 #include <map>
 #include <set>
-#include <nlohmann/json.hpp>
 #include <ostream>
 #include <vector>
 
@@ -30,8 +29,6 @@ namespace evpn {
 
 namespace {
 
-using json = nlohmann::json;
-
 struct LoadError {
     std::string what;
 };
@@ -39,34 +36,42 @@ struct LoadError {
 constexpr const char *kSections[] = {"roots", "capabilities", "interfaces", "bd_stats", "comment"};
 constexpr const char *kCapabilities[] = {"srv6", "srv6_elan"};
 
-uint64_t get_u64(const json &o, const char *key, uint64_t max, const std::string &where) {
+// A member of a small section's object as read: a scalar, or only the kind
+// of an object or list.
+struct Member {
+    JsonTok kind;
+    uint64_t u;
+    int64_t i;
+    std::string text;
+};
+// Members by name, in name order; a name given twice keeps its last value.
+using Members = std::map<std::string, Member>;
+
+uint64_t get_u64(const Members &o, const char *key, uint64_t max, const std::string &where) {
     auto it = o.find(key);
     if (it == o.end()) return 0;
-    if (it->is_number_float()) throw LoadError{where + "." + key + ": not an integer, or out of range"};
-    if (!it->is_number_unsigned() && !(it->is_number_integer() && it->get<int64_t>() >= 0))
+    const Member &m = it->second;
+    if (m.kind == JsonTok::Float) throw LoadError{where + "." + key + ": not an integer, or out of range"};
+    if (m.kind != JsonTok::Uint && !(m.kind == JsonTok::Int && m.i >= 0))
         throw LoadError{where + "." + key + ": expected a non-negative number"};
-    uint64_t v = it->get<uint64_t>();
+    uint64_t v = m.kind == JsonTok::Uint ? m.u : static_cast<uint64_t>(m.i);
     if (v > max) throw LoadError{where + "." + key + ": value out of range"};
     return v;
 }
 
-// A scalar token as a JSON value, for the small sections.
-json scalar(const JsonToken &t) {
-    switch (t.kind) {
-    case JsonTok::String: return std::string(t.text);
-    case JsonTok::Uint: return t.u;
-    case JsonTok::Int: return t.i;
-    case JsonTok::Float: return strtod(std::string(t.text).c_str(), nullptr);
-    case JsonTok::True: return true;
-    case JsonTok::False: return false;
-    default: return nullptr;
-    }
-}
-
-// A scalar token for messages: numbers as written.
+// A scalar token for messages: numbers as written, text quoted.
 std::string shown(const JsonToken &t) {
-    bool number = t.kind == JsonTok::Uint || t.kind == JsonTok::Int || t.kind == JsonTok::Float;
-    return number ? std::string(t.text) : scalar(t).dump();
+    switch (t.kind) {
+    case JsonTok::Uint: case JsonTok::Int: case JsonTok::Float: return std::string(t.text);
+    case JsonTok::String: {
+        JsonText q;
+        q.string(t.text);
+        return std::string(q.data(), q.size());
+    }
+    case JsonTok::True: return "true";
+    case JsonTok::False: return "false";
+    default: return "null";
+    }
 }
 
 struct Loader {
@@ -81,26 +86,18 @@ struct Loader {
     std::string err, where;
     std::set<std::string> seen;  // sections, roots and listings read so far
 
-    // The value that t starts, read whole (the small sections).
-    json collect(const JsonToken &t) {
-        if (t.kind == JsonTok::ObjectStart) {
-            json o = json::object();
-            for (;;) {
-                const JsonToken &k = r.next();
-                if (k.kind == JsonTok::ObjectEnd) return o;
-                std::string key(k.text);
-                o[key] = collect(r.next());
-            }
+    // The members of the object that t starts (the small sections); objects
+    // and lists in it are read past.
+    Members members() {
+        Members o;
+        for (;;) {
+            const JsonToken &k = r.next();
+            if (k.kind == JsonTok::ObjectEnd) return o;
+            Member &m = o[std::string(k.text)];
+            const JsonToken &v = r.next();
+            m = {v.kind, v.u, v.i, std::string(v.kind == JsonTok::String ? v.text : std::string_view())};
+            r.skip(v);
         }
-        if (t.kind == JsonTok::ArrayStart) {
-            json a = json::array();
-            for (;;) {
-                const JsonToken &e = r.next();
-                if (e.kind == JsonTok::ArrayEnd) return a;
-                a.push_back(collect(e));
-            }
-        }
-        return scalar(t);
     }
 
     static bool is_scalar(const JsonToken &t) {
@@ -164,7 +161,7 @@ struct Loader {
     }
 
     // A list of objects, each read whole and handled by one().
-    using Handler = void (Loader::*)(const json &, const std::string &where);
+    using Handler = void (Loader::*)(const Members &, const std::string &where);
     void objects(const std::string &section, const JsonToken &t, Handler one) {
         if (t.kind == JsonTok::ObjectStart) throw LoadError{section + ": unexpected object"};
         if (is_scalar(t)) throw LoadError{section + ": unexpected value " + shown(t)};
@@ -174,33 +171,32 @@ struct Loader {
             if (e.kind == JsonTok::ArrayEnd) return;
             if (e.kind == JsonTok::ArrayStart) throw LoadError{section + ": unexpected list"};
             if (is_scalar(e)) throw LoadError{section + ": expected objects"};
-            (this->*one)(collect(e), section + "[" + std::to_string(n++) + "]");
+            (this->*one)(members(), section + "[" + std::to_string(n++) + "]");
         }
     }
 
-    void interface(const json &j, const std::string &where) {
-        for (auto it = j.begin(); it != j.end(); ++it)
-            if (it.key() != "name" && it.key() != "handle" && it.key() != "state")
-                throw LoadError{where + "." + it.key() + ": unknown field of an interface"};
+    void interface(const Members &j, const std::string &where) {
+        for (const auto &[key, v] : j)
+            if (key != "name" && key != "handle" && key != "state")
+                throw LoadError{where + "." + key + ": unknown field of an interface"};
         auto name = j.find("name");
-        if (name == j.end() || !name->is_string() || name->get<std::string>().empty())
+        if (name == j.end() || name->second.kind != JsonTok::String || name->second.text.empty())
             throw LoadError{where + ".name: expected the interface name"};
         uint32_t handle = static_cast<uint32_t>(get_u64(j, "handle", 0xffffffffu, where));
         std::string state = "Up";
         if (auto s = j.find("state"); s != j.end()) {
-            if (!s->is_string()) throw LoadError{where + ".state: expected text"};
-            state = s->get<std::string>();
+            if (s->second.kind != JsonTok::String) throw LoadError{where + ".state: expected text"};
+            state = s->second.text;
         }
-        if (!w.add_interface(handle, name->get<std::string>(), state, err))
-            throw LoadError{where + ": " + err};
+        if (!w.add_interface(handle, name->second.text, state, err)) throw LoadError{where + ": " + err};
         stats.interfaces++;
     }
 
-    void bd_stats(const json &j, const std::string &where) {
-        for (auto it = j.begin(); it != j.end(); ++it) {
-            bool known = it.key() == "node" || it.key() == "bd_id";
-            for (const char *c : sysdb_schema::kBdStatsColumns) known = known || it.key() == c;
-            if (!known) throw LoadError{where + "." + it.key() + ": unknown counter"};
+    void bd_stats(const Members &j, const std::string &where) {
+        for (const auto &[key, v] : j) {
+            bool known = key == "node" || key == "bd_id";
+            for (const char *c : sysdb_schema::kBdStatsColumns) known = known || key == c;
+            if (!known) throw LoadError{where + "." + key + ": unknown counter"};
         }
         bd_forwarding_stats s{};
         uint64_t v[sysdb_schema::kBdStatsCount];
@@ -216,16 +212,15 @@ struct Loader {
     void capabilities(const JsonToken &t) {
         if (t.kind == JsonTok::ArrayStart) throw LoadError{"capabilities: unexpected list"};
         if (is_scalar(t)) throw LoadError{"capabilities: unexpected value " + shown(t)};
-        json j = collect(t);
-        for (auto it = j.begin(); it != j.end(); ++it) {
+        for (const auto &[key, v] : members()) {
             bool known = false;
-            for (const char *c : kCapabilities) known = known || it.key() == c;
-            if (!known) throw LoadError{"capabilities." + it.key() + ": unknown capability"};
-            const json &v = it.value();
-            if (!v.is_boolean() && !(v.is_number_integer() && (v == 0 || v == 1)))
-                throw LoadError{"capabilities." + it.key() + ": expected true/false or 0/1"};
-            bool on = v.is_boolean() ? v.get<bool>() : v.get<int>() == 1;
-            if (!w.set_capability(it.key(), on, err)) throw LoadError{err};
+            for (const char *c : kCapabilities) known = known || key == c;
+            if (!known) throw LoadError{"capabilities." + key + ": unknown capability"};
+            const bool flag = v.kind == JsonTok::True || v.kind == JsonTok::False;
+            const bool bit = (v.kind == JsonTok::Uint && v.u <= 1) || (v.kind == JsonTok::Int && v.i == 0);
+            if (!flag && !bit) throw LoadError{"capabilities." + key + ": expected true/false or 0/1"};
+            if (!w.set_capability(key, v.kind == JsonTok::True || (v.kind == JsonTok::Uint && v.u == 1), err))
+                throw LoadError{err};
         }
     }
 
