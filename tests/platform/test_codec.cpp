@@ -14,6 +14,7 @@
 #include "platform/bag.h"
 #include "platform/bag_types.h"
 #include "platform/cerr.h"
+#include "record_text.h"
 
 namespace {
 
@@ -133,7 +134,7 @@ json sample(const BagDesc *d, unsigned &seed, int depth = 0, bool by_name = fals
 void build(const BagDesc *d, unsigned seed, Buf &rec, evpn::RecordArena &arena) {
     std::string err;
     json j = sample(d, seed);
-    ASSERT_TRUE(evpn::json_to_record(j, d, rec.p(), arena, d->name, err)) << err;
+    ASSERT_TRUE(record_from_text(j.dump(), d, rec.p(), arena, d->name, err)) << err;
 }
 
 std::string encode_sample(const BagDesc *d, unsigned seed = 1) {
@@ -151,7 +152,7 @@ std::string encode_named_sample(const BagDesc *d) {
     evpn::RecordArena arena;
     unsigned seed = 0;
     std::string err, enc;
-    EXPECT_TRUE(evpn::json_to_record(sample(d, seed, 0, true), d, rec.p(), arena, d->name, err)) << err;
+    EXPECT_TRUE(record_from_text(sample(d, seed, 0, true).dump(), d, rec.p(), arena, d->name, err)) << err;
     EXPECT_EQ(bag_encode(rec.p(), d, enc), 0u) << d->name;
     return enc;
 }

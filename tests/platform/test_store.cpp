@@ -32,6 +32,7 @@
 #include "platform/sysdb.h"
 #include "platform/sysdb_paths.h"
 #include "platform/sysdb_registry.h"
+#include "record_text.h"
 #include "sysdb_writer.h"
 
 namespace {
@@ -118,7 +119,7 @@ class Db {
         std::vector<uint64_t> rec(d->size / 8 + 1);
         evpn::RecordArena arena;
         std::string err;
-        ASSERT_TRUE(evpn::json_to_record(j, d, rec.data(), arena, base, err)) << err;
+        ASSERT_TRUE(record_from_text(j.dump(), d, rec.data(), arena, base, err)) << err;
         ASSERT_TRUE(w_->add(root, base, rec.data(), err)) << err;
     }
     void route(const Route &r, const std::string &root = kGl) {

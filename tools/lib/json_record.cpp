@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cinttypes>
-#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <limits>
@@ -61,21 +60,13 @@ void RecordArena::clear() {
 
 namespace {
 
-using json = nlohmann::json;
-
-bool bad(std::string &err, const std::string &where, const std::string &what) {
-    err = where + ": " + what;
-    return false;
-}
-
 // One JSON value as the field conversions see it: a scalar, or only the kind
-// of an object or list. Made from a parsed value or from a token.
+// of an object or list, as a token gives it.
 struct Value {
     enum Type : uint8_t { Null, Bool, Uint, Int, Float, String, Object, Array } type = Null;
     bool b = false;
-    bool integral = false;  // Float: a whole number (out of range)
     uint64_t u = 0;
-    int64_t i = 0;  // may be positive when the value was built in code
+    int64_t i = 0;
     std::string_view s;
 
     const char *type_name() const {
@@ -84,26 +75,6 @@ struct Value {
         return names[type];
     }
 };
-
-Value from_json(const json &j) {
-    Value v;
-    switch (j.type()) {
-    case json::value_t::boolean: v.type = Value::Bool; v.b = j.get<bool>(); break;
-    case json::value_t::number_unsigned: v.type = Value::Uint; v.u = j.get<uint64_t>(); break;
-    case json::value_t::number_integer: v.type = Value::Int; v.i = j.get<int64_t>(); break;
-    case json::value_t::number_float: {
-        v.type = Value::Float;
-        double d = j.get<double>();
-        v.integral = std::isfinite(d) && std::trunc(d) == d;
-        break;
-    }
-    case json::value_t::string: v.type = Value::String; v.s = j.get_ref<const std::string &>(); break;
-    case json::value_t::object: v.type = Value::Object; break;
-    case json::value_t::array: v.type = Value::Array; break;
-    default: break;  // null, and nothing else a parsed value holds
-    }
-    return v;
-}
 
 Value from_token(const JsonToken &t) {
     Value v;
@@ -184,9 +155,7 @@ bool get_int(const Value &v, int64_t lo, uint64_t hi, bool allow_bool, uint64_t 
             integer = integer && t[i] >= '0' && t[i] <= '9';
         if (t.size() > 24) t = t.substr(0, 20);
         const std::string shown = std::string(t) + (t.size() < v.s.size() ? "..." : "");
-        if (t.empty()) integer = v.integral;  // a parsed value: no text
-        if (integer) what = t.empty() ? "value out of range" : "value " + shown + " out of range";
-        else what = (t.empty() ? std::string("number") : shown) + " is not an integer";
+        what = integer ? "value " + shown + " out of range" : shown + " is not an integer";
         return false;
     }
     case Value::String: {
@@ -344,60 +313,7 @@ std::string too_big() {
 
 std::string at_most(const BagField &f) { return "at most " + std::to_string(f.count) + " elements"; }
 
-bool element_from_json(const json &v, const BagField &f, uint8_t *dst, RecordArena &arena,
-                       const std::string &where, std::string &err) {
-    if (f.elem == BagKind::STRUCT) return json_to_record(v, f.sub, dst, arena, where, err);
-    std::string what;
-    return scalar_from_value(from_json(v), f.elem, dst, arena, what) || bad(err, where, what);
-}
-
 }  // namespace
-
-bool json_to_record(const json &j, const BagDesc *desc, void *out, RecordArena &arena,
-                    const std::string &where, std::string &err) {
-    if (!j.is_object()) return bad(err, where, expected_object(desc, from_json(j)));
-    uint8_t *rec = static_cast<uint8_t *>(out);
-    memset(rec, 0, desc->size);
-    for (auto it = j.begin(); it != j.end(); ++it) {
-        const BagField *f = bag_find_field(desc, it.key().c_str());
-        std::string at = where + "." + it.key();
-        if (!f) return bad(err, at, std::string("unknown field of ") + desc->name);
-        const json &v = it.value();
-        uint8_t *dst = rec + f->offset;
-        switch (f->kind) {
-        case BagKind::STRUCT:
-            if (!json_to_record(v, f->sub, dst, arena, at, err)) return false;
-            break;
-        case BagKind::FIXED: {
-            if (!v.is_array()) return bad(err, at, "expected a list");
-            if (v.size() > f->count) return bad(err, at, at_most(*f));
-            uint32_t es = bag_elem_size(*f);
-            for (size_t e = 0; e < v.size(); e++)
-                if (!element_from_json(v[e], *f, dst + e * es, arena,
-                                       at + "[" + std::to_string(e) + "]", err))
-                    return false;
-            break;
-        }
-        case BagKind::ARRAY: {
-            if (!v.is_array()) return bad(err, at, "expected a list");
-            uint32_t es = bag_elem_size(*f);
-            bag_array<uint8_t> arr{static_cast<uint32_t>(v.size()), nullptr};
-            if (arr.count) arr.data = static_cast<uint8_t *>(arena.block(size_t(arr.count) * es));
-            for (size_t e = 0; e < v.size(); e++)
-                if (!element_from_json(v[e], *f, arr.data + e * es, arena,
-                                       at + "[" + std::to_string(e) + "]", err))
-                    return false;
-            memcpy(dst, &arr, sizeof arr);
-            break;
-        }
-        default: {
-            std::string what;
-            if (!scalar_from_value(from_json(v), f->kind, dst, arena, what)) return bad(err, at, what);
-        }
-        }
-    }
-    return true;
-}
 
 // Where a value is, for messages: the record's own where, then a field, a
 // member name that is no field, or an element index per level. Rendered only

@@ -3,7 +3,6 @@
 #pragma once
 #include <deque>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -43,15 +42,11 @@ class RecordArena {
     size_t inner_ = 0;
 };
 
-// Fills out (desc->size bytes, zeroed first) from a JSON object. Fields left
+// Fills a record (desc->size bytes, zeroed first) from a JSON object read as
+// tokens, one record at a time, without building a JSON value. Fields left
 // out stay zero or empty. On error, err names the field path below where
-// ("evpn_mac[3].path_buffer[0].NextHop: ...").
-bool json_to_record(const nlohmann::json &j, const BagDesc *desc, void *out, RecordArena &arena,
-                    const std::string &where, std::string &err);
-
-// The same from a token stream, with the same values accepted and the same
-// errors: one record at a time, without building the JSON value. Keeps its
-// scratch space from record to record.
+// ("evpn_mac[3].path_buffer[0].NextHop: ..."). Keeps its scratch space from
+// record to record.
 class TokenRecordBuilder {
   public:
     // first: the token that starts the record's value, just read from r. On
