@@ -11,7 +11,7 @@
 inline bool record_from_text(const std::string &text, const BagDesc *desc, void *out,
                              evpn::RecordArena &arena, const std::string &where, std::string &err) {
     std::istringstream in(text);
-    evpn::JsonReader r(in);
+    evpn::JsonReader r(in, text.size() + 1);  // not the default MiB per record
     evpn::TokenRecordBuilder b;
     return b.build(r, r.next(), desc, out, arena, where, err);
 }

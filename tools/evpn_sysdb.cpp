@@ -199,7 +199,7 @@ int dump_path(const Args &a) {
     bool written = true;
     auto print = [&](const char *name, const void *data, uint32_t len) {
         text.raw("{\n  \"name\": ");
-        text.string(name);
+        text.string(name ? name : "");
         if (bag_decode(data, len, buf.data(), static_cast<uint32_t>(buf.size() * 8), def->desc)) {
             text.raw(",\n  \"error\": \"record does not decode\"");
         } else {

@@ -46,7 +46,8 @@ std::string from_tokens(const std::string &text, const BagDesc *d, size_t buffer
 
 // The record alone, from the text the reference parser makes of it.
 std::string from_value(const json &j, const BagDesc *d) {
-    return from_tokens(j.dump(), d, evpn::JsonReader::kDefaultBufferSize);
+    const std::string text = j.dump();
+    return from_tokens(text, d, text.size() + 1);
 }
 
 using Encodings = std::map<std::string, std::vector<std::string>>;  // root + listing: records

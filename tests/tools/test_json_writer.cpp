@@ -15,12 +15,12 @@
 #include <string>
 #include <vector>
 
-#include "json_reader.h"
 #include "json_record.h"
 #include "json_writer.h"
 #include "platform/bag.h"
 #include "platform/bag_types.h"
 #include "platform/sysdb_registry.h"
+#include "record_text.h"
 #include "snapshot.h"
 
 namespace {
@@ -106,13 +106,10 @@ std::string layout(const ojson &doc) {
 // Builds the record that text holds.
 void build(const std::string &text, const BagDesc *d, std::vector<uint64_t> &rec,
            evpn::RecordArena &arena) {
-    std::istringstream in(text);
-    evpn::JsonReader r(in);
-    evpn::TokenRecordBuilder b;
     std::string err;
     rec.assign(d->size / 8 + 1, 0);
     arena.clear();
-    ASSERT_TRUE(b.build(r, r.next(), d, rec.data(), arena, "r", err)) << err;
+    ASSERT_TRUE(record_from_text(text, d, rec.data(), arena, "r", err)) << err;
 }
 
 std::string encoded(const void *rec, const BagDesc *d) {
