@@ -1,6 +1,7 @@
 // Item names, sort keys and index orderings.
 #include "platform/sysdb_keys.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <map>
@@ -277,6 +278,38 @@ std::string ordering_path(const ListingDef &l, const std::vector<uint8_t> &order
     p.push_back('#');
     for (uint8_t pos : ordering) p.push_back(static_cast<char>('0' + pos));
     return p;
+}
+
+std::vector<uint8_t> row_layout(const ListingDef &l, const std::vector<uint8_t> &ordering) {
+    std::vector<uint8_t> layout = ordering;
+    for (uint8_t pos : l.item_key)
+        if (std::find(ordering.begin(), ordering.end(), pos) == ordering.end()) layout.push_back(pos);
+    return layout;
+}
+
+bool skey_of_row(const ListingDef &l, const std::vector<uint8_t> &layout, std::string_view row,
+                 std::string &skey) {
+    std::string_view parts[16];
+    if (layout.size() > 16) return false;
+    size_t at = 0;
+    for (size_t i = 0; i < layout.size(); i++) {
+        KeyText t = l.keys[layout[i]].text;
+        size_t n = fixed_len(t);
+        if (t == KeyText::STR) {
+            size_t nul = row.find('\0', at);
+            if (nul == std::string_view::npos) return false;
+            n = nul - at + 1;
+        }
+        if (at + n > row.size()) return false;
+        parts[i] = row.substr(at, n);
+        at += n;
+    }
+    if (at != row.size()) return false;
+    skey.clear();
+    for (uint8_t pos : l.item_key)
+        for (size_t i = 0; i < layout.size(); i++)
+            if (layout[i] == pos) skey.append(parts[i]);
+    return true;
 }
 
 bool split(const ListingDef &l, const std::vector<uint8_t> &ordering, std::string_view bytes,

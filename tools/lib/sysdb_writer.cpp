@@ -128,7 +128,7 @@ struct SysdbWriter::Impl {
     std::map<std::pair<std::string, std::string>, int64_t> lists;
     int64_t next_list = 1;
     bool committed = false;
-    std::string encoded, skey, name, ikey;
+    std::string encoded, packed, skey, name, ikey;
     std::vector<std::string> sort, text;
 
     // Per listing and root, what add() would otherwise work out for every
@@ -138,6 +138,7 @@ struct SysdbWriter::Impl {
         std::string base, root;  // as the caller named them
         int64_t list = -1;
         std::vector<std::vector<uint8_t>> orderings;
+        std::vector<std::vector<uint8_t>> layouts;  // of each ordering's rows
         std::vector<int64_t> ordering_lists;  // -1 until the first entry
     };
     std::vector<std::unique_ptr<Target>> targets;
@@ -161,6 +162,7 @@ struct SysdbWriter::Impl {
         t->base = base;
         t->root = root;
         if (!l->singleton) t->orderings = sysdb_keys::stored_orderings(*l);
+        for (const auto &o : t->orderings) t->layouts.push_back(sysdb_keys::row_layout(*l, o));
         t->ordering_lists.assign(t->orderings.size(), -1);
         targets.push_back(std::move(t));
         return last = targets.back().get();
@@ -199,11 +201,13 @@ struct SysdbWriter::Impl {
 
     bool insert_item(int64_t list, const std::string &skey, const std::string &name,
                      std::string_view data, const std::string &base, std::string &err) {
+        packed.clear();
+        sysdb_schema::pack_record(data.data(), data.size(), packed);
         sqlite3_reset(ins_item);
         sqlite3_bind_int64(ins_item, 1, list);
         sqlite3_bind_blob(ins_item, 2, skey.data(), static_cast<int>(skey.size()), SQLITE_STATIC);
         sqlite3_bind_text(ins_item, 3, name.data(), static_cast<int>(name.size()), SQLITE_STATIC);
-        sqlite3_bind_blob(ins_item, 4, data.data(), static_cast<int>(data.size()), SQLITE_STATIC);
+        sqlite3_bind_blob(ins_item, 4, packed.data(), static_cast<int>(packed.size()), SQLITE_STATIC);
         int rc = sqlite3_step(ins_item);
         if (rc == SQLITE_CONSTRAINT) {
             err = "duplicate item " + (name.empty() ? base : base + "/" + name);
@@ -249,7 +253,7 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &named, std::st
     } stmts[] = {
         {&impl->ins_list, "INSERT INTO listing(id, root, path, record_type) VALUES (?1, ?2, ?3, ?4)"},
         {&impl->ins_item, "INSERT INTO item(list, skey, name, data) VALUES (?1, ?2, ?3, ?4)"},
-        {&impl->ins_index, "INSERT INTO item_index(list, ikey, skey) VALUES (?1, ?2, ?3)"},
+        {&impl->ins_index, "INSERT INTO item_index(list, ikey) VALUES (?1, ?2)"},
         {&impl->ins_cap, "INSERT OR REPLACE INTO capability(name, value) VALUES (?1, ?2)"},
         {&impl->ins_if, "INSERT INTO interface(handle, name, state) VALUES (?1, ?2, ?3)"},
         {&impl->ins_meta, "INSERT OR REPLACE INTO meta(key, value) VALUES (?1, ?2)"},
@@ -307,12 +311,11 @@ bool SysdbWriter::add(const std::string &root, std::string_view base, const void
         std::string &ikey = m.ikey;
         ikey.clear();
         bool complete = true;
-        for (uint8_t pos : t->orderings[o]) {
+        for (uint8_t pos : t->layouts[o]) {
             if (m.sort[pos].empty()) complete = false;
             ikey += m.sort[pos];
         }
         if (!complete) continue;  // an empty key text has no index entry
-        ikey += skey;
         // The listing row of an ordering appears with its first entry.
         int64_t &ix = t->ordering_lists[o];
         if (ix < 0 &&
@@ -322,7 +325,6 @@ bool SysdbWriter::add(const std::string &root, std::string_view base, const void
         sqlite3_reset(m.ins_index);
         sqlite3_bind_int64(m.ins_index, 1, ix);
         sqlite3_bind_blob(m.ins_index, 2, ikey.data(), static_cast<int>(ikey.size()), SQLITE_STATIC);
-        sqlite3_bind_blob(m.ins_index, 3, skey.data(), static_cast<int>(skey.size()), SQLITE_STATIC);
         if (sqlite3_step(m.ins_index) != SQLITE_DONE) return m.fail(err, "index of " + name);
     }
     return true;
