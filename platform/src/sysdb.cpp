@@ -244,9 +244,11 @@ uint32_t _sysdb_bind(sysdb_handle_td *handle, const char *root, uint32_t mode) {
     auto *h = new sysdb_handle_s;
     h->db = db;
     h->root = root;
-    // An item's data over the codec's record limit is not copied out of the
-    // store: it is served empty, which no record type decodes from. A row
-    // past the read heap limit fails the request (see open_readonly).
+    // An item's data that does not unpack to at most the codec's record
+    // limit is served empty, which no record type decodes from; a single
+    // item's is not even read. A row past the read heap limit fails the
+    // request (see open_readonly). Listings read the data as it is: a
+    // length test per row costs more than the unpacking's own check.
 #define EVPN_ITEM_DATA(t) \
     "CASE WHEN length(" t "data) > " EVPN_STR(BAG_MAX_RECORD_TEXT) " THEN x'' ELSE " t "data END"
 #define EVPN_STR2(x) #x
@@ -254,11 +256,11 @@ uint32_t _sysdb_bind(sysdb_handle_td *handle, const char *root, uint32_t mode) {
     const char *sql[] = {
         "SELECT id FROM listing WHERE root = ?1 AND path = ?2",
         "SELECT " EVPN_ITEM_DATA("") " FROM item WHERE list = ?1 AND skey = ?2",
-        "SELECT name, " EVPN_ITEM_DATA("") ", skey FROM item WHERE list = ?1 AND skey >= ?2 "
-        "AND skey > ?3 AND skey < ?4 ORDER BY skey LIMIT ?5",
-        "SELECT i.name, " EVPN_ITEM_DATA("i.") ", x.ikey FROM item_index x JOIN item i ON "
+        "SELECT name, data, skey FROM item WHERE list = ?1 AND skey >= ?2 AND skey < ?4 "
+        "ORDER BY skey LIMIT ?5",
+        "SELECT i.name, i.data, x.ikey FROM item_index x JOIN item i ON "
         "i.list = ?6 AND i.skey = sysdb_item_skey(?7, x.ikey) WHERE x.list = ?1 AND x.ikey >= ?2 "
-        "AND x.ikey > ?3 AND x.ikey < ?4 ORDER BY x.ikey LIMIT ?5",
+        "AND x.ikey < ?4 ORDER BY x.ikey LIMIT ?5",
     };
 #undef EVPN_ITEM_DATA
 #undef EVPN_STR
@@ -534,11 +536,13 @@ uint32_t run_listing(sysdb_handle_td h, const char *path, const char *resume, ui
     while (out.entries.size() <= want) {
         sqlite3_reset(s);
         sqlite3_bind_int64(s, 1, list);
-        // One lower bound for the seek: the resume key when it lies past the prefix.
-        const std::string &lo = after > prefix ? after : prefix;
+        // One inclusive lower bound: the first key past the resume key
+        // (itself followed by a 0 byte) when it lies past the prefix. A
+        // copy: after moves on with every row while the statement reads it.
+        std::string lo = after;
+        if (!lo.empty()) lo.push_back('\0');
+        if (lo < prefix) lo = prefix;
         sqlite3_bind_blob(s, 2, lo.data(), static_cast<int>(lo.size()), SQLITE_TRANSIENT);
-        // A copy: after moves on with every row while the statement still reads it.
-        sqlite3_bind_blob(s, 3, after.data(), static_cast<int>(after.size()), SQLITE_TRANSIENT);
         sqlite3_bind_blob(s, 4, hi.data(), static_cast<int>(hi.size()), SQLITE_STATIC);
         int page = static_cast<int>(want) + 1;
         sqlite3_bind_int(s, 5, page);

@@ -10,10 +10,15 @@
 #include <sqlite3.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <condition_variable>
 #include <cstdio>
 #include <cstring>
+#include <deque>
 #include <map>
+#include <mutex>
+#include <thread>
 #include <vector>
 
 #include "platform/bag.h"
@@ -140,6 +145,8 @@ struct SysdbWriter::Impl {
         std::vector<std::vector<uint8_t>> orderings;
         std::vector<std::vector<uint8_t>> layouts;  // of each ordering's rows
         std::vector<int64_t> ordering_lists;  // -1 until the first entry
+        bool any = false;
+        std::string last_skey;  // greatest sort key stored so far
     };
     std::vector<std::unique_ptr<Target>> targets;
     Target *last = nullptr;
@@ -168,7 +175,125 @@ struct SysdbWriter::Impl {
         return last = targets.back().get();
     }
 
+    // Items that come in key order (a snapshot's, the generator's) are
+    // stored by a thread of their own while the caller parses and encodes
+    // the next ones: the caller packs each record and builds its keys into a
+    // batch, the worker inserts whole batches. An item in key order cannot
+    // be a duplicate, so only a store failure can stop the worker; add() or
+    // commit() reports it. Everything else (an item out of order, listing
+    // rows, capabilities, ...) waits for the worker to finish first and runs
+    // on the caller's thread: the connection is used by one thread at a time.
+    struct Row {
+        int64_t list;
+        uint32_t key, key_len, name, name_len, data, data_len;
+    };
+    struct Batch {
+        std::string bytes;
+        std::vector<Row> items, index;
+    };
+    static constexpr size_t kBatchBytes = 512 * 1024, kQueued = 2;
+    std::thread worker;
+    std::mutex mu;
+    std::condition_variable cv;
+    std::deque<std::unique_ptr<Batch>> queued, spare;
+    std::unique_ptr<Batch> filling;
+    bool busy = false, stop = false;
+    std::atomic<bool> worker_failed{false};
+    std::string worker_err;
+
+    bool store(const Batch &b, std::string &err) {
+        auto view = [&](uint32_t off) { return b.bytes.data() + off; };
+        for (const Row &r : b.items) {
+            sqlite3_reset(ins_item);
+            sqlite3_bind_int64(ins_item, 1, r.list);
+            sqlite3_bind_blob(ins_item, 2, view(r.key), static_cast<int>(r.key_len), SQLITE_STATIC);
+            sqlite3_bind_text(ins_item, 3, view(r.name), static_cast<int>(r.name_len), SQLITE_STATIC);
+            sqlite3_bind_blob(ins_item, 4, view(r.data), static_cast<int>(r.data_len), SQLITE_STATIC);
+            if (sqlite3_step(ins_item) != SQLITE_DONE)
+                return fail(err, "item " + std::string(view(r.name), r.name_len));
+        }
+        for (const Row &r : b.index) {
+            sqlite3_reset(ins_index);
+            sqlite3_bind_int64(ins_index, 1, r.list);
+            sqlite3_bind_blob(ins_index, 2, view(r.key), static_cast<int>(r.key_len), SQLITE_STATIC);
+            if (sqlite3_step(ins_index) != SQLITE_DONE) return fail(err, "index row");
+        }
+        return true;
+    }
+
+    void work() {
+        std::unique_lock<std::mutex> lk(mu);
+        for (;;) {
+            cv.wait(lk, [&] { return stop || !queued.empty(); });
+            if (queued.empty()) return;
+            std::unique_ptr<Batch> b = std::move(queued.front());
+            queued.pop_front();
+            busy = true;
+            const bool skip = worker_failed.load();
+            lk.unlock();
+            std::string e;
+            const bool ok = skip || store(*b, e);
+            lk.lock();
+            busy = false;
+            if (!ok) {
+                worker_err = e;
+                worker_failed = true;
+            }
+            b->bytes.clear();
+            b->items.clear();
+            b->index.clear();
+            spare.push_back(std::move(b));
+            cv.notify_all();
+        }
+    }
+
+    Batch &batch() {
+        if (!filling) {
+            std::lock_guard<std::mutex> lk(mu);
+            if (spare.empty()) {
+                filling = std::make_unique<Batch>();
+            } else {
+                filling = std::move(spare.back());
+                spare.pop_back();
+            }
+        }
+        return *filling;
+    }
+
+    // Hands the batch being filled to the worker (started with the first).
+    void submit() {
+        if (!filling || (filling->items.empty() && filling->index.empty())) return;
+        if (!worker.joinable()) worker = std::thread([this] { work(); });
+        std::unique_lock<std::mutex> lk(mu);
+        cv.wait(lk, [&] { return queued.size() < kQueued; });
+        queued.push_back(std::move(filling));
+        cv.notify_all();
+    }
+
+    // Waits until the worker has stored all it was given; false with its error.
+    bool drain(std::string &err) {
+        submit();
+        std::unique_lock<std::mutex> lk(mu);
+        cv.wait(lk, [&] { return queued.empty() && !busy; });
+        if (worker_failed) {
+            err = worker_err;
+            return false;
+        }
+        return true;
+    }
+
+    void stop_worker() {
+        if (!worker.joinable()) return;
+        {
+            std::lock_guard<std::mutex> lk(mu);
+            stop = true;
+        }
+        cv.notify_all();
+        worker.join();
+    }
+
     ~Impl() {
+        stop_worker();
         for (sqlite3_stmt *s : {ins_list, ins_item, ins_index, ins_cap, ins_if, ins_stats, ins_meta})
             sqlite3_finalize(s);
         if (db) sqlite3_close(db);
@@ -185,6 +310,7 @@ struct SysdbWriter::Impl {
         auto key = std::make_pair(root, path);
         auto it = lists.find(key);
         if (it != lists.end()) return it->second;
+        if (!drain(err)) return -1;
         int64_t id = next_list++;
         sqlite3_reset(ins_list);
         sqlite3_bind_int64(ins_list, 1, id);
@@ -230,7 +356,9 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &named, std::st
     remove_stale_temps(target);
     impl->temp = target + ".load-" + std::to_string(getpid());
     unlink(impl->temp.c_str());
-    if (sqlite3_open_v2(impl->temp.c_str(), &impl->db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE,
+    // No connection mutex: the writer's two threads take turns (see Impl).
+    if (sqlite3_open_v2(impl->temp.c_str(), &impl->db,
+                        SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX,
                         nullptr) != SQLITE_OK) {
         err = "cannot create " + impl->temp + ": " + sqlite3_errmsg(impl->db);
         return nullptr;
@@ -287,7 +415,7 @@ bool SysdbWriter::add(const std::string &root, std::string_view base, const void
         return false;
     }
     if (t->list < 0 && (t->list = m.list_id(root, t->base, l->desc->name, err)) < 0) return false;
-    if (l->singleton) return m.insert_item(t->list, std::string(), l->base, m.encoded, l->base, err);
+    if (l->singleton) return m.drain(err) && m.insert_item(t->list, std::string(), l->base, m.encoded, l->base, err);
 
     if (!sysdb_keys::from_record(*l, record, m.sort, m.text, err)) return false;
     for (uint8_t pos : l->item_key)
@@ -305,7 +433,24 @@ bool SysdbWriter::add(const std::string &root, std::string_view base, const void
         name += m.text[l->item_key[i]];
         skey += m.sort[l->item_key[i]];
     }
-    if (!m.insert_item(t->list, skey, name, m.encoded, l->base, err)) return false;
+    if (m.worker_failed) return m.drain(err);
+    const bool in_order = !t->any || skey > t->last_skey;
+    if (in_order) {
+        t->any = true;
+        t->last_skey = skey;
+        Impl::Batch &b = m.batch();
+        auto put = [&](std::string_view v) {
+            b.bytes.append(v);
+            return static_cast<uint32_t>(b.bytes.size() - v.size());
+        };
+        Impl::Row r{t->list, put(skey), static_cast<uint32_t>(skey.size()), put(name),
+                    static_cast<uint32_t>(name.size()), static_cast<uint32_t>(b.bytes.size()), 0};
+        sysdb_schema::pack_record(m.encoded.data(), m.encoded.size(), b.bytes);
+        r.data_len = static_cast<uint32_t>(b.bytes.size() - r.data);
+        b.items.push_back(r);
+    } else {
+        if (!m.drain(err) || !m.insert_item(t->list, skey, name, m.encoded, l->base, err)) return false;
+    }
 
     for (size_t o = 0; o < t->orderings.size(); o++) {
         std::string &ikey = m.ikey;
@@ -322,11 +467,19 @@ bool SysdbWriter::add(const std::string &root, std::string_view base, const void
             (ix = m.list_id(root, sysdb_keys::ordering_path(*l, t->orderings[o]), l->desc->name,
                             err)) < 0)
             return false;
+        if (in_order) {
+            Impl::Batch &b = m.batch();
+            b.index.push_back({ix, static_cast<uint32_t>(b.bytes.size()),
+                               static_cast<uint32_t>(ikey.size()), 0, 0, 0, 0});
+            b.bytes += ikey;
+            continue;
+        }
         sqlite3_reset(m.ins_index);
         sqlite3_bind_int64(m.ins_index, 1, ix);
         sqlite3_bind_blob(m.ins_index, 2, ikey.data(), static_cast<int>(ikey.size()), SQLITE_STATIC);
         if (sqlite3_step(m.ins_index) != SQLITE_DONE) return m.fail(err, "index of " + name);
     }
+    if (in_order && m.filling && m.filling->bytes.size() >= Impl::kBatchBytes) m.submit();
     return true;
 }
 
@@ -352,6 +505,7 @@ bool SysdbWriter::add_encoded(const std::string &root, std::string_view base,
 bool SysdbWriter::add_raw(const std::string &root, std::string_view base, const std::string &name,
                           std::string_view data, std::string &err) {
     Impl &m = *impl_;
+    if (!m.drain(err)) return false;
     const ListingDef *l = sysdb_registry_find(base);
     if (!l) {
         err = "unknown listing " + std::string(base);
@@ -368,6 +522,7 @@ bool SysdbWriter::add_raw(const std::string &root, std::string_view base, const 
 
 bool SysdbWriter::set_capability(const std::string &name, int64_t value, std::string &err) {
     Impl &m = *impl_;
+    if (!m.drain(err)) return false;
     sqlite3_reset(m.ins_cap);
     sqlite3_bind_text(m.ins_cap, 1, name.c_str(), -1, SQLITE_TRANSIENT);
     sqlite3_bind_int64(m.ins_cap, 2, value);
@@ -377,6 +532,7 @@ bool SysdbWriter::set_capability(const std::string &name, int64_t value, std::st
 bool SysdbWriter::add_interface(uint32_t handle, const std::string &name, const std::string &state,
                                 std::string &err) {
     Impl &m = *impl_;
+    if (!m.drain(err)) return false;
     // Interface names and states reach the reports as they stand.
     uint32_t cp;
     for (const std::string *t : {&name, &state})
@@ -395,6 +551,7 @@ bool SysdbWriter::add_interface(uint32_t handle, const std::string &name, const 
 bool SysdbWriter::add_bd_stats(uint32_t node, uint32_t bd_id, const bd_forwarding_stats &stats,
                                std::string &err) {
     Impl &m = *impl_;
+    if (!m.drain(err)) return false;
     uint64_t v[sysdb_schema::kBdStatsCount];
     memcpy(v, &stats, sizeof v);
     sqlite3_reset(m.ins_stats);
@@ -407,6 +564,7 @@ bool SysdbWriter::add_bd_stats(uint32_t node, uint32_t bd_id, const bd_forwardin
 
 bool SysdbWriter::set_meta(const std::string &key, const std::string &value, std::string &err) {
     Impl &m = *impl_;
+    if (!m.drain(err)) return false;
     sqlite3_reset(m.ins_meta);
     sqlite3_bind_text(m.ins_meta, 1, key.c_str(), -1, SQLITE_TRANSIENT);
     sqlite3_bind_text(m.ins_meta, 2, value.c_str(), -1, SQLITE_TRANSIENT);
@@ -415,6 +573,8 @@ bool SysdbWriter::set_meta(const std::string &key, const std::string &value, std
 
 bool SysdbWriter::commit(std::string &err) {
     Impl &m = *impl_;
+    if (!m.drain(err)) return false;
+    m.stop_worker();
     if (!exec(m.db, "INSERT OR REPLACE INTO meta(key, value) VALUES ('format', 'evpn-sysdb')", err) ||
         !exec(m.db, "COMMIT", err))
         return false;
