@@ -130,6 +130,9 @@ struct SysdbWriter::Impl {
     sqlite3 *db = nullptr;
     sqlite3_stmt *ins_list = nullptr, *ins_item = nullptr, *ins_index = nullptr,
                  *ins_cap = nullptr, *ins_if = nullptr, *ins_stats = nullptr, *ins_meta = nullptr;
+    // The worker's inserts of kRowsPerInsert rows in one statement.
+    static constexpr size_t kRowsPerInsert = 32;
+    sqlite3_stmt *ins_items = nullptr, *ins_indexes = nullptr;
     std::map<std::pair<std::string, std::string>, int64_t> lists;
     int64_t next_list = 1;
     bool committed = false;
@@ -201,23 +204,37 @@ struct SysdbWriter::Impl {
     std::atomic<bool> worker_failed{false};
     std::string worker_err;
 
+    // Rows of a batch, kRowsPerInsert to a statement while that many are left.
     bool store(const Batch &b, std::string &err) {
         auto view = [&](uint32_t off) { return b.bytes.data() + off; };
-        for (const Row &r : b.items) {
-            sqlite3_reset(ins_item);
-            sqlite3_bind_int64(ins_item, 1, r.list);
-            sqlite3_bind_blob(ins_item, 2, view(r.key), static_cast<int>(r.key_len), SQLITE_STATIC);
-            sqlite3_bind_text(ins_item, 3, view(r.name), static_cast<int>(r.name_len), SQLITE_STATIC);
-            sqlite3_bind_blob(ins_item, 4, view(r.data), static_cast<int>(r.data_len), SQLITE_STATIC);
-            if (sqlite3_step(ins_item) != SQLITE_DONE)
-                return fail(err, "item " + std::string(view(r.name), r.name_len));
-        }
-        for (const Row &r : b.index) {
-            sqlite3_reset(ins_index);
-            sqlite3_bind_int64(ins_index, 1, r.list);
-            sqlite3_bind_blob(ins_index, 2, view(r.key), static_cast<int>(r.key_len), SQLITE_STATIC);
-            if (sqlite3_step(ins_index) != SQLITE_DONE) return fail(err, "index row");
-        }
+        auto bind_item = [&](sqlite3_stmt *s, int at, const Row &r) {
+            sqlite3_bind_int64(s, at + 1, r.list);
+            sqlite3_bind_blob(s, at + 2, view(r.key), static_cast<int>(r.key_len), SQLITE_STATIC);
+            sqlite3_bind_text(s, at + 3, view(r.name), static_cast<int>(r.name_len), SQLITE_STATIC);
+            sqlite3_bind_blob(s, at + 4, view(r.data), static_cast<int>(r.data_len), SQLITE_STATIC);
+        };
+        auto bind_index = [&](sqlite3_stmt *s, int at, const Row &r) {
+            sqlite3_bind_int64(s, at + 1, r.list);
+            sqlite3_bind_blob(s, at + 2, view(r.key), static_cast<int>(r.key_len), SQLITE_STATIC);
+        };
+        auto insert = [&](const std::vector<Row> &rows, sqlite3_stmt *many, sqlite3_stmt *one,
+                          int columns, auto bind) {
+            size_t i = 0;
+            for (; i + kRowsPerInsert <= rows.size(); i += kRowsPerInsert) {
+                sqlite3_reset(many);
+                for (size_t k = 0; k < kRowsPerInsert; k++)
+                    bind(many, static_cast<int>(k) * columns, rows[i + k]);
+                if (sqlite3_step(many) != SQLITE_DONE) return false;
+            }
+            for (; i < rows.size(); i++) {
+                sqlite3_reset(one);
+                bind(one, 0, rows[i]);
+                if (sqlite3_step(one) != SQLITE_DONE) return false;
+            }
+            return true;
+        };
+        if (!insert(b.items, ins_items, ins_item, 4, bind_item)) return fail(err, "items");
+        if (!insert(b.index, ins_indexes, ins_index, 2, bind_index)) return fail(err, "index rows");
         return true;
     }
 
@@ -294,7 +311,8 @@ struct SysdbWriter::Impl {
 
     ~Impl() {
         stop_worker();
-        for (sqlite3_stmt *s : {ins_list, ins_item, ins_index, ins_cap, ins_if, ins_stats, ins_meta})
+        for (sqlite3_stmt *s : {ins_list, ins_item, ins_index, ins_cap, ins_if, ins_stats, ins_meta,
+                                ins_items, ins_indexes})
             sqlite3_finalize(s);
         if (db) sqlite3_close(db);
         if (!committed && !temp.empty()) unlink(temp.c_str());
@@ -391,6 +409,17 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &named, std::st
             err = sqlite3_errmsg(impl->db);
             return nullptr;
         }
+    std::string items_sql = "INSERT INTO item(list, skey, name, data) VALUES (?, ?, ?, ?)",
+                index_sql = "INSERT INTO item_index(list, ikey) VALUES (?, ?)";
+    for (size_t i = 1; i < Impl::kRowsPerInsert; i++) {
+        items_sql += ", (?, ?, ?, ?)";
+        index_sql += ", (?, ?)";
+    }
+    if (sqlite3_prepare_v2(impl->db, items_sql.c_str(), -1, &impl->ins_items, nullptr) != SQLITE_OK ||
+        sqlite3_prepare_v2(impl->db, index_sql.c_str(), -1, &impl->ins_indexes, nullptr) != SQLITE_OK) {
+        err = sqlite3_errmsg(impl->db);
+        return nullptr;
+    }
     std::string stats_sql = "INSERT INTO bd_stats(node, bd_id";
     for (const char *c : sysdb_schema::kBdStatsColumns) stats_sql += std::string(", ") + c;
     stats_sql += ") VALUES (?1, ?2";
@@ -579,7 +608,7 @@ bool SysdbWriter::commit(std::string &err) {
         !exec(m.db, "COMMIT", err))
         return false;
     for (sqlite3_stmt **s : {&m.ins_list, &m.ins_item, &m.ins_index, &m.ins_cap, &m.ins_if,
-                             &m.ins_stats, &m.ins_meta}) {
+                             &m.ins_stats, &m.ins_meta, &m.ins_items, &m.ins_indexes}) {
         sqlite3_finalize(*s);
         *s = nullptr;
     }
