@@ -15,6 +15,9 @@
 #include <string>
 #include <vector>
 
+#include "platform/bag.h"
+#include "platform/sysdb_schema.h"
+
 int main(int argc, char **argv) {
     if (argc < 3 || argc > 5) {
         fprintf(stderr, "usage: bench_floor DB BYTES_PER_ITEM [LISTING] [ROOT]\n");
@@ -54,7 +57,7 @@ int main(int argc, char **argv) {
     // One line per item: its name, padded to the width, then a line end.
     std::vector<char> line(static_cast<size_t>(width), ' ');
     line.back() = '\n';
-    std::string resume;
+    std::string resume, record;
     unsigned long long items = 0, data_bytes = 0;
     sqlite3_stmt *s = first;
     while (list >= 0) {
@@ -66,8 +69,11 @@ int main(int argc, char **argv) {
         while ((rc = sqlite3_step(s)) == SQLITE_ROW) {
             const char *name = reinterpret_cast<const char *>(sqlite3_column_text(s, 0));
             size_t n = static_cast<size_t>(sqlite3_column_bytes(s, 0));
-            data_bytes += static_cast<unsigned>(sqlite3_column_bytes(s, 1));
-            (void)sqlite3_column_blob(s, 1);
+            record.clear();
+            sysdb_schema::unpack_record(sqlite3_column_blob(s, 1),
+                                        static_cast<size_t>(sqlite3_column_bytes(s, 1)),
+                                        BAG_MAX_RECORD, record);
+            data_bytes += record.size();
             if (width > 1) {
                 memcpy(line.data(), name, n < line.size() - 1 ? n : line.size() - 1);
                 fwrite(line.data(), 1, line.size(), stdout);

@@ -10,6 +10,7 @@
 #include "bag_decoder.h"
 
 #include <cstdlib>
+#include <algorithm>
 #include <cstring>
 #include <new>
 #include <vector>
@@ -279,15 +280,36 @@ namespace {
 
 // ---- Encoder -------------------------------------------------------------
 
-void put32(std::string &out, uint32_t v) {
-    char b[4] = {char(v >> 24), char(v >> 16), char(v >> 8), char(v)};
-    out.append(b, 4);
+// The encoding written through a pointer into the caller's string, which
+// grows by doubling and is cut to what was written at the end: a string
+// append per unit cost more than the rest of the encoder.
+struct EncodeOut {
+    std::string &s;
+    size_t n;  // bytes of s written
+    char *room(size_t k) {
+        if (s.size() - n < k) grow(k);
+        char *p = s.data() + n;
+        n += k;
+        return p;
+    }
+    __attribute__((noinline)) void grow(size_t k) { s.resize(std::max(2 * s.size(), n + k + 256)); }
+    void append(const void *p, size_t k) { memcpy(room(k), p, k); }
+    void zeros(size_t k) { memset(room(k), 0, k); }
+    size_t size() const { return n; }
+};
+
+inline void put32(EncodeOut &out, uint32_t v) {
+    char *b = out.room(4);
+    b[0] = char(v >> 24);
+    b[1] = char(v >> 16);
+    b[2] = char(v >> 8);
+    b[3] = char(v);
 }
 
 // What the encoder has made so far of one record: the decoder's inner bytes
 // it will take, checked against the same limit.
 struct EncodeState {
-    std::string &out;
+    EncodeOut out;
     size_t inner = 0;
     bool take(size_t n) { return (inner += n) <= BAG_MAX_INNER; }
 };
@@ -295,7 +317,7 @@ struct EncodeState {
 uint32_t encode_record(const uint8_t *rec, const BagDesc *d, EncodeState &st, int depth);
 
 uint32_t encode_scalar(BagKind k, const uint8_t *in, EncodeState &st) {
-    std::string &out = st.out;
+    EncodeOut &out = st.out;
     switch (k) {
     case BagKind::U8: put32(out, *in); return 0;
     case BagKind::U16: { uint16_t v; memcpy(&v, in, 2); put32(out, v); return 0; }
@@ -314,15 +336,15 @@ uint32_t encode_scalar(BagKind k, const uint8_t *in, EncodeState &st) {
     }
     case BagKind::IP: case BagKind::MAC: case BagKind::ESI: {
         size_t n = scalar_size(k);
-        out.append(reinterpret_cast<const char *>(in), n);
-        out.append(pad4(n) - n, '\0');
+        out.append(in, n);
+        out.zeros(pad4(n) - n);
         return 0;
     }
     case BagKind::RD: case BagKind::RT: {
         l2vpn_bag_rd_t v;
         memcpy(&v, in, sizeof v);
         put32(out, v.format);
-        out.append(reinterpret_cast<const char *>(v.value), 8);
+        out.append(v.value, 8);
         return 0;
     }
     case BagKind::STR: case BagKind::OPTSTR: {
@@ -339,7 +361,7 @@ uint32_t encode_scalar(BagKind k, const uint8_t *in, EncodeState &st) {
         if (!st.take(len + 1)) return BAG_ERR_TOO_BIG;
         put32(out, static_cast<uint32_t>(len));
         out.append(s ? s : "", len);
-        out.append(pad4(len) - len, '\0');
+        out.zeros(pad4(len) - len);
         return 0;
     }
     default:
@@ -355,7 +377,7 @@ uint32_t encode_element(BagKind k, const BagDesc *sub, const uint8_t *in, Encode
 
 uint32_t encode_record(const uint8_t *rec, const BagDesc *d, EncodeState &st, int depth) {
     if (depth > static_cast<int>(BAG_MAX_DEPTH)) return BAG_ERR_DEPTH;
-    std::string &out = st.out;
+    EncodeOut &out = st.out;
     for (uint32_t i = 0; i < d->nfields; i++) {
         const BagField &f = d->fields[i];
         const uint8_t *src = rec + f.offset;
@@ -442,8 +464,10 @@ uint32_t bag_free_indirections(void *buf, const BagDesc *desc) {
 uint32_t bag_encode(const void *record, const BagDesc *desc, std::string &out) {
     if (!record || !desc) return BAG_ERR_ARG;
     const size_t start = out.size();
-    EncodeState st{out};
+    out.resize(std::max(out.capacity(), start + 512));  // what the string holds already
+    EncodeState st{{out, start}};
     uint32_t rc = encode_record(static_cast<const uint8_t *>(record), desc, st, 0);
+    out.resize(st.out.n);
     if (!rc && out.size() - start > BAG_MAX_RECORD) rc = BAG_ERR_TOO_BIG;
     return rc;
 }

@@ -123,7 +123,7 @@ uint32_t open_readonly(const char *path, sqlite3 **out) {
     std::string sql = "SELECT key, value FROM meta LIMIT 0; "
                       "SELECT id, root, path, record_type FROM listing LIMIT 0; "
                       "SELECT list, skey, name, data FROM item LIMIT 0; "
-                      "SELECT list, ikey, skey FROM item_index LIMIT 0; "
+                      "SELECT list, ikey FROM item_index LIMIT 0; "
                       "SELECT name, value FROM capability LIMIT 0; "
                       "SELECT handle, name, state FROM interface LIMIT 0; "
                       "SELECT node, bd_id";
@@ -230,6 +230,10 @@ void give_back_datalist(sysdb_datalist_s *dl) {
 }
 }  // namespace
 
+namespace {
+void item_skey_fn(sqlite3_context *ctx, int, sqlite3_value **argv);
+}
+
 uint32_t _sysdb_bind(sysdb_handle_td *handle, const char *root, uint32_t mode) {
     if (!handle) return SYSDB_ERR_BAD_ARG;
     *handle = nullptr;
@@ -240,9 +244,11 @@ uint32_t _sysdb_bind(sysdb_handle_td *handle, const char *root, uint32_t mode) {
     auto *h = new sysdb_handle_s;
     h->db = db;
     h->root = root;
-    // An item's data over the codec's record limit is not copied out of the
-    // store: it is served empty, which no record type decodes from. A row
-    // past the read heap limit fails the request (see open_readonly).
+    // An item's data that does not unpack to at most the codec's record
+    // limit is served empty, which no record type decodes from; a single
+    // item's is not even read. A row past the read heap limit fails the
+    // request (see open_readonly). Listings read the data as it is: a
+    // length test per row costs more than the unpacking's own check.
 #define EVPN_ITEM_DATA(t) \
     "CASE WHEN length(" t "data) > " EVPN_STR(BAG_MAX_RECORD_TEXT) " THEN x'' ELSE " t "data END"
 #define EVPN_STR2(x) #x
@@ -250,16 +256,19 @@ uint32_t _sysdb_bind(sysdb_handle_td *handle, const char *root, uint32_t mode) {
     const char *sql[] = {
         "SELECT id FROM listing WHERE root = ?1 AND path = ?2",
         "SELECT " EVPN_ITEM_DATA("") " FROM item WHERE list = ?1 AND skey = ?2",
-        "SELECT name, " EVPN_ITEM_DATA("") ", skey FROM item WHERE list = ?1 AND skey >= ?2 "
-        "AND skey > ?3 AND skey < ?4 ORDER BY skey LIMIT ?5",
-        "SELECT i.name, " EVPN_ITEM_DATA("i.") ", x.ikey FROM item_index x JOIN item i ON "
-        "i.list = ?6 AND i.skey = x.skey WHERE x.list = ?1 AND x.ikey >= ?2 AND x.ikey > ?3 "
+        "SELECT name, data, skey FROM item WHERE list = ?1 AND skey >= ?2 AND skey < ?4 "
+        "ORDER BY skey LIMIT ?5",
+        "SELECT i.name, i.data, x.ikey FROM item_index x JOIN item i ON "
+        "i.list = ?6 AND i.skey = sysdb_item_skey(?7, x.ikey) WHERE x.list = ?1 AND x.ikey >= ?2 "
         "AND x.ikey < ?4 ORDER BY x.ikey LIMIT ?5",
     };
 #undef EVPN_ITEM_DATA
 #undef EVPN_STR
 #undef EVPN_STR2
     Stmt *stmts[] = {&h->list_id, &h->get_item, &h->scan_items, &h->scan_index};
+    sqlite3_create_function_v2(db, "sysdb_item_skey", 2,
+                               SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_DIRECTONLY, nullptr,
+                               item_skey_fn, nullptr, nullptr, nullptr);
     for (int i = 0; i < 4; i++) {
         if (sqlite3_prepare_v3(db, sql[i], -1, SQLITE_PREPARE_PERSISTENT, &stmts[i]->s, nullptr) !=
             SQLITE_OK) {
@@ -347,6 +356,22 @@ struct Query {
     bool filter = false;                    // given parts beyond the run
 };
 
+constexpr const char *kLayoutPointer = "sysdb_query";
+
+// sysdb_item_skey(query, ikey): the item sort key of an index row of the
+// query's scan; NULL (no item) when the row is malformed.
+void item_skey_fn(sqlite3_context *ctx, int, sqlite3_value **argv) {
+    const auto *q = static_cast<const Query *>(sqlite3_value_pointer(argv[0], kLayoutPointer));
+    thread_local std::string skey;
+    const void *row = sqlite3_value_blob(argv[1]);
+    const size_t n = static_cast<size_t>(sqlite3_value_bytes(argv[1]));
+    if (q && row &&
+        sysdb_keys::skey_of_row(*q->l, q->layout, {static_cast<const char *>(row), n}, skey))
+        sqlite3_result_blob(ctx, skey.data(), static_cast<int>(skey.size()), SQLITE_TRANSIENT);
+    else
+        sqlite3_result_null(ctx);
+}
+
 uint32_t resolve_listing(const char *path, Query &q) {
     std::string_view p(path);
     if ((q.l = sysdb_registry_find(p))) {
@@ -405,7 +430,8 @@ uint32_t resolve_listing(const char *path, Query &q) {
     for (const auto &o : ix->orderings) {
         int home = sysdb_keys::ordering_home(*best, o);
         if (home < -1) continue;
-        const std::vector<uint8_t> &layout = home == -1 ? best->item_key : kept[home];
+        const std::vector<uint8_t> layout =
+            home == -1 ? best->item_key : sysdb_keys::row_layout(*best, kept[home]);
         size_t run = 0;
         while (run < layout.size() && q.is_given[layout[run]]) run++;
         if (best_home == -3 || run > best_run) {
@@ -436,8 +462,12 @@ bool item_key_fields(sysdb_handle_td h, const ListingDef &l, const std::string &
     bool ok = false;
     if (sqlite3_step(s) == SQLITE_ROW) {
         std::vector<uint64_t> buf(l.desc->size / 8 + 1);
-        if (bag_decode(sqlite3_column_blob(s, 0), static_cast<uint32_t>(sqlite3_column_bytes(s, 0)),
-                       buf.data(), static_cast<uint32_t>(buf.size() * 8), l.desc) == 0) {
+        std::string record;
+        if (sysdb_schema::unpack_record(sqlite3_column_blob(s, 0),
+                                        static_cast<size_t>(sqlite3_column_bytes(s, 0)),
+                                        BAG_MAX_RECORD, record) &&
+            bag_decode(record.data(), static_cast<uint32_t>(record.size()), buf.data(),
+                       static_cast<uint32_t>(buf.size() * 8), l.desc) == 0) {
             std::vector<std::string> text;
             std::string err;
             ok = sysdb_keys::from_record(l, buf.data(), sort, text, err);
@@ -472,7 +502,6 @@ bool resume_key(sysdb_handle_td h, const Query &q, std::string_view name, std::s
             after += record_sort[pos];
         }
     }
-    after += skey;
     return true;
 }
 
@@ -507,15 +536,20 @@ uint32_t run_listing(sysdb_handle_td h, const char *path, const char *resume, ui
     while (out.entries.size() <= want) {
         sqlite3_reset(s);
         sqlite3_bind_int64(s, 1, list);
-        // One lower bound for the seek: the resume key when it lies past the prefix.
-        const std::string &lo = after > prefix ? after : prefix;
+        // One inclusive lower bound: the first key past the resume key
+        // (itself followed by a 0 byte) when it lies past the prefix. A
+        // copy: after moves on with every row while the statement reads it.
+        std::string lo = after;
+        if (!lo.empty()) lo.push_back('\0');
+        if (lo < prefix) lo = prefix;
         sqlite3_bind_blob(s, 2, lo.data(), static_cast<int>(lo.size()), SQLITE_TRANSIENT);
-        // A copy: after moves on with every row while the statement still reads it.
-        sqlite3_bind_blob(s, 3, after.data(), static_cast<int>(after.size()), SQLITE_TRANSIENT);
         sqlite3_bind_blob(s, 4, hi.data(), static_cast<int>(hi.size()), SQLITE_STATIC);
         int page = static_cast<int>(want) + 1;
         sqlite3_bind_int(s, 5, page);
-        if (!q.on_items) sqlite3_bind_int64(s, 6, base);
+        if (!q.on_items) {
+            sqlite3_bind_int64(s, 6, base);
+            sqlite3_bind_pointer(s, 7, &q, kLayoutPointer, nullptr);
+        }
         int rows = 0, rc;
         bool full = false;
         while ((rc = sqlite3_step(s)) == SQLITE_ROW) {
@@ -541,8 +575,10 @@ uint32_t run_listing(sysdb_handle_td h, const char *path, const char *resume, ui
             out.bytes.push_back('\0');
             out.bytes.append((4 - out.bytes.size() % 4) % 4, '\0');  // 4-byte aligned data
             e.data_off = static_cast<uint32_t>(out.bytes.size());
-            e.data_len = static_cast<uint32_t>(dlen);
-            if (dlen) out.bytes.append(static_cast<const char *>(data), static_cast<size_t>(dlen));
+            // Data that does not unpack is served empty, as no record decodes from.
+            if (!sysdb_schema::unpack_record(data, static_cast<size_t>(dlen), BAG_MAX_RECORD, out.bytes))
+                out.bytes.resize(e.data_off);
+            e.data_len = static_cast<uint32_t>(out.bytes.size() - e.data_off);
             out.entries.push_back(e);
         }
         sqlite3_reset(s);
@@ -571,12 +607,17 @@ uint32_t item_get(sysdb_handle_td h, const char *path, uint32_t *type, void **da
     int rc = sqlite3_step(s);
     uint32_t result = SYSDB_ERR_NOT_FOUND;
     if (rc == SQLITE_ROW) {
-        int n = sqlite3_column_bytes(s, 0);
-        void *copy = malloc(n ? static_cast<size_t>(n) : 1);
+        std::string record;
+        if (!sysdb_schema::unpack_record(sqlite3_column_blob(s, 0),
+                                         static_cast<size_t>(sqlite3_column_bytes(s, 0)),
+                                         BAG_MAX_RECORD, record))
+            record.clear();
+        const size_t n = record.size();
+        void *copy = malloc(n ? n : 1);
         if (!copy) {
             result = SYSDB_ERR_STORE;
         } else {
-            if (n) memcpy(copy, sqlite3_column_blob(s, 0), static_cast<size_t>(n));
+            if (n) memcpy(copy, record.data(), n);
             *data = copy;
             *len = static_cast<uint32_t>(n);
             if (type) *type = SYSDB_TYPE_BAG;

@@ -1,6 +1,7 @@
 // Item names, sort keys and index orderings.
 #include "platform/sysdb_keys.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <map>
@@ -43,14 +44,23 @@ bool parse_hex_bytes(std::string_view s, size_t n, std::string &out) {
     return true;
 }
 
-std::string hex_bytes(const uint8_t *p, size_t n) {
+void append_hex_bytes(std::string &s, const uint8_t *p, size_t n) {
     static const char digits[] = "0123456789abcdef";
-    std::string s;
     for (size_t i = 0; i < n; i++) {
         s.push_back(digits[p[i] >> 4]);
         s.push_back(digits[p[i] & 15]);
     }
-    return s;
+}
+
+// v as "%x".
+void append_hex(std::string &s, uint32_t v) {
+    char b[8];
+    int n = 0;
+    do {
+        b[n++] = "0123456789abcdef"[v & 15];
+        v >>= 4;
+    } while (v);
+    while (n) s.push_back(b[--n]);
 }
 
 size_t fixed_len(KeyText t) {
@@ -117,17 +127,20 @@ bool parse_field(KeyText text, const std::vector<std::string_view> &comps, std::
 bool from_record(const ListingDef &l, const void *record, std::vector<std::string> &sort,
                  std::vector<std::string> &text, std::string &err) {
     const uint8_t *rec = static_cast<const uint8_t *>(record);
-    sort.clear();
-    text.clear();
-    for (const KeyField &k : l.keys) {
+    // The strings are kept from the previous record with their memory.
+    sort.resize(l.keys.size());
+    text.resize(l.keys.size());
+    for (size_t i = 0; i < l.keys.size(); i++) {
+        const KeyField &k = l.keys[i];
         const BagField *f = bag_find_field(l.desc, k.field);
         if (!f) {
             err = std::string("registry names unknown key field ") + k.field;
             return false;
         }
         const uint8_t *p = rec + f->offset;
-        std::string s, t;
-        char buf[64];
+        std::string &s = sort[i], &t = text[i];
+        s.clear();
+        t.clear();
         switch (k.text) {
         case KeyText::HEX0X: case KeyText::HEX: {
             uint32_t v = 0;
@@ -135,19 +148,20 @@ bool from_record(const ListingDef &l, const void *record, std::vector<std::strin
             else if (f->kind == BagKind::U16) { uint16_t h; memcpy(&h, p, 2); v = h; }
             else memcpy(&v, p, 4);
             put_be32(s, v);
-            snprintf(buf, sizeof buf, k.text == KeyText::HEX0X ? "0x%x" : "%x", v);
-            t = buf;
+            if (k.text == KeyText::HEX0X) t = "0x";
+            append_hex(t, v);
             break;
         }
         case KeyText::MAC3:
             s.assign(reinterpret_cast<const char *>(p), 6);
-            snprintf(buf, sizeof buf, "%x,%x,%x", (p[0] << 8) | p[1], (p[2] << 8) | p[3],
-                     (p[4] << 8) | p[5]);
-            t = buf;
+            for (int w = 0; w < 3; w++) {
+                if (w) t.push_back(',');
+                append_hex(t, static_cast<uint32_t>((p[2 * w] << 8) | p[2 * w + 1]));
+            }
             break;
         case KeyText::IPHEX:
             s.assign(reinterpret_cast<const char *>(p), 16);
-            t = hex_bytes(p, 16);
+            append_hex_bytes(t, p, 16);
             break;
         case KeyText::ESI: {
             s.assign(reinterpret_cast<const char *>(p), 10);
@@ -166,7 +180,7 @@ bool from_record(const ListingDef &l, const void *record, std::vector<std::strin
                              uint8_t(v.format >> 8), uint8_t(v.format)};
             memcpy(b + 4, v.value, 8);
             s.assign(reinterpret_cast<const char *>(b), 12);
-            t = hex_bytes(b, 12);
+            append_hex_bytes(t, b, 12);
             break;
         }
         case KeyText::STR: {
@@ -189,8 +203,6 @@ bool from_record(const ListingDef &l, const void *record, std::vector<std::strin
             break;
         }
         }
-        sort.push_back(std::move(s));
-        text.push_back(std::move(t));
     }
     return true;
 }
@@ -277,6 +289,38 @@ std::string ordering_path(const ListingDef &l, const std::vector<uint8_t> &order
     p.push_back('#');
     for (uint8_t pos : ordering) p.push_back(static_cast<char>('0' + pos));
     return p;
+}
+
+std::vector<uint8_t> row_layout(const ListingDef &l, const std::vector<uint8_t> &ordering) {
+    std::vector<uint8_t> layout = ordering;
+    for (uint8_t pos : l.item_key)
+        if (std::find(ordering.begin(), ordering.end(), pos) == ordering.end()) layout.push_back(pos);
+    return layout;
+}
+
+bool skey_of_row(const ListingDef &l, const std::vector<uint8_t> &layout, std::string_view row,
+                 std::string &skey) {
+    std::string_view parts[16];
+    if (layout.size() > 16) return false;
+    size_t at = 0;
+    for (size_t i = 0; i < layout.size(); i++) {
+        KeyText t = l.keys[layout[i]].text;
+        size_t n = fixed_len(t);
+        if (t == KeyText::STR) {
+            size_t nul = row.find('\0', at);
+            if (nul == std::string_view::npos) return false;
+            n = nul - at + 1;
+        }
+        if (at + n > row.size()) return false;
+        parts[i] = row.substr(at, n);
+        at += n;
+    }
+    if (at != row.size()) return false;
+    skey.clear();
+    for (uint8_t pos : l.item_key)
+        for (size_t i = 0; i < layout.size(); i++)
+            if (layout[i] == pos) skey.append(parts[i]);
+    return true;
 }
 
 bool split(const ListingDef &l, const std::vector<uint8_t> &ordering, std::string_view bytes,

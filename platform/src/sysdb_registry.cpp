@@ -38,9 +38,11 @@ const std::vector<ListingDef> kRegistry = {
      {0, 1, 2},
      {
          {"evi", {0}, {{0}}},
-         {"evi_mac_ip", {0, 1, 2}, {{0, 1, 2}, {0, 2, 1}}},
+         // An address within an EVI or a bridge domain is found by walking
+         // the EVI's (the domain's) routes: no ordering of its own.
+         {"evi_mac_ip", {0, 1, 2}, {{0, 1, 2}}},
          {"mac_ip", {1, 2}, {{1, 2}, {2, 1}}},
-         {"bd_mac_ip", {3, 1, 2}, {{3, 1, 2}, {3, 2, 1}}},
+         {"bd_mac_ip", {3, 1, 2}, {{3, 1, 2}}},
          {"bd", {3}, {{3}}},
      }},
     // EVIs, brief and detailed: keys vpn_id(0) encap(1) bd_name(2).

@@ -31,7 +31,9 @@
 #include "platform/l2fib_stats.h"
 #include "platform/sysdb.h"
 #include "platform/sysdb_paths.h"
+#include "platform/sysdb_keys.h"
 #include "platform/sysdb_registry.h"
+#include "platform/sysdb_schema.h"
 #include "record_text.h"
 #include "sysdb_writer.h"
 
@@ -319,11 +321,41 @@ TEST_F(Store, ResumeStartsAfterTheNamedItemEvenWhenItIsGone) {
     sqlite3 *rw = nullptr;
     ASSERT_EQ(sqlite3_open_v2(path("r.db").c_str(), &rw, SQLITE_OPEN_READWRITE, nullptr), SQLITE_OK);
     auto remove_item = [&](const std::string &name) {  // the item and its index entries
-        const std::string skey = "(SELECT skey FROM item WHERE name = '" + name + "')";
-        const int before = sqlite3_total_changes(rw);
-        ASSERT_EQ(sqlite3_exec(rw, ("DELETE FROM item_index WHERE skey = " + skey + "; DELETE FROM item WHERE skey = " +
-                                    skey).c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(rw);
-        EXPECT_GE(sqlite3_total_changes(rw) - before, 2) << name;
+        std::string base, skey;
+        std::vector<std::pair<int64_t, std::string>> rows;  // index rows that lead to it
+        sqlite3_stmt *s = nullptr;
+        ASSERT_EQ(sqlite3_prepare_v2(rw, "SELECT l.path, i.skey FROM item i JOIN listing l ON l.id = i.list "
+                                         "WHERE i.name = ?1", -1, &s, nullptr), SQLITE_OK);
+        sqlite3_bind_text(s, 1, name.c_str(), -1, SQLITE_TRANSIENT);
+        ASSERT_EQ(sqlite3_step(s), SQLITE_ROW) << name;
+        base = reinterpret_cast<const char *>(sqlite3_column_text(s, 0));
+        skey.assign(static_cast<const char *>(sqlite3_column_blob(s, 1)), sqlite3_column_bytes(s, 1));
+        sqlite3_finalize(s);
+        ASSERT_EQ(sqlite3_prepare_v2(rw, "SELECT x.list, x.ikey, l.path FROM item_index x JOIN listing l "
+                                         "ON l.id = x.list", -1, &s, nullptr), SQLITE_OK);
+        while (sqlite3_step(s) == SQLITE_ROW) {
+            const std::string path = reinterpret_cast<const char *>(sqlite3_column_text(s, 2));
+            if (path.substr(0, path.find('#')) != base) continue;
+            std::vector<uint8_t> ordering;
+            for (char c : path.substr(path.find('#') + 1)) ordering.push_back(static_cast<uint8_t>(c - '0'));
+            const ListingDef &l = *sysdb_registry_find(base);
+            std::string row(static_cast<const char *>(sqlite3_column_blob(s, 1)), sqlite3_column_bytes(s, 1)), of;
+            ASSERT_TRUE(sysdb_keys::skey_of_row(l, sysdb_keys::row_layout(l, ordering), row, of)) << path;
+            if (of == skey) rows.emplace_back(sqlite3_column_int64(s, 0), row);
+        }
+        sqlite3_finalize(s);
+        auto remove = [&](const char *sql, int64_t list, const std::string &key) {
+            ASSERT_EQ(sqlite3_prepare_v2(rw, sql, -1, &s, nullptr), SQLITE_OK);
+            sqlite3_bind_int64(s, 1, list);
+            sqlite3_bind_blob(s, 2, key.data(), static_cast<int>(key.size()), SQLITE_TRANSIENT);
+            EXPECT_EQ(sqlite3_step(s), SQLITE_DONE);
+            EXPECT_EQ(sqlite3_changes(rw), 1);
+            sqlite3_finalize(s);
+        };
+        EXPECT_FALSE(rows.empty()) << name;
+        for (const auto &[list, key] : rows) remove("DELETE FROM item_index WHERE list = ?1 AND ikey = ?2", list, key);
+        ASSERT_EQ(sqlite3_exec(rw, ("DELETE FROM item WHERE name = '" + name + "'").c_str(), nullptr, nullptr, nullptr),
+                  SQLITE_OK);
     };
 
     // A binding reads one state of the database: the items go between two
@@ -543,6 +575,35 @@ TEST_F(Store, FilteredListingCostsWhatItReturns) {
         double t = time_of(p, want, 3);
         EXPECT_LT(t * 10, full) << p << ": " << t << " s against " << full << " s for all routes";
     }
+}
+
+TEST(StoredRecord, PacksAndUnpacksEveryLengthAndRefusesWhatItDidNotMake) {
+    std::string rec;
+    for (size_t len = 0; len < 2100; len += len < 40 ? 1 : 97) {
+        rec.assign(len, '\0');
+        for (size_t i = 0; i < len; i++)
+            if ((i * 7919) % 5 < 2) rec[i] = static_cast<char>(i % 251 + 1);  // zero and non-zero units
+        std::string packed = "x", back = "y";
+        sysdb_schema::pack_record(rec.data(), rec.size(), packed);
+        ASSERT_TRUE(sysdb_schema::unpack_record(packed.data() + 1, packed.size() - 1, len, back)) << len;
+        EXPECT_EQ(back, "y" + rec) << len;
+        EXPECT_FALSE(sysdb_schema::unpack_record(packed.data() + 1, packed.size() - 1, len ? len - 1 : 0, back) &&
+                     len)
+            << "over the limit";
+        back = "y";
+        EXPECT_FALSE(sysdb_schema::unpack_record(packed.data() + 1, packed.size() - 2, len, back) && len) << len;
+        std::string longer = packed.substr(1) + "z";
+        EXPECT_FALSE(sysdb_schema::unpack_record(longer.data(), longer.size(), len, back)) << len;
+        EXPECT_EQ(back, "y") << "a refused record leaves out as it was";
+    }
+    // A bitmap bit past the last unit, a length that does not end.
+    std::string packed;
+    sysdb_schema::pack_record("\0\0\0\1", 4, packed);
+    packed[1] = 3;
+    std::string out;
+    EXPECT_FALSE(sysdb_schema::unpack_record(packed.data(), packed.size(), 64, out));
+    EXPECT_FALSE(sysdb_schema::unpack_record("\x80\x80", 2, 64, out));
+    EXPECT_FALSE(sysdb_schema::unpack_record("", 0, 64, out));
 }
 
 // ---- Paths, items, roots -------------------------------------------------------

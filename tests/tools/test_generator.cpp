@@ -14,6 +14,7 @@
 #include "generator.h"
 #include "platform/bag_types.h"
 #include "platform/sysdb_registry.h"
+#include "platform/sysdb_schema.h"
 #include "snapshot.h"
 #include "sysdb_writer.h"
 
@@ -60,10 +61,13 @@ std::vector<std::pair<std::string, std::string>> items(const std::string &db, co
                        "WHERE l.root = '/oper/evpn/gl/' AND l.path = ?1 ORDER BY i.skey",
                        -1, &s, nullptr);
     sqlite3_bind_text(s, 1, path, -1, SQLITE_STATIC);
-    while (sqlite3_step(s) == SQLITE_ROW)
-        out.emplace_back(reinterpret_cast<const char *>(sqlite3_column_text(s, 0)),
-                         std::string(static_cast<const char *>(sqlite3_column_blob(s, 1)),
-                                     static_cast<size_t>(sqlite3_column_bytes(s, 1))));
+    while (sqlite3_step(s) == SQLITE_ROW) {
+        std::string data;
+        EXPECT_TRUE(sysdb_schema::unpack_record(sqlite3_column_blob(s, 1),
+                                                static_cast<size_t>(sqlite3_column_bytes(s, 1)),
+                                                BAG_MAX_RECORD, data));
+        out.emplace_back(reinterpret_cast<const char *>(sqlite3_column_text(s, 0)), data);
+    }
     sqlite3_finalize(s);
     sqlite3_close(h);
     return out;

@@ -247,6 +247,11 @@ TEST_F(Loader, RefusalsNameTheRecordAndFieldAndChangeNothing) {
         {roots("evpn_evi", R"([{"vpn_id": 1, "encap": 8}, {"vpn_id": "0x1", "encap": 8}])"),
          {"evpn_evi[1]", "duplicate", "0x1,0x8"}},
         {roots("summary", "[{}, {}]"), {"summary[1]", "duplicate"}},
+        // Items in key order are stored by the writer's worker: a duplicate
+        // of one of them, after the order broke, is still named where it is.
+        {roots("evpn_evi", R"([{"vpn_id": 2, "encap": 8}, {"vpn_id": 1, "encap": 8},
+                               {"vpn_id": 3, "encap": 8}, {"vpn_id": 2, "encap": 8}])"),
+         {"evpn_evi[3]", "duplicate", "0x2,0x8"}},
         {roots("evpn_evi", R"([{"vpn_id": 1, "bd_name": "a,b"}])"), {"evpn_evi[0]", "bd_name"}},
         // Other sections.
         {R"({"capabilities": {"srv7": true}})", {"capabilities.srv7"}},

@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/sysdb_schema.h"
 #include "subprocess.h"
 
 namespace {
@@ -263,7 +264,7 @@ TEST(ForeignDatabase, ClientRefusesAndLoaderKeepsTheFile) {
     std::ofstream(empty).close();
     const std::string newer = scratch_file("newer.db");
     ASSERT_EQ(load(small, newer).status, 0);
-    make_sqlite(newer, "PRAGMA user_version = 2;");
+    make_sqlite(newer, ("PRAGMA user_version = " + std::to_string(sysdb_schema::kVersion + 1)).c_str());
 
     for (const std::string &path : {other, text, empty, newer}) {
         SCOPED_TRACE(path);

@@ -417,6 +417,7 @@ bool dump_snapshot(const std::string &db_path, std::ostream &out, std::string &e
     if (!prep("SELECT name, data FROM item WHERE list = ?1 ORDER BY skey")) return false;
     std::string root;
     std::vector<uint64_t> buf;
+    std::string record;
     for (size_t i = 0; i < lists.size(); i++) {
         const List &l = lists[i];
         const ListingDef *def = sysdb_registry_find(l.path);
@@ -437,8 +438,13 @@ bool dump_snapshot(const std::string &db_path, std::ostream &out, std::string &e
         sqlite3_bind_int64(s, 1, l.id);
         buf.assign(def->desc->size / 8 + 1, 0);
         for (bool first = true; row(); first = false) {
-            const void *data = sqlite3_column_blob(s, 1);
-            int len = sqlite3_column_bytes(s, 1);
+            record.clear();
+            if (!sysdb_schema::unpack_record(sqlite3_column_blob(s, 1),
+                                             static_cast<size_t>(sqlite3_column_bytes(s, 1)),
+                                             BAG_MAX_RECORD, record))
+                record.clear();  // does not decode either
+            const void *data = record.data();
+            const size_t len = record.size();
             comma(first, "\n        ");
             if (progress) {
                 items++;

@@ -10,10 +10,15 @@
 #include <sqlite3.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <condition_variable>
 #include <cstdio>
 #include <cstring>
+#include <deque>
 #include <map>
+#include <mutex>
+#include <thread>
 #include <vector>
 
 #include "platform/bag.h"
@@ -125,10 +130,13 @@ struct SysdbWriter::Impl {
     sqlite3 *db = nullptr;
     sqlite3_stmt *ins_list = nullptr, *ins_item = nullptr, *ins_index = nullptr,
                  *ins_cap = nullptr, *ins_if = nullptr, *ins_stats = nullptr, *ins_meta = nullptr;
+    // The worker's inserts of kRowsPerInsert rows in one statement.
+    static constexpr size_t kRowsPerInsert = 32;
+    sqlite3_stmt *ins_items = nullptr, *ins_indexes = nullptr;
     std::map<std::pair<std::string, std::string>, int64_t> lists;
     int64_t next_list = 1;
     bool committed = false;
-    std::string encoded, skey, name, ikey;
+    std::string encoded, packed, skey, name, ikey;
     std::vector<std::string> sort, text;
 
     // Per listing and root, what add() would otherwise work out for every
@@ -138,7 +146,10 @@ struct SysdbWriter::Impl {
         std::string base, root;  // as the caller named them
         int64_t list = -1;
         std::vector<std::vector<uint8_t>> orderings;
+        std::vector<std::vector<uint8_t>> layouts;  // of each ordering's rows
         std::vector<int64_t> ordering_lists;  // -1 until the first entry
+        bool any = false;
+        std::string last_skey;  // greatest sort key stored so far
     };
     std::vector<std::unique_ptr<Target>> targets;
     Target *last = nullptr;
@@ -161,13 +172,147 @@ struct SysdbWriter::Impl {
         t->base = base;
         t->root = root;
         if (!l->singleton) t->orderings = sysdb_keys::stored_orderings(*l);
+        for (const auto &o : t->orderings) t->layouts.push_back(sysdb_keys::row_layout(*l, o));
         t->ordering_lists.assign(t->orderings.size(), -1);
         targets.push_back(std::move(t));
         return last = targets.back().get();
     }
 
+    // Items that come in key order (a snapshot's, the generator's) are
+    // stored by a thread of their own while the caller parses and encodes
+    // the next ones: the caller packs each record and builds its keys into a
+    // batch, the worker inserts whole batches. An item in key order cannot
+    // be a duplicate, so only a store failure can stop the worker; add() or
+    // commit() reports it. Everything else (an item out of order, listing
+    // rows, capabilities, ...) waits for the worker to finish first and runs
+    // on the caller's thread: the connection is used by one thread at a time.
+    struct Row {
+        int64_t list;
+        uint32_t key, key_len, name, name_len, data, data_len;
+    };
+    struct Batch {
+        std::string bytes;
+        std::vector<Row> items, index;
+    };
+    static constexpr size_t kBatchBytes = 512 * 1024, kQueued = 2;
+    std::thread worker;
+    std::mutex mu;
+    std::condition_variable cv;
+    std::deque<std::unique_ptr<Batch>> queued, spare;
+    std::unique_ptr<Batch> filling;
+    bool busy = false, stop = false;
+    std::atomic<bool> worker_failed{false};
+    std::string worker_err;
+
+    // Rows of a batch, kRowsPerInsert to a statement while that many are left.
+    bool store(const Batch &b, std::string &err) {
+        auto view = [&](uint32_t off) { return b.bytes.data() + off; };
+        auto bind_item = [&](sqlite3_stmt *s, int at, const Row &r) {
+            sqlite3_bind_int64(s, at + 1, r.list);
+            sqlite3_bind_blob(s, at + 2, view(r.key), static_cast<int>(r.key_len), SQLITE_STATIC);
+            sqlite3_bind_text(s, at + 3, view(r.name), static_cast<int>(r.name_len), SQLITE_STATIC);
+            sqlite3_bind_blob(s, at + 4, view(r.data), static_cast<int>(r.data_len), SQLITE_STATIC);
+        };
+        auto bind_index = [&](sqlite3_stmt *s, int at, const Row &r) {
+            sqlite3_bind_int64(s, at + 1, r.list);
+            sqlite3_bind_blob(s, at + 2, view(r.key), static_cast<int>(r.key_len), SQLITE_STATIC);
+        };
+        auto insert = [&](const std::vector<Row> &rows, sqlite3_stmt *many, sqlite3_stmt *one,
+                          int columns, auto bind) {
+            size_t i = 0;
+            for (; i + kRowsPerInsert <= rows.size(); i += kRowsPerInsert) {
+                sqlite3_reset(many);
+                for (size_t k = 0; k < kRowsPerInsert; k++)
+                    bind(many, static_cast<int>(k) * columns, rows[i + k]);
+                if (sqlite3_step(many) != SQLITE_DONE) return false;
+            }
+            for (; i < rows.size(); i++) {
+                sqlite3_reset(one);
+                bind(one, 0, rows[i]);
+                if (sqlite3_step(one) != SQLITE_DONE) return false;
+            }
+            return true;
+        };
+        if (!insert(b.items, ins_items, ins_item, 4, bind_item)) return fail(err, "items");
+        if (!insert(b.index, ins_indexes, ins_index, 2, bind_index)) return fail(err, "index rows");
+        return true;
+    }
+
+    void work() {
+        std::unique_lock<std::mutex> lk(mu);
+        for (;;) {
+            cv.wait(lk, [&] { return stop || !queued.empty(); });
+            if (queued.empty()) return;
+            std::unique_ptr<Batch> b = std::move(queued.front());
+            queued.pop_front();
+            busy = true;
+            const bool skip = worker_failed.load();
+            lk.unlock();
+            std::string e;
+            const bool ok = skip || store(*b, e);
+            lk.lock();
+            busy = false;
+            if (!ok) {
+                worker_err = e;
+                worker_failed = true;
+            }
+            b->bytes.clear();
+            b->items.clear();
+            b->index.clear();
+            spare.push_back(std::move(b));
+            cv.notify_all();
+        }
+    }
+
+    Batch &batch() {
+        if (!filling) {
+            std::lock_guard<std::mutex> lk(mu);
+            if (spare.empty()) {
+                filling = std::make_unique<Batch>();
+            } else {
+                filling = std::move(spare.back());
+                spare.pop_back();
+            }
+        }
+        return *filling;
+    }
+
+    // Hands the batch being filled to the worker (started with the first).
+    void submit() {
+        if (!filling || (filling->items.empty() && filling->index.empty())) return;
+        if (!worker.joinable()) worker = std::thread([this] { work(); });
+        std::unique_lock<std::mutex> lk(mu);
+        cv.wait(lk, [&] { return queued.size() < kQueued; });
+        queued.push_back(std::move(filling));
+        cv.notify_all();
+    }
+
+    // Waits until the worker has stored all it was given; false with its error.
+    bool drain(std::string &err) {
+        submit();
+        std::unique_lock<std::mutex> lk(mu);
+        cv.wait(lk, [&] { return queued.empty() && !busy; });
+        if (worker_failed) {
+            err = worker_err;
+            return false;
+        }
+        return true;
+    }
+
+    void stop_worker() {
+        if (!worker.joinable()) return;
+        {
+            std::lock_guard<std::mutex> lk(mu);
+            stop = true;
+        }
+        cv.notify_all();
+        worker.join();
+    }
+
     ~Impl() {
-        for (sqlite3_stmt *s : {ins_list, ins_item, ins_index, ins_cap, ins_if, ins_stats, ins_meta})
+        stop_worker();
+        for (sqlite3_stmt *s : {ins_list, ins_item, ins_index, ins_cap, ins_if, ins_stats, ins_meta,
+                                ins_items, ins_indexes})
             sqlite3_finalize(s);
         if (db) sqlite3_close(db);
         if (!committed && !temp.empty()) unlink(temp.c_str());
@@ -183,6 +328,7 @@ struct SysdbWriter::Impl {
         auto key = std::make_pair(root, path);
         auto it = lists.find(key);
         if (it != lists.end()) return it->second;
+        if (!drain(err)) return -1;
         int64_t id = next_list++;
         sqlite3_reset(ins_list);
         sqlite3_bind_int64(ins_list, 1, id);
@@ -199,11 +345,13 @@ struct SysdbWriter::Impl {
 
     bool insert_item(int64_t list, const std::string &skey, const std::string &name,
                      std::string_view data, const std::string &base, std::string &err) {
+        packed.clear();
+        sysdb_schema::pack_record(data.data(), data.size(), packed);
         sqlite3_reset(ins_item);
         sqlite3_bind_int64(ins_item, 1, list);
         sqlite3_bind_blob(ins_item, 2, skey.data(), static_cast<int>(skey.size()), SQLITE_STATIC);
         sqlite3_bind_text(ins_item, 3, name.data(), static_cast<int>(name.size()), SQLITE_STATIC);
-        sqlite3_bind_blob(ins_item, 4, data.data(), static_cast<int>(data.size()), SQLITE_STATIC);
+        sqlite3_bind_blob(ins_item, 4, packed.data(), static_cast<int>(packed.size()), SQLITE_STATIC);
         int rc = sqlite3_step(ins_item);
         if (rc == SQLITE_CONSTRAINT) {
             err = "duplicate item " + (name.empty() ? base : base + "/" + name);
@@ -226,7 +374,9 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &named, std::st
     remove_stale_temps(target);
     impl->temp = target + ".load-" + std::to_string(getpid());
     unlink(impl->temp.c_str());
-    if (sqlite3_open_v2(impl->temp.c_str(), &impl->db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE,
+    // No connection mutex: the writer's two threads take turns (see Impl).
+    if (sqlite3_open_v2(impl->temp.c_str(), &impl->db,
+                        SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX,
                         nullptr) != SQLITE_OK) {
         err = "cannot create " + impl->temp + ": " + sqlite3_errmsg(impl->db);
         return nullptr;
@@ -249,7 +399,7 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &named, std::st
     } stmts[] = {
         {&impl->ins_list, "INSERT INTO listing(id, root, path, record_type) VALUES (?1, ?2, ?3, ?4)"},
         {&impl->ins_item, "INSERT INTO item(list, skey, name, data) VALUES (?1, ?2, ?3, ?4)"},
-        {&impl->ins_index, "INSERT INTO item_index(list, ikey, skey) VALUES (?1, ?2, ?3)"},
+        {&impl->ins_index, "INSERT INTO item_index(list, ikey) VALUES (?1, ?2)"},
         {&impl->ins_cap, "INSERT OR REPLACE INTO capability(name, value) VALUES (?1, ?2)"},
         {&impl->ins_if, "INSERT INTO interface(handle, name, state) VALUES (?1, ?2, ?3)"},
         {&impl->ins_meta, "INSERT OR REPLACE INTO meta(key, value) VALUES (?1, ?2)"},
@@ -259,6 +409,17 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &named, std::st
             err = sqlite3_errmsg(impl->db);
             return nullptr;
         }
+    std::string items_sql = "INSERT INTO item(list, skey, name, data) VALUES (?, ?, ?, ?)",
+                index_sql = "INSERT INTO item_index(list, ikey) VALUES (?, ?)";
+    for (size_t i = 1; i < Impl::kRowsPerInsert; i++) {
+        items_sql += ", (?, ?, ?, ?)";
+        index_sql += ", (?, ?)";
+    }
+    if (sqlite3_prepare_v2(impl->db, items_sql.c_str(), -1, &impl->ins_items, nullptr) != SQLITE_OK ||
+        sqlite3_prepare_v2(impl->db, index_sql.c_str(), -1, &impl->ins_indexes, nullptr) != SQLITE_OK) {
+        err = sqlite3_errmsg(impl->db);
+        return nullptr;
+    }
     std::string stats_sql = "INSERT INTO bd_stats(node, bd_id";
     for (const char *c : sysdb_schema::kBdStatsColumns) stats_sql += std::string(", ") + c;
     stats_sql += ") VALUES (?1, ?2";
@@ -283,7 +444,7 @@ bool SysdbWriter::add(const std::string &root, std::string_view base, const void
         return false;
     }
     if (t->list < 0 && (t->list = m.list_id(root, t->base, l->desc->name, err)) < 0) return false;
-    if (l->singleton) return m.insert_item(t->list, std::string(), l->base, m.encoded, l->base, err);
+    if (l->singleton) return m.drain(err) && m.insert_item(t->list, std::string(), l->base, m.encoded, l->base, err);
 
     if (!sysdb_keys::from_record(*l, record, m.sort, m.text, err)) return false;
     for (uint8_t pos : l->item_key)
@@ -301,30 +462,53 @@ bool SysdbWriter::add(const std::string &root, std::string_view base, const void
         name += m.text[l->item_key[i]];
         skey += m.sort[l->item_key[i]];
     }
-    if (!m.insert_item(t->list, skey, name, m.encoded, l->base, err)) return false;
+    if (m.worker_failed) return m.drain(err);
+    const bool in_order = !t->any || skey > t->last_skey;
+    if (in_order) {
+        t->any = true;
+        t->last_skey = skey;
+        Impl::Batch &b = m.batch();
+        auto put = [&](std::string_view v) {
+            b.bytes.append(v);
+            return static_cast<uint32_t>(b.bytes.size() - v.size());
+        };
+        Impl::Row r{t->list, put(skey), static_cast<uint32_t>(skey.size()), put(name),
+                    static_cast<uint32_t>(name.size()), static_cast<uint32_t>(b.bytes.size()), 0};
+        sysdb_schema::pack_record(m.encoded.data(), m.encoded.size(), b.bytes);
+        r.data_len = static_cast<uint32_t>(b.bytes.size() - r.data);
+        b.items.push_back(r);
+    } else {
+        if (!m.drain(err) || !m.insert_item(t->list, skey, name, m.encoded, l->base, err)) return false;
+    }
 
     for (size_t o = 0; o < t->orderings.size(); o++) {
         std::string &ikey = m.ikey;
         ikey.clear();
         bool complete = true;
-        for (uint8_t pos : t->orderings[o]) {
+        for (uint8_t pos : t->layouts[o]) {
             if (m.sort[pos].empty()) complete = false;
             ikey += m.sort[pos];
         }
         if (!complete) continue;  // an empty key text has no index entry
-        ikey += skey;
         // The listing row of an ordering appears with its first entry.
         int64_t &ix = t->ordering_lists[o];
         if (ix < 0 &&
             (ix = m.list_id(root, sysdb_keys::ordering_path(*l, t->orderings[o]), l->desc->name,
                             err)) < 0)
             return false;
+        if (in_order) {
+            Impl::Batch &b = m.batch();
+            b.index.push_back({ix, static_cast<uint32_t>(b.bytes.size()),
+                               static_cast<uint32_t>(ikey.size()), 0, 0, 0, 0});
+            b.bytes += ikey;
+            continue;
+        }
         sqlite3_reset(m.ins_index);
         sqlite3_bind_int64(m.ins_index, 1, ix);
         sqlite3_bind_blob(m.ins_index, 2, ikey.data(), static_cast<int>(ikey.size()), SQLITE_STATIC);
-        sqlite3_bind_blob(m.ins_index, 3, skey.data(), static_cast<int>(skey.size()), SQLITE_STATIC);
         if (sqlite3_step(m.ins_index) != SQLITE_DONE) return m.fail(err, "index of " + name);
     }
+    if (in_order && m.filling && m.filling->bytes.size() >= Impl::kBatchBytes) m.submit();
     return true;
 }
 
@@ -350,6 +534,7 @@ bool SysdbWriter::add_encoded(const std::string &root, std::string_view base,
 bool SysdbWriter::add_raw(const std::string &root, std::string_view base, const std::string &name,
                           std::string_view data, std::string &err) {
     Impl &m = *impl_;
+    if (!m.drain(err)) return false;
     const ListingDef *l = sysdb_registry_find(base);
     if (!l) {
         err = "unknown listing " + std::string(base);
@@ -366,6 +551,7 @@ bool SysdbWriter::add_raw(const std::string &root, std::string_view base, const 
 
 bool SysdbWriter::set_capability(const std::string &name, int64_t value, std::string &err) {
     Impl &m = *impl_;
+    if (!m.drain(err)) return false;
     sqlite3_reset(m.ins_cap);
     sqlite3_bind_text(m.ins_cap, 1, name.c_str(), -1, SQLITE_TRANSIENT);
     sqlite3_bind_int64(m.ins_cap, 2, value);
@@ -375,6 +561,7 @@ bool SysdbWriter::set_capability(const std::string &name, int64_t value, std::st
 bool SysdbWriter::add_interface(uint32_t handle, const std::string &name, const std::string &state,
                                 std::string &err) {
     Impl &m = *impl_;
+    if (!m.drain(err)) return false;
     // Interface names and states reach the reports as they stand.
     uint32_t cp;
     for (const std::string *t : {&name, &state})
@@ -393,6 +580,7 @@ bool SysdbWriter::add_interface(uint32_t handle, const std::string &name, const 
 bool SysdbWriter::add_bd_stats(uint32_t node, uint32_t bd_id, const bd_forwarding_stats &stats,
                                std::string &err) {
     Impl &m = *impl_;
+    if (!m.drain(err)) return false;
     uint64_t v[sysdb_schema::kBdStatsCount];
     memcpy(v, &stats, sizeof v);
     sqlite3_reset(m.ins_stats);
@@ -405,6 +593,7 @@ bool SysdbWriter::add_bd_stats(uint32_t node, uint32_t bd_id, const bd_forwardin
 
 bool SysdbWriter::set_meta(const std::string &key, const std::string &value, std::string &err) {
     Impl &m = *impl_;
+    if (!m.drain(err)) return false;
     sqlite3_reset(m.ins_meta);
     sqlite3_bind_text(m.ins_meta, 1, key.c_str(), -1, SQLITE_TRANSIENT);
     sqlite3_bind_text(m.ins_meta, 2, value.c_str(), -1, SQLITE_TRANSIENT);
@@ -413,11 +602,13 @@ bool SysdbWriter::set_meta(const std::string &key, const std::string &value, std
 
 bool SysdbWriter::commit(std::string &err) {
     Impl &m = *impl_;
+    if (!m.drain(err)) return false;
+    m.stop_worker();
     if (!exec(m.db, "INSERT OR REPLACE INTO meta(key, value) VALUES ('format', 'evpn-sysdb')", err) ||
         !exec(m.db, "COMMIT", err))
         return false;
     for (sqlite3_stmt **s : {&m.ins_list, &m.ins_item, &m.ins_index, &m.ins_cap, &m.ins_if,
-                             &m.ins_stats, &m.ins_meta}) {
+                             &m.ins_stats, &m.ins_meta, &m.ins_items, &m.ins_indexes}) {
         sqlite3_finalize(*s);
         *s = nullptr;
     }

@@ -36,6 +36,14 @@ int ordering_home(const ListingDef &l, const std::vector<uint8_t> &ordering);
 // Listing path of a stored ordering, e.g. "evpn_evi#021".
 std::string ordering_path(const ListingDef &l, const std::vector<uint8_t> &ordering);
 
+// Key positions of a stored ordering's index rows: the ordering, then the
+// item-key fields it lacks, in item-key order. The rows sort as the
+// ordering followed by the item key, and hold every item-key field once.
+std::vector<uint8_t> row_layout(const ListingDef &l, const std::vector<uint8_t> &ordering);
+// Item sort key of an index row laid out as layout; false when malformed.
+bool skey_of_row(const ListingDef &l, const std::vector<uint8_t> &layout, std::string_view row,
+                 std::string &skey);
+
 // Lengths of the leading key components of a sort key laid out in ordering
 // order; false when the bytes are malformed.
 bool split(const ListingDef &l, const std::vector<uint8_t> &ordering, std::string_view bytes,

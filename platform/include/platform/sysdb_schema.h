@@ -1,6 +1,7 @@
 // Layout of the operational database file (SQLite). Readable with the stock
 // sqlite3 tool; see docs/database.md.
 #pragma once
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -9,7 +10,7 @@
 namespace sysdb_schema {
 
 constexpr int32_t kApplicationId = 0x45565044;  // "EVPD"
-constexpr int32_t kVersion = 1;                 // PRAGMA user_version
+constexpr int32_t kVersion = 2;                 // PRAGMA user_version
 
 constexpr const char *kCreate = R"sql(
 CREATE TABLE meta (
@@ -25,7 +26,8 @@ CREATE TABLE listing (
   record_type TEXT NOT NULL,
   UNIQUE (root, path)
 );
--- Items in natural key order: skey is the item's sort key.
+-- Items in natural key order: skey is the item's sort key, data the encoded
+-- record packed (pack_record).
 CREATE TABLE item (
   list INTEGER NOT NULL,
   skey BLOB NOT NULL,
@@ -33,12 +35,12 @@ CREATE TABLE item (
   data BLOB NOT NULL,
   PRIMARY KEY (list, skey)
 ) WITHOUT ROWID;
--- Index rows: ikey is the index key in the ordering's column order followed
--- by the item's sort key.
+-- Index rows: ikey is the ordering's key fields, then the item-key fields
+-- the ordering lacks (sysdb_keys::row_layout); the item's sort key is
+-- rebuilt from it.
 CREATE TABLE item_index (
   list INTEGER NOT NULL,
   ikey BLOB NOT NULL,
-  skey BLOB NOT NULL,
   PRIMARY KEY (list, ikey)
 ) WITHOUT ROWID;
 CREATE TABLE capability (
@@ -67,6 +69,16 @@ inline std::string bd_stats_create() {
     for (const char *c : kBdStatsColumns) sql += std::string("  ") + c + " INTEGER NOT NULL DEFAULT 0,\n";
     return sql + "  PRIMARY KEY (node, bd_id)\n) WITHOUT ROWID;\n";
 }
+
+// Stored form of an encoded record: its length (LEB128), a bitmap of its
+// 4-byte units that are not zero (bit i%8 of byte i/8 for unit i), those
+// units, then the 0-3 bytes past the last whole unit. Records are mostly
+// zero units (absent addresses, flags, counters), so this halves them.
+// Appends to out.
+void pack_record(const void *data, size_t len, std::string &out);
+// Appends the record packed as data[0..len) to out; false (out as it was)
+// when data is not a packed record of at most max_len bytes.
+bool unpack_record(const void *data, size_t len, size_t max_len, std::string &out);
 
 // The three roots a database holds items under.
 bool valid_root(const char *root);

@@ -1,0 +1,140 @@
+// Stored form of encoded records (see sysdb_schema.h).
+#include <cstring>
+
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
+#include "platform/sysdb_schema.h"
+
+namespace sysdb_schema {
+
+namespace {
+// Up to 8 bitmap bytes from p as one word, byte i in bits 8i..8i+7.
+uint64_t load_bits(const uint8_t *p, size_t n) {
+    uint64_t w = 0;
+#if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+    if (n >= 8) {
+        memcpy(&w, p, 8);
+        return w;
+    }
+#endif
+    for (size_t i = n < 8 ? n : 8; i-- > 0;) w = (w << 8) | p[i];
+    return w;
+}
+#if defined(__x86_64__)
+// Four units at a time: the shuffle of group mask m moves the next stored
+// units into the slots whose bit is set and zeroes the others.
+struct Shuffles {
+    alignas(16) uint8_t mask[16][16];
+    uint8_t stored[16];
+    constexpr Shuffles() : mask(), stored() {
+        for (int m = 0; m < 16; m++) {
+            int next = 0;
+            for (int k = 0; k < 4; k++) {
+                for (int b = 0; b < 4; b++)
+                    mask[m][4 * k + b] = (m >> k & 1) ? static_cast<uint8_t>(4 * next + b) : 0x80;
+                next += m >> k & 1;
+            }
+            stored[m] = static_cast<uint8_t>(next);
+        }
+    }
+};
+constexpr Shuffles kShuffles;
+
+// Expands the units of whole bitmap bytes from the first while 32 bytes of
+// input are left to read; returns the units done (a multiple of 8). Units
+// whose bitmap byte is 0 are left as they are (zero).
+__attribute__((target("ssse3"))) size_t expand_bytes(const uint8_t *map, size_t units,
+                                                      const uint8_t *&unit, const uint8_t *end,
+                                                      char *o) {
+    const uint8_t *in = unit;
+    const size_t whole = units / 8;
+    size_t b = 0;
+    for (; b < whole && end - in >= 32; b++) {
+        const unsigned m = map[b];
+        if (!m) continue;
+        char *at = o + 32 * b;
+        const __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i *>(in));
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(at),
+                         _mm_shuffle_epi8(lo, _mm_load_si128(reinterpret_cast<const __m128i *>(
+                                                  kShuffles.mask[m & 15]))));
+        in += 4 * kShuffles.stored[m & 15];
+        const __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i *>(in));
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(at + 16),
+                         _mm_shuffle_epi8(hi, _mm_load_si128(reinterpret_cast<const __m128i *>(
+                                                  kShuffles.mask[m >> 4]))));
+        in += 4 * kShuffles.stored[m >> 4];
+    }
+    unit = in;
+    return 8 * b;
+}
+const bool kHaveSsse3 = __builtin_cpu_supports("ssse3");
+#endif
+
+}  // namespace
+
+void pack_record(const void *data, size_t len, std::string &out) {
+    const uint8_t *p = static_cast<const uint8_t *>(data);
+    for (size_t n = len;; n >>= 7) {
+        out.push_back(static_cast<char>((n & 0x7f) | (n >= 0x80 ? 0x80 : 0)));
+        if (n < 0x80) break;
+    }
+    const size_t units = len / 4, map_len = (units + 7) / 8, at = out.size();
+    out.resize(at + map_len + len);  // at most this; cut to what is written
+    uint8_t *map = reinterpret_cast<uint8_t *>(out.data() + at), *w = map + map_len;
+    for (size_t i = 0; i < units; i++) {
+        uint32_t u;
+        memcpy(&u, p + 4 * i, 4);
+        if (!u) continue;
+        map[i / 8] = static_cast<uint8_t>(map[i / 8] | (1u << (i % 8)));
+        memcpy(w, &u, 4);
+        w += 4;
+    }
+    memcpy(w, p + 4 * units, len % 4);
+    w += len % 4;
+    out.resize(static_cast<size_t>(w - reinterpret_cast<uint8_t *>(out.data())));
+}
+
+bool unpack_record(const void *data, size_t len, size_t max_len, std::string &out) {
+    const uint8_t *p = static_cast<const uint8_t *>(data), *end = p + len;
+    size_t n = 0;
+    for (int shift = 0;; shift += 7) {
+        if (p == end || shift > 28) return false;
+        n |= static_cast<size_t>(*p & 0x7f) << shift;
+        if (!(*p++ & 0x80)) break;
+    }
+    if (n > max_len) return false;
+    const size_t units = n / 4, map_len = (units + 7) / 8;
+    if (static_cast<size_t>(end - p) < map_len) return false;
+    const uint8_t *map = p, *unit = p + map_len;
+    // No bit past the last unit; each set bit one stored unit, checked as
+    // they are read.
+    if (units % 8 && map[map_len - 1] >> (units % 8)) return false;
+    const size_t start = out.size();
+    out.resize(start + n);  // zero-filled: only the stored units are written
+    char *o = out.data() + start;
+    size_t done = 0;  // units written
+#if defined(__x86_64__)
+    if (kHaveSsse3) done = expand_bytes(map, units, unit, end, o);
+#endif
+    // The rest one stored unit at a time.
+    for (size_t i = done / 8; i < map_len; i += 8) {
+        for (uint64_t bits = load_bits(map + i, map_len - i); bits; bits &= bits - 1) {
+            if (end - unit < 4) {
+                out.resize(start);
+                return false;
+            }
+            memcpy(o + 4 * (8 * i + static_cast<size_t>(__builtin_ctzll(bits))), unit, 4);
+            unit += 4;
+        }
+    }
+    if (static_cast<size_t>(end - unit) != n % 4) {
+        out.resize(start);
+        return false;
+    }
+    memcpy(o + 4 * units, unit, n % 4);
+    return true;
+}
+
+}  // namespace sysdb_schema
