@@ -279,6 +279,15 @@ TEST(ForeignDatabase, ClientRefusesAndLoaderKeepsTheFile) {
         EXPECT_EQ(temp_files_of(path), 0u);
         EXPECT_EQ(dump(path).status, 1);
     }
+    // A database of ours in an older layout is not read, but a load replaces it.
+    const std::string older = scratch_file("older.db");
+    fs::remove(older);
+    ASSERT_EQ(load(small, older).status, 0);
+    make_sqlite(older, ("PRAGMA user_version = " + std::to_string(sysdb_schema::kVersion - 1)).c_str());
+    EXPECT_EQ(client({"7"}, older, "400001").status, 1);
+    ASSERT_EQ(load(small, older).status, 0);
+    EXPECT_EQ(client({"7"}, older, "400001").status, 0);
+
     EXPECT_EQ(dump(scratch_file("missing.db")).status, 1);
     EXPECT_FALSE(fs::exists(scratch_file("missing.db")));
 }

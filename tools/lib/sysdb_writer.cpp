@@ -68,13 +68,16 @@ bool target_replaceable(const std::string &target, std::string &err) {
             return false;
         }
         sqlite3_finalize(s);
-        // A database of another version of ours is not ours to replace either.
+        // An older layout of ours is rebuilt from the snapshot; a newer one
+        // belongs to a newer program and is left alone.
         s = nullptr;
         if (ours && sqlite3_prepare_v2(db, "PRAGMA user_version", -1, &s, nullptr) == SQLITE_OK &&
-            sqlite3_step(s) == SQLITE_ROW)
-            ours = sqlite3_column_int(s, 0) == sysdb_schema::kVersion;
-        else
+            sqlite3_step(s) == SQLITE_ROW) {
+            const int version = sqlite3_column_int(s, 0);
+            ours = version >= 1 && version <= sysdb_schema::kVersion;
+        } else {
             ours = false;
+        }
         sqlite3_finalize(s);
     }
     sqlite3_close(db);
