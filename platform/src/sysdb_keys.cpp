@@ -75,6 +75,19 @@ size_t fixed_len(KeyText t) {
     return 0;
 }
 
+// Bytes of field pos's component of a sort key at bytes[at..]: fixed, or a
+// string through its NUL; 0 when the bytes end first.
+size_t part_len(const ListingDef &l, uint8_t pos, std::string_view bytes, size_t at) {
+    const KeyText t = l.keys[pos].text;
+    size_t n = fixed_len(t);
+    if (t == KeyText::STR) {
+        const size_t nul = bytes.find('\0', at);
+        if (nul == std::string_view::npos) return 0;
+        n = nul - at + 1;
+    }
+    return at + n > bytes.size() ? 0 : n;
+}
+
 bool is_prefix(const std::vector<uint8_t> &a, const std::vector<uint8_t> &b) {
     if (a.size() > b.size()) return false;
     for (size_t i = 0; i < a.size(); i++)
@@ -304,14 +317,8 @@ bool skey_of_row(const ListingDef &l, const std::vector<uint8_t> &layout, std::s
     if (layout.size() > 16) return false;
     size_t at = 0;
     for (size_t i = 0; i < layout.size(); i++) {
-        KeyText t = l.keys[layout[i]].text;
-        size_t n = fixed_len(t);
-        if (t == KeyText::STR) {
-            size_t nul = row.find('\0', at);
-            if (nul == std::string_view::npos) return false;
-            n = nul - at + 1;
-        }
-        if (at + n > row.size()) return false;
+        const size_t n = part_len(l, layout[i], row, at);
+        if (!n) return false;
         parts[i] = row.substr(at, n);
         at += n;
     }
@@ -328,14 +335,8 @@ bool split(const ListingDef &l, const std::vector<uint8_t> &ordering, std::strin
     parts.clear();
     size_t at = 0;
     for (uint8_t pos : ordering) {
-        KeyText t = l.keys[pos].text;
-        size_t n = fixed_len(t);
-        if (t == KeyText::STR) {
-            size_t nul = bytes.find('\0', at);
-            if (nul == std::string_view::npos) return false;
-            n = nul - at + 1;
-        }
-        if (at + n > bytes.size()) return false;
+        const size_t n = part_len(l, pos, bytes, at);
+        if (!n) return false;
         parts.push_back(bytes.substr(at, n));
         at += n;
     }
