@@ -48,16 +48,29 @@ void bounded_printf(char *buf, size_t size, const char *fmt, ...) {
 // common texts are built digit by digit rather than through vsnprintf.
 constexpr char kHexDigits[] = "0123456789abcdef";
 
+// "00" to "99": decimal digits are written two at a time.
+constexpr char kDigitPairs[] =
+    "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+    "8081828384858687888990919293949596979899";
+
 // Decimal digits of v at out, no terminator; returns the end (at most 10 chars).
 char *put_decimal(char *out, uint32_t v) {
     char digits[10];
-    int n = 0;
-    do {
-        digits[n++] = static_cast<char>('0' + v % 10);
-        v /= 10;
-    } while (v);
-    while (n) *out++ = digits[--n];
-    return out;
+    char *p = digits + sizeof digits;
+    for (; v >= 100; v /= 100) {
+        p -= 2;
+        memcpy(p, kDigitPairs + 2 * (v % 100), 2);
+    }
+    if (v >= 10) {
+        p -= 2;
+        memcpy(p, kDigitPairs + 2 * v, 2);
+    } else {
+        *--p = static_cast<char>('0' + v);
+    }
+    const size_t n = static_cast<size_t>(digits + sizeof digits - p);
+    for (size_t i = 0; i < n; i++) out[i] = p[i];
+    return out + n;
 }
 
 // Two lowercase hex digits of each of n bytes, a dot after every second byte
@@ -72,10 +85,30 @@ char *put_dotted_hex(char *out, const uint8_t *b, size_t n) {
     return out;
 }
 
+// Text of each byte value and its length, for dotted quads: "0" to "255".
+struct OctetText {
+    char c[3];
+    uint8_t n;
+};
+constexpr auto kOctetTexts = [] {
+    struct {
+        OctetText t[256];
+    } table{};
+    for (unsigned v = 0; v < 256; v++) {
+        OctetText &o = table.t[v];
+        if (v >= 100) o.c[o.n++] = static_cast<char>('0' + v / 100);
+        if (v >= 10) o.c[o.n++] = static_cast<char>('0' + v / 10 % 10);
+        o.c[o.n++] = static_cast<char>('0' + v % 10);
+    }
+    return table;
+}();
+
 // Dotted quad of 4 bytes at out, terminated; returns the end.
 char *put_dotted_quad(char *out, const uint8_t *b) {
     for (int i = 0; i < 4; i++) {
-        out = put_decimal(out, b[i]);
+        const OctetText &t = kOctetTexts.t[b[i]];
+        memcpy(out, t.c, 3);  // room for 3 digits and the dot: at most 16 chars
+        out += t.n;
         *out++ = '.';
     }
     *--out = '\0';
@@ -88,20 +121,17 @@ char *put_dotted_quad(char *out, const uint8_t *b) {
 // for IPv4-compatible and IPv4-mapped addresses. out holds at least 46 chars.
 void put_ipv6(char *out, const uint8_t *b) {
     unsigned words[8];
-    for (int i = 0; i < 8; i++) words[i] = (unsigned(b[2 * i]) << 8) | b[2 * i + 1];
+    unsigned zero = 0;  // bit i: group i is zero
+    for (int i = 0; i < 8; i++) {
+        words[i] = (unsigned(b[2 * i]) << 8) | b[2 * i + 1];
+        zero |= unsigned(words[i] == 0) << i;
+    }
+    // The first longest run of zero groups: where a run of n + 1 starts is
+    // where one of n starts and the next group is zero too.
     int best = -1, best_len = 0;
-    for (int i = 0; i < 8;) {
-        if (words[i]) {
-            i++;
-            continue;
-        }
-        int j = i;
-        while (j < 8 && !words[j]) j++;
-        if (j - i > best_len) {
-            best = i;
-            best_len = j - i;
-        }
-        i = j;
+    for (unsigned starts = zero, n = 1; starts; starts &= zero >> n, n++) {
+        best = __builtin_ctz(starts);
+        best_len = static_cast<int>(n);
     }
     if (best_len < 2) best = -1;
     char *o = out;
@@ -115,13 +145,10 @@ void put_ipv6(char *out, const uint8_t *b) {
             put_dotted_quad(o, b + 12);
             return;
         }
-        bool lead = true;
-        for (int shift = 12; shift >= 0; shift -= 4) {
-            unsigned nibble = (words[i] >> shift) & 0xf;
-            if (lead && nibble == 0 && shift) continue;
-            lead = false;
-            *o++ = kHexDigits[nibble];
-        }
+        // The group's digits without leading zeros: one to four.
+        const unsigned w = words[i];
+        int shift = w >> 12 ? 12 : w >> 8 ? 8 : w >> 4 ? 4 : 0;
+        for (; shift >= 0; shift -= 4) *o++ = kHexDigits[(w >> shift) & 0xf];
     }
     if (best >= 0 && best + best_len == 8) *o++ = ':';
     *o = '\0';
@@ -351,17 +378,40 @@ const char *indexed_word(const char *const (&words)[N], uint32_t code) {
 
 // ---- Addresses -------------------------------------------------------------
 
+namespace {
+// The address's first and second eight bytes, as stored.
+struct AddressHalves {
+    uint64_t hi, lo;
+    explicit AddressHalves(const l2vpn_ip_addr_t &a) {
+        memcpy(&hi, a.bytes, 8);
+        memcpy(&lo, a.bytes + 8, 8);
+    }
+    // ::ffff:a.b.c.d: ten zero bytes, then two 0xff.
+    bool v4_mapped() const {
+        static constexpr uint8_t kPrefix[4] = {0, 0, 0xff, 0xff};
+        uint32_t mid, want;
+        memcpy(&mid, &lo, 4);
+        memcpy(&want, kPrefix, 4);
+        return hi == 0 && mid == want;
+    }
+};
+}  // namespace
+
 bool l2vpn_ip_is_v4(const l2vpn_ip_addr_t *addr) {
-    return addr != nullptr && all_zero(addr->bytes, 10) && addr->bytes[10] == 0xff &&
-           addr->bytes[11] == 0xff;
+    return addr != nullptr && AddressHalves(*addr).v4_mapped();
 }
 
 const char *l2vpn_inet_ntop(const l2vpn_ip_addr_t *addr) {
     char *out = ring_next();
     if (addr == nullptr) {
         snprintf(out, kRingSlotSize, "%s", "(null)");
-    } else if (l2vpn_ip_is_v4(addr)) {
+        return out;
+    }
+    const AddressHalves halves(*addr);
+    if (halves.v4_mapped()) {
         put_dotted_quad(out, addr->bytes + 12);
+    } else if ((halves.hi | halves.lo) == 0) {
+        memcpy(out, "::", 3);  // no address: a route with a MAC alone
     } else {
         put_ipv6(out, addr->bytes);
     }

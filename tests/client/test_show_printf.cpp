@@ -92,3 +92,20 @@ TEST(ShowPrintf, OtherFormatsAndOverflowGoToTheCLibrary) {
     EXPECT_EQ(stdout_of([&] { show_printf("[%s]%d\n", long_text.c_str(), 7); }),
               "[" + long_text + "]7\n");
 }
+
+// Formats in the program's read-only data are taken apart once and kept
+// under their address; a format in writable memory may change under the same
+// address and must be read anew on every call.
+TEST(ShowPrintf, AFormatInWritableMemoryIsReadAnewEachCall) {
+    char format[32];
+    strcpy(format, "<%-6s|%3u>");
+    EXPECT_EQ(ours(format, "ab", 7u), "<ab    |  7>");
+    strcpy(format, "[%4s:%-3x]");
+    EXPECT_EQ(ours(format, "ab", 10u), "[  ab:a  ]");
+    for (int round = 0; round < 2; round++)  // the second round from the kept pieces
+        EXPECT_EQ(ours("%-10u %-10s %-14.14s|%c|", 100u, "MPLS", "0011.2233.4455.6677", 'x'),
+                  "100        MPLS       0011.2233.4455|x|");
+    char with_nul[8];
+    EXPECT_EQ(show_snprintf(with_nul, sizeof with_nul, "a%3cb", '\0'), 5);
+    EXPECT_EQ(std::string(with_nul, 5), std::string("a  \0b", 5));
+}

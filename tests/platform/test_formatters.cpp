@@ -69,6 +69,22 @@ TEST(Formatters, Ipv6TextMatchesTheCLibrary) {
     }
 }
 
+// Dotted quads come from a table of octet texts: every octet value, at every
+// position, against the C library.
+TEST(Formatters, Ipv4TextMatchesTheCLibrary) {
+    std::mt19937 rng(8);
+    for (int pos = 0; pos < 4; pos++) {
+        for (unsigned v = 0; v < 256; v++) {
+            l2vpn_ip_addr_t a{};
+            a.bytes[10] = a.bytes[11] = 0xff;
+            for (int i = 0; i < 4; i++) a.bytes[12 + i] = static_cast<uint8_t>(i == pos ? v : rng());
+            char want[INET_ADDRSTRLEN];
+            ASSERT_NE(inet_ntop(AF_INET, a.bytes + 12, want, sizeof want), nullptr);
+            ASSERT_STREQ(l2vpn_inet_ntop(&a), want) << bytes_hex(a.bytes, 16);
+        }
+    }
+}
+
 TEST(Formatters, IpHexIsCutToBufferAndAlwaysTerminated) {
     l2vpn_ip_addr_t a;
     l2vpn_inet_pton("2001:db8::ff", &a);

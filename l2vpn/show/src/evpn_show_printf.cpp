@@ -1,6 +1,13 @@
 // The client's own printf for the lines printed once per record: the common
 // conversions formatted straight into a line buffer, anything else handed to
 // the C library, with the same output for the same format and arguments.
+//
+// A format is taken apart into its pieces (the literal text before each
+// conversion, and the conversion) once: a format in the program's read-only
+// data keeps its pieces in a small cache under its address, since its text
+// cannot change; any other format is taken apart on each call.
+#include <link.h>
+
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
@@ -10,166 +17,337 @@
 
 namespace {
 
+constexpr int kMaxField = 4096;  // widths and precisions beyond go to the C library
+constexpr size_t kBlock = 64;    // blank runs are stored in blocks of this size
+constexpr char kBlanks[kBlock + 1] = "                                                                ";
+constexpr char kZeros[kBlock + 1] = "0000000000000000000000000000000000000000000000000000000000000000";
+
 // Text of one call, built in the caller's buffer; full when it would overflow.
 struct FormatOut {
     char *buf;
     size_t cap, len = 0;
     bool full = false;
 
+    size_t room() const { return cap - len; }
     void put(const char *s, size_t n) {
-        if (len + n > cap) {
+        if (n > room()) {
             full = true;
             return;
         }
-        memcpy(buf + len, s, n);
+        if (n <= 4) {  // a blank or two between conversions: no call
+            for (size_t i = 0; i < n; i++) buf[len + i] = s[i];
+        } else {
+            memcpy(buf + len, s, n);
+        }
         len += n;
     }
-    void pad(char c, int n) {
+    // n copies of the run's byte; a short run is one store of a whole block.
+    void pad(const char (&run)[kBlock + 1], int n) {
         if (n <= 0) return;
-        if (len + static_cast<size_t>(n) > cap) {
+        const size_t k = static_cast<size_t>(n);
+        if (k > room()) {
             full = true;
             return;
         }
-        memset(buf + len, c, static_cast<size_t>(n));
-        len += static_cast<size_t>(n);
-    }
-};
-
-struct Conversion {  // flags, width and precision of one conversion
-    bool left = false, plus = false, space = false, alt = false, zero = false;
-    int width = 0, prec = -1;
-};
-
-void put_padded(FormatOut &o, const Conversion &sp, const char *text, size_t n) {
-    const int fill = sp.width - static_cast<int>(n);
-    if (!sp.left) o.pad(' ', fill);
-    o.put(text, n);
-    if (sp.left) o.pad(' ', fill);
-}
-
-void put_integer(FormatOut &o, const Conversion &sp, unsigned long long v, bool negative, char conv) {
-    char digits[24];
-    int nd = 0;
-    const unsigned base = conv == 'o' ? 8 : (conv == 'x' || conv == 'X') ? 16 : 10;
-    const char *set = conv == 'X' ? "0123456789ABCDEF" : "0123456789abcdef";
-    for (unsigned long long x = v; x; x /= base) digits[nd++] = set[x % base];
-    int zeros = sp.prec > nd ? sp.prec - nd : 0;
-    if (v == 0 && sp.prec != 0) zeros = zeros > 0 ? zeros : 1;  // "0", unless precision 0
-    if (conv == 'o' && sp.alt && zeros == 0 && (nd == 0 || digits[nd - 1] != '0')) zeros = 1;
-    char prefix[2];
-    int np = 0;
-    if (conv == 'd' || conv == 'i') {
-        if (negative) prefix[np++] = '-';
-        else if (sp.plus) prefix[np++] = '+';
-        else if (sp.space) prefix[np++] = ' ';
-    } else if (sp.alt && v != 0 && base == 16) {
-        prefix[np++] = '0';
-        prefix[np++] = conv;
-    }
-    int fill = sp.width - (np + zeros + nd);
-    if (sp.zero && !sp.left && sp.prec < 0) {
-        zeros += fill > 0 ? fill : 0;
-        fill = 0;
-    }
-    if (!sp.left) o.pad(' ', fill);
-    o.put(prefix, static_cast<size_t>(np));
-    o.pad('0', zeros);
-    char text[24];
-    for (int i = 0; i < nd; i++) text[i] = digits[nd - 1 - i];
-    o.put(text, static_cast<size_t>(nd));
-    if (sp.left) o.pad(' ', fill);
-}
-
-// Formats into o; false for a format this does not handle (nothing is then
-// usable in o, and ap may have been read).
-bool format_into(FormatOut &o, const char *f, va_list ap) {
-    for (;;) {
-        const char *pct = strchr(f, '%');
-        if (!pct) {
-            o.put(f, strlen(f));
-            return !o.full;
+        if (k <= kBlock && room() >= kBlock) {
+            memcpy(buf + len, run, kBlock);  // constant size: a few stores
+        } else {
+            for (size_t done = 0; done < k; done += kBlock)
+                memcpy(buf + len + done, run, k - done < kBlock ? k - done : kBlock);
         }
-        o.put(f, static_cast<size_t>(pct - f));
+        len += k;
+    }
+};
+
+enum : uint8_t { kLeft = 1, kPlus = 2, kSpace = 4, kAlt = 8, kZero = 16, kStarWidth = 32, kStarPrec = 64 };
+
+// One conversion and the literal text before it; conv 0 is the text after
+// the last conversion.
+struct Piece {
+    const char *text;
+    uint16_t text_len;
+    char conv;
+    int8_t size;  // -2 hh, -1 h, 0 int, 1 long, 2 long long, 3 size_t
+    uint8_t flags;
+    int16_t width, prec;  // prec -1: none
+};
+
+constexpr int kMaxPieces = 16;  // conversions of one format this takes, and its end
+
+struct Pieces {
+    const char *format = nullptr;
+    int count = 0;
+    Piece piece[kMaxPieces];
+};
+
+// Takes the format apart; false for one this does not handle.
+bool parse(const char *f, Pieces &out) {
+    out.count = 0;
+    for (;;) {
+        if (out.count == kMaxPieces) return false;
+        Piece &p = out.piece[out.count++];
+        const char *pct = strchr(f, '%');
+        const size_t n = pct ? static_cast<size_t>(pct - f) : strlen(f);
+        if (n > UINT16_MAX) return false;
+        p = Piece{f, static_cast<uint16_t>(n), 0, 0, 0, 0, -1};
+        if (!pct) return true;
         f = pct + 1;
-        Conversion sp;
         for (;; f++) {
-            if (*f == '-') sp.left = true;
-            else if (*f == '+') sp.plus = true;
-            else if (*f == ' ') sp.space = true;
-            else if (*f == '#') sp.alt = true;
-            else if (*f == '0') sp.zero = true;
+            if (*f == '-') p.flags |= kLeft;
+            else if (*f == '+') p.flags |= kPlus;
+            else if (*f == ' ') p.flags |= kSpace;
+            else if (*f == '#') p.flags |= kAlt;
+            else if (*f == '0') p.flags |= kZero;
             else break;
         }
+        int width = 0, prec = -1;
         if (*f == '*') {
-            sp.width = va_arg(ap, int);
-            if (sp.width < 0) {
-                sp.left = true;
-                sp.width = sp.width == INT32_MIN ? 0 : -sp.width;
-            }
+            p.flags |= kStarWidth;
             f++;
         } else {
-            for (; *f >= '0' && *f <= '9'; f++) sp.width = sp.width * 10 + (*f - '0');
+            for (; *f >= '0' && *f <= '9' && width <= kMaxField; f++) width = width * 10 + (*f - '0');
         }
         if (*f == '.') {
             f++;
             if (*f == '*') {
-                sp.prec = va_arg(ap, int);
-                if (sp.prec < 0) sp.prec = -1;
+                p.flags |= kStarPrec;
                 f++;
             } else {
-                sp.prec = 0;
-                for (; *f >= '0' && *f <= '9'; f++) sp.prec = sp.prec * 10 + (*f - '0');
+                prec = 0;
+                for (; *f >= '0' && *f <= '9' && prec <= kMaxField; f++) prec = prec * 10 + (*f - '0');
             }
         }
-        if (sp.width > 4096 || sp.prec > 4096) return false;
-        int size = 0;  // -2 hh, -1 h, 0 int, 1 long, 2 long long, 3 size_t
-        if (f[0] == 'h' && f[1] == 'h') size = -2, f += 2;
-        else if (f[0] == 'h') size = -1, f++;
-        else if (f[0] == 'l' && f[1] == 'l') size = 2, f += 2;
-        else if (f[0] == 'l') size = 1, f++;
-        else if (f[0] == 'z') size = 3, f++;
-        const char conv = *f++;
-        switch (conv) {
-        case 'd': case 'i': {
-            long long v = size == 2 ? va_arg(ap, long long)
-                        : size == 1 || size == 3 ? va_arg(ap, long)
-                        : va_arg(ap, int);
-            if (size == -2) v = static_cast<signed char>(v);
-            if (size == -1) v = static_cast<short>(v);
-            const bool neg = v < 0;
-            put_integer(o, sp, neg ? 0ull - static_cast<unsigned long long>(v) : static_cast<unsigned long long>(v),
-                        neg, conv);
+        if (width > kMaxField || prec > kMaxField) return false;
+        p.width = static_cast<int16_t>(width);
+        p.prec = static_cast<int16_t>(prec);
+        if (f[0] == 'h' && f[1] == 'h') p.size = -2, f += 2;
+        else if (f[0] == 'h') p.size = -1, f++;
+        else if (f[0] == 'l' && f[1] == 'l') p.size = 2, f += 2;
+        else if (f[0] == 'l') p.size = 1, f++;
+        else if (f[0] == 'z') p.size = 3, f++;
+        p.conv = *f++;
+        switch (p.conv) {
+        case 'd': case 'i': case 'u': case 'x': case 'X': case 'o':
             break;
-        }
-        case 'u': case 'x': case 'X': case 'o': {
-            unsigned long long v = size == 2 ? va_arg(ap, unsigned long long)
-                                 : size == 1 || size == 3 ? va_arg(ap, unsigned long)
-                                 : va_arg(ap, unsigned int);
-            if (size == -2) v = static_cast<unsigned char>(v);
-            if (size == -1) v = static_cast<unsigned short>(v);
-            put_integer(o, sp, v, false, conv);
+        case 's': case 'c':
+            if (p.size != 0 || (p.flags & kZero)) return false;
             break;
-        }
-        case 's': {
-            if (size != 0 || sp.zero) return false;
-            const char *s = va_arg(ap, const char *);
-            if (!s) s = sp.prec < 0 || sp.prec >= 6 ? "(null)" : "";
-            const size_t n = sp.prec < 0 ? strlen(s) : strnlen(s, static_cast<size_t>(sp.prec));
-            put_padded(o, sp, s, n);
-            break;
-        }
-        case 'c': {
-            if (size != 0 || sp.zero) return false;
-            const char c = static_cast<char>(va_arg(ap, int));
-            put_padded(o, sp, &c, 1);
-            break;
-        }
         case '%':
-            if (sp.width || sp.prec >= 0 || size) return false;
-            o.put("%", 1);
+            if (width || prec >= 0 || p.size || (p.flags & (kStarWidth | kStarPrec))) return false;
             break;
         default:
             return false;
+        }
+    }
+}
+
+// ---- The cache of formats in read-only data ----------------------------------
+
+struct Span {
+    uintptr_t from, to;
+};
+constexpr int kMaxSpans = 8;
+struct ReadOnly {
+    Span span[kMaxSpans];
+    int count = 0;
+};
+
+// The main program's loaded segments that are not writable.
+ReadOnly find_read_only() {
+    ReadOnly ro;
+    dl_iterate_phdr(
+        [](dl_phdr_info *info, size_t, void *data) {
+            auto &r = *static_cast<ReadOnly *>(data);
+            for (int i = 0; i < info->dlpi_phnum && r.count < kMaxSpans; i++) {
+                const ElfW(Phdr) &ph = info->dlpi_phdr[i];
+                if (ph.p_type != PT_LOAD || (ph.p_flags & PF_W)) continue;
+                const uintptr_t at = info->dlpi_addr + ph.p_vaddr;
+                r.span[r.count++] = Span{at, at + ph.p_memsz};
+            }
+            return 1;  // the first object is the program
+        },
+        &ro);
+    return ro;
+}
+
+bool is_read_only(const char *f) {
+    static const ReadOnly ro = find_read_only();
+    const auto at = reinterpret_cast<uintptr_t>(f);
+    for (int i = 0; i < ro.count; i++)
+        if (at >= ro.span[i].from && at < ro.span[i].to) return true;
+    return false;
+}
+
+constexpr size_t kCacheSize = 64;
+Pieces g_cache[kCacheSize];
+
+// The pieces of f, from the cache or taken apart into scratch; null for a
+// format this does not handle.
+const Pieces *pieces_of(const char *f, Pieces &scratch) {
+    Pieces &slot = g_cache[(reinterpret_cast<uintptr_t>(f) >> 3) % kCacheSize];
+    if (slot.format == f) return &slot;
+    if (!parse(f, scratch)) return nullptr;
+    scratch.format = f;
+    if (is_read_only(f)) {
+        slot = scratch;
+        return &slot;
+    }
+    return &scratch;
+}
+
+// ---- Conversions ---------------------------------------------------------------
+
+// The n bytes the output holds beyond its length, as a field of the width:
+// blanks before them (moving them up) or after them.
+void finish_field(FormatOut &o, int width, bool left, size_t n) {
+    const int fill = width - static_cast<int>(n);
+    if (fill > 0 && !left) {
+        if (static_cast<size_t>(fill) + n > o.room()) {
+            o.full = true;
+            return;
+        }
+        memmove(o.buf + o.len + fill, o.buf + o.len, n);
+        memset(o.buf + o.len, ' ', static_cast<size_t>(fill));
+        o.len += static_cast<size_t>(fill) + n;
+        return;
+    }
+    o.len += n;
+    o.pad(kBlanks, fill);
+}
+
+void put_text(FormatOut &o, int width, int prec, bool left, const char *s) {
+    const size_t n = prec < 0 ? strlen(s) : strnlen(s, static_cast<size_t>(prec));
+    if (n > o.room()) {
+        o.full = true;
+        return;
+    }
+    memcpy(o.buf + o.len, s, n);
+    finish_field(o, width, left, n);
+}
+
+// Digits of v in the conversion's base, written backwards to end; returns
+// the first digit.
+char *digits_of(unsigned long long v, char conv, char *end) {
+    char *p = end;
+    if (conv == 'x' || conv == 'X') {
+        const char *set = conv == 'X' ? "0123456789ABCDEF" : "0123456789abcdef";
+        for (; v; v >>= 4) *--p = set[v & 15];
+    } else if (conv == 'o') {
+        for (; v; v >>= 3) *--p = static_cast<char>('0' + (v & 7));
+    } else {
+        static constexpr char kPairs[] =
+            "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+            "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+            "8081828384858687888990919293949596979899";
+        for (; v >= 100; v /= 100) {
+            p -= 2;
+            memcpy(p, kPairs + 2 * (v % 100), 2);
+        }
+        if (v >= 10) {
+            p -= 2;
+            memcpy(p, kPairs + 2 * v, 2);
+        } else if (v) {
+            *--p = static_cast<char>('0' + v);
+        }
+    }
+    return p;
+}
+
+void put_integer(FormatOut &o, uint8_t flags, int width, int prec, unsigned long long v, bool negative,
+                 char conv) {
+    char text[24];
+    char *const end = text + sizeof text;
+    const char *first = digits_of(v, conv, end);
+    const int nd = static_cast<int>(end - first);
+    int zeros = prec > nd ? prec - nd : 0;
+    if (v == 0 && prec != 0) zeros = zeros > 0 ? zeros : 1;  // "0", unless precision 0
+    if (conv == 'o' && (flags & kAlt) && zeros == 0 && (nd == 0 || *first != '0')) zeros = 1;
+    char prefix[2];
+    int np = 0;
+    if (conv == 'd' || conv == 'i') {
+        if (negative) prefix[np++] = '-';
+        else if (flags & kPlus) prefix[np++] = '+';
+        else if (flags & kSpace) prefix[np++] = ' ';
+    } else if ((flags & kAlt) && v != 0 && (conv == 'x' || conv == 'X')) {
+        prefix[np++] = '0';
+        prefix[np++] = conv;
+    }
+    const bool left = flags & kLeft;
+    int fill = width - (np + zeros + nd);
+    if ((flags & kZero) && !left && prec < 0) {
+        zeros += fill > 0 ? fill : 0;
+        fill = 0;
+    }
+    if (!left) o.pad(kBlanks, fill);
+    o.put(prefix, static_cast<size_t>(np));
+    o.pad(kZeros, zeros);
+    o.put(first, static_cast<size_t>(nd));
+    if (left) o.pad(kBlanks, fill);
+}
+
+// Formats into o; false for a format this does not handle (nothing is then
+// usable in o, and ap may have been read).
+bool format_into(FormatOut &o, const char *format, va_list ap) {
+    Pieces scratch;
+    const Pieces *pieces = pieces_of(format, scratch);
+    if (!pieces) return false;
+    for (int i = 0;; i++) {
+        const Piece &p = pieces->piece[i];
+        o.put(p.text, p.text_len);
+        if (p.conv == 0) return !o.full;
+        int width = p.width, prec = p.prec;
+        bool left = p.flags & kLeft;
+        if (p.flags & kStarWidth) {
+            width = va_arg(ap, int);
+            if (width < 0) {
+                left = true;
+                width = width == INT32_MIN ? 0 : -width;
+            }
+            if (width > kMaxField) return false;
+        }
+        if (p.flags & kStarPrec) {
+            prec = va_arg(ap, int);
+            if (prec < 0) prec = -1;
+            if (prec > kMaxField) return false;
+        }
+        switch (p.conv) {
+        case 's': {
+            const char *s = va_arg(ap, const char *);
+            if (!s) s = prec < 0 || prec >= 6 ? "(null)" : "";
+            put_text(o, width, prec, left, s);
+            break;
+        }
+        case 'd': case 'i': {
+            long long v = p.size == 2 ? va_arg(ap, long long)
+                        : p.size == 1 || p.size == 3 ? va_arg(ap, long)
+                        : va_arg(ap, int);
+            if (p.size == -2) v = static_cast<signed char>(v);
+            if (p.size == -1) v = static_cast<short>(v);
+            const bool neg = v < 0;
+            put_integer(o, p.flags | (left ? kLeft : 0), width, prec,
+                        neg ? 0ull - static_cast<unsigned long long>(v) : static_cast<unsigned long long>(v),
+                        neg, p.conv);
+            break;
+        }
+        case 'u': case 'x': case 'X': case 'o': {
+            unsigned long long v = p.size == 2 ? va_arg(ap, unsigned long long)
+                                 : p.size == 1 || p.size == 3 ? va_arg(ap, unsigned long)
+                                 : va_arg(ap, unsigned int);
+            if (p.size == -2) v = static_cast<unsigned char>(v);
+            if (p.size == -1) v = static_cast<unsigned short>(v);
+            put_integer(o, p.flags | (left ? kLeft : 0), width, prec, v, false, p.conv);
+            break;
+        }
+        case 'c': {
+            const char c = static_cast<char>(va_arg(ap, int));
+            if (o.room() == 0) return false;
+            o.buf[o.len] = c;  // a NUL too
+            finish_field(o, width, left, 1);
+            break;
+        }
+        default:  // '%'
+            o.put("%", 1);
+            break;
         }
         if (o.full) return false;
     }
