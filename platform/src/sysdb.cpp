@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <initializer_list>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -41,9 +42,17 @@ std::string prefix_end(std::string p) {
 }
 const std::string kTop(512, '\xff');  // above every key
 
+// A statement of a binding, compiled when it is first run: a command
+// compiles only those it needs.
 struct Stmt {
+    const char *sql = nullptr;
     sqlite3_stmt *s = nullptr;
+    int rc = SQLITE_OK;  // of the compile that failed
     ~Stmt() { sqlite3_finalize(s); }
+    sqlite3_stmt *get(sqlite3 *db) {
+        if (!s) rc = sqlite3_prepare_v3(db, sql, -1, SQLITE_PREPARE_PERSISTENT, &s, nullptr);
+        return s;
+    }
 };
 
 }  // namespace
@@ -120,26 +129,34 @@ uint32_t open_readonly(const char *path, sqlite3 **out) {
     }
     // Every table and column the platform reads: a store with one dropped
     // or altered would change reports silently (no capabilities, no counters).
-    std::string sql = "SELECT key, value FROM meta LIMIT 0; "
-                      "SELECT id, root, path, record_type FROM listing LIMIT 0; "
-                      "SELECT list, skey, name, data FROM item LIMIT 0; "
-                      "SELECT list, ikey FROM item_index LIMIT 0; "
-                      "SELECT name, value FROM capability LIMIT 0; "
-                      "SELECT handle, name, state FROM interface LIMIT 0; "
-                      "SELECT node, bd_id";
-    for (const char *c : sysdb_schema::kBdStatsColumns) sql += std::string(", ") + c;
-    sql += " FROM bd_stats LIMIT 0;";
-    for (const char *at = sql.c_str(); *at;) {
-        const char *rest = nullptr;
-        s = nullptr;
-        int rc = sqlite3_prepare_v2(db, at, -1, &s, &rest);
-        sqlite3_finalize(s);
-        if (rc != SQLITE_OK) {
-            uint32_t code = store_error(rc) == SYSDB_ERR_CORRUPT ? SYSDB_ERR_CORRUPT : SYSDB_ERR_NOT_BOUND;
-            sqlite3_close(db);
-            return code;
-        }
-        at = rest ? rest + strspn(rest, " ") : "";
+    // Looked up in the schema SQLite has read, with no statement to compile.
+    struct Columns {
+        const char *table;
+        std::initializer_list<const char *> names;
+    };
+    static const Columns kRead[] = {
+        {"meta", {"key", "value"}},
+        {"listing", {"id", "root", "path", "record_type"}},
+        {"item", {"list", "skey", "name", "data"}},
+        {"item_index", {"list", "ikey"}},
+        {"capability", {"name", "value"}},
+        {"interface", {"handle", "name", "state"}},
+        {"bd_stats", {"node", "bd_id"}},
+    };
+    auto has = [db](const char *table, const char *column) {
+        return sqlite3_table_column_metadata(db, "main", table, column, nullptr, nullptr, nullptr,
+                                             nullptr, nullptr);
+    };
+    int rc = SQLITE_OK;
+    for (const Columns &t : kRead)
+        for (const char *c : t.names)
+            if (rc == SQLITE_OK) rc = has(t.table, c);
+    for (const char *c : sysdb_schema::kBdStatsColumns)
+        if (rc == SQLITE_OK) rc = has("bd_stats", c);
+    if (rc != SQLITE_OK) {
+        uint32_t code = store_error(rc) == SYSDB_ERR_CORRUPT ? SYSDB_ERR_CORRUPT : SYSDB_ERR_NOT_BOUND;
+        sqlite3_close(db);
+        return code;
     }
     *out = db;
     return 0;
@@ -171,12 +188,17 @@ struct sysdb_handle_s {
         auto it = list_ids.find(path);
         if (it != list_ids.end()) return it->second;
         int64_t id = -1;
-        sqlite3_reset(list_id.s);
-        sqlite3_bind_text(list_id.s, 1, root.c_str(), -1, SQLITE_STATIC);
-        sqlite3_bind_text(list_id.s, 2, path.c_str(), -1, SQLITE_TRANSIENT);
-        int rc = sqlite3_step(list_id.s);
-        if (rc == SQLITE_ROW) id = sqlite3_column_int64(list_id.s, 0);
-        sqlite3_reset(list_id.s);
+        sqlite3_stmt *s = list_id.get(db);
+        if (!s) {
+            failed = platform_db::store_error(list_id.rc);
+            return -2;
+        }
+        sqlite3_reset(s);
+        sqlite3_bind_text(s, 1, root.c_str(), -1, SQLITE_STATIC);
+        sqlite3_bind_text(s, 2, path.c_str(), -1, SQLITE_TRANSIENT);
+        int rc = sqlite3_step(s);
+        if (rc == SQLITE_ROW) id = sqlite3_column_int64(s, 0);
+        sqlite3_reset(s);
         if (rc != SQLITE_ROW && rc != SQLITE_DONE) {
             failed = platform_db::store_error(rc);
             return -2;
@@ -269,14 +291,7 @@ uint32_t _sysdb_bind(sysdb_handle_td *handle, const char *root, uint32_t mode) {
     sqlite3_create_function_v2(db, "sysdb_item_skey", 2,
                                SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_DIRECTONLY, nullptr,
                                item_skey_fn, nullptr, nullptr, nullptr);
-    for (int i = 0; i < 4; i++) {
-        if (sqlite3_prepare_v3(db, sql[i], -1, SQLITE_PREPARE_PERSISTENT, &stmts[i]->s, nullptr) !=
-            SQLITE_OK) {
-            delete h;
-            sqlite3_close(db);
-            return SYSDB_ERR_NOT_BOUND;
-        }
-    }
+    for (int i = 0; i < 4; i++) stmts[i]->sql = sql[i];
     // One read transaction for the binding's life: every request reads the
     // same state, and batches do not each take and drop the file lock.
     sqlite3_exec(db, "BEGIN", nullptr, nullptr, nullptr);
@@ -455,7 +470,8 @@ bool item_key_fields(sysdb_handle_td h, const ListingDef &l, const std::string &
                      std::vector<std::string> &sort) {
     int64_t list = h->listing(l.base);
     if (list < 0) return false;
-    sqlite3_stmt *s = h->get_item.s;
+    sqlite3_stmt *s = h->get_item.get(h->db);
+    if (!s) return false;
     sqlite3_reset(s);
     sqlite3_bind_int64(s, 1, list);
     sqlite3_bind_blob(s, 2, skey.data(), static_cast<int>(skey.size()), SQLITE_STATIC);
@@ -531,7 +547,9 @@ uint32_t run_listing(sysdb_handle_td h, const char *path, const char *resume, ui
     std::string after;
     if (resume && *resume && !resume_key(h, q, resume, after)) return SYSDB_ERR_NO_INDEX_MATCH;
 
-    sqlite3_stmt *s = q.on_items ? h->scan_items.s : h->scan_index.s;
+    Stmt &scan = q.on_items ? h->scan_items : h->scan_index;
+    sqlite3_stmt *s = scan.get(h->db);
+    if (!s) return platform_db::store_error(scan.rc);
     // Rows the filter drops still cost a step; ask in pages until filled.
     while (out.entries.size() <= want) {
         sqlite3_reset(s);
@@ -600,7 +618,8 @@ uint32_t item_get(sysdb_handle_td h, const char *path, uint32_t *type, void **da
     if (uint32_t rc = resolve_item(path, l, skey)) return rc;
     int64_t list = h->listing(l->base);
     if (list < 0) return h->no_listing(list);
-    sqlite3_stmt *s = h->get_item.s;
+    sqlite3_stmt *s = h->get_item.get(h->db);
+    if (!s) return platform_db::store_error(h->get_item.rc);
     sqlite3_reset(s);
     sqlite3_bind_int64(s, 1, list);
     sqlite3_bind_blob(s, 2, skey.data(), static_cast<int>(skey.size()), SQLITE_STATIC);

@@ -64,15 +64,15 @@ enum : uint8_t { kLeft = 1, kPlus = 2, kSpace = 4, kAlt = 8, kZero = 16, kStarWi
 // One conversion and the literal text before it; conv 0 is the text after
 // the last conversion.
 struct Piece {
-    const char *text;
-    uint16_t text_len;
-    char conv;
-    int8_t size;  // -2 hh, -1 h, 0 int, 1 long, 2 long long, 3 size_t
-    uint8_t flags;
-    int16_t width, prec;  // prec -1: none
+    const char *text = nullptr;
+    uint16_t text_len = 0;
+    char conv = 0;
+    int8_t size = 0;  // -2 hh, -1 h, 0 int, 1 long, 2 long long, 3 size_t
+    uint8_t flags = 0;
+    int16_t width = 0, prec = -1;  // prec -1: none
 };
 
-constexpr int kMaxPieces = 16;  // conversions of one format this takes, and its end
+constexpr int kMaxPieces = 8;  // conversions of one format this takes, and its end
 
 struct Pieces {
     const char *format = nullptr;
@@ -178,8 +178,9 @@ bool is_read_only(const char *f) {
     return false;
 }
 
-constexpr size_t kCacheSize = 64;
-Pieces g_cache[kCacheSize];
+// Zeros in the program's image: no work and no page touched at start-up.
+constexpr size_t kCacheSize = 32;
+constinit Pieces g_cache[kCacheSize];
 
 // The pieces of f, from the cache or taken apart into scratch; null for a
 // format this does not handle.
