@@ -109,3 +109,27 @@ TEST(ShowPrintf, AFormatInWritableMemoryIsReadAnewEachCall) {
     EXPECT_EQ(show_snprintf(with_nul, sizeof with_nul, "a%3cb", '\0'), 5);
     EXPECT_EQ(std::string(with_nul, 5), std::string("a  \0b", 5));
 }
+
+// Lines are made in the stream's own buffer while a whole line fits there,
+// and through a copy when it does not: across many buffer fills, printf and
+// show_printf interleaved must come out in order and whole.
+TEST(ShowPrintf, LinesAcrossBufferFillsComeOutWholeAndInOrder) {
+    static char buffer[4096];
+    std::string want;
+    const std::string got = stdout_of([&] {
+        setvbuf(stdout, buffer, _IOFBF, sizeof buffer);
+        for (int i = 0; i < 3000; i++) {
+            char line[64];
+            snprintf(line, sizeof line, "%-6d %-12s|\n", i, i % 3 ? "route" : "");
+            want += line;
+            if (i % 7 == 0) {
+                printf("%-6d %-12s|\n", i, i % 3 ? "route" : "");
+            } else {
+                show_printf("%-6d %-12s|\n", i, i % 3 ? "route" : "");
+            }
+        }
+        fflush(stdout);
+        setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+    });
+    EXPECT_EQ(got, want);
+}

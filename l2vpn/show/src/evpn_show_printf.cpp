@@ -9,6 +9,7 @@
 #include <link.h>
 
 #include <cstdarg>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -380,12 +381,29 @@ int show_snprintf(char *buf, size_t size, const char *format, ...) {
 }
 
 int show_printf(const char *format, ...) {
-    char line[1024];
+    constexpr size_t kLine = 1024;  // a longer text goes through the C library
+    char line[kLine];
     va_list ap, again;
     va_start(ap, format);
     va_copy(again, ap);
-    FormatOut o{line, sizeof line};
     int n;
+#ifdef __GLIBC__
+    // With room for a whole line in the stream's buffer, the text is made
+    // there, as putc_unlocked puts its byte: no copy and no call per line.
+    FILE *out = stdout;
+    if (out->_IO_write_ptr && out->_IO_write_end - out->_IO_write_ptr >= static_cast<ptrdiff_t>(kLine)) {
+        FormatOut o{out->_IO_write_ptr, kLine};
+        if (format_into(o, format, ap)) {
+            out->_IO_write_ptr += o.len;
+            va_end(again);
+            va_end(ap);
+            return static_cast<int>(o.len);
+        }
+        va_end(ap);
+        va_copy(ap, again);
+    }
+#endif
+    FormatOut o{line, sizeof line};
     if (format_into(o, format, ap)) {
         n = static_cast<int>(fwrite_unlocked(line, 1, o.len, stdout));
     } else {
