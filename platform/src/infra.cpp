@@ -23,7 +23,8 @@ void safe_violation(const char *what) {
 }
 
 bool env_fails(const char *step) {
-    const char *env = getenv("EVPN_FAIL");
+    // Read once: the show client allocates a record per item it gets.
+    static const char *const env = getenv("EVPN_FAIL");
     return env && strcmp(env, step) == 0;
 }
 
@@ -82,7 +83,8 @@ void event_manager_fail_next(bool create, bool attach) {
 
 static bool label_fails(const char *label) {
     if (g_fail_label[0] && label && strcmp(label, g_fail_label) == 0) return true;
-    const char *env = getenv("EVPN_FAIL");
+    // Read once: the show client allocates a record per item it gets.
+    static const char *const env = getenv("EVPN_FAIL");
     return env && label && strncmp(env, "alloc:", 6) == 0 && strcmp(env + 6, label) == 0;
 }
 

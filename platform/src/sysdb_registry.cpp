@@ -7,6 +7,8 @@
 // range of one ordering: a filtered listing costs what it returns.
 #include "platform/sysdb_registry.h"
 
+#include <unordered_map>
+
 #include "platform/bag_types.h"
 #include "platform/sysdb_keys.h"
 #include "platform/sysdb_paths.h"
@@ -211,13 +213,36 @@ const std::vector<ListingDef> kRegistry = {
 
 const std::vector<ListingDef> &sysdb_registry(void) { return kRegistry; }
 
+namespace {
+// The registry looked up by path: a store resolves a path for every item it
+// gets, so each listing's base is found by hash, not by comparing it with
+// every base.
+struct PathIndex {
+    struct Child {
+        const ListingDef *l;
+        std::string_view base, child;
+    };
+    std::unordered_map<std::string_view, const ListingDef *> by_base;
+    std::vector<Child> children;
+    PathIndex() {
+        for (const ListingDef &l : kRegistry) {
+            if (l.child) children.push_back({&l, l.base, l.child});
+            else by_base.emplace(l.base, &l);
+        }
+    }
+};
+const PathIndex &path_index() {
+    static const PathIndex index;
+    return index;
+}
+}  // namespace
+
 const ListingDef *sysdb_registry_find(std::string_view path) {
-    for (const ListingDef &l : kRegistry)
-        if (!l.child && path == l.base) return &l;
+    const PathIndex &index = path_index();
+    if (auto it = index.by_base.find(path); it != index.by_base.end()) return it->second;
     // "<base>/<item name>/<child>", where the name names an item of base.
-    for (const ListingDef &l : kRegistry) {
-        if (!l.child) continue;
-        const std::string_view base = l.base, child = l.child;
+    for (const PathIndex::Child &c : index.children) {
+        const std::string_view base = c.base, child = c.child;
         if (path.size() <= base.size() + child.size() + 2 || !path.starts_with(base) ||
             path[base.size()] != '/' || !path.ends_with(child) ||
             path[path.size() - child.size() - 1] != '/')
@@ -228,7 +253,7 @@ const ListingDef *sysdb_registry_find(std::string_view path) {
         std::string skey;
         if (parent && name.find('/') == std::string_view::npos &&
             sysdb_keys::skey_from_name(*parent, name, skey))
-            return &l;
+            return c.l;
     }
     return nullptr;
 }

@@ -93,7 +93,7 @@ const char *leaf_root(uint32_t leaf) { return leaf ? "Leaf" : "Root"; }
 // ---- MAC route lines ---------------------------------------------------------
 
 // "   <label, 40 columns>: " - the start of every detail line.
-void print_detail_label(const char *label) { printf("   %-40.40s: ", label); }
+void print_detail_label(const char *label) { show_printf("   %-40.40s: ", label); }
 
 // One whole detail line: the label, the value and the line end.
 __attribute__((format(printf, 2, 3))) void print_detail_line(const char *label,
@@ -101,14 +101,13 @@ __attribute__((format(printf, 2, 3))) void print_detail_line(const char *label,
     print_detail_label(label);
     va_list ap;
     va_start(ap, format);
-    vprintf(format, ap);
+    show_vprintf(format, ap);
     va_end(ap);
     putchar('\n');
 }
 
 // The four columns that begin every line of a route, as text: a route with
-// several paths formats them once and prints them on each line. The lines of
-// a route go through show_printf: they are printed a million times a listing.
+// several paths formats them once and prints them on each line.
 constexpr size_t kRouteColumnsSize = 128;
 void format_route_columns(const l2vpn_evpn_mac_bag *mac, uint8_t bgp_encap,
                           char (&columns)[kRouteColumnsSize]) {
@@ -153,7 +152,7 @@ void print_local_nexthop(const l2vpn_evpn_mac_bag *mac, const char *label_text) 
 // "0x%08x " and, when any bit is set, the words of the set bits in parentheses.
 void print_ext_flags_line(uint32_t ext_flags) {
     print_detail_label("Ext Flags");
-    printf("0x%08x ", ext_flags);
+    show_printf("0x%08x ", ext_flags);
     if (ext_flags != 0) {
         putchar('(');
         for (size_t bit = 0; bit < std::size(kExtFlagWords); bit++)
@@ -226,7 +225,7 @@ void print_l2_attributes(const L2Attributes &attrs) {
     static constexpr char kIndent[] = "      ";
     if (!attrs.Valid)
         return;
-    printf("%sLayer 2 Attributes:\n%s DF Role : %s\n%s CW      : %s\n%s MTU     : %u\n",
+    show_printf("%sLayer 2 Attributes:\n%s DF Role : %s\n%s CW      : %s\n%s MTU     : %u\n",
            kIndent, kIndent, evpn_bag_df_role_to_str(attrs.DesignatedForwarderRole), kIndent,
            control_word_word(attrs.ControlWord), kIndent, attrs.MTU);
 }
@@ -244,18 +243,18 @@ void print_ead_nexthop(const l2vpn_ip_addr_t &nexthop, uint32_t label, uint32_t 
 
 void print_ead_path_attributes(const l2vpn_evpn_ead_bag *ead, const EvpnPath &path) {
     const bool per_segment = ead->ethernet_tag == kEthernetTagMax;
-    printf("     %-39.39s ", l2vpn_inet_ntop(&path.NextHop));
+    show_printf("     %-39.39s ", l2vpn_inet_ntop(&path.NextHop));
     if (!print_sr_te_info("SR-TE ", &path.SR_TEInfo))
         fputs("SR-TE N/A\n", stdout);
     static constexpr l2vpn_ip_addr_t kNoAddress{};
     if (memcmp(&path.OriginatingPE, &kNoAddress, sizeof kNoAddress) != 0)
-        printf("       Originating IP: %-39.39s\n", l2vpn_inet_ntop(&path.OriginatingPE));
+        show_printf("       Originating IP: %-39.39s\n", l2vpn_inet_ntop(&path.OriginatingPE));
     if (!per_segment) {
         char label_text[EVPN_LABEL_TEXT_SIZE];
         l2vpn_mpls_label_to_str(path.RerouteLabel, label_text, sizeof label_text, ead->encap);
-        printf("      FRR Label: %-8.8s\n", label_text);
+        show_printf("      FRR Label: %-8.8s\n", label_text);
     } else if (is_valid_mac(path.GES_MACAddress)) {
-        printf("      Grouping MAC: %s\n", macstring(path.GES_MACAddress, 6));
+        show_printf("      Grouping MAC: %s\n", macstring(path.GES_MACAddress, 6));
     }
     // A per-segment route of an all-active segment shows its paths' layer-2
     // attributes only in the private view.
@@ -268,22 +267,22 @@ void print_ead_detail(const l2vpn_evpn_ead_bag *ead) {
     const uint32_t paths = count_of(ead->path_buffer);
     char tag[kEthernetTagTextSize];
     format_ethernet_tag(tag, sizeof tag, ead->etag_type, ead->ethernet_tag);
-    printf("   EtherTag: %s\n", tag);
-    printf("   Source: %s%s%s\n", ead->local ? "Local, " : "", paths ? "Remote, " : "",
+    show_printf("   EtherTag: %s\n", tag);
+    show_printf("   Source: %s%s%s\n", ead->local ? "Local, " : "", paths ? "Remote, " : "",
            evpn_bgp_encap_type_to_str(ead->encap));
     if (ead->local) {
         char label_text[EVPN_LABEL_TEXT_SIZE];
         l2vpn_mpls_label_to_str(ead->local_frr_label, label_text, sizeof label_text, ead->encap);
-        printf("   Local:\n      FRR Label: %-8.8s\n", label_text);
+        show_printf("   Local:\n      FRR Label: %-8.8s\n", label_text);
         print_l2_attributes(ead->local_l2_attributes);
     }
-    printf("   Num Nexthops: %u\n   Path Attributes:\n", paths);
+    show_printf("   Num Nexthops: %u\n   Path Attributes:\n", paths);
     for (uint32_t i = 0; i < paths; i++)
         print_ead_path_attributes(ead, ead->path_buffer.data[i]);
 }
 
 void print_ead_private(const l2vpn_evpn_ead_bag *ead) {
-    printf("   EVI: %u\n", ead->evi);
+    show_printf("   EVI: %u\n", ead->evi);
     if (ead->ethernet_tag == kEthernetTagMax) {
         if (ead->remote_single_active)
             fputs("   Remote redundancy: single-active\n", stdout);
@@ -294,14 +293,14 @@ void print_ead_private(const l2vpn_evpn_ead_bag *ead) {
     }
     char name[kInterfaceNameSize];
     im_display_namestring(ead->vlan_aware_local_ac, name, sizeof name, 0);
-    printf("   VLAN-Aware Local AC: %s\n", name);
+    show_printf("   VLAN-Aware Local AC: %s\n", name);
     const uint32_t conflicts = count_of(ead->vlan_aware_conflict_acs);
-    printf("   VLAN-Aware Conflict ACs: %d\n", static_cast<int>(conflicts));
+    show_printf("   VLAN-Aware Conflict ACs: %d\n", static_cast<int>(conflicts));
     for (uint32_t i = 0; i < conflicts; i++) {
         im_display_namestring(ead->vlan_aware_conflict_acs.data[i], name, sizeof name, 0);
-        printf("    Conflict AC: %s\n", name);
+        show_printf("    Conflict AC: %s\n", name);
     }
-    printf("   Registered with TEP: %s\n", ead->registered_with_tep ? "yes" : "no");
+    show_printf("   Registered with TEP: %s\n", ead->registered_with_tep ? "yes" : "no");
     infra_db_print_evt_hist_bag(&ead->event_history, &ead->event_history_info,
                                 kEadHistoryTitle);
     putchar('\n');
@@ -317,19 +316,19 @@ void print_srv6_sid_list(const bag_array<Srv6Sid> *sids, const char *indent, boo
     for (uint32_t i = 0; i < sids->count; i++) {
         const Srv6Sid &sid = sids->data[i];
         if (i > 0)
-            printf("\n%s", indent);
-        printf(" %-39.39s", l2vpn_inet_ntop(&sid.SRv6_SID));
+            show_printf("\n%s", indent);
+        show_printf(" %-39.39s", l2vpn_inet_ntop(&sid.SRv6_SID));
         if (!details)
             continue;
-        printf("\n%s   SID flags: %u, Endpt behavior: %u", indent, sid.SRv6_SIDFlags,
+        show_printf("\n%s   SID flags: %u, Endpt behavior: %u", indent, sid.SRv6_SIDFlags,
                sid.SRv6EndpointBehavior);
         if (!sid.SIDStructurePresent)
             continue;
         const SidStructure &st = sid.sid_struct;
-        printf("\n%s   SID struct: Block  Node  Func  Arg", indent);
-        printf("\n%s               %u     %u    %u    %u", indent, st.LocatorBlockLen,
+        show_printf("\n%s   SID struct: Block  Node  Func  Arg", indent);
+        show_printf("\n%s               %u     %u    %u    %u", indent, st.LocatorBlockLen,
                st.LocatorNodeLen, st.FunctionLen, st.ArgumentLen);
-        printf("\n%s   Transposition (len, offset): %u, %u", indent, st.TranspositionLen,
+        show_printf("\n%s   Transposition (len, offset): %u, %u", indent, st.TranspositionLen,
                st.TranspositionOffset);
     }
     if (sids->count == 0 && mark_empty)
@@ -365,14 +364,14 @@ int print_sr_te_info(const char *prefix, const SrTeInfo *info) {
     case kSrTeNone:
         return 0;
     case kSrTeInterface:
-        printf("%sIFH 0x%x (%s)\n", prefix, info->SR_TEInterfaceName,
+        show_printf("%sIFH 0x%x (%s)\n", prefix, info->SR_TEInterfaceName,
                l2vpn_if_name(info->SR_TEInterfaceName, 0));
         break;
     case kSrTeMplsBsid:
-        printf("%sBSID %u\n", prefix, info->SR_TE_BSID);
+        show_printf("%sBSID %u\n", prefix, info->SR_TE_BSID);
         break;
     case kSrTeSrv6Bsid:
-        printf("%sBSIDv6 %s\n", prefix, l2vpn_inet_ntop(&info->SRv6_TE_BSID));
+        show_printf("%sBSIDv6 %s\n", prefix, l2vpn_inet_ntop(&info->SRv6_TE_BSID));
         break;
     default:  // steered, by a kind this display does not render
         break;
@@ -383,7 +382,7 @@ int print_sr_te_info(const char *prefix, const SrTeInfo *info) {
 void print_path_issues(const bag_array<uint32_t> *issues, uint32_t encap, const char *indent) {
     if (issues->count == 0)
         return;
-    printf("%sPath Issues: ", indent);
+    show_printf("%sPath Issues: ", indent);
     for (uint32_t i = 0; i < issues->count; i++) {
         const uint32_t code = issues->data[i];
         if (i > 0)
@@ -399,7 +398,7 @@ void print_path_issues(const bag_array<uint32_t> *issues, uint32_t encap, const 
         if (word)
             fputs(word, stdout);
         else
-            printf("unknown issue %u", code);
+            show_printf("unknown issue %u", code);
     }
     putchar('\n');
 }
@@ -539,42 +538,42 @@ bool is_single_path(const l2vpn_evpn_label_bag *entry) {
 
 void print_label_resolution(const l2vpn_evpn_label_bag *entry, bool label_mode) {
     if (label_mode || entry->id_type == kIdTypeMultiPath) {
-        printf("   Multi-paths resolved: %s", upper_true_false(entry->resolved));
+        show_printf("   Multi-paths resolved: %s", upper_true_false(entry->resolved));
         if (entry->remote_single_active)
             fputs(" (Remote single-active)", stdout);
         if (entry->remote_single_flow_active)
             fputs(" (Remote single-flow-active)", stdout);
         if (!entry->remote_single_active && !entry->remote_single_flow_active)
-            printf(" (Remote all-active) %s",
+            show_printf(" (Remote all-active) %s",
                    code_word(kAllActiveModes, entry->all_active_mode, ""));
     } else {
-        printf("   Path resolved: %s", upper_true_false(entry->resolved));
+        show_printf("   Path resolved: %s", upper_true_false(entry->resolved));
     }
     if (!entry->resolved && entry->unresolved_reason != 0)
-        printf("\n    Reason: %s", code_word(kUnresolvedReasons, entry->unresolved_reason, "Unknown"));
+        show_printf("\n    Reason: %s", code_word(kUnresolvedReasons, entry->unresolved_reason, "Unknown"));
 }
 
 void print_label_private(const l2vpn_evpn_label_bag *entry, bool label_mode) {
-    printf("   Num EAD objects linked: %d\n", static_cast<int>(entry->num_ead_objects));
-    printf("   Source: %s\n", evpn_bgp_encap_type_to_str(entry->encap));
+    show_printf("   Num EAD objects linked: %d\n", static_cast<int>(entry->num_ead_objects));
+    show_printf("   Source: %s\n", evpn_bgp_encap_type_to_str(entry->encap));
     if (!label_mode) {
         char format[SRV6_SID_FORMAT_STR_SIZE] = {};
         srv6_mgmt_util_edm_fmt_print(&entry->locator_format, format, 0, 1);
-        printf("   Locator format type: %s\n", format);
+        show_printf("   Locator format type: %s\n", format);
     }
-    printf("   Local CW: %s\n",
+    show_printf("   Local CW: %s\n",
            entry->local_cw_set ? code_word(kControlWords, entry->local_cw, "Unsupported value")
                                : "Not set");
     if (entry->local_mtu_set)
-        printf("   Local MTU: %d\n", entry->local_mtu);
+        show_printf("   Local MTU: %d\n", entry->local_mtu);
     else
-        printf("   Local MTU: Not set\n");
+        show_printf("   Local MTU: Not set\n");
     if (entry->local_ignore_mtu_mismatch_set)
-        printf("   Local ignore MTU mismatch: %s\n",
+        show_printf("   Local ignore MTU mismatch: %s\n",
                entry->local_ignore_mtu_mismatch ? "Enabled" : "Disabled");
     else
-        printf("   Local ignore MTU mismatch: Not set\n");
-    printf("   Next path version: %u\n", entry->next_path_version);
+        show_printf("   Local ignore MTU mismatch: Not set\n");
+    show_printf("   Next path version: %u\n", entry->next_path_version);
     char title[EVPN_LABEL_TEXT_SIZE];
     snprintf(title, sizeof title, "EVPN Internal-%s event history", label_mode ? "Label" : "ID");
     infra_db_print_evt_hist_bag(&entry->event_history, &entry->event_history_info, title);
@@ -597,31 +596,31 @@ void print_evpn_imcast_bag(const void *record, const char *, PrintContext *) {
     if (!f.detail && !f.private_view)
         return;
 
-    printf("    TEPid  : 0x%08x\n", r.tep_id);
-    printf("    PMSI Type: %u\n", r.pmsi_type);
-    printf("    Nexthop: %s\n", l2vpn_inet_ntop(&r.nexthop));
+    show_printf("    TEPid  : 0x%08x\n", r.tep_id);
+    show_printf("    PMSI Type: %u\n", r.pmsi_type);
+    show_printf("    Nexthop: %s\n", l2vpn_inet_ntop(&r.nexthop));
     if (r.encap == EVPN_ENCAP_MPLS) {
         char label_text[EVPN_LABEL_TEXT_SIZE] = {};
         l2vpn_mpls_label_to_str(r.label, label_text, sizeof label_text, EVPN_ENCAP_MPLS);
-        printf("    Label  : %s\n", label_text);
+        show_printf("    Label  : %s\n", label_text);
     }
     fputs("    SR-TE Info: ", stdout);
     if (!print_sr_te_info("", &r.sr_te_info))
         fputs("N/A\n", stdout);
     if (r.encap == EVPN_ENCAP_VXLAN) {
-        printf("    VNI    : %d\n", static_cast<int>(r.label));
+        show_printf("    VNI    : %d\n", static_cast<int>(r.label));
     } else if (r.encap == EVPN_ENCAP_SRV6) {
         fputs("    SID    :", stdout);
         print_srv6_sid_list(&r.sids, kImcastSidIndent, true, true, f.private_view != 0);
     }
-    printf("    Source : %s%s\n", r.local ? "Local" : "Remote", r.proxy ? " Proxy" : "");
+    show_printf("    Source : %s%s\n", r.local ? "Local" : "Remote", r.proxy ? " Proxy" : "");
     if (r.igmp_snooping_proxy || r.mld_snooping_proxy) {
-        printf("    Proxy  : %s%s%s\n", r.igmp_snooping_proxy ? "IGMPsn" : "",
+        show_printf("    Proxy  : %s%s%s\n", r.igmp_snooping_proxy ? "IGMPsn" : "",
                r.igmp_snooping_proxy && r.mld_snooping_proxy ? ", " : "",
                r.mld_snooping_proxy ? "MLDsn" : "");
-        printf("      Resolved : %u\n", r.proxy_resolved);
+        show_printf("      Resolved : %u\n", r.proxy_resolved);
     }
-    printf("    E-Tree : %s\n", leaf_root(r.etree_leaf));
+    show_printf("    E-Tree : %s\n", leaf_root(r.etree_leaf));
     if (f.private_view) {
         infra_db_print_evt_hist_bag(&r.event_history, &r.event_history_info,
                                     kImcastHistoryTitle);
@@ -713,23 +712,23 @@ void print_evpn_label_bag(const l2vpn_evpn_label_bag *entry, bool label_mode) {
         l2vpn_mpls_label_to_str(entry->label, value, sizeof value, entry->encap);
     else
         l2vpn_l3rib_internal_id_to_str(entry->internal_id, value, sizeof value);
-    printf("%-10u %-6s %-27.27s %-10u   %-8s\n", entry->evi, evpn_bgp_encap_type_to_str(entry->encap),
+    show_printf("%-10u %-6s %-27.27s %-10u   %-8s\n", entry->evi, evpn_bgp_encap_type_to_str(entry->encap),
            is_single_path(entry) ? l2vpn_inet_ntop(&entry->nexthop) : text_of(entry->esi),
            entry->ethernet_tag, value);
 
     if (f.detail || f.private_view) {
         print_label_resolution(entry, label_mode);
         if (label_mode) {
-            printf("\n   Multi-paths Internal label: %s", value);
+            show_printf("\n   Multi-paths Internal label: %s", value);
             if (entry->alternate_label != 0) {
                 char alternate[EVPN_LABEL_TEXT_SIZE] = {};
                 l2vpn_mpls_label_to_str(entry->alternate_label, alternate, sizeof alternate,
                                         entry->encap);
-                printf(", alternate: %s", alternate);
+                show_printf(", alternate: %s", alternate);
             }
             putchar('\n');
         } else {
-            printf("\n   %s Internal ID: %s\n",
+            show_printf("\n   %s Internal ID: %s\n",
                    entry->id_type == kIdTypeMultiPath ? "Multi-paths" : "Path", value);
         }
         print_label_path_entries(&entry->mac_paths, "MAC", entry->encap, label_mode, false, false);
@@ -758,7 +757,7 @@ void print_label_path_entries(const bag_array<EvpnPath> *paths, const char *name
     for (uint32_t i = 0; i < count_of(*paths); i++) {
         const EvpnPath &path = paths->data[i];
         const char *role = role_word(path);
-        printf("    %-7s ", i == 0 ? name : "");
+        show_printf("    %-7s ", i == 0 ? name : "");
         bool sr_te_line = false;
         if (with_sr_te) {
             char prefix[16];
@@ -767,20 +766,20 @@ void print_label_path_entries(const bag_array<EvpnPath> *paths, const char *name
         }
         // A steered path shows its next hop only in the private view.
         if (!sr_te_line || show_filter.private_view) {
-            printf("%s%-3.3s %-40.40s ", sr_te_line ? kNexthopUnderName : "", role,
+            show_printf("%s%-3.3s %-40.40s ", sr_te_line ? kNexthopUnderName : "", role,
                    l2vpn_inet_ntop(&path.NextHop));
             if (label_mode) {
                 l2vpn_mpls_label_to_str(path.OutputLabel, label, sizeof label, encap);
-                printf("  %-15.15s\n", label);
+                show_printf("  %-15.15s\n", label);
             } else {
                 print_label_sids(&path.SRv6_SIDInfo, mark_empty);
             }
             if (show_filter.private_view)
-                printf("%sPath Version:%u, Originating PE:%s\n", kDetailIndent, path.PathVerion,
+                show_printf("%sPath Version:%u, Originating PE:%s\n", kDetailIndent, path.PathVerion,
                        l2vpn_inet_ntop(&path.OriginatingPE));
         }
         if (is_valid_mac(path.GES_MACAddress))
-            printf("%30s %s\n", "Grouping MAC:", macstring(path.GES_MACAddress, 6));
+            show_printf("%30s %s\n", "Grouping MAC:", macstring(path.GES_MACAddress, 6));
         print_path_issues(&path.Issues, encap, kDetailIndent);
     }
 }
@@ -791,18 +790,18 @@ void print_label_pathlist(const char *title, const bag_array<EvpnPath> *paths, u
                           bool label_mode) {
     if (count_of(*paths) == 0)
         return;
-    printf("   %7s pathlist:\n", title);
+    show_printf("   %7s pathlist:\n", title);
     char label[EVPN_LABEL_TEXT_SIZE];
     for (uint32_t i = 0; i < count_of(*paths); i++) {
         const EvpnPath &path = paths->data[i];
-        printf(" 0x%08x ", path.TunnelEndpointID);
-        printf("%s ", role_word(path));
+        show_printf(" 0x%08x ", path.TunnelEndpointID);
+        show_printf("%s ", role_word(path));
         if (print_sr_te_info("SR-TE ", &path.SR_TEInfo))
             continue;
-        printf("%-40.40s ", l2vpn_inet_ntop(&path.NextHop));
+        show_printf("%-40.40s ", l2vpn_inet_ntop(&path.NextHop));
         if (label_mode) {
             l2vpn_mpls_label_to_str(path.OutputLabel, label, sizeof label, encap);
-            printf("  %-15.15s\n", label);
+            show_printf("  %-15.15s\n", label);
         } else {
             print_label_sids(&path.SRv6_SIDInfo, true);
         }
@@ -820,17 +819,17 @@ void print_evpn_pl_bag(const void *record, const char *, PrintContext *) {
         const EvpnPath &path = pl->paths.data[i];
         memset(label, 0, sizeof label);
         l2vpn_mpls_label_to_str(path.OutputLabel, label, sizeof label, pl->encap);
-        printf("%-40.40s %-15.15s\n", l2vpn_inet_ntop(&path.NextHop), label);
+        show_printf("%-40.40s %-15.15s\n", l2vpn_inet_ntop(&path.NextHop), label);
     }
-    printf("%-40.40s %-15.15s\n", kColumnRule, kColumnRule);
+    show_printf("%-40.40s %-15.15s\n", kColumnRule, kColumnRule);
     if (!show_filter.private_view)
         return;
-    printf("   Ethernet Segment Id: %s\n", text_of(pl->esi));
-    printf("   Num objects linked: %d (printing %d)\n", static_cast<int>(pl->num_objects_linked),
+    show_printf("   Ethernet Segment Id: %s\n", text_of(pl->esi));
+    show_printf("   Num objects linked: %d (printing %d)\n", static_cast<int>(pl->num_objects_linked),
            static_cast<int>(count_of(pl->linked_objects)));
     for (uint32_t i = 0; i < count_of(pl->linked_objects); i++) {
         const l2vpn_evpn_pl_linked_object &object = pl->linked_objects.data[i];
-        printf("   %-14.14s %-15.15s\n", macstring(object.mac, 6), l2vpn_inet_ntop(&object.ip));
+        show_printf("   %-14.14s %-15.15s\n", macstring(object.mac, 6), l2vpn_inet_ntop(&object.ip));
     }
     infra_db_print_evt_hist_bag(&pl->event_history, &pl->event_history_info, kHistoryTitle);
     putchar('\n');
@@ -878,11 +877,11 @@ void show_evpn_mac(const ShowCommandDef &cmd) {
     char path[EVPN_PATH_SIZE] = EVPN_PATH_MAC, ip[EVPN_IP_KEY_SIZE];
 
     const bool sid = l2vpn_platform_srv6_elan_supported() != 0;
-    printf(kColumns, "VPN-ID", "Encap", "MAC address", "IP address", "Nexthop", "Label");
-    if (sid) printf(kSidColumn, "SID");
-    printf(kColumns, kColumnRule, kColumnRule, kColumnRule, kColumnRule, kColumnRule, kColumnRule);
-    if (sid) printf(kSidColumn, kColumnRule);
-    printf("\n");
+    show_printf(kColumns, "VPN-ID", "Encap", "MAC address", "IP address", "Nexthop", "Label");
+    if (sid) show_printf(kSidColumn, "SID");
+    show_printf(kColumns, kColumnRule, kColumnRule, kColumnRule, kColumnRule, kColumnRule, kColumnRule);
+    if (sid) show_printf(kSidColumn, kColumnRule);
+    show_printf("\n");
 
     const uint32_t *m = f.mac;
     if (f.value_set && f.mac_set)
@@ -920,8 +919,8 @@ void show_evpn_imcast(const ShowCommandDef &cmd) {
     const ShowFilter &f = show_filter;
     char path[EVPN_PATH_SIZE] = EVPN_PATH_IMCAST, ip[EVPN_IP_KEY_SIZE];
 
-    printf(kColumns, "VPN-ID", "Encap", "EtherTag", "Originating IP");
-    printf(kColumns + 1, kColumnRule, kColumnRule, kColumnRule, kColumnRule);
+    show_printf(kColumns, "VPN-ID", "Encap", "EtherTag", "Originating IP");
+    show_printf(kColumns + 1, kColumnRule, kColumnRule, kColumnRule, kColumnRule);
 
     if (f.value_set) {
         if (!f.eth_tag_set)
@@ -960,8 +959,8 @@ void show_evpn_imcast(const ShowCommandDef &cmd) {
 // Columns of labels and internal IDs: 10 6 27 10, three blanks, then 8 or 11.
 void show_evpn_label(const ShowCommandDef &) {
     static constexpr char kColumns[] = "\n%-10.10s %-6.6s %-27.27s %-10.10s   %-8.8s\n";
-    printf(kColumns, "VPN-ID", "Encap", "Ethernet Segment Id", "EtherTag", "Label");
-    printf(kColumns + 1, kColumnRule, kColumnRule, kColumnRule, kColumnRule, kColumnRule);
+    show_printf(kColumns, "VPN-ID", "Encap", "Ethernet Segment Id", "EtherTag", "Label");
+    show_printf(kColumns + 1, kColumnRule, kColumnRule, kColumnRule, kColumnRule, kColumnRule);
     const bool detailed = show_filter.detail || show_filter.private_view;
     show_evpn_label_db_common(detailed ? EVPN_PATH_LABEL_DETAIL : EVPN_PATH_LABEL,
                               print_evpn_label_bag_as_label);
@@ -969,8 +968,8 @@ void show_evpn_label(const ShowCommandDef &) {
 
 void show_evpn_internal_id(const ShowCommandDef &) {
     static constexpr char kColumns[] = "\n%-10.10s %-6.6s %-27.27s %-10.10s   %-11.11s\n";
-    printf(kColumns, "VPN-ID", "Encap", "Ethernet Segment Id", "EtherTag", "Internal ID");
-    printf(kColumns + 1, kColumnRule, kColumnRule, kColumnRule, kColumnRule, kColumnRule);
+    show_printf(kColumns, "VPN-ID", "Encap", "Ethernet Segment Id", "EtherTag", "Internal ID");
+    show_printf(kColumns + 1, kColumnRule, kColumnRule, kColumnRule, kColumnRule, kColumnRule);
     const bool detailed = show_filter.detail || show_filter.private_view;
     show_evpn_label_db_common(detailed ? EVPN_PATH_INTERNAL_ID_DETAIL : EVPN_PATH_INTERNAL_ID,
                               print_evpn_label_bag_as_internal_id);
@@ -984,11 +983,11 @@ void show_evpn_neighbor(const ShowCommandDef &cmd) {
     char path[EVPN_PATH_SIZE] = EVPN_PATH_NEIGHBOR, ip[EVPN_IP_KEY_SIZE];
 
     if (f.leaf_evis) {
-        printf(kLeafColumns, "VPN-ID", "Encap", "Neighbor IP", "Leaf EVIs");
-        printf(kLeafColumns + 1, kColumnRule, kColumnRule, kColumnRule, kColumnRule);
+        show_printf(kLeafColumns, "VPN-ID", "Encap", "Neighbor IP", "Leaf EVIs");
+        show_printf(kLeafColumns + 1, kColumnRule, kColumnRule, kColumnRule, kColumnRule);
     } else {
-        printf(kColumns, "VPN-ID", "Encap", "Neighbor IP");
-        printf(kColumns + 1, kColumnRule, kColumnRule, kColumnRule);
+        show_printf(kColumns, "VPN-ID", "Encap", "Neighbor IP");
+        show_printf(kColumns + 1, kColumnRule, kColumnRule, kColumnRule);
     }
 
     // With -N alone the whole listing is walked: the printers filter by address.
@@ -1019,13 +1018,13 @@ void show_evpn_ead(const ShowCommandDef &cmd) {
     char path[EVPN_PATH_SIZE] = EVPN_PATH_EAD;
 
     const bool sid = l2vpn_platform_srv6_supported() != 0;
-    printf("\n");
-    printf(kColumns, "VPN-ID", "Encap", "Ethernet Segment Id", "EtherTag", "Nexthop", "Label");
-    if (sid) printf(kSidColumn, "SID");
-    printf("\n");
-    printf(kColumns, kColumnRule, kColumnRule, kColumnRule, kColumnRule, kColumnRule, kColumnRule);
-    if (sid) printf(kSidColumn, kColumnRule);
-    printf("\n");
+    show_printf("\n");
+    show_printf(kColumns, "VPN-ID", "Encap", "Ethernet Segment Id", "EtherTag", "Nexthop", "Label");
+    if (sid) show_printf(kSidColumn, "SID");
+    show_printf("\n");
+    show_printf(kColumns, kColumnRule, kColumnRule, kColumnRule, kColumnRule, kColumnRule, kColumnRule);
+    if (sid) show_printf(kSidColumn, kColumnRule);
+    show_printf("\n");
 
     const char *esi = nullptr;
     if (f.esi_set && !(esi = esi_key(cmd, kEsiExtractFailed))) return;
@@ -1055,8 +1054,8 @@ void show_evpn_pl(const ShowCommandDef &cmd) {
     const ShowFilter &f = show_filter;
     char path[EVPN_PATH_SIZE] = EVPN_PATH_PATHLIST;
 
-    printf(kColumns, "Nexthop", "Label");
-    printf(kColumns + 1, kColumnRule, kColumnRule);
+    show_printf(kColumns, "Nexthop", "Label");
+    show_printf(kColumns + 1, kColumnRule, kColumnRule);
 
     // Without -M the whole listing is walked; -0 and -j play no part.
     if (f.value_set) {

@@ -111,9 +111,9 @@ bool rt_text(const l2vpn_bag_rt_t *value, char (&buf)[L2VPN_RT_STR_SIZE]) {
 void print_evi_line(uint32_t vpn_id, uint32_t encap, const char *bd_name, uint32_t evi_type) {
     const char *encap_word = evpn_bgp_encap_type_to_str(encap);
     if (is_empty(bd_name))
-        printf("%-10u %-10s %-28.28s %-19.19s\n", vpn_id, encap_word, "Not set", "Not set");
+        show_printf("%-10u %-10s %-28.28s %-19.19s\n", vpn_id, encap_word, "Not set", "Not set");
     else
-        printf("%-10u %-10s %-28.28s %-19.19s\n", vpn_id, encap_word, bd_name,
+        show_printf("%-10u %-10s %-28.28s %-19.19s\n", vpn_id, encap_word, bd_name,
                evpn_type_2_string(evi_type));
 }
 
@@ -146,28 +146,28 @@ TrafficCounters bytes_of(const bd_forwarding_stats &s) {
 unsigned long ul(uint64_t v) { return static_cast<unsigned long>(v); }
 
 void print_packets_heading() {
-    printf("%s  Packets            Sent                 Received\n", kStatsIndent);
+    show_printf("%s  Packets            Sent                 Received\n", kStatsIndent);
 }
 
 void print_bytes_heading() {
-    printf("%s  Bytes              Sent                 Received\n", kStatsIndent);
+    show_printf("%s  Bytes              Sent                 Received\n", kStatsIndent);
 }
 
 void print_total_unicast(const TrafficCounters &c) {
-    printf("%s    Total          : %-20lu %-20lu\n", kStatsIndent, ul(c.tx_total), ul(c.rx_total));
-    printf("%s    Unicast        : %-20lu %-20lu\n", kStatsIndent, ul(c.tx_unicast),
+    show_printf("%s    Total          : %-20lu %-20lu\n", kStatsIndent, ul(c.tx_total), ul(c.rx_total));
+    show_printf("%s    Unicast        : %-20lu %-20lu\n", kStatsIndent, ul(c.tx_unicast),
            ul(c.rx_unicast));
 }
 
 void print_broadcast_multicast(const TrafficCounters &c) {
-    printf("%s    Broadcast      : %-20lu %-20lu\n", kStatsIndent, ul(c.tx_broadcast),
+    show_printf("%s    Broadcast      : %-20lu %-20lu\n", kStatsIndent, ul(c.tx_broadcast),
            ul(c.rx_broadcast));
-    printf("%s    Multicast      : %-20lu %-20lu\n", kStatsIndent, ul(c.tx_multicast),
+    show_printf("%s    Multicast      : %-20lu %-20lu\n", kStatsIndent, ul(c.tx_multicast),
            ul(c.rx_multicast));
 }
 
 void print_bum(const TrafficCounters &c) {
-    printf("%s    BUM            : %-20lu %-20lu\n", kStatsIndent, ul(c.tx_bum), ul(c.rx_bum));
+    show_printf("%s    BUM            : %-20lu %-20lu\n", kStatsIndent, ul(c.tx_bum), ul(c.rx_bum));
 }
 
 // The per-kind table is worth printing only when broadcast, multicast or
@@ -200,25 +200,25 @@ uint32_t rt_counter(const l2vpn_evpn_evi_detail_bag *evi, uint32_t row, uint32_t
 }
 
 void print_evi_private_tail(const l2vpn_evpn_evi_detail_bag *evi) {
-    printf("    Access: %s\n", evi->access ? "TRUE" : "FALSE");
-    printf("    BD PTR: 0x%lx\n", ul(evi->bd_ptr));
-    printf("    BD ID:  %u\n", evi->bd_id);
-    printf("    RT Counters:\n");
-    printf("       DEF - B:%10u I:%10u E:%10u\n", rt_counter(evi, 0, 0), rt_counter(evi, 0, 1),
+    show_printf("    Access: %s\n", evi->access ? "TRUE" : "FALSE");
+    show_printf("    BD PTR: 0x%lx\n", ul(evi->bd_ptr));
+    show_printf("    BD ID:  %u\n", evi->bd_id);
+    show_printf("    RT Counters:\n");
+    show_printf("       DEF - B:%10u I:%10u E:%10u\n", rt_counter(evi, 0, 0), rt_counter(evi, 0, 1),
            rt_counter(evi, 0, 2));
-    printf("       ADD - B:%10u I:%10u E:%10u\n", rt_counter(evi, 1, 0), rt_counter(evi, 1, 1),
+    show_printf("       ADD - B:%10u I:%10u E:%10u\n", rt_counter(evi, 1, 0), rt_counter(evi, 1, 1),
            rt_counter(evi, 1, 2));
-    printf("       DEL - B:%10u I:%10u E:%10u\n", rt_counter(evi, 2, 0), rt_counter(evi, 2, 1),
+    show_printf("       DEL - B:%10u I:%10u E:%10u\n", rt_counter(evi, 2, 0), rt_counter(evi, 2, 1),
            rt_counter(evi, 2, 2));
-    printf("    Counters:\n");
-    printf("      Num Upd MACs to L2RIB  : %u\n", evi->upd_macs);
-    printf("      Num Upd Error to L2RIB : %u\n", evi->upd_mac_errors);
-    printf("      Num Del MACs to L2RIB  : %u\n", evi->del_macs);
-    printf("      Num Del Error to L2RIB : %u\n", evi->del_mac_errors);
-    printf("      Num Upd IMETs to L2RIB    : %u\n", evi->upd_imets);
-    printf("      Num Upd IMET Err to L2RIB : %u\n", evi->upd_imet_errors);
-    printf("      Num Del IMETs to L2RIB    : %u\n", evi->del_imets);
-    printf("      Num Del IMET Err to L2RIB : %u\n", evi->del_imet_errors);
+    show_printf("    Counters:\n");
+    show_printf("      Num Upd MACs to L2RIB  : %u\n", evi->upd_macs);
+    show_printf("      Num Upd Error to L2RIB : %u\n", evi->upd_mac_errors);
+    show_printf("      Num Del MACs to L2RIB  : %u\n", evi->del_macs);
+    show_printf("      Num Del Error to L2RIB : %u\n", evi->del_mac_errors);
+    show_printf("      Num Upd IMETs to L2RIB    : %u\n", evi->upd_imets);
+    show_printf("      Num Upd IMET Err to L2RIB : %u\n", evi->upd_imet_errors);
+    show_printf("      Num Del IMETs to L2RIB    : %u\n", evi->del_imets);
+    show_printf("      Num Del IMET Err to L2RIB : %u\n", evi->del_imet_errors);
     infra_db_print_evt_hist_bag(&evi->event_history, &evi->event_history_info,
                                 "EVPN VPN-ID event history");
 }
@@ -241,7 +241,7 @@ void print_evpn_evi_detail_bag(const void *record, const char *, PrintContext *c
     l2vpn_rd_t rd_auto;
     memset(&rd_auto, 0, sizeof rd_auto);
     if (!l2vpn_bag_rd_convert(&evi->rd_auto, &rd_auto)) {
-        printf("%s", kRdError);
+        show_printf("%s", kRdError);
         return;
     }
     const bool priv = show_filter.private_view != 0;
@@ -250,74 +250,74 @@ void print_evpn_evi_detail_bag(const void *record, const char *, PrintContext *c
 
     print_evi_line(evi->vpn_id, evi->encap, evi->bd_name, evi->evi_type);
     if (!is_empty(evi->description))
-        printf("   Description    : %s\n", evi->description);
-    printf("   Stitching: %s\n", evi->stitching ? "Stitching" : "Regular");
+        show_printf("   Description    : %s\n", evi->description);
+    show_printf("   Stitching: %s\n", evi->stitching ? "Stitching" : "Regular");
 
     if (evi->encap == EVPN_ENCAP_SRV6) {
         if (l2vpn_platform_srv6_elan_supported()) {
-            printf("   Unicast SID: ");
+            show_printf("   Unicast SID: ");
             print_srv6_sid_list(&evi->unicast_sids, sid_indent, true, true, true);
-            printf("   Multicast SID: ");
+            show_printf("   Multicast SID: ");
             print_srv6_sid_list(&evi->multicast_sids, sid_indent, true, true, true);
         }
     } else if (evi->encap == EVPN_ENCAP_MPLS) {
         char label[EVPN_LABEL_TEXT_SIZE];
         memset(label, 0, sizeof label);
         l2vpn_mpls_label_to_str(evi->unicast_label, label, sizeof label, EVPN_ENCAP_MPLS);
-        printf("   Unicast Label  : %s\n", label);
+        show_printf("   Unicast Label  : %s\n", label);
         l2vpn_mpls_label_to_str(evi->multicast_label, label, sizeof label, evi->encap);
-        printf("   Multicast Label: %s\n", label);
+        show_printf("   Multicast Label: %s\n", label);
         l2vpn_mpls_label_to_str(evi->reroute_label, label, sizeof label, evi->encap);
         if (priv)
-            printf("   Reroute Label: %s (FRR AC count: %u)\n", label, evi->frr_ac_count);
+            show_printf("   Reroute Label: %s (FRR AC count: %u)\n", label, evi->frr_ac_count);
         else
-            printf("   Reroute Label: %s\n", label);
+            show_printf("   Reroute Label: %s\n", label);
     }
     if (evi->encap == EVPN_ENCAP_VXLAN)
-        printf("   VNI: %d\n", static_cast<int>(evi->unicast_label));
+        show_printf("   VNI: %d\n", static_cast<int>(evi->unicast_label));
     if (evi->encap != EVPN_ENCAP_SRV6) {
-        printf("%sFlow Label: %s%s\n", "   ", evi->flow_label ? "Y" : "N",
+        show_printf("%sFlow Label: %s%s\n", "   ", evi->flow_label ? "Y" : "N",
                evi->flow_label_global ? " [Global]" : "");
-        printf("   Control-Word: %s\n", enabled_unless(evi->control_word_disabled));
+        show_printf("   Control-Word: %s\n", enabled_unless(evi->control_word_disabled));
     }
 
-    printf("   E-Tree: %s\n", etree_word(evi->etree_leaf, evi->etree_rt_leaf));
+    show_printf("   E-Tree: %s\n", etree_word(evi->etree_leaf, evi->etree_rt_leaf));
     if (!is_empty(evi->table_policy))
-        printf("   Table-policy Name: %s\n", evi->table_policy);
+        show_printf("   Table-policy Name: %s\n", evi->table_policy);
     if (!is_empty(evi->route_policy_import))
-        printf("   Route-policy Import: %s\n", evi->route_policy_import);
+        show_printf("   Route-policy Import: %s\n", evi->route_policy_import);
     if (!is_empty(evi->route_policy_export))
-        printf("   Route-policy Export: %s\n", evi->route_policy_export);
-    printf("   Forward-class: %u\n", evi->forward_class);
-    printf("   Advertise MACs: %s\n", Yes_or_No_str(evi->advertise_macs));
-    printf("   Advertise BVI MACs: %s\n", Yes_or_No_str(evi->advertise_bvi_macs));
-    printf("   Aliasing: %s\n", enabled_unless(evi->aliasing_disabled));
-    printf("   UUF: %s\n", enabled_unless(evi->uuf_disabled));
-    printf("   Re-origination: %s\n", enabled_unless(evi->reorigination_disabled));
-    printf("   Multicast:\n");
-    printf("     Source connected   : %s\n", Yes_or_No_str(evi->mcast_source_connected));
-    printf("     IGMP-Snooping Proxy: %s\n", Yes_or_No_str(evi->igmp_snooping_proxy));
-    printf("     MLD-Snooping Proxy : %s\n", Yes_or_No_str(evi->mld_snooping_proxy));
-    printf("   BGP Implicit Import: %s\n", enabled_unless(evi->implicit_import_disabled));
-    printf("   VRF Name: %s\n", text_of(evi->vrf_name));
+        show_printf("   Route-policy Export: %s\n", evi->route_policy_export);
+    show_printf("   Forward-class: %u\n", evi->forward_class);
+    show_printf("   Advertise MACs: %s\n", Yes_or_No_str(evi->advertise_macs));
+    show_printf("   Advertise BVI MACs: %s\n", Yes_or_No_str(evi->advertise_bvi_macs));
+    show_printf("   Aliasing: %s\n", enabled_unless(evi->aliasing_disabled));
+    show_printf("   UUF: %s\n", enabled_unless(evi->uuf_disabled));
+    show_printf("   Re-origination: %s\n", enabled_unless(evi->reorigination_disabled));
+    show_printf("   Multicast:\n");
+    show_printf("     Source connected   : %s\n", Yes_or_No_str(evi->mcast_source_connected));
+    show_printf("     IGMP-Snooping Proxy: %s\n", Yes_or_No_str(evi->igmp_snooping_proxy));
+    show_printf("     MLD-Snooping Proxy : %s\n", Yes_or_No_str(evi->mld_snooping_proxy));
+    show_printf("   BGP Implicit Import: %s\n", enabled_unless(evi->implicit_import_disabled));
+    show_printf("   VRF Name: %s\n", text_of(evi->vrf_name));
     if (priv)
-        printf("   VRF Table EOD: %s\n     Expected: %s\n     Why     : %s\n",
+        show_printf("   VRF Table EOD: %s\n     Expected: %s\n     Why     : %s\n",
                Yes_or_No_str(evi->vrf_table_eod), Yes_or_No_str(evi->vrf_table_eod_expected),
                text_of(evi->vrf_table_eod_why));
     if (!is_empty(evi->srv6_locator_name)) {
-        printf("   SRv6 Locator Name: %s\n", evi->srv6_locator_name);
+        show_printf("   SRv6 Locator Name: %s\n", evi->srv6_locator_name);
         if (priv)
-            printf("   SRv6 Locator ID: %u\n", evi->srv6_locator_id);
+            show_printf("   SRv6 Locator ID: %u\n", evi->srv6_locator_id);
     }
-    printf("   Preferred Nexthop Mode: %s\n", nexthop_mode_word(evi->preferred_nexthop_mode));
+    show_printf("   Preferred Nexthop Mode: %s\n", nexthop_mode_word(evi->preferred_nexthop_mode));
     if (priv)
-        printf("   ECMP Disable: %s\n", enabled_if(evi->ecmp_disable));
+        show_printf("   ECMP Disable: %s\n", enabled_if(evi->ecmp_disable));
     if (has_mtu_settings(evi->evi_kind)) {
-        printf("   Ignore MTU Mismatch: %s\n", enabled_if(evi->ignore_mtu_mismatch));
-        printf("   Transmit MTU Zero: %s\n", enabled_if(evi->transmit_mtu_zero));
+        show_printf("   Ignore MTU Mismatch: %s\n", enabled_if(evi->ignore_mtu_mismatch));
+        show_printf("   Transmit MTU Zero: %s\n", enabled_if(evi->transmit_mtu_zero));
     }
-    printf("   BVI Coupled Mode: %s\n", Yes_or_No_str(evi->bvi_coupled_mode));
-    printf("   BVI Subnet Withheld: ipv4 %s, ipv6 %s\n",
+    show_printf("   BVI Coupled Mode: %s\n", Yes_or_No_str(evi->bvi_coupled_mode));
+    show_printf("   BVI Subnet Withheld: ipv4 %s, ipv6 %s\n",
            Yes_or_No_str(evi->bvi_subnet_withheld_ipv4),
            Yes_or_No_str(evi->bvi_subnet_withheld_ipv6));
 
@@ -352,17 +352,17 @@ void print_evpn_evi_detail_stats(const l2vpn_evpn_evi_detail_bag *evi, const Pri
 
     const TrafficCounters packets = packets_of(stats);
     const TrafficCounters bytes = bytes_of(stats);
-    printf("\n%sStatistics:\n", kStatsIndent);
+    show_printf("\n%sStatistics:\n", kStatsIndent);
     if (wants_detailed_form(stats)) {
         print_packets_heading();
         print_total_unicast(packets);
         print_broadcast_multicast(packets);
-        printf("%s    Unknown Unicast: N/A                  %-20lu\n", kStatsIndent,
+        show_printf("%s    Unknown Unicast: N/A                  %-20lu\n", kStatsIndent,
                ul(packets.rx_unknown_unicast));
         print_bytes_heading();
         print_total_unicast(bytes);
         print_broadcast_multicast(bytes);
-        printf("%s    Unknown Unicast: N/A                  %-20lu\n\n", kStatsIndent,
+        show_printf("%s    Unknown Unicast: N/A                  %-20lu\n\n", kStatsIndent,
                ul(bytes.rx_unknown_unicast));
     } else {
         print_packets_heading();
@@ -381,29 +381,29 @@ void print_evpn_evi_rd_rt_section(const l2vpn_evpn_evi_detail_bag *evi) {
         return;
     char rd[L2VPN_RD_STR_SIZE];
     if (!rd_text(&evi->rd_config, rd)) {
-        printf("%s", kRdError);
+        show_printf("%s", kRdError);
         return;
     }
-    printf("   RD Config: %s\n", rd);
+    show_printf("   RD Config: %s\n", rd);
     if (!rd_text(&evi->rd_auto, rd)) {
-        printf("%s", kRdError);
+        show_printf("%s", kRdError);
         return;
     }
-    printf("   RD Auto  : %s\n", rd);
+    show_printf("   RD Auto  : %s\n", rd);
     char rt[L2VPN_RT_STR_SIZE];
     if (!rt_text(&evi->rt_auto, rt)) {
-        printf("%s", kRtError);
+        show_printf("%s", kRtError);
         return;
     }
-    printf("   RT Auto  : %s", rt);
-    printf("\n");
+    show_printf("   RT Auto  : %s", rt);
+    show_printf("\n");
     if (evi->rt_import_none)
-        printf("    RT Import None Set\n");
+        show_printf("    RT Import None Set\n");
     if (evi->rt_export_none)
-        printf("    RT Export None Set\n");
+        show_printf("    RT Export None Set\n");
 
-    printf("   %-30.30s %-21.21s\n", "Route Targets in Use", "Type");
-    printf("   %-30.30s %-21.21s\n", kColumnRule, kColumnRule);
+    show_printf("   %-30.30s %-21.21s\n", "Route Targets in Use", "Type");
+    show_printf("   %-30.30s %-21.21s\n", kColumnRule, kColumnRule);
     char path[EVPN_PATH_SIZE];
     snprintf(path, sizeof path, EVPN_PATH_EVI_RT "-evi_encap/0x%x,0x%x", evi->vpn_id, evi->encap);
     // A nested walk: it collects no statistics, so the outer batch's table stays.
@@ -411,7 +411,7 @@ void print_evpn_evi_rd_rt_section(const l2vpn_evpn_evi_detail_bag *evi) {
 
     if (show_filter.private_view)
         print_evi_private_tail(evi);
-    printf("\n");
+    show_printf("\n");
 }
 
 // ---- Route targets and route distinguishers ----------------------------------------
@@ -422,16 +422,16 @@ void print_evpn_evi_bgp_rt_bag(const void *record, const char *, PrintContext *)
         return;
     char text[L2VPN_RT_STR_SIZE];
     if (!rt_text(&rt->rt, text)) {
-        printf("%s", kRtError);
+        show_printf("%s", kRtError);
         return;
     }
-    printf("   %-30.30s ", text);
-    printf("%-9.9s%-12.12s", rt_type_word(rt->rt_type, rt->vpn_id),
+    show_printf("   %-30.30s ", text);
+    show_printf("%-9.9s%-12.12s", rt_type_word(rt->rt_type, rt->vpn_id),
            rt->stitching ? "(stitching)" : "");
     if (show_filter.private_view)
         infra_db_print_evt_hist_bag(&rt->event_history, &rt->event_history_info,
                                     "EVPN RT event history");
-    printf("\n");
+    show_printf("\n");
 }
 
 // Five RTs to a line; a value that does not convert ends the whole list.
@@ -442,32 +442,32 @@ void print_evpn_rd_rt_list(const l2vpn_evpn_rd_rt_entry *entries, uint32_t count
         const l2vpn_evpn_rd_rt_entry &entry = entries[i];
         char rd[L2VPN_RD_STR_SIZE];
         if (!rd_text(&entry.rd, rd)) {
-            printf("%s", kRdError);
+            show_printf("%s", kRdError);
             return;
         }
-        printf("\n     RD: %s, Num RTs: %d %s", rd, static_cast<int>(entry.rts.count),
+        show_printf("\n     RD: %s, Num RTs: %d %s", rd, static_cast<int>(entry.rts.count),
                entry.stitching ? "(Stitching)" : "");
-        printf("     RT List:\n");
-        printf("%s", kRtListIndent);
+        show_printf("     RT List:\n");
+        show_printf("%s", kRtListIndent);
         if (entry.rts.data == nullptr)
             continue;
         uint32_t on_line = 0;
         for (uint32_t j = 0; j < entry.rts.count; j++) {
             char rt[L2VPN_RT_STR_SIZE];
             if (!rt_text(&entry.rts.data[j], rt)) {
-                printf("%s", kRtError);
+                show_printf("%s", kRtError);
                 return;
             }
-            printf("%s, ", rt);
+            show_printf("%s, ", rt);
             if (++on_line == kRtsPerLine) {
-                printf("\n");
+                show_printf("\n");
                 on_line = 0;
                 if (j + 1 < entry.rts.count)
-                    printf("%s", kRtListIndent);
+                    show_printf("%s", kRtListIndent);
             }
         }
         if (on_line > 0)
-            printf("\n");
+            show_printf("\n");
     }
 }
 
@@ -476,18 +476,18 @@ void print_evpn_rd_private_bag(const void *record, const char *, PrintContext *)
         return;
     const auto *entry = static_cast<const l2vpn_evpn_rd_private_bag *>(record);
     if (entry == nullptr) {
-        printf("\n Error! a pointer is null");
-        printf("\n");
+        show_printf("\n Error! a pointer is null");
+        show_printf("\n");
         return;
     }
     char rd[L2VPN_RD_STR_SIZE];
     if (rd_text(&entry->rd, rd))
-        printf(" Route Distinguisher:  %s", rd);
+        show_printf(" Route Distinguisher:  %s", rd);
     else
-        printf("%s", kRdError);
+        show_printf("%s", kRdError);
     infra_db_print_evt_hist_bag(&entry->event_history, &entry->event_history_info,
                                 "EVPN RD DB event history");
-    printf("\n");
+    show_printf("\n");
 }
 
 // ---- Tunnel endpoints ----------------------------------------------------------------
@@ -498,41 +498,41 @@ void print_evpn_tep_bag(const void *record, const char *, const char *tag) {
     if (tep == nullptr)
         return;
     // The address text is overwritten by the next address formatted.
-    printf("0x%08x %-12s %-40.40s ", tep->tep_id, tep_type_word(tep->tep_type),
+    show_printf("0x%08x %-12s %-40.40s ", tep->tep_id, tep_type_word(tep->tep_type),
            l2vpn_inet_ntop(&tep->local_nexthop));
-    printf("%-40.40s\n", l2vpn_inet_ntop(&tep->remote_nexthop));
+    show_printf("%-40.40s\n", l2vpn_inet_ntop(&tep->remote_nexthop));
     if (!show_filter.detail && !show_filter.private_view) {
-        printf("\n");
+        show_printf("\n");
         return;
     }
-    printf("  In-use count: %u\n", tep->in_use_count);
-    printf("  VRF: Name '%s', Table-Id 0x%08x\n", text_of(tep->vrf_name), tep->vrf_table_id);
+    show_printf("  In-use count: %u\n", tep->in_use_count);
+    show_printf("  VRF: Name '%s', Table-Id 0x%08x\n", text_of(tep->vrf_name), tep->vrf_table_id);
     // No line end: the UDP port follows on the same line.
     if (tep->local_vpn_id != 0)
-        printf("  Local VPN-ID: %-8u Encap:%-6s", tep->local_vpn_id,
+        show_printf("  Local VPN-ID: %-8u Encap:%-6s", tep->local_vpn_id,
                evpn_bgp_encap_type_to_str(tep->local_encap));
-    printf("  UDP port: %d\n", static_cast<int>(tep->udp_port));
+    show_printf("  UDP port: %d\n", static_cast<int>(tep->udp_port));
     if (tep->remote_vpn_id != 0)
-        printf("  Remote VPN-ID: %-8u Encap:%-6s\n", tep->remote_vpn_id,
+        show_printf("  Remote VPN-ID: %-8u Encap:%-6s\n", tep->remote_vpn_id,
                evpn_bgp_encap_type_to_str(tep->remote_encap));
-    printf("  Notification registrations:\n");
+    show_printf("  Notification registrations:\n");
     char path[EVPN_PATH_SIZE];
     snprintf(path, sizeof path, EVPN_PATH_TEP "/%s/notification", text_of(tag));
     evpn_show_walk(kTepNotification, path);
     if (show_filter.private_view) {
-        printf("  L3FIB Status: ");
-        printf("%s", tep->l3fib_registered ? "Registered" : "Not Registered");
-        printf(", %s\n", tep->l3fib_reachable ? "Reachable" : "Not Reachable");
+        show_printf("  L3FIB Status: ");
+        show_printf("%s", tep->l3fib_registered ? "Registered" : "Not Registered");
+        show_printf(", %s\n", tep->l3fib_reachable ? "Reachable" : "Not Reachable");
         infra_db_print_evt_hist_bag(&tep->event_history, &tep->event_history_info,
                                     "L2VPN TEP event history");
     }
-    printf("\n");
+    show_printf("\n");
 }
 
 void print_evpn_tep_notification_entry(const void *record, const char *, PrintContext *) {
     const auto *entry = static_cast<const l2vpn_evpn_tep_notification_entry_bag *>(record);
     if (entry != nullptr)
-        printf("   %s\n", text_of(entry->name));
+        show_printf("   %s\n", text_of(entry->name));
 }
 
 // The list display's step for one endpoint name: fetch and print its record.
@@ -552,8 +552,8 @@ void show_evpn_tep_info(const void *, const char *item_name, const char *) {
 
 void show_evpn_rd(const ShowCommandDef &) {
     if (!show_filter.private_view) return;
-    printf("Route Distinguisher (RD) database\n");
-    printf("---------------------------------\n");
+    show_printf("Route Distinguisher (RD) database\n");
+    show_printf("---------------------------------\n");
     evpn_show_walk(kRdPrivate, EVPN_PATH_RD);
 }
 
@@ -562,9 +562,9 @@ void show_evpn_evi(const ShowCommandDef &) {
     static constexpr char kColumns[] = "\n%-10.10s %-10.10s %-28.28s %-19.19s";
     const ShowFilter &f = show_filter;
 
-    printf(kColumns, "VPN-ID", "Encap", "Bridge Domain", "Type");
-    printf(kColumns, kColumnRule, kColumnRule, kColumnRule, kColumnRule);
-    printf("\n");
+    show_printf(kColumns, "VPN-ID", "Encap", "Bridge Domain", "Type");
+    show_printf(kColumns, kColumnRule, kColumnRule, kColumnRule, kColumnRule);
+    show_printf("\n");
 
     const bool detailed = f.detail || f.private_view;
     const char *base = detailed ? EVPN_PATH_EVI_DETAIL : EVPN_PATH_EVI;
@@ -579,8 +579,8 @@ void show_evpn_evi(const ShowCommandDef &) {
 // Columns: 10 12 40 40.
 void show_evpn_tep(const ShowCommandDef &) {
     static constexpr char kColumns[] = "\n%-10.10s %-12.12s %-40.40s %-40.40s\n";
-    printf(kColumns, "TEP-ID", "Type", "Local Nexthop", "Remote Nexthop");
-    printf(kColumns + 1, kColumnRule, kColumnRule, kColumnRule, kColumnRule);
+    show_printf(kColumns, "TEP-ID", "Type", "Local Nexthop", "Remote Nexthop");
+    show_printf(kColumns + 1, kColumnRule, kColumnRule, kColumnRule, kColumnRule);
 
     if (!show_filter.value_set) {
         const l2vpn_show_context_t all{EVPN_PATH_TEP, show_evpn_tep_info,    nullptr,

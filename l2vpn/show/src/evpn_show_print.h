@@ -226,12 +226,13 @@ void show_evpn_grp(const ShowCommandDef &cmd);          // 15
 void show_evpn_srv6(const ShowCommandDef &cmd);         // 18
 void show_evpn_ges_map(const ShowCommandDef &cmd);      // 19
 
-// printf and vsnprintf with the same format strings and the same output, for
-// the lines printed once per route (evpn_show_printf): the flags, width,
+// printf, vprintf and vsnprintf with the same format strings and the same
+// output, for every line of a report (evpn_show_printf): the flags, width,
 // precision and length of the d, i, u, x, X, o, c, s and % conversions are
 // formatted there, at a fraction of the C library's cost; any other format
 // goes to the C library.
 __attribute__((format(printf, 1, 2))) int show_printf(const char *format, ...);
+int show_vprintf(const char *format, va_list ap);
 int show_vsnprintf(char *buf, size_t size, const char *format, va_list ap);
 __attribute__((format(printf, 3, 4))) int show_snprintf(char *buf, size_t size, const char *format, ...);
 

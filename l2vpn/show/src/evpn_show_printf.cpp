@@ -380,11 +380,9 @@ int show_snprintf(char *buf, size_t size, const char *format, ...) {
     return n;
 }
 
-int show_printf(const char *format, ...) {
+int show_vprintf(const char *format, va_list ap) {
     constexpr size_t kLine = 1024;  // a longer text goes through the C library
-    char line[kLine];
-    va_list ap, again;
-    va_start(ap, format);
+    va_list again;
     va_copy(again, ap);
     int n;
 #ifdef __GLIBC__
@@ -392,17 +390,19 @@ int show_printf(const char *format, ...) {
     // there, as putc_unlocked puts its byte: no copy and no call per line.
     FILE *out = stdout;
     if (out->_IO_write_ptr && out->_IO_write_end - out->_IO_write_ptr >= static_cast<ptrdiff_t>(kLine)) {
+        va_list first;
+        va_copy(first, ap);
         FormatOut o{out->_IO_write_ptr, kLine};
-        if (format_into(o, format, ap)) {
+        const bool done = format_into(o, format, first);
+        va_end(first);
+        if (done) {
             out->_IO_write_ptr += o.len;
             va_end(again);
-            va_end(ap);
             return static_cast<int>(o.len);
         }
-        va_end(ap);
-        va_copy(ap, again);
     }
 #endif
+    char line[kLine];
     FormatOut o{line, sizeof line};
     if (format_into(o, format, ap)) {
         n = static_cast<int>(fwrite_unlocked(line, 1, o.len, stdout));
@@ -410,6 +410,13 @@ int show_printf(const char *format, ...) {
         n = vprintf(format, again);
     }
     va_end(again);
+    return n;
+}
+
+int show_printf(const char *format, ...) {
+    va_list ap;
+    va_start(ap, format);
+    const int n = show_vprintf(format, ap);
     va_end(ap);
     return n;
 }
