@@ -62,35 +62,38 @@ struct FormatOut {
 
 enum : uint8_t { kLeft = 1, kPlus = 2, kSpace = 4, kAlt = 8, kZero = 16, kStarWidth = 32, kStarPrec = 64 };
 
-// One conversion and the literal text before it; conv 0 is the text after
-// the last conversion.
+// One conversion and the literal text before it (at text_at in the
+// format); conv 0 is the text after the last conversion.
+// No member initialisers: a call takes a format apart into pieces on its
+// stack only when the format is not in the cache.
 struct Piece {
-    const char *text = nullptr;
-    uint16_t text_len = 0;
-    char conv = 0;
-    int8_t size = 0;  // -2 hh, -1 h, 0 int, 1 long, 2 long long, 3 size_t
-    uint8_t flags = 0;
-    int16_t width = 0, prec = -1;  // prec -1: none
+    uint16_t text_at, text_len;
+    int16_t width, prec;  // prec -1: none
+    char conv;
+    int8_t size;  // -2 hh, -1 h, 0 int, 1 long, 2 long long, 3 size_t
+    uint8_t flags;
 };
 
-constexpr int kMaxPieces = 8;  // conversions of one format this takes, and its end
+constexpr int kMaxPieces = 14;  // conversions of one format this takes, and its end
 
 struct Pieces {
-    const char *format = nullptr;
-    int count = 0;
+    const char *format;
+    int count;
     Piece piece[kMaxPieces];
 };
 
 // Takes the format apart; false for one this does not handle.
-bool parse(const char *f, Pieces &out) {
+bool parse(const char *format, Pieces &out) {
     out.count = 0;
+    const char *f = format;
     for (;;) {
         if (out.count == kMaxPieces) return false;
         Piece &p = out.piece[out.count++];
         const char *pct = strchr(f, '%');
         const size_t n = pct ? static_cast<size_t>(pct - f) : strlen(f);
-        if (n > UINT16_MAX) return false;
-        p = Piece{f, static_cast<uint16_t>(n), 0, 0, 0, 0, -1};
+        const size_t at = static_cast<size_t>(f - format);
+        if (at + n > UINT16_MAX) return false;
+        p = Piece{static_cast<uint16_t>(at), static_cast<uint16_t>(n), 0, -1, 0, 0, 0};
         if (!pct) return true;
         f = pct + 1;
         for (;; f++) {
@@ -180,13 +183,14 @@ bool is_read_only(const char *f) {
 }
 
 // Zeros in the program's image: no work and no page touched at start-up.
-constexpr size_t kCacheSize = 32;
-constinit Pieces g_cache[kCacheSize];
+constexpr unsigned kCacheBits = 7;  // a detail report uses some dozens of formats
+constinit Pieces g_cache[1u << kCacheBits] = {};
 
 // The pieces of f, from the cache or taken apart into scratch; null for a
 // format this does not handle.
 const Pieces *pieces_of(const char *f, Pieces &scratch) {
-    Pieces &slot = g_cache[(reinterpret_cast<uintptr_t>(f) >> 3) % kCacheSize];
+    constexpr uint64_t kGolden = 0x9e3779b97f4a7c15ull;  // spreads neighbouring literals
+    Pieces &slot = g_cache[(reinterpret_cast<uintptr_t>(f) * kGolden) >> (64 - kCacheBits)];
     if (slot.format == f) return &slot;
     if (!parse(f, scratch)) return nullptr;
     scratch.format = f;
@@ -295,7 +299,7 @@ bool format_into(FormatOut &o, const char *format, va_list ap) {
     if (!pieces) return false;
     for (int i = 0;; i++) {
         const Piece &p = pieces->piece[i];
-        o.put(p.text, p.text_len);
+        o.put(pieces->format + p.text_at, p.text_len);
         if (p.conv == 0) return !o.full;
         int width = p.width, prec = p.prec;
         bool left = p.flags & kLeft;
@@ -382,35 +386,30 @@ int show_snprintf(char *buf, size_t size, const char *format, ...) {
 
 int show_vprintf(const char *format, va_list ap) {
     constexpr size_t kLine = 1024;  // a longer text goes through the C library
-    va_list again;
-    va_copy(again, ap);
-    int n;
+    char line[kLine];
+    FormatOut o{line, sizeof line};
 #ifdef __GLIBC__
     // With room for a whole line in the stream's buffer, the text is made
     // there, as putc_unlocked puts its byte: no copy and no call per line.
     FILE *out = stdout;
-    if (out->_IO_write_ptr && out->_IO_write_end - out->_IO_write_ptr >= static_cast<ptrdiff_t>(kLine)) {
-        va_list first;
-        va_copy(first, ap);
-        FormatOut o{out->_IO_write_ptr, kLine};
-        const bool done = format_into(o, format, first);
-        va_end(first);
-        if (done) {
-            out->_IO_write_ptr += o.len;
-            va_end(again);
-            return static_cast<int>(o.len);
-        }
+    const bool direct =
+        out->_IO_write_ptr && out->_IO_write_end - out->_IO_write_ptr >= static_cast<ptrdiff_t>(kLine);
+    if (direct) o.buf = out->_IO_write_ptr;
+#else
+    const bool direct = false;
+#endif
+    va_list copy;
+    va_copy(copy, ap);
+    const bool done = format_into(o, format, copy);
+    va_end(copy);
+    if (!done) return vprintf(format, ap);  // too long, or a format not handled here
+#ifdef __GLIBC__
+    if (direct) {
+        out->_IO_write_ptr += o.len;
+        return static_cast<int>(o.len);
     }
 #endif
-    char line[kLine];
-    FormatOut o{line, sizeof line};
-    if (format_into(o, format, ap)) {
-        n = static_cast<int>(fwrite_unlocked(line, 1, o.len, stdout));
-    } else {
-        n = vprintf(format, again);
-    }
-    va_end(again);
-    return n;
+    return static_cast<int>(fwrite_unlocked(line, 1, o.len, stdout));
 }
 
 int show_printf(const char *format, ...) {
