@@ -164,6 +164,10 @@ void bounded_copy(char *buf, size_t size, const char *text, size_t len) {
 }
 
 void bounded_decimal(char *buf, size_t size, uint32_t v) {
+    if (buf != nullptr && size > 10) {  // room for any value: straight into buf
+        *put_decimal(buf, v) = '\0';
+        return;
+    }
     char text[10];
     bounded_copy(buf, size, text, static_cast<size_t>(put_decimal(text, v) - text));
 }
