@@ -387,6 +387,18 @@ __attribute__((always_inline)) inline uint32_t array_head(BagDecodeState &d, uin
     return 0;
 }
 
+// An empty array (a zero count, the most common one) taken inline: true
+// when it was; else the array's own step reads the count again.
+__attribute__((always_inline)) inline bool empty_array(BagDecodeState &d, uint8_t *out) {
+    uint32_t count;
+    if (!d.need(4)) return false;
+    memcpy(&count, d.p, 4);
+    if (count) return false;
+    d.p += 4;
+    put_array(out, 0, nullptr);
+    return true;
+}
+
 template <BagKind K, size_t Off>
 struct F {
     static constexpr uint32_t wire = bag_wire_size(K);
@@ -442,7 +454,10 @@ struct A {
     static constexpr uint32_t wire = 0;
     static constexpr size_t off = Off, size = sizeof(bag_array<uint8_t>);
     static constexpr uint32_t min_encoded = 4;
-    static uint32_t decode(BagDecodeState &d, uint8_t *rec, int) {
+    __attribute__((always_inline)) static uint32_t decode(BagDecodeState &d, uint8_t *rec, int depth) {
+        return empty_array(d, rec + Off) ? 0 : elements(d, rec, depth);
+    }
+    static uint32_t elements(BagDecodeState &d, uint8_t *rec, int) {
         constexpr size_t es = F<K, 0>::size;
         constexpr size_t align = K == BagKind::U8 || K == BagKind::IP || K == BagKind::MAC ||
                                  K == BagKind::ESI ? 1 : K == BagKind::U16 ? 2
@@ -471,7 +486,10 @@ struct AS {
     static constexpr uint32_t wire = 0;
     static constexpr size_t off = Off, size = sizeof(bag_array<uint8_t>);
     static constexpr uint32_t min_encoded = 4;
-    static uint32_t decode(BagDecodeState &d, uint8_t *rec, int depth) {
+    __attribute__((always_inline)) static uint32_t decode(BagDecodeState &d, uint8_t *rec, int depth) {
+        return empty_array(d, rec + Off) ? 0 : elements(d, rec, depth);
+    }
+    static uint32_t elements(BagDecodeState &d, uint8_t *rec, int depth) {
         uint32_t count;
         uint8_t *elems;
         if (uint32_t rc = array_head<sizeof(T), alignof(T)>(d, bag_gen::min_encoded<T>(), count, elems))
