@@ -187,10 +187,11 @@ struct BagDecodeState {
             // A text fault comes first, as the full check finds it first.
             return text_ok(src, len) ? BAG_ERR_TOO_BIG : BAG_ERR_TEXT;
         }
-        // The arena keeps a whole word's room after the string, so that it
-        // is copied in words: the last reaches into the padding (zeros),
-        // never past it.
-        char *s = static_cast<char *>(arena.alloc((size_t(len) + 8) & ~size_t(7), 1, size_t(len) + 1));
+        // Copied in words, the last of which reaches into the padding (zeros),
+        // never past it: the arena holds the string to its last word's end
+        // (no more than its encoded size), or its NUL when that is further.
+        const size_t room = len & 7 ? (size_t(len) + 7) & ~size_t(7) : size_t(len) + 1;
+        char *s = static_cast<char *>(arena.alloc(room, 1, size_t(len) + 1));
         if (!s) return text_ok(src, len) ? BAG_ERR_NOMEM : BAG_ERR_TEXT;
         constexpr uint64_t kOnes = 0x0101010101010101ull, kHigh = 0x8080808080808080ull;
         // The high bit of each byte that is not printable ASCII: set from
