@@ -1,7 +1,8 @@
 // The decoder's state and its per-field steps, shared by the generic walk of
 // a description (bag.cpp) and the decoders generated from each record type's
 // field list (bag_types.cpp). Every step checks the bytes left before it
-// reads and names what went wrong.
+// reads (a generated decoder once for a run of fixed-size fields) and names
+// what went wrong.
 #pragma once
 #include <cstddef>
 #include <cstdint>
@@ -28,7 +29,7 @@ struct BagArena {
     std::vector<char *> chunks;
     size_t cur_size = 0;  // size of chunks.back()
     size_t cur_used = 0;
-    size_t used = 0;      // bytes handed out since the last reset
+    size_t used = 0;      // bytes counted towards BAG_MAX_INNER since the last reset
 
     // n (> 0) bytes at align, counted as counted bytes towards the record's limit.
     __attribute__((always_inline)) void *alloc(size_t n, size_t align, size_t counted) {
