@@ -18,60 +18,41 @@
 #include "platform/cerr.h"
 #include "platform/formatters.h"
 
-namespace {
-
 // ---- Arena ---------------------------------------------------------------
 
-constexpr size_t kFirstChunk = 8 * 1024;
-constexpr size_t kKeepChunk = 256 * 1024;  // larger chunks are freed on reset
+void *BagArena::grow(size_t n, size_t counted) {
+    size_t size = cur_size ? cur_size * 2 : kFirstChunk;
+    while (size < n) size *= 2;
+    char *chunk = static_cast<char *>(malloc(size));
+    if (!chunk) return nullptr;
+    chunks.push_back(chunk);
+    cur_size = size;
+    cur_used = n;
+    used += counted;
+    return chunk;
+}
 
-}  // namespace
-
-struct BagArena {
-    std::vector<char *> chunks;
-    size_t cur_size = 0;  // size of chunks.back()
-    size_t cur_used = 0;
-    size_t used = 0;      // bytes handed out since the last reset
-
-    void *alloc(size_t n, size_t align) {
-        size_t at = (cur_used + align - 1) & ~(align - 1);
-        if (chunks.empty() || at + n > cur_size) {
-            size_t size = cur_size ? cur_size * 2 : kFirstChunk;
-            while (size < n) size *= 2;
-            char *chunk = static_cast<char *>(malloc(size));
-            if (!chunk) return nullptr;
-            chunks.push_back(chunk);
-            cur_size = size;
-            at = 0;
-        }
-        cur_used = at + n;
-        used += n;
-        return chunks.back() + at;
-    }
-
-    // Keeps one chunk (the last, largest) unless it is over the keep size.
-    void reset() {
-        for (size_t i = 0; i + 1 < chunks.size(); i++) free(chunks[i]);
-        if (!chunks.empty()) {
-            char *last = chunks.back();
-            chunks.clear();
-            if (cur_size <= kKeepChunk) {
-                chunks.push_back(last);
-            } else {
-                free(last);
-                cur_size = 0;
-            }
-        }
-        cur_used = 0;
-        used = 0;
-    }
-
-    void release() {
-        for (char *c : chunks) free(c);
+void BagArena::reset_chunks() {
+    for (size_t i = 0; i + 1 < chunks.size(); i++) free(chunks[i]);
+    if (!chunks.empty()) {
+        char *last = chunks.back();
         chunks.clear();
-        cur_size = cur_used = used = 0;
+        if (cur_size <= kKeepChunk) {
+            chunks.push_back(last);
+        } else {
+            free(last);
+            cur_size = 0;
+        }
     }
-};
+    cur_used = 0;
+    used = 0;
+}
+
+void BagArena::release() {
+    for (char *c : chunks) free(c);
+    chunks.clear();
+    cur_size = cur_used = used = 0;
+}
 
 namespace {
 
@@ -161,46 +142,8 @@ uint32_t BagDecodeState::scalar(BagKind k, uint8_t *out) {
         memcpy(out, &v, sizeof v);
         return 0;
     }
-    case BagKind::STR: case BagKind::OPTSTR: {
-        char *s = nullptr;
-        if (k == BagKind::OPTSTR) {
-            if (!need(4)) return BAG_ERR_TRUNCATED;
-            uint32_t present = u32();
-            if (present > 1) return BAG_ERR_VALUE;
-            if (!present) {
-                memcpy(out, &s, sizeof s);
-                return 0;
-            }
-        }
-        if (!need(4)) return BAG_ERR_TRUNCATED;
-        uint32_t len = u32();
-        if (len > BAG_MAX_STRING) return BAG_ERR_VALUE;
-        if (!need(pad4(len))) return BAG_ERR_TRUNCATED;
-        for (size_t i = len; i < pad4(len); i++)
-            if (p[i]) return BAG_ERR_VALUE;  // padding is zeros, as for opaque data
-        // Printable ASCII inline, eight bytes at a time (a word with no byte
-        // below 0x20, none equal to 0x7f and none from 0x80 on); anything
-        // else by the full check.
-        size_t at = 0;
-        constexpr uint64_t kOnes = 0x0101010101010101ull, kHigh = 0x8080808080808080ull;
-        for (uint64_t w; at + 8 <= len; at += 8) {
-            memcpy(&w, p + at, 8);
-            const uint64_t del = w ^ (0x7f * kOnes);
-            if ((((w - 0x20 * kOnes) & ~w) | ((del - kOnes) & ~del) | w) & kHigh) break;
-        }
-        while (at < len && static_cast<uint8_t>(p[at] - 0x20) < 0x5f) at++;
-        uint32_t cp;
-        if (at < len && bag_text_bad_at(reinterpret_cast<const char *>(p) + at, len - at, &cp) != len - at)
-            return BAG_ERR_TEXT;
-        if (arena.used + len + 1 > BAG_MAX_INNER) return BAG_ERR_TOO_BIG;
-        s = static_cast<char *>(arena.alloc(len + 1, 1));
-        if (!s) return BAG_ERR_NOMEM;
-        memcpy(s, p, len);
-        s[len] = '\0';
-        p += pad4(len);
-        memcpy(out, &s, sizeof s);
-        return 0;
-    }
+    case BagKind::STR: return text<false>(out);
+    case BagKind::OPTSTR: return text<true>(out);
     default:
         return BAG_ERR_VALUE;
     }
@@ -236,8 +179,14 @@ uint32_t BagDecodeState::record(const BagDesc *d, uint8_t *out, int depth) {
     return walk(d, out, depth);
 }
 
-uint32_t BagDecodeState::walk(const BagDesc *d, uint8_t *out, int depth) {
-    for (uint32_t i = 0; i < d->nfields; i++) {
+bool BagDecodeState::text_ok(const uint8_t *s, size_t len) {
+    uint32_t cp;
+    return bag_text_bad_at(reinterpret_cast<const char *>(s), len, &cp) == len;
+}
+
+uint32_t BagDecodeState::walk_fields(const BagDesc *d, uint32_t first, uint32_t last, uint8_t *out,
+                                     int depth) {
+    for (uint32_t i = first; i < last; i++) {
         const BagField &f = d->fields[i];
         uint8_t *dst = out + f.offset;
         uint32_t rc = 0;
@@ -438,7 +387,9 @@ uint32_t bag_decode(const void *data, uint32_t len, void *buf, uint32_t buf_size
     if (buf_size < desc->size) return BAG_ERR_BUFFER;
     if (len > BAG_MAX_RECORD) return BAG_ERR_TOO_BIG;
     Slot *slot = g_slots.claim(buf);
-    memset(buf, 0, desc->size);
+    // A generated decoder writes every byte of the record; the walk leaves
+    // the gaps between fields as they were.
+    if (!desc->decode || !g_generated_decoders) memset(buf, 0, desc->size);
     const uint8_t *p = static_cast<const uint8_t *>(data);
     BagDecodeState dec{p, p + len, slot->arena};
     uint32_t rc = dec.record(desc, static_cast<uint8_t *>(buf), 0);

@@ -13,16 +13,18 @@
 #define BAG_D_AS(T, n) {#n, BagKind::ARRAY, BagKind::STRUCT, 0, static_cast<uint32_t>(offsetof(CurT, n)), &bag_desc_##T},
 #define BAG_D_FS(T, n, N) {#n, BagKind::FIXED, BagKind::STRUCT, N, static_cast<uint32_t>(offsetof(CurT, n)), &bag_desc_##T},
 
-// The generated decoder of a type: one step per field, in field order, the
-// same steps the walk of the description takes.
-#define BAG_G_AT(n) reinterpret_cast<uint8_t *>(&r.n)
-#define BAG_G_F(K, n) if ((rc = d.field<BagKind::K>(BAG_G_AT(n)))) return rc;
-#define BAG_G_S(T, n) if ((rc = d.record(&bag_desc_##T, BAG_G_AT(n), depth + 1))) return rc;
-#define BAG_G_A(K, n) if ((rc = d.array(BagKind::K, nullptr, BAG_G_AT(n), depth))) return rc;
-#define BAG_G_AS(T, n) if ((rc = d.array(BagKind::STRUCT, &bag_desc_##T, BAG_G_AT(n), depth))) return rc;
-#define BAG_G_FS(T, n, N)                                                                \
-    for (auto &e : r.n)                                                                  \
-        if ((rc = d.record(&bag_desc_##T, reinterpret_cast<uint8_t *>(&e), depth + 1))) return rc;
+// The steps of a type's generated decoder (bag_decoder.h): one per field, in
+// field order. The list opens with a comma that the first entry drops.
+#define BAG_G_F(K, n) , bag_gen::F<BagKind::K, offsetof(CurT, n)>
+#define BAG_G_S(T, n) , bag_gen::S<T, offsetof(CurT, n)>
+#define BAG_G_A(K, n) , bag_gen::A<BagKind::K, offsetof(CurT, n)>
+#define BAG_G_AS(T, n) , bag_gen::AS<T, offsetof(CurT, n)>
+#define BAG_G_FS(T, n, N) , bag_gen::FS<T, offsetof(CurT, n), N>
+
+template <class First, class... Rest>
+struct BagStepList {
+    using type = bag_gen::List<Rest...>;
+};
 
 #define BAG_DESCRIBE(T)                                                                  \
     namespace bag_fields_##T {                                                           \
@@ -30,18 +32,20 @@
     constexpr BagField fields[] = {                                                      \
         BAG_FIELDS_##T(BAG_D_F, BAG_D_S, BAG_D_A, BAG_D_AS, BAG_D_FS)};                   \
     constexpr uint32_t nfields = static_cast<uint32_t>(std::size(fields));               \
-    uint32_t decode(BagDecodeState &d, uint8_t *out, int depth) {                        \
-        T &r = *reinterpret_cast<T *>(out);                                              \
-        uint32_t rc = 0;                                                                 \
-        (void)depth;                                                                     \
-        BAG_FIELDS_##T(BAG_G_F, BAG_G_S, BAG_G_A, BAG_G_AS, BAG_G_FS)                     \
-        return rc;                                                                       \
     }                                                                                    \
-    }                                                                                    \
+    template <> struct bag_gen::Steps<T> {                                               \
+        using CurT = T;                                                                  \
+        using list = BagStepList<void BAG_FIELDS_##T(BAG_G_F, BAG_G_S, BAG_G_A, BAG_G_AS,  \
+                                                     BAG_G_FS)>::type;                   \
+        static const BagDesc *desc() { return &bag_desc_##T; }                          \
+    };                                                                                   \
+    static_assert(bag_gen::StepsOf<T>::n == bag_fields_##T::nfields);                  \
+    static_assert(bag_gen::min_encoded<T>() ==                                           \
+                  bag_min_encoded(bag_fields_##T::fields, bag_fields_##T::nfields));    \
     constexpr BagDesc bag_desc_##T = {#T, sizeof(T), alignof(T), bag_fields_##T::fields, \
                                       bag_fields_##T::nfields,                           \
                                       bag_min_encoded(bag_fields_##T::fields, bag_fields_##T::nfields), \
-                                      bag_fields_##T::decode};                           \
+                                      bag_gen::decode_entry<T>};                         \
     const BagDesc *l2vpn_bag_dll__##T(void) { return &bag_desc_##T; }
 
 #define BAG_DESCRIBE_RECORD(T, N) BAG_DESCRIBE(T)

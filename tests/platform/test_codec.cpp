@@ -355,6 +355,108 @@ TEST(Codec, GeneratedDecodersAgreeWithTheWalk) {
     EXPECT_EQ(bag_inner_bytes_held(), 0u);
 }
 
+// A generated decoder checks a run of fixed-size fields once; a run cut
+// short must still fail where the field-by-field checks failed: on a bad
+// value before the cut, else as truncated.
+TEST(Codec, ARunOfFixedFieldsCutShortFailsAsEachFieldWould) {
+    struct Case {
+        const BagDesc *d;
+        std::string enc;
+        size_t bad_end;  // the faulty field's last byte + 1
+    };
+    std::string sid;  // six u8 fields, one run; the second out of range
+    for (uint32_t v : {1u, 256u, 3u, 4u, 5u, 6u}) sid += be32(v);
+    std::string mac = encode_sample(&bag_desc_l2vpn_evpn_mac_bag);
+    mac[18] = 1;  // the padding of mac_address, fourth field of the first run
+    const Case cases[] = {{&bag_desc_SidStructure, sid, 8}, {&bag_desc_l2vpn_evpn_mac_bag, mac, 20}};
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.d->name);
+        Buf dec(c.d->size);
+        for (size_t len = 0; len <= c.enc.size(); len++) {
+            const uint32_t want = len < c.bad_end ? BAG_ERR_TRUNCATED : BAG_ERR_VALUE;
+            ASSERT_EQ(decode_exact(c.enc, len, dec, c.d), want) << "prefix " << len;
+            ASSERT_TRUE(dec.all_zero(c.d->size));
+        }
+    }
+    EXPECT_EQ(bag_inner_bytes_held(), 0u);
+}
+
+// Generated decoders fill the record without clearing it first: every byte
+// of it, the gaps between fields and an array's padding too, whatever the
+// buffer held before.
+TEST(Codec, GeneratedDecodersWriteEveryByteOfTheRecord) {
+    for (const BagDesc *d : {&bag_desc_SrTeInfo, &bag_desc_l2vpn_evpn_es_nexthop,
+                             &bag_desc_l2vpn_evpn_es_ckpt_nexthop, &bag_desc_Srv6Sid}) {
+        SCOPED_TRACE(d->name);
+        const std::string enc = encode_sample(d, 4);
+        Buf a(d->size), b(d->size), walked(d->size);
+        memset(a.p(), 0xaa, d->size);
+        memset(b.p(), 0x55, d->size);
+        ASSERT_EQ(decode_into(enc, a, d), 0u);
+        ASSERT_EQ(decode_into(enc, b, d), 0u);
+        bag_use_generated_decoders(false);
+        memset(walked.p(), 0x55, d->size);
+        const uint32_t rc = decode_into(enc, walked, d);  // cleared, then filled
+        bag_use_generated_decoders(true);
+        ASSERT_EQ(rc, 0u);
+        EXPECT_EQ(memcmp(a.p(), b.p(), d->size), 0);
+        EXPECT_EQ(memcmp(a.p(), walked.p(), d->size), 0);
+        for (Buf *x : {&a, &b, &walked}) bag_free_indirections(x->p(), d);
+    }
+    // An empty array: a zero count with its padding, and no elements.
+    const BagDesc *h = &bag_desc_evt_hist_bag;
+    Buf dec(h->size);
+    memset(dec.p(), 0xaa, h->size);
+    ASSERT_EQ(decode_into(be32(1) + "x" + std::string(3, '\0') + be32(0), dec, h), 0u);
+    const auto *rec = static_cast<const uint8_t *>(dec.p());
+    const size_t at = offsetof(evt_hist_bag, evt_entry);
+    EXPECT_EQ(std::string(reinterpret_cast<const char *>(rec) + at, 16), std::string(16, '\0'));
+    bag_free_indirections(dec.p(), h);
+    EXPECT_EQ(bag_inner_bytes_held(), 0u);
+}
+
+// Strings are checked and copied a word at a time: every length, a fault at
+// every place of the string or its padding, by a generated decoder.
+TEST(Codec, StringsOfEveryLengthDecodeWholeAndAreCheckedEverywhere) {
+    const BagDesc *d = &bag_desc_l2vpn_evpn_evi_summary_bag;  // vpn_id, encap, bd_name, evi_type
+    Buf dec(d->size);
+    auto enc_with = [](const std::string &t, size_t pad_at = 0, char pad = 0) {
+        std::string pad_bytes((4 - t.size() % 4) % 4, '\0');
+        if (pad_at < pad_bytes.size()) pad_bytes[pad_at] = pad;
+        return be32(7) + be32(10) + be32(static_cast<uint32_t>(t.size())) + t + pad_bytes + be32(1);
+    };
+    for (size_t len = 0; len <= 41; len++) {
+        std::string text;
+        for (size_t i = 0; i < len; i++) text.push_back(static_cast<char>(0x20 + (i * 7 + len) % 95));
+        SCOPED_TRACE(text);
+        ASSERT_EQ(decode_exact(enc_with(text), enc_with(text).size(), dec, d), 0u);
+        const auto *rec = static_cast<const l2vpn_evpn_evi_summary_bag *>(dec.p());
+        EXPECT_EQ(std::string(rec->bd_name), text);
+        EXPECT_EQ(rec->evi_type, 1u);
+        bag_free_indirections(dec.p(), d);
+        for (size_t i = 0; i < len; i++) {
+            for (char c : {'\0', '\x1b', '\x1f', '\x7f', '\x80', '\xff'}) {
+                std::string bad = text;
+                bad[i] = c;
+                const std::string e = enc_with(bad);
+                ASSERT_EQ(decode_exact(e, e.size(), dec, d), BAG_ERR_TEXT) << "at " << i << " " << int(c);
+            }
+            if (i + 2 <= len) {  // two bytes of UTF-8 anywhere
+                std::string ok = text;
+                ok.replace(i, 2, "\xc3\xa9");
+                const std::string e = enc_with(ok);
+                ASSERT_EQ(decode_exact(e, e.size(), dec, d), 0u) << "at " << i;
+                bag_free_indirections(dec.p(), d);
+            }
+        }
+        for (size_t at = 0; at < (4 - len % 4) % 4; at++) {
+            const std::string e = enc_with(text, at, '\x01');
+            EXPECT_EQ(decode_exact(e, e.size(), dec, d), BAG_ERR_VALUE) << "padding " << at;
+        }
+    }
+    EXPECT_EQ(bag_inner_bytes_held(), 0u);
+}
+
 TEST(Codec, ArrayCountBeyondTheDataIsRefusedBeforeAllocating) {
     const BagDesc *d = &bag_desc_l2vpn_evpn_rd_rt_entry;  // rd, rts[], stitching
     const std::string rd = unhex("00000001 0000006400000001");

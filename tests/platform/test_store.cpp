@@ -596,6 +596,22 @@ TEST(StoredRecord, PacksAndUnpacksEveryLengthAndRefusesWhatItDidNotMake) {
         EXPECT_FALSE(sysdb_schema::unpack_record(longer.data(), longer.size(), len, back)) << len;
         EXPECT_EQ(back, "y") << "a refused record leaves out as it was";
     }
+    // One whole unit fewer or more than the bitmap names, wherever the record
+    // ends against the bitmap's bytes (the last units are expanded from a copy).
+    for (size_t len = 4; len < 300; len += 3) {
+        rec.assign(len, '\x5a');
+        std::string packed, back;
+        sysdb_schema::pack_record(rec.data(), rec.size(), packed);
+        ASSERT_TRUE(sysdb_schema::unpack_record(packed.data(), packed.size(), len, back)) << len;
+        EXPECT_EQ(back, rec);
+        const std::string tail = packed.substr(packed.size() - len % 4);
+        const std::string fewer = packed.substr(0, packed.size() - len % 4 - 4) + tail;
+        const std::string more = packed.substr(0, packed.size() - len % 4) + "\1\2\3\4" + tail;
+        back.clear();
+        EXPECT_FALSE(sysdb_schema::unpack_record(fewer.data(), fewer.size(), len, back)) << len;
+        EXPECT_FALSE(sysdb_schema::unpack_record(more.data(), more.size(), len, back)) << len;
+        EXPECT_EQ(back, "");
+    }
     // A bitmap bit past the last unit, a length that does not end.
     std::string packed;
     sysdb_schema::pack_record("\0\0\0\1", 4, packed);
