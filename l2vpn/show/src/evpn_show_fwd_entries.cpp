@@ -3,6 +3,7 @@
 // their headers, paths and printers, and the formatting of the parts of a
 // remote path that several displays share: SRv6 SID columns, Ethernet tags,
 // SR-TE steering and path issues.
+#include <algorithm>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
@@ -107,13 +108,15 @@ __attribute__((format(printf, 2, 3))) void print_detail_line(const char *label,
 }
 
 // The four columns that begin every line of a route, as text: a route with
-// several paths formats them once and prints them on each line.
+// several paths formats them once and prints them on each line. Returns
+// their length.
 constexpr size_t kRouteColumnsSize = 128;
-void format_route_columns(const l2vpn_evpn_mac_bag *mac, uint8_t bgp_encap,
-                          char (&columns)[kRouteColumnsSize]) {
-    show_snprintf(columns, sizeof columns, "%-10u %-10s %-14.14s %-40.40s", mac->evi,
-             evpn_bgp_encap_type_to_str(bgp_encap), macstring(mac->mac_address, 6),
-             l2vpn_inet_ntop(&mac->ip_address));
+size_t format_route_columns(const l2vpn_evpn_mac_bag *mac, uint8_t bgp_encap,
+                            char (&columns)[kRouteColumnsSize]) {
+    const int n = show_snprintf(columns, sizeof columns, "%-10u %-10s %-14.14s %-40.40s", mac->evi,
+                                evpn_bgp_encap_type_to_str(bgp_encap), macstring(mac->mac_address, 6),
+                                l2vpn_inet_ntop(&mac->ip_address));
+    return n < 0 ? 0 : std::min(static_cast<size_t>(n), sizeof columns - 1);
 }
 
 // The SID column of a MAC or EAD route line, where the platform capability
@@ -435,9 +438,10 @@ void print_evpn_mac_bag(const void *record, const char *, PrintContext *) {
         return;
 
     char columns[kRouteColumnsSize];
+    size_t columns_len = 0;
     if (mac->local) {
-        format_route_columns(mac, mac->local_encap, columns);
-        fputs(columns, stdout);
+        columns_len = format_route_columns(mac, mac->local_encap, columns);
+        show_write(columns, columns_len);
         l2vpn_mpls_label_to_str(mac->local_label, label_text, EVPN_LABEL_TEXT_SIZE, mac->encap);
         print_local_nexthop(mac, label_text);
         print_route_sid_column(&mac->local_sids, l2vpn_platform_srv6_elan_supported());
@@ -445,14 +449,14 @@ void print_evpn_mac_bag(const void *record, const char *, PrintContext *) {
     }
 
     if (mac->path_buffer.count || mac->remote)
-        format_route_columns(mac, mac->remote_encap, columns);
+        columns_len = format_route_columns(mac, mac->remote_encap, columns);
     if (mac->path_buffer.count == 0 && mac->remote) {
-        fputs(columns, stdout);
+        show_write(columns, columns_len);
         show_printf(" %-39.39s %-8s\n", "No remote pathlist", "");
     }
     for (uint32_t i = 0; i < mac->path_buffer.count; i++) {
         const EvpnPath &path = mac->path_buffer.data[i];
-        fputs(columns, stdout);
+        show_write(columns, columns_len);
         l2vpn_mpls_label_to_str(path.OutputLabel, label_text, EVPN_LABEL_TEXT_SIZE, mac->encap);
         show_printf(" %-39.39s %-8s", l2vpn_inet_ntop(&path.NextHop), label_text);
         print_route_sid_column(&path.SRv6_SIDInfo, l2vpn_platform_srv6_elan_supported());

@@ -235,6 +235,8 @@ __attribute__((format(printf, 1, 2))) int show_printf(const char *format, ...);
 int show_vprintf(const char *format, va_list ap);
 int show_vsnprintf(char *buf, size_t size, const char *format, va_list ap);
 __attribute__((format(printf, 3, 4))) int show_snprintf(char *buf, size_t size, const char *format, ...);
+// n bytes of text to standard output, as fwrite would put them.
+void show_write(const char *text, size_t n);
 
 // ---- Record printers ------------------------------------------------------------
 // One per record type the commands read, each defined with its command.

@@ -68,6 +68,7 @@ enum : uint8_t { kLeft = 1, kPlus = 2, kSpace = 4, kAlt = 8, kZero = 16, kStarWi
 // stack only when the format is not in the cache.
 struct Piece {
     uint16_t text_at, text_len;
+    char text[8];  // the literal text itself when it fits: one store puts it
     int16_t width, prec;  // prec -1: none
     char conv;
     int8_t size;  // -2 hh, -1 h, 0 int, 1 long, 2 long long, 3 size_t
@@ -93,7 +94,8 @@ bool parse(const char *format, Pieces &out) {
         const size_t n = pct ? static_cast<size_t>(pct - f) : strlen(f);
         const size_t at = static_cast<size_t>(f - format);
         if (at + n > UINT16_MAX) return false;
-        p = Piece{static_cast<uint16_t>(at), static_cast<uint16_t>(n), 0, -1, 0, 0, 0};
+        p = Piece{static_cast<uint16_t>(at), static_cast<uint16_t>(n), {}, 0, -1, 0, 0, 0};
+        if (n <= sizeof p.text) memcpy(p.text, f, n);
         if (!pct) return true;
         f = pct + 1;
         for (;; f++) {
@@ -205,7 +207,7 @@ const Pieces *pieces_of(const char *f, Pieces &scratch) {
 
 // The n bytes the output holds beyond its length, as a field of the width:
 // blanks before them (moving them up) or after them.
-void finish_field(FormatOut &o, int width, bool left, size_t n) {
+inline __attribute__((always_inline)) void finish_field(FormatOut &o, int width, bool left, size_t n) {
     const int fill = width - static_cast<int>(n);
     if (fill > 0 && !left) {
         if (static_cast<size_t>(fill) + n > o.room()) {
@@ -299,7 +301,12 @@ bool format_into(FormatOut &o, const char *format, va_list ap) {
     if (!pieces) return false;
     for (int i = 0;; i++) {
         const Piece &p = pieces->piece[i];
-        o.put(pieces->format + p.text_at, p.text_len);
+        if (p.text_len <= sizeof p.text && o.room() >= sizeof p.text) {
+            memcpy(o.buf + o.len, p.text, sizeof p.text);  // constant size: one store
+            o.len += p.text_len;
+        } else {
+            o.put(pieces->format + p.text_at, p.text_len);
+        }
         if (p.conv == 0) return !o.full;
         int width = p.width, prec = p.prec;
         bool left = p.flags & kLeft;
@@ -410,6 +417,18 @@ int show_vprintf(const char *format, va_list ap) {
     }
 #endif
     return static_cast<int>(fwrite_unlocked(line, 1, o.len, stdout));
+}
+
+void show_write(const char *text, size_t n) {
+#ifdef __GLIBC__
+    FILE *out = stdout;
+    if (out->_IO_write_ptr && static_cast<size_t>(out->_IO_write_end - out->_IO_write_ptr) >= n) {
+        memcpy(out->_IO_write_ptr, text, n);
+        out->_IO_write_ptr += n;
+        return;
+    }
+#endif
+    fwrite_unlocked(text, 1, n, stdout);
 }
 
 int show_printf(const char *format, ...) {
