@@ -137,19 +137,34 @@ bool parse_field(KeyText text, const std::vector<std::string_view> &comps, std::
     return false;
 }
 
+bool key_fields(const ListingDef &l, std::vector<const BagField *> &fields, std::string &err) {
+    fields.clear();
+    for (const KeyField &k : l.keys) {
+        const BagField *f = bag_find_field(l.desc, k.field);
+        if (!f) {
+            err = std::string("registry names unknown key field ") + k.field;
+            return false;
+        }
+        fields.push_back(f);
+    }
+    return true;
+}
+
 bool from_record(const ListingDef &l, const void *record, std::vector<std::string> &sort,
                  std::vector<std::string> &text, std::string &err) {
+    std::vector<const BagField *> fields;
+    return key_fields(l, fields, err) && from_record(l, fields.data(), record, sort, text, err);
+}
+
+bool from_record(const ListingDef &l, const BagField *const *fields, const void *record,
+                 std::vector<std::string> &sort, std::vector<std::string> &text, std::string &err) {
     const uint8_t *rec = static_cast<const uint8_t *>(record);
     // The strings are kept from the previous record with their memory.
     sort.resize(l.keys.size());
     text.resize(l.keys.size());
     for (size_t i = 0; i < l.keys.size(); i++) {
         const KeyField &k = l.keys[i];
-        const BagField *f = bag_find_field(l.desc, k.field);
-        if (!f) {
-            err = std::string("registry names unknown key field ") + k.field;
-            return false;
-        }
+        const BagField *f = fields[i];
         const uint8_t *p = rec + f->offset;
         std::string &s = sort[i], &t = text[i];
         s.clear();
