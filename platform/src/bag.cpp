@@ -316,7 +316,8 @@ struct EncodeState {
 
 uint32_t encode_record(const uint8_t *rec, const BagDesc *d, EncodeState &st, int depth);
 
-uint32_t encode_scalar(BagKind k, const uint8_t *in, EncodeState &st) {
+// Inlined: it runs once per scalar of every record a loader stores.
+__attribute__((always_inline)) inline uint32_t encode_scalar(BagKind k, const uint8_t *in, EncodeState &st) {
     EncodeOut &out = st.out;
     switch (k) {
     case BagKind::U8: put32(out, *in); return 0;
