@@ -44,23 +44,26 @@ bool parse_hex_bytes(std::string_view s, size_t n, std::string &out) {
     return true;
 }
 
+// n is at most 16. The digits are made in a buffer and appended at once.
 void append_hex_bytes(std::string &s, const uint8_t *p, size_t n) {
     static const char digits[] = "0123456789abcdef";
+    char b[32];
     for (size_t i = 0; i < n; i++) {
-        s.push_back(digits[p[i] >> 4]);
-        s.push_back(digits[p[i] & 15]);
+        b[2 * i] = digits[p[i] >> 4];
+        b[2 * i + 1] = digits[p[i] & 15];
     }
+    s.append(b, 2 * n);
 }
 
 // v as "%x".
 void append_hex(std::string &s, uint32_t v) {
     char b[8];
-    int n = 0;
+    char *e = b + sizeof b, *q = e;
     do {
-        b[n++] = "0123456789abcdef"[v & 15];
+        *--q = "0123456789abcdef"[v & 15];
         v >>= 4;
     } while (v);
-    while (n) s.push_back(b[--n]);
+    s.append(q, static_cast<size_t>(e - q));
 }
 
 size_t fixed_len(KeyText t) {

@@ -346,18 +346,27 @@ struct TokenRecordBuilder::Path {
 namespace {
 
 // Fields mostly come in description order, some left out, so the search
-// starts after the last field found. len: the length of each field's name.
-const BagField *find_field(const BagDesc *desc, const uint32_t *len, std::string_view key,
-                           uint32_t hint) {
+// starts after the last field found; before that it tries the field that
+// followed the last one the previous time (records of a listing mostly name
+// the same fields in the same order). names: the description's Names.
+const BagField *find_field(const BagDesc *desc, uint32_t *names, std::string_view key, uint32_t hint) {
     const uint32_t n = desc->nfields;
+    const uint32_t *len = names;
+    uint32_t *follows = names + n;
     auto same = [&](uint32_t i) {
         return len[i] == key.size() && memcmp(desc->fields[i].name, key.data(), key.size()) == 0;
     };
     if (!key.empty()) {
+        const uint32_t guess = follows[hint];
+        if (guess < n && same(guess)) return &desc->fields[guess];
+        auto found = [&](uint32_t i) {
+            follows[hint] = i;
+            return &desc->fields[i];
+        };
         for (uint32_t i = hint; i < n; i++)
-            if (same(i)) return &desc->fields[i];
+            if (same(i)) return found(i);
         for (uint32_t i = 0; i < hint && i < n; i++)
-            if (same(i)) return &desc->fields[i];
+            if (same(i)) return found(i);
     }
     // A name with a NUL in it matches as its text up to the NUL, as with C strings.
     if (key.find('\0') != std::string_view::npos) return bag_find_field(desc, std::string(key).c_str());
@@ -413,17 +422,18 @@ inline bool scalar_fast(const JsonToken &v, BagKind k, uint8_t *dst, RecordArena
 
 }  // namespace
 
-const uint32_t *TokenRecordBuilder::name_lengths(const BagDesc *desc) {
+uint32_t *TokenRecordBuilder::names(const BagDesc *desc) {
     // A few types take turns in each record: most lookups end in the cache.
     const size_t slot = (reinterpret_cast<uintptr_t>(desc) >> 3) * 0x9e3779b97f4a7c15u >> 60;
-    if (recent_[slot].desc == desc) return recent_[slot].len;
-    std::vector<uint32_t> &len = name_lengths_[desc];
-    if (len.size() != desc->nfields) {
-        len.resize(desc->nfields);
-        for (uint32_t i = 0; i < desc->nfields; i++) len[i] = static_cast<uint32_t>(strlen(desc->fields[i].name));
+    if (recent_[slot].desc == desc) return recent_[slot].names;
+    std::vector<uint32_t> &v = names_[desc];
+    const uint32_t n = desc->nfields;
+    if (v.size() != 2 * size_t(n) + 1) {
+        v.assign(2 * size_t(n) + 1, n);  // no field follows any yet
+        for (uint32_t i = 0; i < n; i++) v[i] = static_cast<uint32_t>(strlen(desc->fields[i].name));
     }
-    recent_[slot] = {desc, len.data()};
-    return len.data();
+    recent_[slot] = {desc, v.data()};
+    return v.data();
 }
 
 bool TokenRecordBuilder::fail(const Path &at, const std::string &what) {
@@ -459,12 +469,12 @@ bool TokenRecordBuilder::start(JsonReader &r, const JsonToken &first, const BagD
 bool TokenRecordBuilder::record(JsonReader &r, const BagDesc *desc, uint8_t *rec, const Path &at,
                                 unsigned level) {
     memset(rec, 0, desc->size);
-    const uint32_t *len = name_lengths(desc);
+    uint32_t *const by_name = names(desc);
     uint32_t hint = 0;
     for (;;) {
         const JsonToken &key = r.next();
         if (key.kind == JsonTok::ObjectEnd) return true;
-        const BagField *f = find_field(desc, len, key.text, hint);
+        const BagField *f = find_field(desc, by_name, key.text, hint);
         if (!f) return fail(Path::of_unknown(at, key.text), std::string("unknown field of ") + desc->name);
         hint = static_cast<uint32_t>(f - desc->fields) + 1;
         const Path here = Path::of_field(at, f->name);

@@ -69,8 +69,10 @@ class TokenRecordBuilder {
     bool element(JsonReader &r, const JsonToken &t, const BagField &f, uint8_t *dst, const Path &at,
                  unsigned level);
     bool fail(const Path &at, const std::string &what);
-    // Length of each field name of desc, worked out once per description.
-    const uint32_t *name_lengths(const BagDesc *desc);
+    // Per description, made once: the length of each field name (nfields
+    // entries), then for each field + 1 (0: the start) the field that
+    // followed it last (nfields + 1 entries; nfields: none yet).
+    uint32_t *names(const BagDesc *desc);
 
     // Over the codec's limit of strings and lists, counting the elements of
     // the lists still being read (pending_ bytes).
@@ -83,11 +85,11 @@ class TokenRecordBuilder {
     // Elements of the lists being read, one per list nesting level (a deque:
     // growing it keeps the levels in use where they are).
     std::deque<std::vector<uint64_t>> lists_;
-    std::unordered_map<const BagDesc *, std::vector<uint32_t>> name_lengths_;
+    std::unordered_map<const BagDesc *, std::vector<uint32_t>> names_;
     struct Recent {
         const BagDesc *desc = nullptr;
-        const uint32_t *len = nullptr;
-    } recent_[16];  // of name_lengths_, by a hash of the description's address
+        uint32_t *names = nullptr;
+    } recent_[16];  // of names_, by a hash of the description's address
 };
 
 enum class JsonForm : uint8_t {
