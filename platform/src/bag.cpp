@@ -265,7 +265,8 @@ struct EncodeState {
 
 uint32_t encode_record(const uint8_t *rec, const BagDesc *d, EncodeState &st, int depth);
 
-uint32_t encode_scalar(BagKind k, const uint8_t *in, EncodeState &st) {
+// Inlined: it runs once per scalar of every record a loader stores.
+__attribute__((always_inline)) inline uint32_t encode_scalar(BagKind k, const uint8_t *in, EncodeState &st) {
     EncodeOut &out = st.out;
     switch (k) {
     case BagKind::U8: put32(out, *in); return 0;
@@ -426,6 +427,14 @@ uint32_t bag_encode(const void *record, const BagDesc *desc, std::string &out) {
 size_t bag_text_bad_at(const char *text, size_t len, uint32_t *cp) {
     const auto *s = reinterpret_cast<const uint8_t *>(text);
     size_t i = 0;
+    // Printable ASCII eight bytes at a time (no byte below 0x20, none equal
+    // to 0x7f, none from 0x80 on); the first other word byte by byte.
+    constexpr uint64_t kOnes = 0x0101010101010101ull, kHigh = 0x8080808080808080ull;
+    for (uint64_t w; i + 8 <= len; i += 8) {
+        memcpy(&w, s + i, 8);
+        const uint64_t del = w ^ (0x7f * kOnes);
+        if ((((w - 0x20 * kOnes) & ~w) | ((del - kOnes) & ~del) | w) & kHigh) break;
+    }
     while (i < len) {
         const uint8_t c = s[i];
         if (c >= 0x20 && c < 0x7f) {

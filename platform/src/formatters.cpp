@@ -422,12 +422,35 @@ const char *l2vpn_inet_ntop(const l2vpn_ip_addr_t *addr) {
     return out;
 }
 
+namespace {
+
+// A dotted quad as inet_pton reads one: four decimal octets of one to three
+// digits, none above 255, none with a leading zero. False for anything else,
+// which inet_pton then judges.
+bool quad_pton(const char *text, uint8_t out[4]) {
+    const char *p = text;
+    for (int k = 0; k < 4; k++) {
+        if (k && *p++ != '.') return false;
+        unsigned v = 0;
+        int digits = 0;
+        for (; *p >= '0' && *p <= '9' && digits < 3; digits++) v = v * 10 + unsigned(*p++ - '0');
+        if (!digits || v > 255 || (digits > 1 && p[-digits] == '0')) return false;
+        out[k] = static_cast<uint8_t>(v);
+    }
+    return *p == '\0';
+}
+
+}  // namespace
+
 int l2vpn_inet_pton(const char *text, l2vpn_ip_addr_t *addr) {
     if (text == nullptr || addr == nullptr)
         return 0;
     l2vpn_ip_addr_t parsed{};
     in_addr v4;
-    if (inet_pton(AF_INET, text, &v4) == 1) {
+    if (quad_pton(text, parsed.bytes + 12)) {
+        parsed.bytes[10] = 0xff;
+        parsed.bytes[11] = 0xff;
+    } else if (inet_pton(AF_INET, text, &v4) == 1) {
         parsed.bytes[10] = 0xff;
         parsed.bytes[11] = 0xff;
         memcpy(parsed.bytes + 12, &v4, 4);

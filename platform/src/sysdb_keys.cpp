@@ -44,23 +44,26 @@ bool parse_hex_bytes(std::string_view s, size_t n, std::string &out) {
     return true;
 }
 
+// n is at most 16. The digits are made in a buffer and appended at once.
 void append_hex_bytes(std::string &s, const uint8_t *p, size_t n) {
     static const char digits[] = "0123456789abcdef";
+    char b[32];
     for (size_t i = 0; i < n; i++) {
-        s.push_back(digits[p[i] >> 4]);
-        s.push_back(digits[p[i] & 15]);
+        b[2 * i] = digits[p[i] >> 4];
+        b[2 * i + 1] = digits[p[i] & 15];
     }
+    s.append(b, 2 * n);
 }
 
 // v as "%x".
 void append_hex(std::string &s, uint32_t v) {
     char b[8];
-    int n = 0;
+    char *e = b + sizeof b, *q = e;
     do {
-        b[n++] = "0123456789abcdef"[v & 15];
+        *--q = "0123456789abcdef"[v & 15];
         v >>= 4;
     } while (v);
-    while (n) s.push_back(b[--n]);
+    s.append(q, static_cast<size_t>(e - q));
 }
 
 size_t fixed_len(KeyText t) {
@@ -137,19 +140,34 @@ bool parse_field(KeyText text, const std::vector<std::string_view> &comps, std::
     return false;
 }
 
+bool key_fields(const ListingDef &l, std::vector<const BagField *> &fields, std::string &err) {
+    fields.clear();
+    for (const KeyField &k : l.keys) {
+        const BagField *f = bag_find_field(l.desc, k.field);
+        if (!f) {
+            err = std::string("registry names unknown key field ") + k.field;
+            return false;
+        }
+        fields.push_back(f);
+    }
+    return true;
+}
+
 bool from_record(const ListingDef &l, const void *record, std::vector<std::string> &sort,
                  std::vector<std::string> &text, std::string &err) {
+    std::vector<const BagField *> fields;
+    return key_fields(l, fields, err) && from_record(l, fields.data(), record, sort, text, err);
+}
+
+bool from_record(const ListingDef &l, const BagField *const *fields, const void *record,
+                 std::vector<std::string> &sort, std::vector<std::string> &text, std::string &err) {
     const uint8_t *rec = static_cast<const uint8_t *>(record);
     // The strings are kept from the previous record with their memory.
     sort.resize(l.keys.size());
     text.resize(l.keys.size());
     for (size_t i = 0; i < l.keys.size(); i++) {
         const KeyField &k = l.keys[i];
-        const BagField *f = bag_find_field(l.desc, k.field);
-        if (!f) {
-            err = std::string("registry names unknown key field ") + k.field;
-            return false;
-        }
+        const BagField *f = fields[i];
         const uint8_t *p = rec + f->offset;
         std::string &s = sort[i], &t = text[i];
         s.clear();

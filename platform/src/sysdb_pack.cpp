@@ -69,6 +69,55 @@ __attribute__((target("ssse3"))) size_t expand_bytes(const uint8_t *map, size_t 
     unit = in;
     return 8 * b;
 }
+
+// The reverse: the shuffle of group mask m moves the units whose bit is set
+// to the front, in order.
+struct Gathers {
+    alignas(16) uint8_t mask[16][16];
+    constexpr Gathers() : mask() {
+        for (int m = 0; m < 16; m++) {
+            int next = 0;
+            for (int k = 0; k < 4; k++)
+                if (m >> k & 1) {
+                    for (int b = 0; b < 4; b++) mask[m][4 * next + b] = static_cast<uint8_t>(4 * k + b);
+                    next++;
+                }
+            for (int i = 4 * next; i < 16; i++) mask[m][i] = 0x80;
+        }
+    }
+};
+constexpr Gathers kGathers;
+
+// Packs whole groups of eight units: sets each group's bitmap byte and
+// writes its nonzero units at w. Writes up to 16 bytes past the last unit it
+// keeps, so w needs that much room beyond the packed size. Returns the units
+// done (a multiple of 8).
+__attribute__((target("ssse3"))) size_t gather_bytes(const uint8_t *in, size_t units, uint8_t *map,
+                                                      uint8_t *&w) {
+    const size_t whole = units / 8;
+    const __m128i zero = _mm_setzero_si128();
+    uint8_t *o = w;
+    for (size_t b = 0; b < whole; b++, in += 32) {
+        const __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i *>(in));
+        const __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i *>(in + 16));
+        const unsigned keep_lo =
+            ~static_cast<unsigned>(_mm_movemask_ps(_mm_castsi128_ps(_mm_cmpeq_epi32(lo, zero)))) & 15;
+        const unsigned keep_hi =
+            ~static_cast<unsigned>(_mm_movemask_ps(_mm_castsi128_ps(_mm_cmpeq_epi32(hi, zero)))) & 15;
+        map[b] = static_cast<uint8_t>(keep_lo | keep_hi << 4);
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(o),
+                         _mm_shuffle_epi8(lo, _mm_load_si128(reinterpret_cast<const __m128i *>(
+                                                  kGathers.mask[keep_lo]))));
+        o += 4 * kShuffles.stored[keep_lo];
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(o),
+                         _mm_shuffle_epi8(hi, _mm_load_si128(reinterpret_cast<const __m128i *>(
+                                                  kGathers.mask[keep_hi]))));
+        o += 4 * kShuffles.stored[keep_hi];
+    }
+    w = o;
+    return 8 * whole;
+}
+
 const bool kHaveSsse3 = __builtin_cpu_supports("ssse3");
 #endif
 
@@ -81,9 +130,14 @@ void pack_record(const void *data, size_t len, std::string &out) {
         if (n < 0x80) break;
     }
     const size_t units = len / 4, map_len = (units + 7) / 8, at = out.size();
-    out.resize(at + map_len + len);  // at most this; cut to what is written
+    // At most this, and room for the last 16-byte store; cut to what is written.
+    out.resize(at + map_len + len + 16);
     uint8_t *map = reinterpret_cast<uint8_t *>(out.data() + at), *w = map + map_len;
-    for (size_t i = 0; i < units; i++) {
+    size_t done = 0;
+#if defined(__x86_64__)
+    if (kHaveSsse3) done = gather_bytes(p, units, map, w);
+#endif
+    for (size_t i = done; i < units; i++) {
         uint32_t u;
         memcpy(&u, p + 4 * i, 4);
         if (!u) continue;

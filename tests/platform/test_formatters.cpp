@@ -50,6 +50,29 @@ TEST(Formatters, IpRoundTripsInCanonicalFormAndRingKeepsEightTexts) {
     EXPECT_EQ(l2vpn_inet_pton(nullptr, &a[0]), 0);
 }
 
+// Dotted quads are read without the C library when they are plainly well
+// formed; every text must still read as inet_pton reads it.
+TEST(Formatters, Ipv4TextReadsAsTheCLibraryReadsIt) {
+    for (const char *t : {"0.0.0.0", "1.2.3.4", "255.255.255.255", "192.0.2.46", "01.2.3.4", "1.2.3.00",
+                          "1.2.3.0", "256.1.1.1", "1.2.3.999", "1.2.3.1000", "1.2.3.", ".1.2.3", "1..2.3",
+                          "1.2.3.4.5", "1.2.3.4.", "1.2.3", "1", "1.2.3.-4", "1.2.3.4x", " 1.2.3.4",
+                          "::ffff:1.2.3.4", "::1.2.3.4", "1.2.3.4/8"}) {
+        l2vpn_ip_addr_t want{}, got;
+        in_addr v4;
+        bool ok = true;
+        if (inet_pton(AF_INET, t, &v4) == 1) {
+            want.bytes[10] = want.bytes[11] = 0xff;
+            memcpy(want.bytes + 12, &v4, 4);
+        } else {
+            ok = inet_pton(AF_INET6, t, want.bytes) == 1;
+        }
+        memset(&got, 0xab, sizeof got);
+        ASSERT_EQ(l2vpn_inet_pton(t, &got) != 0, ok) << t;
+        if (ok) EXPECT_EQ(bytes_hex(got.bytes, 16), bytes_hex(want.bytes, 16)) << t;
+        else EXPECT_EQ(got.bytes[12], 0xab) << t;
+    }
+}
+
 // The address formatter is our own; the C library's inet_ntop is the
 // reference for every IPv6 text, compressed runs and embedded IPv4 included.
 TEST(Formatters, Ipv6TextMatchesTheCLibrary) {

@@ -577,6 +577,28 @@ TEST_F(Store, FilteredListingCostsWhatItReturns) {
     }
 }
 
+// Units go eight to a bitmap byte: every pattern of zero and non-zero units
+// in a group gives its byte and keeps the non-zero ones in order, in the
+// middle of a record and in its last whole group.
+TEST(StoredRecord, EveryGroupPatternPacksToItsBitmapByte) {
+    for (unsigned m = 0; m < 256; m++) {
+        std::string rec(32 * 3 + 6, '\0');
+        for (int k = 0; k < 8; k++)
+            if (m >> k & 1)
+                for (int g : {1, 2}) rec[32 * g + 4 * k + (k % 4)] = static_cast<char>(16 * g + k + 1);
+        rec[32 * 3 + 5] = 'z';  // the bytes after the last whole unit
+        std::string packed, back;
+        sysdb_schema::pack_record(rec.data(), rec.size(), packed);
+        const size_t units = 2 * static_cast<size_t>(__builtin_popcount(m));
+        ASSERT_EQ(packed.size(), 1 + 4 + 4 * units + 2) << m;
+        EXPECT_EQ(static_cast<uint8_t>(packed[1]), 0u) << m;
+        EXPECT_EQ(static_cast<uint8_t>(packed[2]), m) << m;
+        EXPECT_EQ(static_cast<uint8_t>(packed[3]), m) << m;
+        ASSERT_TRUE(sysdb_schema::unpack_record(packed.data(), packed.size(), rec.size(), back)) << m;
+        EXPECT_EQ(back, rec) << m;
+    }
+}
+
 TEST(StoredRecord, PacksAndUnpacksEveryLengthAndRefusesWhatItDidNotMake) {
     std::string rec;
     for (size_t len = 0; len < 2100; len += len < 40 ? 1 : 97) {

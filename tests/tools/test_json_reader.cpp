@@ -89,6 +89,28 @@ TEST(JsonReader, TokensDoNotDependOnWhereTheBufferRefills) {
     for (size_t size = 1; size <= 40; size++) EXPECT_EQ(error(bad, size), where) << "buffer " << size;
 }
 
+// Compact text, as snapshots are written: a member name right after the
+// comma is taken at once, wherever the buffer refills.
+TEST(JsonReader, CompactMembersReadAlikeThroughEveryRefill) {
+    const std::string doc = R"({"a":1,"b":"x","c":{"d":[1,"2"],"e":"\u00e9"},"":"","f":true,"g" :null})";
+    const std::vector<std::string> expected = {
+        "{", "k:a", "u:1", "k:b", "s:x", "k:c", "{", "k:d", "[", "u:1", "s:2", "]", "k:e", "s:\xc3\xa9",
+        "}", "k:", "s:", "k:f", "true", "k:g", "null", "}"};
+    EXPECT_EQ(tokens(doc), expected);
+    for (size_t size = 1; size <= 40; size++) EXPECT_EQ(tokens(doc, size), expected) << "buffer " << size;
+
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {R"({"a":1,"b"2})", "line 1, column 11: expected ':' after a member name, found '2'"},
+        {R"({"a":1,"b)", "line 1, column 10: unexpected end of input in a string"},
+        {"{\"a\":1,\"b\x01\":2}", "line 1, column 10: control character U+0001 in a string (write it as an escape)"},
+        {R"({"a":1,"b":})", "line 1, column 12: unexpected '}'; expected a value"},
+        {R"({"a":1,"b":2,})", "line 1, column 14: expected a member name in double quotes, found '}'"},
+    };
+    for (const auto &[text, says] : cases)
+        for (size_t size : {JsonReader::kDefaultBufferSize, size_t(1), size_t(7), size_t(8)})
+            EXPECT_EQ(error(text, size), says) << text << " buffer " << size;
+}
+
 TEST(JsonReader, StringEscapesAndSurrogatePairs) {
     const std::vector<std::pair<std::string, std::string>> cases = {
         {R"("\"\\\/\b\f\n\r\t")", "\"\\/\b\f\n\r\t"},

@@ -233,6 +233,71 @@ TEST(TokenRecords, RefuseWithTheSameMessages) {
     }
 }
 
+// Names are matched by length and bytes, starting after the last field
+// found; text and numbers that look fine up to a late byte take the full
+// check. Read straight from tokens, as the loader does (the reference parser
+// would sort and merge the names).
+TEST(TokenRecords, NamesInAnyOrderAndLateFaultsAreFoundWhereTheyAre) {
+    const std::string plain = "abcdefghijklmnopqrstuvw";  // three words and more
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        // Fields backwards, and one named twice around others: the last wins.
+        {R"({"bd_name": "b", "mac_state": "s", "encap": 2, "evi": 1, "bd_name": "c"})", "ok"},
+        {R"({"evi": 1, "bp_ifh": 3, "evi": "x"})", "error r.evi: \"x\" is not a number"},
+        {R"({"bp_ifh": 3, "evi": 2, "bp_ifh": -1})", "error r.bp_ifh: value -1 out of range"},
+        // Prefixes, extensions and other cases of a field's name are no field.
+        {R"({"evi": 1, "ev": 1})", "error r.ev: unknown field of l2vpn_evpn_mac_bag"},
+        {R"({"evi": 1, "evix": 1})", "error r.evix: unknown field of l2vpn_evpn_mac_bag"},
+        {R"({"bd_name": "b", "EVI": 1})", "error r.EVI: unknown field of l2vpn_evpn_mac_bag"},
+        {R"({"path_buffer": [{"NextHop": "1.1.1.1", "NextHo": "1.1.1.1"}]})",
+         "error r.path_buffer[0].NextHo: unknown field of EvpnPath"},
+        // A bad byte after a long printable run, at every place in a word.
+        {"{\"mac_state\": \"" + plain + "\\u0001x\"}",
+         "error r.mac_state: text holds control character U+0001 at byte 23"},
+        {"{\"mac_state\": \"" + plain.substr(0, 16) + "\\u007f\"}",
+         "error r.mac_state: text holds control character U+007F at byte 16"},
+        {"{\"mac_state\": \"" + plain.substr(0, 9) + "\\u0085" + plain + "\"}",
+         "error r.mac_state: text holds control character U+0085 at byte 9"},
+        {"{\"bd_name\": \"" + plain + "\\\"" + plain + "\"}", "ok"},
+        // Numbers at the edges of each width.
+        {R"({"local_encap": 255, "esi_port_key": 65535, "evi": 4294967295, "l3_label": 2147483647})", "ok"},
+        {R"({"local": 4294967295, "proxy": true, "remote": false})", "ok"},
+        {R"({"local": 4294967296})", "error r.local: value 4294967296 out of range"},
+        {R"({"ext_flags": 18446744073709551615})", "error r.ext_flags: value 18446744073709551615 out of range"},
+    };
+    for (const auto &[text, says] : cases) {
+        for (size_t buffer : {evpn::JsonReader::kDefaultBufferSize, size_t(5)}) {
+            const std::string got = from_tokens(text, kMac, buffer);
+            EXPECT_EQ(got.substr(0, says.size()), says) << text << " through " << buffer << " bytes";
+        }
+    }
+    // The values land where they belong, whatever the order.
+    std::istringstream in(R"({"bd_name": "b", "encap": 2, "local": true, "evi": 7, "bd_name": "c"})");
+    evpn::JsonReader r(in);
+    evpn::TokenRecordBuilder b;
+    std::vector<uint64_t> rec(kMac->size / 8 + 1);
+    evpn::RecordArena arena;
+    std::string err;
+    ASSERT_TRUE(b.build(r, r.next(), kMac, rec.data(), arena, "listing", 5, err)) << err;
+    const auto *m = reinterpret_cast<const l2vpn_evpn_mac_bag *>(rec.data());
+    EXPECT_EQ(m->evi, 7u);
+    EXPECT_EQ(m->encap, 2u);
+    EXPECT_EQ(m->local, 1u);
+    EXPECT_STREQ(m->bd_name, "c");
+}
+
+// A record of a list is named by the list and its index, made only when it
+// is wrong.
+TEST(TokenRecords, AListedRecordIsNamedByItsIndex) {
+    std::istringstream in(R"({"evi": 1, "path_buffer": [{}, {"Issues": [1, "x"]}]})");
+    evpn::JsonReader r(in);
+    evpn::TokenRecordBuilder b;
+    std::vector<uint64_t> rec(kMac->size / 8 + 1);
+    evpn::RecordArena arena;
+    std::string err;
+    EXPECT_FALSE(b.build(r, r.next(), kMac, rec.data(), arena, "/oper/ evpn_mac", 12345678901, err));
+    EXPECT_EQ(err, "/oper/ evpn_mac[12345678901].path_buffer[1].Issues[1]: \"x\" is not a number");
+}
+
 // The loader reads tokens, which keep a number as it was written.
 TEST(TokenRecords, NumbersThatAreNoIntegersSayWhy) {
     const std::vector<std::pair<std::string, std::string>> cases = {

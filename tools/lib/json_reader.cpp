@@ -169,6 +169,12 @@ const JsonToken &JsonReader::next() {
                                 : "unexpected end of input; expected ',' or ']'");
             char c = *pos_;
             if (c == ',') {
+                // Mostly the next member's name follows at once (the byte
+                // after the data is a NUL, so pos_[1] is always there).
+                if (object && pos_[1] == '"') {
+                    pos_ += 2;
+                    return key();
+                }
                 pos_++;
                 expect_ = object ? Expect::Key : Expect::Value;
                 continue;
@@ -186,15 +192,7 @@ const JsonToken &JsonReader::next() {
             if (*pos_ != '"')
                 fail_found(pos_, "expected a member name in double quotes, found ");
             pos_++;
-            string(JsonTok::Key);
-            // The colon mostly follows at once; taking it here saves a round.
-            if (pos_ != end_ && *pos_ == ':') {
-                pos_++;
-                expect_ = Expect::Value;
-            } else {
-                expect_ = Expect::Colon;
-            }
-            return tok_;
+            return key();
         case Expect::Colon:
             if (at_end) fail_eof("unexpected end of input; expected ':'");
             if (*pos_ != ':') fail_found(pos_, "expected ':' after a member name, found ");
@@ -209,6 +207,19 @@ const JsonToken &JsonReader::next() {
             return tok_;
         }
     }
+}
+
+// pos_ is past the quote that opens a member name.
+const JsonToken &JsonReader::key() {
+    string(JsonTok::Key);
+    // The colon mostly follows at once; taking it here saves a round.
+    if (pos_ != end_ && *pos_ == ':') {
+        pos_++;
+        expect_ = Expect::Value;
+    } else {
+        expect_ = Expect::Colon;
+    }
+    return tok_;
 }
 
 void JsonReader::skip(const JsonToken &t) {

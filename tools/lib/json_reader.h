@@ -75,6 +75,7 @@ class JsonReader {
     [[noreturn, gnu::cold, gnu::noinline]] void fail_found(const char *p, const char *what,
                                                           const char *after = "") const;
     void value();
+    const JsonToken &key();
     // Consumes the '}' or ']' that closes the innermost container.
     const JsonToken &close(bool object);
     void push(bool object);

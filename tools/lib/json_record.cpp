@@ -319,14 +319,15 @@ std::string at_most(const BagField &f) { return "at most " + std::to_string(f.co
 // member name that is no field, or an element index per level. Rendered only
 // when there is an error.
 struct TokenRecordBuilder::Path {
-    enum Kind : uint8_t { Record, Field, Unknown, Element } kind;
+    enum Kind : uint8_t { Record, Listed, Field, Unknown, Element } kind;
     const Path *up;
     const std::string *where;  // Record
     const char *field;         // Field
-    std::string_view unknown;  // Unknown
-    size_t index;              // Element
+    std::string_view unknown;  // Unknown; Listed: the list's name
+    size_t index;              // Element, Listed
 
     static Path record(const std::string &where) { return {Record, nullptr, &where, nullptr, {}, 0}; }
+    static Path listed(std::string_view list, size_t i) { return {Listed, nullptr, nullptr, nullptr, list, i}; }
     static Path of_field(const Path &up, const char *name) { return {Field, &up, nullptr, name, {}, 0}; }
     static Path of_unknown(const Path &up, std::string_view name) { return {Unknown, &up, nullptr, nullptr, name, 0}; }
     static Path of_element(const Path &up, size_t i) { return {Element, &up, nullptr, nullptr, {}, i}; }
@@ -334,6 +335,7 @@ struct TokenRecordBuilder::Path {
     void render(std::string &out) const {
         switch (kind) {
         case Record: out += *where; return;
+        case Listed: out += unknown; out += '['; out += std::to_string(index); out += ']'; return;
         case Field: up->render(out); out += '.'; out += field; return;
         case Unknown: up->render(out); out += '.'; out += unknown; return;
         case Element: up->render(out); out += '['; out += std::to_string(index); out += ']'; return;
@@ -343,25 +345,96 @@ struct TokenRecordBuilder::Path {
 
 namespace {
 
-bool same_name(const char *name, std::string_view key) {
-    return !key.empty() && name[0] == key[0] && strnlen(name, key.size() + 1) == key.size() &&
-           memcmp(name, key.data(), key.size()) == 0;
-}
-
 // Fields mostly come in description order, some left out, so the search
-// starts after the last field found.
-const BagField *find_field(const BagDesc *desc, std::string_view key, uint32_t hint) {
+// starts after the last field found; before that it tries the field that
+// followed the last one the previous time (records of a listing mostly name
+// the same fields in the same order). names: the description's Names.
+const BagField *find_field(const BagDesc *desc, uint32_t *names, std::string_view key, uint32_t hint) {
     const uint32_t n = desc->nfields;
-    for (uint32_t i = hint; i < n; i++)
-        if (same_name(desc->fields[i].name, key)) return &desc->fields[i];
-    for (uint32_t i = 0; i < hint && i < n; i++)
-        if (same_name(desc->fields[i].name, key)) return &desc->fields[i];
+    const uint32_t *len = names;
+    uint32_t *follows = names + n;
+    auto same = [&](uint32_t i) {
+        return len[i] == key.size() && memcmp(desc->fields[i].name, key.data(), key.size()) == 0;
+    };
+    if (!key.empty()) {
+        const uint32_t guess = follows[hint];
+        if (guess < n && same(guess)) return &desc->fields[guess];
+        auto found = [&](uint32_t i) {
+            follows[hint] = i;
+            return &desc->fields[i];
+        };
+        for (uint32_t i = hint; i < n; i++)
+            if (same(i)) return found(i);
+        for (uint32_t i = 0; i < hint && i < n; i++)
+            if (same(i)) return found(i);
+    }
     // A name with a NUL in it matches as its text up to the NUL, as with C strings.
     if (key.find('\0') != std::string_view::npos) return bag_find_field(desc, std::string(key).c_str());
     return nullptr;
 }
 
+// The common scalars without the general conversion: an unsigned number in
+// range of an integer field, true/false for a flag, good text for a text
+// field. False leaves dst alone for scalar_from_value, which also names what
+// is wrong.
+inline bool scalar_fast(const JsonToken &v, BagKind k, uint8_t *dst, RecordArena &arena) {
+    if (v.kind == JsonTok::Uint) {
+        const uint64_t u = v.u;
+        switch (k) {
+        case BagKind::U8:
+            if (u > 0xff) return false;
+            *dst = static_cast<uint8_t>(u);
+            return true;
+        case BagKind::U16: {
+            if (u > 0xffff) return false;
+            const uint16_t h = static_cast<uint16_t>(u);
+            memcpy(dst, &h, 2);
+            return true;
+        }
+        case BagKind::U32: case BagKind::BOOL: case BagKind::S32: {
+            if (u > (k == BagKind::S32 ? 0x7fffffffu : 0xffffffffu)) return false;
+            const uint32_t w = static_cast<uint32_t>(u);
+            memcpy(dst, &w, 4);
+            return true;
+        }
+        case BagKind::U64:
+            memcpy(dst, &u, 8);
+            return true;
+        default:
+            return false;
+        }
+    }
+    if (k == BagKind::BOOL && (v.kind == JsonTok::True || v.kind == JsonTok::False)) {
+        const uint32_t w = v.kind == JsonTok::True;
+        memcpy(dst, &w, 4);
+        return true;
+    }
+    if (v.kind == JsonTok::String && (k == BagKind::STR || k == BagKind::OPTSTR)) {
+        uint32_t cp;
+        if (v.text.size() > BAG_MAX_STRING || bag_text_bad_at(v.text.data(), v.text.size(), &cp) != v.text.size())
+            return false;
+        char *p = arena.text(v.text);
+        memcpy(dst, &p, sizeof p);
+        return true;
+    }
+    return false;
+}
+
 }  // namespace
+
+uint32_t *TokenRecordBuilder::names(const BagDesc *desc) {
+    // A few types take turns in each record: most lookups end in the cache.
+    const size_t slot = (reinterpret_cast<uintptr_t>(desc) >> 3) * 0x9e3779b97f4a7c15u >> 60;
+    if (recent_[slot].desc == desc) return recent_[slot].names;
+    std::vector<uint32_t> &v = names_[desc];
+    const uint32_t n = desc->nfields;
+    if (v.size() != 2 * size_t(n) + 1) {
+        v.assign(2 * size_t(n) + 1, n);  // no field follows any yet
+        for (uint32_t i = 0; i < n; i++) v[i] = static_cast<uint32_t>(strlen(desc->fields[i].name));
+    }
+    recent_[slot] = {desc, v.data()};
+    return v.data();
+}
 
 bool TokenRecordBuilder::fail(const Path &at, const std::string &what) {
     err_->clear();
@@ -373,10 +446,20 @@ bool TokenRecordBuilder::fail(const Path &at, const std::string &what) {
 
 bool TokenRecordBuilder::build(JsonReader &r, const JsonToken &first, const BagDesc *desc, void *out,
                                RecordArena &arena, const std::string &where, std::string &err) {
+    return start(r, first, desc, out, arena, Path::record(where), err);
+}
+
+bool TokenRecordBuilder::build(JsonReader &r, const JsonToken &first, const BagDesc *desc, void *out,
+                               RecordArena &arena, std::string_view list, uint64_t index,
+                               std::string &err) {
+    return start(r, first, desc, out, arena, Path::listed(list, index), err);
+}
+
+bool TokenRecordBuilder::start(JsonReader &r, const JsonToken &first, const BagDesc *desc, void *out,
+                               RecordArena &arena, const Path &at, std::string &err) {
     arena_ = &arena;
     err_ = &err;
     pending_ = 0;
-    const Path at = Path::record(where);
     if (first.kind != JsonTok::ObjectStart) return fail(at, expected_object(desc, from_token(first)));
     if (!record(r, desc, static_cast<uint8_t *>(out), at, 0)) return false;
     return !over_limit() || fail(at, too_big());
@@ -386,11 +469,12 @@ bool TokenRecordBuilder::build(JsonReader &r, const JsonToken &first, const BagD
 bool TokenRecordBuilder::record(JsonReader &r, const BagDesc *desc, uint8_t *rec, const Path &at,
                                 unsigned level) {
     memset(rec, 0, desc->size);
+    uint32_t *const by_name = names(desc);
     uint32_t hint = 0;
     for (;;) {
         const JsonToken &key = r.next();
         if (key.kind == JsonTok::ObjectEnd) return true;
-        const BagField *f = find_field(desc, key.text, hint);
+        const BagField *f = find_field(desc, by_name, key.text, hint);
         if (!f) return fail(Path::of_unknown(at, key.text), std::string("unknown field of ") + desc->name);
         hint = static_cast<uint32_t>(f - desc->fields) + 1;
         const Path here = Path::of_field(at, f->name);
@@ -442,7 +526,9 @@ bool TokenRecordBuilder::record(JsonReader &r, const BagDesc *desc, uint8_t *rec
             break;
         }
         default:
-            if (!scalar_from_value(from_token(v), f->kind, dst, *arena_, what_)) return fail(here, what_);
+            if (!scalar_fast(v, f->kind, dst, *arena_) &&
+                !scalar_from_value(from_token(v), f->kind, dst, *arena_, what_))
+                return fail(here, what_);
         }
     }
 }
@@ -453,7 +539,8 @@ bool TokenRecordBuilder::element(JsonReader &r, const JsonToken &t, const BagFie
         if (t.kind != JsonTok::ObjectStart) return fail(at, expected_object(f.sub, from_token(t)));
         return record(r, f.sub, dst, at, level);
     }
-    return scalar_from_value(from_token(t), f.elem, dst, *arena_, what_) || fail(at, what_);
+    return scalar_fast(t, f.elem, dst, *arena_) ||
+           scalar_from_value(from_token(t), f.elem, dst, *arena_, what_) || fail(at, what_);
 }
 
 namespace {

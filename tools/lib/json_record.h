@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "json_reader.h"
@@ -54,14 +55,24 @@ class TokenRecordBuilder {
     // it. Text that is not JSON throws JsonSyntaxError.
     bool build(JsonReader &r, const JsonToken &first, const BagDesc *desc, void *out,
                RecordArena &arena, const std::string &where, std::string &err);
+    // The same for element index of a list named list: where is
+    // "list[index]", rendered only for an error.
+    bool build(JsonReader &r, const JsonToken &first, const BagDesc *desc, void *out,
+               RecordArena &arena, std::string_view list, uint64_t index, std::string &err);
 
     struct Path;
 
   private:
+    bool start(JsonReader &r, const JsonToken &first, const BagDesc *desc, void *out,
+               RecordArena &arena, const Path &at, std::string &err);
     bool record(JsonReader &r, const BagDesc *desc, uint8_t *rec, const Path &at, unsigned level);
     bool element(JsonReader &r, const JsonToken &t, const BagField &f, uint8_t *dst, const Path &at,
                  unsigned level);
     bool fail(const Path &at, const std::string &what);
+    // Per description, made once: the length of each field name (nfields
+    // entries), then for each field + 1 (0: the start) the field that
+    // followed it last (nfields + 1 entries; nfields: none yet).
+    uint32_t *names(const BagDesc *desc);
 
     // Over the codec's limit of strings and lists, counting the elements of
     // the lists still being read (pending_ bytes).
@@ -74,6 +85,11 @@ class TokenRecordBuilder {
     // Elements of the lists being read, one per list nesting level (a deque:
     // growing it keeps the levels in use where they are).
     std::deque<std::vector<uint64_t>> lists_;
+    std::unordered_map<const BagDesc *, std::vector<uint32_t>> names_;
+    struct Recent {
+        const BagDesc *desc = nullptr;
+        uint32_t *names = nullptr;
+    } recent_[16];  // of names_, by a hash of the description's address
 };
 
 enum class JsonForm : uint8_t {

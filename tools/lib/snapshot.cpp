@@ -83,7 +83,7 @@ struct Loader {
     TokenRecordBuilder builder;
     RecordArena arena;
     std::vector<uint64_t> rec;
-    std::string err, where;
+    std::string err;
     std::set<std::string> seen;  // sections, roots and listings read so far
 
     // The members of the object that t starts (the small sections); objects
@@ -108,6 +108,8 @@ struct Loader {
         const ListingDef *l = sysdb_registry_find(base);
         uint64_t &count = counts[root + base];
         if (rec.size() < l->desc->size / 8 + 1) rec.assign(l->desc->size / 8 + 1, 0);
+        // Records are named "root base[n]" in messages only.
+        const std::string list = root + " " + base;
         for (;;) {
             const JsonToken &t = r.next();
             if (t.kind == JsonTok::ArrayEnd) return;
@@ -115,15 +117,11 @@ struct Loader {
                 throw LoadError{"roots " + root + " " + base + ": unexpected list"};
             if (t.kind != JsonTok::ObjectStart)
                 throw LoadError{"roots: unexpected value " + shown(t) + " at depth 4"};
-            where.assign(root);
-            where += ' ';
-            where += base;
-            where += '[';
-            where += std::to_string(count++);
-            where += ']';
+            const uint64_t n = count++;
             arena.clear();
-            if (!builder.build(r, t, l->desc, rec.data(), arena, where, err)) throw LoadError{err};
-            if (!w.add(root, base, rec.data(), err)) throw LoadError{where + ": " + err};
+            if (!builder.build(r, t, l->desc, rec.data(), arena, list, n, err)) throw LoadError{err};
+            if (!w.add(root, base, rec.data(), err))
+                throw LoadError{list + "[" + std::to_string(n) + "]: " + err};
             stats.records++;
             if (progress) progress->update(stats.records, r.offset());
         }
@@ -262,7 +260,7 @@ bool load_snapshot(std::istream &in, const std::string &db_path, LoadStats &stat
     if (!w) return false;
     try {
         JsonReader reader(in);
-        Loader loader{reader, *w, stats, progress, {}, {}, {}, {}, {}, {}, {}};
+        Loader loader{reader, *w, stats, progress, {}, {}, {}, {}, {}, {}};
         loader.run();
     } catch (const LoadError &e) {
         err = e.what;

@@ -150,6 +150,7 @@ struct SysdbWriter::Impl {
         int64_t list = -1;
         std::vector<std::vector<uint8_t>> orderings;
         std::vector<std::vector<uint8_t>> layouts;  // of each ordering's rows
+        std::vector<const BagField *> key_fields;   // of def->keys
         std::vector<int64_t> ordering_lists;  // -1 until the first entry
         bool any = false;
         std::string last_skey;  // greatest sort key stored so far
@@ -171,6 +172,7 @@ struct SysdbWriter::Impl {
             return nullptr;
         }
         auto t = std::make_unique<Target>();
+        if (!sysdb_keys::key_fields(*l, t->key_fields, err)) return nullptr;
         t->def = l;
         t->base = base;
         t->root = root;
@@ -449,7 +451,7 @@ bool SysdbWriter::add(const std::string &root, std::string_view base, const void
     if (t->list < 0 && (t->list = m.list_id(root, t->base, l->desc->name, err)) < 0) return false;
     if (l->singleton) return m.drain(err) && m.insert_item(t->list, std::string(), l->base, m.encoded, l->base, err);
 
-    if (!sysdb_keys::from_record(*l, record, m.sort, m.text, err)) return false;
+    if (!sysdb_keys::from_record(*l, t->key_fields.data(), record, m.sort, m.text, err)) return false;
     for (uint8_t pos : l->item_key)
         if (m.sort[pos].empty()) {
             err = std::string("key field ") + l->keys[pos].field + " is empty";

@@ -14,6 +14,13 @@ namespace sysdb_keys {
 // when a field cannot be a key (a text with ',' or '/', an empty text).
 bool from_record(const ListingDef &l, const void *record, std::vector<std::string> &sort,
                  std::vector<std::string> &text, std::string &err);
+// The record fields of l's keys, in key order; false (with err) when the
+// registry names a field the record lacks.
+bool key_fields(const ListingDef &l, std::vector<const BagField *> &fields, std::string &err);
+// from_record with the fields key_fields() found, for callers that add many
+// records of one listing.
+bool from_record(const ListingDef &l, const BagField *const *fields, const void *record,
+                 std::vector<std::string> &sort, std::vector<std::string> &text, std::string &err);
 
 // Item name and sort key from the per-field values.
 std::string item_name(const ListingDef &l, const std::vector<std::string> &text);
