@@ -391,7 +391,7 @@ uint32_t resolve_listing(const char *path, Query &q) {
     std::string_view p(path);
     if ((q.l = sysdb_registry_find(p))) {
         if (q.l->singleton) return SYSDB_ERR_NOT_FOUND;
-        q.layout = q.l->item_key;
+        q.layout.assign(q.l->item_key.begin(), q.l->item_key.end());
         q.is_given.assign(q.l->keys.size(), false);
         q.given.assign(q.l->keys.size(), std::string());
         q.scan_path = p;  // the base, or a per-item listing's own path
@@ -446,7 +446,8 @@ uint32_t resolve_listing(const char *path, Query &q) {
         int home = sysdb_keys::ordering_home(*best, o);
         if (home < -1) continue;
         const std::vector<uint8_t> layout =
-            home == -1 ? best->item_key : sysdb_keys::row_layout(*best, kept[home]);
+            home == -1 ? std::vector<uint8_t>(best->item_key.begin(), best->item_key.end())
+                       : sysdb_keys::row_layout(*best, kept[home]);
         size_t run = 0;
         while (run < layout.size() && q.is_given[layout[run]]) run++;
         if (best_home == -3 || run > best_run) {

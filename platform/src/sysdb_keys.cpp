@@ -91,7 +91,7 @@ size_t part_len(const ListingDef &l, uint8_t pos, std::string_view bytes, size_t
     return at + n > bytes.size() ? 0 : n;
 }
 
-bool is_prefix(const std::vector<uint8_t> &a, const std::vector<uint8_t> &b) {
+bool is_prefix(std::span<const uint8_t> a, std::span<const uint8_t> b) {
     if (a.size() > b.size()) return false;
     for (size_t i = 0; i < a.size(); i++)
         if (a[i] != b[i]) return false;
@@ -285,7 +285,7 @@ std::vector<std::vector<uint8_t>> compute_stored_orderings(const ListingDef &l) 
     std::vector<std::vector<uint8_t>> all;
     for (const IndexDef &ix : l.indices)
         for (const auto &o : ix.orderings)
-            if (!is_prefix(o, l.item_key)) all.push_back(o);
+            if (!is_prefix(o, l.item_key)) all.emplace_back(o.begin(), o.end());
     std::vector<std::vector<uint8_t>> kept;
     for (size_t i = 0; i < all.size(); i++) {
         bool covered = false;
@@ -307,7 +307,7 @@ const std::vector<std::vector<uint8_t>> &stored_orderings(const ListingDef &l) {
     return it->second;
 }
 
-int ordering_home(const ListingDef &l, const std::vector<uint8_t> &ordering) {
+int ordering_home(const ListingDef &l, std::span<const uint8_t> ordering) {
     if (is_prefix(ordering, l.item_key)) return -1;
     const auto &kept = stored_orderings(l);
     for (size_t i = 0; i < kept.size(); i++)
@@ -315,15 +315,15 @@ int ordering_home(const ListingDef &l, const std::vector<uint8_t> &ordering) {
     return -2;
 }
 
-std::string ordering_path(const ListingDef &l, const std::vector<uint8_t> &ordering) {
+std::string ordering_path(const ListingDef &l, std::span<const uint8_t> ordering) {
     std::string p = l.base;
     p.push_back('#');
     for (uint8_t pos : ordering) p.push_back(static_cast<char>('0' + pos));
     return p;
 }
 
-std::vector<uint8_t> row_layout(const ListingDef &l, const std::vector<uint8_t> &ordering) {
-    std::vector<uint8_t> layout = ordering;
+std::vector<uint8_t> row_layout(const ListingDef &l, std::span<const uint8_t> ordering) {
+    std::vector<uint8_t> layout(ordering.begin(), ordering.end());
     for (uint8_t pos : l.item_key)
         if (std::find(ordering.begin(), ordering.end(), pos) == ordering.end()) layout.push_back(pos);
     return layout;

@@ -15,7 +15,7 @@
 
 namespace {
 
-ListingDef label_listing(const char *base) {
+constexpr ListingDef label_listing(const char *base) {
     return {base,
             &bag_desc_l2vpn_evpn_label_bag,
             false,
@@ -30,7 +30,7 @@ ListingDef label_listing(const char *base) {
              {"evi_eth_tag", {0, 2}, {{0, 2}}}}};
 }
 
-const std::vector<ListingDef> kRegistry = {
+constexpr ListingDef kRegistry[] = {
     // MAC and MAC/IP routes: keys evi(0) mac(1) ip(2) bd_name(3).
     {EVPN_PATH_MAC,
      &bag_desc_l2vpn_evpn_mac_bag,
@@ -211,7 +211,7 @@ const std::vector<ListingDef> kRegistry = {
 
 }  // namespace
 
-const std::vector<ListingDef> &sysdb_registry(void) { return kRegistry; }
+std::span<const ListingDef> sysdb_registry(void) { return kRegistry; }
 
 namespace {
 // The registry looked up by path: a store resolves a path for every item it

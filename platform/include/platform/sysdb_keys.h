@@ -2,6 +2,7 @@
 // naturally, numbers numerically), and the column orders of key indices.
 #pragma once
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -39,14 +40,14 @@ bool parse_field(KeyText text, const std::vector<std::string_view> &comps, std::
 const std::vector<std::vector<uint8_t>> &stored_orderings(const ListingDef &l);
 // Where an index ordering is served from: -1 for the item table, else the
 // position in stored_orderings().
-int ordering_home(const ListingDef &l, const std::vector<uint8_t> &ordering);
+int ordering_home(const ListingDef &l, std::span<const uint8_t> ordering);
 // Listing path of a stored ordering, e.g. "evpn_evi#021".
-std::string ordering_path(const ListingDef &l, const std::vector<uint8_t> &ordering);
+std::string ordering_path(const ListingDef &l, std::span<const uint8_t> ordering);
 
 // Key positions of a stored ordering's index rows: the ordering, then the
 // item-key fields it lacks, in item-key order. The rows sort as the
 // ordering followed by the item key, and hold every item-key field once.
-std::vector<uint8_t> row_layout(const ListingDef &l, const std::vector<uint8_t> &ordering);
+std::vector<uint8_t> row_layout(const ListingDef &l, std::span<const uint8_t> ordering);
 // Item sort key of an index row laid out as layout; false when malformed.
 bool skey_of_row(const ListingDef &l, const std::vector<uint8_t> &layout, std::string_view row,
                  std::string &skey);
