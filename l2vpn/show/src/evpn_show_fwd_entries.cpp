@@ -127,7 +127,7 @@ void print_route_sid_column(const bag_array<Srv6Sid> *sids, int supported) {
     if (!supported)
         return;
     if (!indent[0])
-        snprintf(indent, sizeof indent, "%102s", "");
+        show_snprintf(indent, sizeof indent, "%102s", "");
     print_srv6_sid_list(sids, indent, false, false, true);
 }
 
@@ -342,24 +342,24 @@ void print_srv6_sid_list(const bag_array<Srv6Sid> *sids, const char *indent, boo
 
 void format_ethernet_tag(char *buf, size_t size, uint32_t tag_type, uint32_t tag) {
     if (tag == kEthernetTagMax) {
-        snprintf(buf, size, "MAX-ET");
+        show_snprintf(buf, size, "MAX-ET");
         return;
     }
     if (tag_type != kEthernetTagTypeVlanPair) {
-        snprintf(buf, size, "%u", tag);
+        show_snprintf(buf, size, "%u", tag);
         return;
     }
     // A VLAN pair: first VLAN in bits 12-23, second in bits 0-11.
     const int first = static_cast<int>((tag >> 12) & 0xFFF);
     const int second = static_cast<int>(tag & 0xFFF);
     if (first != kVlanNone && second != kVlanWildcard)
-        snprintf(buf, size, "<%d,%d>", first, second);
+        show_snprintf(buf, size, "<%d,%d>", first, second);
     else if (first != kVlanNone)
-        snprintf(buf, size, "<%d,*>", first);
+        show_snprintf(buf, size, "<%d,*>", first);
     else if (second != kVlanWildcard)
-        snprintf(buf, size, "<%d>", second);
+        show_snprintf(buf, size, "<%d>", second);
     else
-        snprintf(buf, size, "<*>");
+        show_snprintf(buf, size, "<*>");
 }
 
 int print_sr_te_info(const char *prefix, const SrTeInfo *info) {
@@ -532,7 +532,7 @@ const char *upper_true_false(uint32_t flag) { return flag ? "TRUE" : "FALSE"; }
 void print_label_sids(const bag_array<Srv6Sid> *sids, bool mark_empty) {
     static char indent[kSidIndentSize];
     if (!indent[0])
-        snprintf(indent, sizeof indent, "     %-10s %41s", "", "");  // 57 blanks
+        show_snprintf(indent, sizeof indent, "     %-10s %41s", "", "");  // 57 blanks
     print_srv6_sid_list(sids, indent, true, mark_empty, false);
 }
 
@@ -579,7 +579,7 @@ void print_label_private(const l2vpn_evpn_label_bag *entry, bool label_mode) {
         show_printf("   Local ignore MTU mismatch: Not set\n");
     show_printf("   Next path version: %u\n", entry->next_path_version);
     char title[EVPN_LABEL_TEXT_SIZE];
-    snprintf(title, sizeof title, "EVPN Internal-%s event history", label_mode ? "Label" : "ID");
+    show_snprintf(title, sizeof title, "EVPN Internal-%s event history", label_mode ? "Label" : "ID");
     infra_db_print_evt_hist_bag(&entry->event_history, &entry->event_history_info, title);
 }
 
@@ -655,7 +655,7 @@ void print_evpn_neighbor_leaf_evis(const void *record, const char *, PrintContex
     int room = kLeafEvisWidth;
     for (uint32_t i = 0; i < count_of(n.leaf_evi_list); i++) {
         char text[kLeafEviTextSize];
-        const int len = snprintf(text, sizeof text, "%u", n.leaf_evi_list.data[i]);
+        const int len = show_snprintf(text, sizeof text, "%u", n.leaf_evi_list.data[i]);
         if (len > room) {
             show_printf("\n%-10.10s %-6.6s %-40.40s ", "", "", "");
             room = kLeafEvisWidth;
@@ -765,7 +765,7 @@ void print_label_path_entries(const bag_array<EvpnPath> *paths, const char *name
         bool sr_te_line = false;
         if (with_sr_te) {
             char prefix[16];
-            snprintf(prefix, sizeof prefix, "%s SR-TE ", role);
+            show_snprintf(prefix, sizeof prefix, "%s SR-TE ", role);
             sr_te_line = print_sr_te_info(prefix, &path.SR_TEInfo) != 0;
         }
         // A steered path shows its next hop only in the private view.

@@ -246,7 +246,7 @@ void print_evpn_evi_detail_bag(const void *record, const char *, PrintContext *c
     }
     const bool priv = show_filter.private_view != 0;
     char sid_indent[kSidIndentSize];
-    snprintf(sid_indent, sizeof sid_indent, "%19s", "");
+    show_snprintf(sid_indent, sizeof sid_indent, "%19s", "");
 
     print_evi_line(evi->vpn_id, evi->encap, evi->bd_name, evi->evi_type);
     if (!is_empty(evi->description))
@@ -405,7 +405,7 @@ void print_evpn_evi_rd_rt_section(const l2vpn_evpn_evi_detail_bag *evi) {
     show_printf("   %-30.30s %-21.21s\n", "Route Targets in Use", "Type");
     show_printf("   %-30.30s %-21.21s\n", kColumnRule, kColumnRule);
     char path[EVPN_PATH_SIZE];
-    snprintf(path, sizeof path, EVPN_PATH_EVI_RT "-evi_encap/0x%x,0x%x", evi->vpn_id, evi->encap);
+    show_snprintf(path, sizeof path, EVPN_PATH_EVI_RT "-evi_encap/0x%x,0x%x", evi->vpn_id, evi->encap);
     // A nested walk: it collects no statistics, so the outer batch's table stays.
     evpn_show_walk(kEviRouteTarget, path);
 
@@ -517,7 +517,7 @@ void print_evpn_tep_bag(const void *record, const char *, const char *tag) {
                evpn_bgp_encap_type_to_str(tep->remote_encap));
     show_printf("  Notification registrations:\n");
     char path[EVPN_PATH_SIZE];
-    snprintf(path, sizeof path, EVPN_PATH_TEP "/%s/notification", text_of(tag));
+    show_snprintf(path, sizeof path, EVPN_PATH_TEP "/%s/notification", text_of(tag));
     evpn_show_walk(kTepNotification, path);
     if (show_filter.private_view) {
         show_printf("  L3FIB Status: ");
@@ -538,7 +538,7 @@ void print_evpn_tep_notification_entry(const void *record, const char *, PrintCo
 // The list display's step for one endpoint name: fetch and print its record.
 void show_evpn_tep_info(const void *, const char *item_name, const char *) {
     char path[EVPN_PATH_SIZE];
-    snprintf(path, sizeof path, EVPN_PATH_TEP "/%s/info", item_name);
+    show_snprintf(path, sizeof path, EVPN_PATH_TEP "/%s/info", item_name);
     const l2vpn_show_context_t one{path,         print_evpn_tep_bag,
                                    kTep.desc(),  kTep.record_size,
                                    0,            EVPN_DATALIST_OPT_NONE,
@@ -591,7 +591,7 @@ void show_evpn_tep(const ShowCommandDef &) {
     }
     // The VPN ID serves as the endpoint identifier.
     char key[EVPN_PATH_SIZE], path[EVPN_PATH_SIZE];
-    snprintf(key, sizeof key, "%x", show_filter.value);
+    show_snprintf(key, sizeof key, "%x", show_filter.value);
     compose_path(path, EVPN_PATH_TEP "/%s/info", key);
     const l2vpn_show_context_t one{path,  print_evpn_tep_bag,  kTep.desc(), kTep.record_size, 0,
                                    EVPN_DATALIST_OPT_NONE, sysdb_handle, key};

@@ -190,13 +190,18 @@ constinit Pieces g_cache[1u << kCacheBits] = {};
 
 // The pieces of f, from the cache or taken apart into scratch; null for a
 // format this does not handle.
+// A format may sit in either of two neighbouring slots, so that two formats
+// a report alternates between do not evict each other when they hash alike.
 const Pieces *pieces_of(const char *f, Pieces &scratch) {
     constexpr uint64_t kGolden = 0x9e3779b97f4a7c15ull;  // spreads neighbouring literals
-    Pieces &slot = g_cache[(reinterpret_cast<uintptr_t>(f) * kGolden) >> (64 - kCacheBits)];
-    if (slot.format == f) return &slot;
+    const size_t at = (reinterpret_cast<uintptr_t>(f) * kGolden) >> (64 - kCacheBits);
+    Pieces &first = g_cache[at], &second = g_cache[at ^ 1];
+    if (first.format == f) return &first;
+    if (second.format == f) return &second;
     if (!parse(f, scratch)) return nullptr;
     scratch.format = f;
     if (is_read_only(f)) {
+        Pieces &slot = first.format && !second.format ? second : first;
         slot = scratch;
         return &slot;
     }

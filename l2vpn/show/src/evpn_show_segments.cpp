@@ -133,9 +133,9 @@ void print_srv6_item_list(const void *items, uint32_t count, const char *title,
         char item[kSrv6ItemSize];
         if (mode == kSrv6ItemVpws) {
             const auto &pair = static_cast<const l2vpn_evpn_srv6_vpws_item *>(items)[i];
-            snprintf(item, sizeof item, last ? "%u:%u" : "%u:%u, ", pair.evi, pair.ac_id);
+            show_snprintf(item, sizeof item, last ? "%u:%u" : "%u:%u, ", pair.evi, pair.ac_id);
         } else {
-            snprintf(item, sizeof item, last ? "%u" : "%u, ",
+            show_snprintf(item, sizeof item, last ? "%u" : "%u, ",
                      static_cast<const uint32_t *>(items)[i]);
         }
         const uint8_t len = static_cast<uint8_t>(strlen(item));
@@ -162,14 +162,14 @@ void print_srv6_locator(const l2vpn_evpn_srv6_locator_entry &loc, int width, boo
                         bool detail) {
     char prefix[kSrv6PrefixSize], services[kSrv6NumberSize], sids[kSrv6NumberSize];
     char locator_id[kSrv6NumberSize], flags[kSrv6FlagsSize] = "";
-    snprintf(prefix, sizeof prefix, "%s/%d", l2vpn_inet_ntop(&loc.prefix), loc.prefix_len);
-    snprintf(services, sizeof services, "%u", loc.service_count);
-    snprintf(sids, sizeof sids, "%u", loc.sid_count);
+    show_snprintf(prefix, sizeof prefix, "%s/%d", l2vpn_inet_ntop(&loc.prefix), loc.prefix_len);
+    show_snprintf(services, sizeof services, "%u", loc.service_count);
+    show_snprintf(sids, sizeof sids, "%u", loc.sid_count);
     if (priv)
-        snprintf(locator_id, sizeof locator_id, "%u", loc.locator_id);
+        show_snprintf(locator_id, sizeof locator_id, "%u", loc.locator_id);
     char flags_text[kSrv6FlagsSize];
     if (srv6_util_locator_flags_print(loc.flags, flags_text, sizeof flags_text))
-        snprintf(flags, sizeof flags, "%s", flags_text);
+        show_snprintf(flags, sizeof flags, "%s", flags_text);
     if (priv)
         show_printf(kLocatorColumnsPrivate, width, text_of(loc.name), prefix, locator_id,
                true_false(loc.oor), true_false(loc.in_use), flags, services, sids);
@@ -961,16 +961,16 @@ void print_evpn_igmp_bag(const void *record, const char *, PrintContext *) {
     // before the group's is made.
     char sg[kIgmpColumnTextSize];
     if (is_zero_address(r.source)) {
-        snprintf(sg, sizeof sg, "(*,%s)", l2vpn_inet_ntop(&r.group));
+        show_snprintf(sg, sizeof sg, "(*,%s)", l2vpn_inet_ntop(&r.group));
     } else {
         char source[kIgmpSourceSize] = {};
         strcpy_s(source, sizeof source, l2vpn_inet_ntop(&r.source));
-        snprintf(sg, sizeof sg, "(%s,%s)", source, l2vpn_inet_ntop(&r.group));
+        show_snprintf(sg, sizeof sg, "(%s,%s)", source, l2vpn_inet_ntop(&r.group));
     }
     show_printf("%-43.43s ", sg);
 
     char from[kIgmpColumnTextSize];
-    snprintf(from, sizeof from, "%s%s",
+    show_snprintf(from, sizeof from, "%s%s",
              r.source_is_remote ? l2vpn_inet_ntop(&r.route_source.address)
                                 : text_of(r.route_source.interface_name),
              r.resolved ? "" : "[UR]");
@@ -1054,7 +1054,7 @@ void print_carving_evi_etags(const l2vpn_evpn_es_evi_etag *entries, uint32_t cou
     for (uint32_t k = 0; k < count; k++) {
         print_carving_wrap(k, kTitle, tag);
         char item[kCarvingItemSize] = {};
-        const int n = snprintf(item, sizeof item, "%u:", entries[k].evi);
+        const int n = show_snprintf(item, sizeof item, "%u:", entries[k].evi);
         format_ethernet_tag(item + n, sizeof item - n, entries[k].etag_type, entries[k].etag);
         show_printf("%8s", item);
         show_printf("%s", carving_separator(k, k, count));
@@ -1235,7 +1235,7 @@ void show_evpn_grp(const ShowCommandDef &cmd) {
         return;
     }
     char path[80];
-    snprintf(path, sizeof path, EVPN_PATH_GROUP "/%x", f.grp_id);
+    show_snprintf(path, sizeof path, EVPN_PATH_GROUP "/%x", f.grp_id);
     uint32_t type = SYSDB_TYPE_BAG, len = 0;
     void *data = nullptr;
     uint32_t rc = sysdb_item_get(sysdb_handle, path, &type, &data, &len, 0);
