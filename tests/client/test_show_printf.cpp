@@ -4,6 +4,8 @@
 
 #include <climits>
 #include <cstdarg>
+#include <cstdio>
+#include <cstring>
 #include <random>
 #include <string>
 
@@ -60,6 +62,30 @@ TEST(ShowPrintf, IntegersMatchTheCLibrary) {
         }
         ASSERT_EQ(got, want) << "format " << conv_text << " value " << v;
     }
+}
+
+// Decimal fields are put as whole blocks when the output has room to spare:
+// at every buffer size around the field's end, and at widths beside the
+// block size, the text and the length are the C library's, and nothing is
+// written past the buffer (within it, past the text's NUL, is scratch).
+TEST(ShowPrintf, DecimalFieldsAtTheBufferEndAndBesideTheBlockSizeMatchTheCLibrary) {
+    const unsigned long long values[] = {0, 7, 4294967295ull, 18446744073709551615ull};
+    for (const char *flags : {"", "-"})
+        for (int width : {0, 1, 10, 20, 63, 64, 65, 90})
+            for (unsigned long long v : values) {
+                const std::string f = "ab%" + std::string(flags) + std::to_string(width) + "llu|%-3d|";
+                for (size_t size = 1; size < 200; size++) {
+                    char want[200], got[200];
+                    memset(want, '#', sizeof want);
+                    memset(got, '#', sizeof got);
+                    const int nw = snprintf(want, size, f.c_str(), v, 5);
+                    const int ng = show_snprintf(got, size, f.c_str(), v, 5);
+                    ASSERT_EQ(ng, nw) << f << " " << v << " size " << size;
+                    ASSERT_STREQ(got, want) << f << " " << v << " size " << size;
+                    ASSERT_EQ(std::string(got + size, sizeof got - size), std::string(sizeof got - size, '#'))
+                        << f << " " << v << " size " << size;
+                }
+            }
 }
 
 TEST(ShowPrintf, TextCharactersAndStarsMatchTheCLibrary) {

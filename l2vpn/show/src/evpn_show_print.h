@@ -230,7 +230,8 @@ void show_evpn_ges_map(const ShowCommandDef &cmd);      // 19
 // output, for every line of a report (evpn_show_printf): the flags, width,
 // precision and length of the d, i, u, x, X, o, c, s and % conversions are
 // formatted there, at a fraction of the C library's cost; any other format
-// goes to the C library.
+// goes to the C library. show_vsnprintf and show_snprintf may use the whole
+// buffer they are given: past the text's NUL its bytes are unspecified.
 __attribute__((format(printf, 1, 2))) int show_printf(const char *format, ...);
 int show_vprintf(const char *format, va_list ap);
 int show_vsnprintf(char *buf, size_t size, const char *format, va_list ap);

@@ -268,8 +268,29 @@ char *digits_of(unsigned long long v, char conv, char *end) {
 
 void put_integer(FormatOut &o, uint8_t flags, int width, int prec, unsigned long long v, bool negative,
                  char conv) {
-    char text[24];
-    char *const end = text + sizeof text;
+    constexpr size_t kDigits = 24;
+    char text[2 * kDigits];  // digits end at kDigits; the rest lets them be copied as a block
+    char *const end = text + kDigits;
+    // Decimal with no precision, sign, prefix or zeros, and room to spare:
+    // the digits and one block of blanks, each put with constant-size stores
+    // (what they put past the field is overwritten by what follows).
+    if ((conv == 'u' || conv == 'd' || conv == 'i') && prec < 0 && !negative &&
+        !(flags & (kPlus | kSpace | kZero)) && width <= static_cast<int>(kBlock) &&
+        o.room() >= kBlock + kDigits) {
+        const char *first = digits_of(v, 'u', end);
+        if (!v) *(const_cast<char *>(first = end - 1)) = '0';
+        const int nd = static_cast<int>(end - first);
+        const int fill = width > nd ? width - nd : 0;
+        char *at = o.buf + o.len;
+        if (!(flags & kLeft)) {
+            memcpy(at, kBlanks, kBlock);
+            at += fill;
+        }
+        memcpy(at, first, kDigits);
+        if (flags & kLeft) memcpy(at + nd, kBlanks, kBlock);
+        o.len += static_cast<size_t>(nd + fill);
+        return;
+    }
     const char *first = digits_of(v, conv, end);
     const int nd = static_cast<int>(end - first);
     int zeros = prec > nd ? prec - nd : 0;
