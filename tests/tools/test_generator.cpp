@@ -29,13 +29,12 @@ struct Generated {
     evpn::GenCounts counts;
 };
 
-Generated make(const evpn::GenOptions &opt, const char *tag,
-              size_t index_run_bytes = evpn::SysdbWriter::kIndexRunBytes) {
+Generated make(const evpn::GenOptions &opt, const char *tag) {
     Generated g;
     g.db = temp_db(tag);
     unlink(g.db.c_str());
     std::string err;
-    auto w = evpn::SysdbWriter::open(g.db, err, index_run_bytes);
+    auto w = evpn::SysdbWriter::open(g.db, err);
     EXPECT_TRUE(w) << err;
     std::ostringstream json;
     EXPECT_TRUE(evpn::generate(opt, w.get(), &json, err, &g.counts)) << err;
@@ -190,46 +189,6 @@ TEST(Generator, EveryKindFillsItsListingWithDecodableRecordsAndLeavesTheRoutesAl
     ASSERT_TRUE(evpn::load_snapshot(in, loaded, stats, err)) << err;
     EXPECT_TRUE(dump(loaded) == dump(g.db));  // (a difference would print megabytes)
     for (const std::string &f : {routes_only.db, g.db, loaded}) unlink(f.c_str());
-}
-
-// (listing path, ikey) of every index row, in the table's order.
-std::vector<std::pair<std::string, std::string>> index_rows(const std::string &db) {
-    std::vector<std::pair<std::string, std::string>> out;
-    sqlite3 *h = nullptr;
-    sqlite3_open_v2(db.c_str(), &h, SQLITE_OPEN_READONLY, nullptr);
-    sqlite3_stmt *s = nullptr;
-    sqlite3_prepare_v2(h,
-                       "SELECT l.root || l.path, x.ikey FROM item_index x JOIN listing l "
-                       "ON l.id = x.list ORDER BY x.list, x.ikey",
-                       -1, &s, nullptr);
-    while (sqlite3_step(s) == SQLITE_ROW)
-        out.emplace_back(reinterpret_cast<const char *>(sqlite3_column_text(s, 0)),
-                         std::string(static_cast<const char *>(sqlite3_column_blob(s, 1)),
-                                     static_cast<size_t>(sqlite3_column_bytes(s, 1))));
-    sqlite3_finalize(s);
-    sqlite3_prepare_v2(h, "PRAGMA integrity_check", -1, &s, nullptr);
-    EXPECT_EQ(sqlite3_step(s), SQLITE_ROW);
-    EXPECT_STREQ(reinterpret_cast<const char *>(sqlite3_column_text(s, 0)), "ok");
-    sqlite3_finalize(s);
-    sqlite3_close(h);
-    return out;
-}
-
-// The writer holds index rows back and stores them sorted whenever its
-// run fills: a run far smaller than the load (a flush after every batch)
-// must leave exactly the rows one run leaves, and every index-served
-// listing reads the same.
-TEST(Generator, IndexRowsStoredInManySortedRunsMatchOneRun) {
-    evpn::GenOptions opt{6000, 40, 3};
-    opt.count[evpn::GEN_es] = 50;
-    opt.count[evpn::GEN_imcast] = 200;
-    Generated one = make(opt, "one_run"), many = make(opt, "many_runs", 4096);
-    const auto rows = index_rows(one.db);
-    EXPECT_GT(rows.size(), 3 * opt.routes);
-    EXPECT_EQ(index_rows(many.db), rows);
-    EXPECT_EQ(dump(many.db), dump(one.db));
-    unlink(one.db.c_str());
-    unlink(many.db.c_str());
 }
 
 TEST(Generator, NoRoutesStillGivesEvisAndSummary) {

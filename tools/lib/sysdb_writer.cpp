@@ -10,7 +10,6 @@
 #include <sqlite3.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <condition_variable>
@@ -210,42 +209,7 @@ struct SysdbWriter::Impl {
     std::atomic<bool> worker_failed{false};
     std::string worker_err;
 
-    // The index rows of items in key order come in the order of the items,
-    // not of their ordering: inserted as they come, each would land on a
-    // random page of a table far larger than the page cache. The worker
-    // holds them back in a run (one byte arena, one entry a row) and, when
-    // the run fills run_bound bytes and at commit, stores it sorted by
-    // (list, ikey), so a pass walks the table's pages in order. An index key
-    // holds its item's whole key, so two rows cannot collide; nothing reads
-    // item_index before commit.
-    struct IndexRow {
-        int64_t list;
-        uint32_t key, key_len;
-    };
-    std::string run_bytes;
-    std::vector<IndexRow> run, run_spare;  // the second for sorting
-    size_t run_bound = 0;
-
-    // rows, kRowsPerInsert to a statement while that many are left.
-    template <class R, class Bind>
-    static bool insert_rows(const std::vector<R> &rows, sqlite3_stmt *many, sqlite3_stmt *one,
-                            int columns, Bind bind) {
-        size_t i = 0;
-        for (; i + kRowsPerInsert <= rows.size(); i += kRowsPerInsert) {
-            sqlite3_reset(many);
-            for (size_t k = 0; k < kRowsPerInsert; k++)
-                bind(many, static_cast<int>(k) * columns, rows[i + k]);
-            if (sqlite3_step(many) != SQLITE_DONE) return false;
-        }
-        for (; i < rows.size(); i++) {
-            sqlite3_reset(one);
-            bind(one, 0, rows[i]);
-            if (sqlite3_step(one) != SQLITE_DONE) return false;
-        }
-        return true;
-    }
-
-    // A batch's items, and its index rows into the run (stored once full).
+    // Rows of a batch, kRowsPerInsert to a statement while that many are left.
     bool store(const Batch &b, std::string &err) {
         auto view = [&](uint32_t off) { return b.bytes.data() + off; };
         auto bind_item = [&](sqlite3_stmt *s, int at, const Row &r) {
@@ -254,84 +218,29 @@ struct SysdbWriter::Impl {
             sqlite3_bind_text(s, at + 3, view(r.name), static_cast<int>(r.name_len), SQLITE_STATIC);
             sqlite3_bind_blob(s, at + 4, view(r.data), static_cast<int>(r.data_len), SQLITE_STATIC);
         };
-        if (!insert_rows(b.items, ins_items, ins_item, 4, bind_item)) return fail(err, "items");
-        for (const Row &r : b.index) {
-            run.push_back({r.list, static_cast<uint32_t>(run_bytes.size()), r.key_len});
-            run_bytes.append(view(r.key), r.key_len);
-        }
-        if (run_bytes.size() + run.size() * 2 * sizeof(IndexRow) >= run_bound) return store_run(err);
-        return true;
-    }
-
-    // Byte at of a row's order: the list id's 8 bytes, most significant
-    // first, then the key's. 0 past the end, a byte b as b + 1, so a key
-    // comes before the keys it begins.
-    static unsigned order_byte(const IndexRow &r, const char *base, uint32_t at) {
-        if (at < 8) return (static_cast<uint64_t>(r.list) >> (56 - 8 * at) & 0xff) + 1;
-        at -= 8;
-        return at < r.key_len ? static_cast<unsigned char>(base[r.key + at]) + 1 : 0;
-    }
-
-    static bool row_less(const IndexRow &a, const IndexRow &b, const char *base) {
-        if (a.list != b.list) return a.list < b.list;
-        const int c = memcmp(base + a.key, base + b.key, std::min(a.key_len, b.key_len));
-        return c ? c < 0 : a.key_len < b.key_len;
-    }
-
-    // Sorts rows [0, n) whose first `at` order bytes are all the same: by
-    // their byte at (a counting pass, then one move through tmp), then each
-    // group by the next byte. Keys share long prefixes (an ordering's first
-    // field is often zero), which comparisons would read again and again.
-    // Small groups, and keys alike past kRadixBytes (which bounds the
-    // recursion), are sorted by comparison.
-    static constexpr uint32_t kRadixBytes = 8 + 64;
-    static void radix_sort(IndexRow *rows, IndexRow *tmp, uint32_t n, uint32_t at,
-                           const char *base) {
-        for (;;) {
-            if (n < 32 || at >= kRadixBytes) {
-                std::sort(rows, rows + n, [base](const IndexRow &a, const IndexRow &b) {
-                    return row_less(a, b, base);
-                });
-                return;
-            }
-            uint32_t count[257] = {};
-            for (uint32_t i = 0; i < n; i++) count[order_byte(rows[i], base, at)]++;
-            const unsigned first = order_byte(rows[0], base, at);
-            if (count[first] == n) {  // one group: on to the next byte
-                if (first == 0) return;  // all rows alike
-                at++;
-                continue;
-            }
-            uint32_t fill[257];
-            for (uint32_t b = 0, sum = 0; b < 257; b++) {
-                fill[b] = sum;
-                sum += count[b];
-            }
-            for (uint32_t i = 0; i < n; i++) tmp[fill[order_byte(rows[i], base, at)]++] = rows[i];
-            memcpy(rows, tmp, n * sizeof *rows);
-            // fill[b] is now where group b ends.
-            for (uint32_t b = 1; b < 257; b++)
-                if (count[b] > 1) {
-                    const uint32_t start = fill[b] - count[b];
-                    radix_sort(rows + start, tmp + start, count[b], at + 1, base);
-                }
-            return;
-        }
-    }
-
-    // The run, sorted as item_index keeps its rows; emptied.
-    bool store_run(std::string &err) {
-        const char *base = run_bytes.data();
-        run_spare.resize(run.size());
-        radix_sort(run.data(), run_spare.data(), static_cast<uint32_t>(run.size()), 0, base);
-        auto bind_index = [base](sqlite3_stmt *s, int at, const IndexRow &r) {
+        auto bind_index = [&](sqlite3_stmt *s, int at, const Row &r) {
             sqlite3_bind_int64(s, at + 1, r.list);
-            sqlite3_bind_blob(s, at + 2, base + r.key, static_cast<int>(r.key_len), SQLITE_STATIC);
+            sqlite3_bind_blob(s, at + 2, view(r.key), static_cast<int>(r.key_len), SQLITE_STATIC);
         };
-        const bool ok = insert_rows(run, ins_indexes, ins_index, 2, bind_index);
-        run.clear();
-        run_bytes.clear();
-        return ok || fail(err, "index rows");
+        auto insert = [&](const std::vector<Row> &rows, sqlite3_stmt *many, sqlite3_stmt *one,
+                          int columns, auto bind) {
+            size_t i = 0;
+            for (; i + kRowsPerInsert <= rows.size(); i += kRowsPerInsert) {
+                sqlite3_reset(many);
+                for (size_t k = 0; k < kRowsPerInsert; k++)
+                    bind(many, static_cast<int>(k) * columns, rows[i + k]);
+                if (sqlite3_step(many) != SQLITE_DONE) return false;
+            }
+            for (; i < rows.size(); i++) {
+                sqlite3_reset(one);
+                bind(one, 0, rows[i]);
+                if (sqlite3_step(one) != SQLITE_DONE) return false;
+            }
+            return true;
+        };
+        if (!insert(b.items, ins_items, ins_item, 4, bind_item)) return fail(err, "items");
+        if (!insert(b.index, ins_indexes, ins_index, 2, bind_index)) return fail(err, "index rows");
+        return true;
     }
 
     void work() {
@@ -460,16 +369,13 @@ struct SysdbWriter::Impl {
 SysdbWriter::SysdbWriter(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
 SysdbWriter::~SysdbWriter() = default;
 
-std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &named, std::string &err,
-                                               size_t index_run_bytes) {
+std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &named, std::string &err) {
     // A link is followed: its target is replaced (built and renamed in the
     // target's directory), the link stays.
     const std::string target = follow_links(named);
     if (!target_replaceable(target, err)) return nullptr;
     auto impl = std::make_unique<Impl>();
     impl->target = target;
-    // Offsets into the run are 32-bit.
-    impl->run_bound = std::min<size_t>(index_run_bytes, size_t{1} << 30);
     remove_stale_temps(target);
     impl->temp = target + ".load-" + std::to_string(getpid());
     unlink(impl->temp.c_str());
@@ -703,8 +609,7 @@ bool SysdbWriter::commit(std::string &err) {
     Impl &m = *impl_;
     if (!m.drain(err)) return false;
     m.stop_worker();
-    if (!m.store_run(err) ||
-        !exec(m.db, "INSERT OR REPLACE INTO meta(key, value) VALUES ('format', 'evpn-sysdb')", err) ||
+    if (!exec(m.db, "INSERT OR REPLACE INTO meta(key, value) VALUES ('format', 'evpn-sysdb')", err) ||
         !exec(m.db, "COMMIT", err))
         return false;
     for (sqlite3_stmt **s : {&m.ins_list, &m.ins_item, &m.ins_index, &m.ins_cap, &m.ins_if,

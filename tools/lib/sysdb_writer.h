@@ -1,7 +1,6 @@
 // Writes an operational database: a new file built beside the target and
 // renamed over it on commit, so readers see the old database or the new one.
 #pragma once
-#include <cstddef>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -15,14 +14,9 @@ namespace evpn {
 
 class SysdbWriter {
   public:
-    // The memory index rows may take while held back to be stored in key
-    // order (a load of a million MAC routes peaks near 150 MiB in all).
-    static constexpr size_t kIndexRunBytes = size_t{64} << 20;
-
     // Starts a database that will replace target. Refuses a target that
     // exists and is not a database of ours.
-    static std::unique_ptr<SysdbWriter> open(const std::string &target, std::string &err,
-                                             size_t index_run_bytes = kIndexRunBytes);
+    static std::unique_ptr<SysdbWriter> open(const std::string &target, std::string &err);
     ~SysdbWriter();  // without commit(): the target is left as it was
 
     // One record of the listing base below root ("/oper/evpn/gl/"); its item
