@@ -262,9 +262,11 @@ template <class T, size_t Off, size_t N> struct FS;
 template <class... St>
 struct List {
     static constexpr size_t n = sizeof...(St);
-    static constexpr uint32_t wire[] = {St::wire..., 0};  // 0: size read from the data
-    static constexpr uint32_t off[] = {uint32_t(St::off)..., 0};
-    static constexpr uint32_t size[] = {uint32_t(St::size)..., 0};
+    // Bounds written out: a compiler may not index an array of deduced bound
+    // in a constant expression of a template.
+    static constexpr uint32_t wire[n + 1] = {St::wire..., 0};  // 0: size read from the data
+    static constexpr uint32_t off[n + 1] = {uint32_t(St::off)..., 0};
+    static constexpr uint32_t size[n + 1] = {uint32_t(St::size)..., 0};
     static constexpr uint32_t min_encoded_sum = (0 + ... + St::min_encoded);
     template <size_t I> using At = std::tuple_element_t<I, std::tuple<St...>>;
     static constexpr size_t run_end(size_t i) {

@@ -3,7 +3,9 @@
 
 #if defined(__x86_64__)
 #include <immintrin.h>
-#if __has_include(<sys/platform/x86.h>)
+// glibc's processor record; its header is C and C++ only as GCC reads it.
+#if __has_include(<sys/platform/x86.h>) && !defined(__clang__)
+#define EVPN_HAVE_LIBC_CPU_FEATURES 1
 #include <sys/platform/x86.h>
 #endif
 #endif
@@ -124,7 +126,7 @@ __attribute__((target("ssse3"))) size_t gather_bytes(const uint8_t *in, size_t u
 // From the C library's own record of the processor where it has one: the
 // compiler's probe runs cpuid a dozen times at start-up, each a trap to the
 // hypervisor on a virtual machine (6 us here).
-#if __has_include(<sys/platform/x86.h>)
+#ifdef EVPN_HAVE_LIBC_CPU_FEATURES
 const bool kHaveSsse3 = CPU_FEATURE_ACTIVE(SSSE3);
 #else
 const bool kHaveSsse3 = __builtin_cpu_supports("ssse3");
