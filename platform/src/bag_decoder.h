@@ -453,14 +453,21 @@ struct FS {
     }
 };
 
-template <BagKind K, size_t Off>
-struct A {
+// What both array steps are: a count on the wire (its size read from the
+// data), an array header in the record, an empty array taken inline and the
+// elements by the step's own elements().
+template <class Step, size_t Off>
+struct ArrayStep {
     static constexpr uint32_t wire = 0;
     static constexpr size_t off = Off, size = sizeof(bag_array<uint8_t>);
     static constexpr uint32_t min_encoded = 4;
     __attribute__((always_inline)) static uint32_t decode(BagDecodeState &d, uint8_t *rec, int depth) {
-        return empty_array(d, rec + Off) ? 0 : elements(d, rec, depth);
+        return empty_array(d, rec + Off) ? 0 : Step::elements(d, rec, depth);
     }
+};
+
+template <BagKind K, size_t Off>
+struct A : ArrayStep<A<K, Off>, Off> {
     static uint32_t elements(BagDecodeState &d, uint8_t *rec, int) {
         constexpr size_t es = F<K, 0>::size;
         constexpr size_t align = K == BagKind::U8 || K == BagKind::IP || K == BagKind::MAC ||
@@ -486,13 +493,7 @@ struct A {
 };
 
 template <class T, size_t Off>
-struct AS {
-    static constexpr uint32_t wire = 0;
-    static constexpr size_t off = Off, size = sizeof(bag_array<uint8_t>);
-    static constexpr uint32_t min_encoded = 4;
-    __attribute__((always_inline)) static uint32_t decode(BagDecodeState &d, uint8_t *rec, int depth) {
-        return empty_array(d, rec + Off) ? 0 : elements(d, rec, depth);
-    }
+struct AS : ArrayStep<AS<T, Off>, Off> {
     static uint32_t elements(BagDecodeState &d, uint8_t *rec, int depth) {
         uint32_t count;
         uint8_t *elems;
