@@ -229,8 +229,8 @@ void print_l2_attributes(const L2Attributes &attrs) {
     if (!attrs.Valid)
         return;
     show_printf("%sLayer 2 Attributes:\n%s DF Role : %s\n%s CW      : %s\n%s MTU     : %u\n",
-           kIndent, kIndent, evpn_bag_df_role_to_str(attrs.DesignatedForwarderRole), kIndent,
-           control_word_word(attrs.ControlWord), kIndent, attrs.MTU);
+                kIndent, kIndent, evpn_bag_df_role_to_str(attrs.DesignatedForwarderRole), kIndent,
+                control_word_word(attrs.ControlWord), kIndent, attrs.MTU);
 }
 
 // Next hop, label and SIDs of one line of an EAD route, after its route
@@ -272,7 +272,7 @@ void print_ead_detail(const l2vpn_evpn_ead_bag *ead) {
     format_ethernet_tag(tag, sizeof tag, ead->etag_type, ead->ethernet_tag);
     show_printf("   EtherTag: %s\n", tag);
     show_printf("   Source: %s%s%s\n", ead->local ? "Local, " : "", paths ? "Remote, " : "",
-           evpn_bgp_encap_type_to_str(ead->encap));
+                evpn_bgp_encap_type_to_str(ead->encap));
     if (ead->local) {
         char label_text[EVPN_LABEL_TEXT_SIZE];
         l2vpn_mpls_label_to_str(ead->local_frr_label, label_text, sizeof label_text, ead->encap);
@@ -324,15 +324,15 @@ void print_srv6_sid_list(const bag_array<Srv6Sid> *sids, const char *indent, boo
         if (!details)
             continue;
         show_printf("\n%s   SID flags: %u, Endpt behavior: %u", indent, sid.SRv6_SIDFlags,
-               sid.SRv6EndpointBehavior);
+                    sid.SRv6EndpointBehavior);
         if (!sid.SIDStructurePresent)
             continue;
         const SidStructure &st = sid.sid_struct;
         show_printf("\n%s   SID struct: Block  Node  Func  Arg", indent);
         show_printf("\n%s               %u     %u    %u    %u", indent, st.LocatorBlockLen,
-               st.LocatorNodeLen, st.FunctionLen, st.ArgumentLen);
+                    st.LocatorNodeLen, st.FunctionLen, st.ArgumentLen);
         show_printf("\n%s   Transposition (len, offset): %u, %u", indent, st.TranspositionLen,
-               st.TranspositionOffset);
+                    st.TranspositionOffset);
     }
     if (sids->count == 0 && mark_empty)
         fputs(" <no SIDs>", stdout);
@@ -368,7 +368,7 @@ int print_sr_te_info(const char *prefix, const SrTeInfo *info) {
         return 0;
     case kSrTeInterface:
         show_printf("%sIFH 0x%x (%s)\n", prefix, info->SR_TEInterfaceName,
-               l2vpn_if_name(info->SR_TEInterfaceName, 0));
+                    l2vpn_if_name(info->SR_TEInterfaceName, 0));
         break;
     case kSrTeMplsBsid:
         show_printf("%sBSID %u\n", prefix, info->SR_TE_BSID);
@@ -549,7 +549,7 @@ void print_label_resolution(const l2vpn_evpn_label_bag *entry, bool label_mode) 
             fputs(" (Remote single-flow-active)", stdout);
         if (!entry->remote_single_active && !entry->remote_single_flow_active)
             show_printf(" (Remote all-active) %s",
-                   code_word(kAllActiveModes, entry->all_active_mode, ""));
+                        code_word(kAllActiveModes, entry->all_active_mode, ""));
     } else {
         show_printf("   Path resolved: %s", upper_true_false(entry->resolved));
     }
@@ -566,7 +566,7 @@ void print_label_private(const l2vpn_evpn_label_bag *entry, bool label_mode) {
         show_printf("   Locator format type: %s\n", format);
     }
     show_printf("   Local CW: %s\n",
-           entry->local_cw_set ? code_word(kControlWords, entry->local_cw, "Unsupported value")
+                entry->local_cw_set ? code_word(kControlWords, entry->local_cw, "Unsupported value")
                                : "Not set");
     if (entry->local_mtu_set)
         show_printf("   Local MTU: %d\n", entry->local_mtu);
@@ -574,7 +574,7 @@ void print_label_private(const l2vpn_evpn_label_bag *entry, bool label_mode) {
         show_printf("   Local MTU: Not set\n");
     if (entry->local_ignore_mtu_mismatch_set)
         show_printf("   Local ignore MTU mismatch: %s\n",
-               entry->local_ignore_mtu_mismatch ? "Enabled" : "Disabled");
+                    entry->local_ignore_mtu_mismatch ? "Enabled" : "Disabled");
     else
         show_printf("   Local ignore MTU mismatch: Not set\n");
     show_printf("   Next path version: %u\n", entry->next_path_version);
@@ -620,8 +620,8 @@ void print_evpn_imcast_bag(const void *record, const char *, PrintContext *) {
     show_printf("    Source : %s%s\n", r.local ? "Local" : "Remote", r.proxy ? " Proxy" : "");
     if (r.igmp_snooping_proxy || r.mld_snooping_proxy) {
         show_printf("    Proxy  : %s%s%s\n", r.igmp_snooping_proxy ? "IGMPsn" : "",
-               r.igmp_snooping_proxy && r.mld_snooping_proxy ? ", " : "",
-               r.mld_snooping_proxy ? "MLDsn" : "");
+                    r.igmp_snooping_proxy && r.mld_snooping_proxy ? ", " : "",
+                    r.mld_snooping_proxy ? "MLDsn" : "");
         show_printf("      Resolved : %u\n", r.proxy_resolved);
     }
     show_printf("    E-Tree : %s\n", leaf_root(r.etree_leaf));
@@ -717,8 +717,8 @@ void print_evpn_label_bag(const l2vpn_evpn_label_bag *entry, bool label_mode) {
     else
         l2vpn_l3rib_internal_id_to_str(entry->internal_id, value, sizeof value);
     show_printf("%-10u %-6s %-27.27s %-10u   %-8s\n", entry->evi, evpn_bgp_encap_type_to_str(entry->encap),
-           is_single_path(entry) ? l2vpn_inet_ntop(&entry->nexthop) : text_of(entry->esi),
-           entry->ethernet_tag, value);
+                is_single_path(entry) ? l2vpn_inet_ntop(&entry->nexthop) : text_of(entry->esi),
+                entry->ethernet_tag, value);
 
     if (f.detail || f.private_view) {
         print_label_resolution(entry, label_mode);
@@ -733,7 +733,7 @@ void print_evpn_label_bag(const l2vpn_evpn_label_bag *entry, bool label_mode) {
             putchar('\n');
         } else {
             show_printf("\n   %s Internal ID: %s\n",
-                   entry->id_type == kIdTypeMultiPath ? "Multi-paths" : "Path", value);
+                        entry->id_type == kIdTypeMultiPath ? "Multi-paths" : "Path", value);
         }
         print_label_path_entries(&entry->mac_paths, "MAC", entry->encap, label_mode, false, false);
         print_label_path_entries(&entry->ead_es_paths, "EAD/ES", entry->encap, label_mode, false,
@@ -771,7 +771,7 @@ void print_label_path_entries(const bag_array<EvpnPath> *paths, const char *name
         // A steered path shows its next hop only in the private view.
         if (!sr_te_line || show_filter.private_view) {
             show_printf("%s%-3.3s %-40.40s ", sr_te_line ? kNexthopUnderName : "", role,
-                   l2vpn_inet_ntop(&path.NextHop));
+                        l2vpn_inet_ntop(&path.NextHop));
             if (label_mode) {
                 l2vpn_mpls_label_to_str(path.OutputLabel, label, sizeof label, encap);
                 show_printf("  %-15.15s\n", label);
@@ -780,7 +780,7 @@ void print_label_path_entries(const bag_array<EvpnPath> *paths, const char *name
             }
             if (show_filter.private_view)
                 show_printf("%sPath Version:%u, Originating PE:%s\n", kDetailIndent, path.PathVerion,
-                       l2vpn_inet_ntop(&path.OriginatingPE));
+                            l2vpn_inet_ntop(&path.OriginatingPE));
         }
         if (is_valid_mac(path.GES_MACAddress))
             show_printf("%30s %s\n", "Grouping MAC:", macstring(path.GES_MACAddress, 6));
@@ -830,7 +830,7 @@ void print_evpn_pl_bag(const void *record, const char *, PrintContext *) {
         return;
     show_printf("   Ethernet Segment Id: %s\n", text_of(pl->esi));
     show_printf("   Num objects linked: %d (printing %d)\n", static_cast<int>(pl->num_objects_linked),
-           static_cast<int>(count_of(pl->linked_objects)));
+                static_cast<int>(count_of(pl->linked_objects)));
     for (uint32_t i = 0; i < count_of(pl->linked_objects); i++) {
         const l2vpn_evpn_pl_linked_object &object = pl->linked_objects.data[i];
         show_printf("   %-14.14s %-15.15s\n", macstring(object.mac, 6), l2vpn_inet_ntop(&object.ip));

@@ -114,7 +114,7 @@ void print_evi_line(uint32_t vpn_id, uint32_t encap, const char *bd_name, uint32
         show_printf("%-10u %-10s %-28.28s %-19.19s\n", vpn_id, encap_word, "Not set", "Not set");
     else
         show_printf("%-10u %-10s %-28.28s %-19.19s\n", vpn_id, encap_word, bd_name,
-               evpn_type_2_string(evi_type));
+                    evpn_type_2_string(evi_type));
 }
 
 // ---- Forwarding statistics -----------------------------------------------------
@@ -156,14 +156,14 @@ void print_bytes_heading() {
 void print_total_unicast(const TrafficCounters &c) {
     show_printf("%s    Total          : %-20lu %-20lu\n", kStatsIndent, ul(c.tx_total), ul(c.rx_total));
     show_printf("%s    Unicast        : %-20lu %-20lu\n", kStatsIndent, ul(c.tx_unicast),
-           ul(c.rx_unicast));
+                ul(c.rx_unicast));
 }
 
 void print_broadcast_multicast(const TrafficCounters &c) {
     show_printf("%s    Broadcast      : %-20lu %-20lu\n", kStatsIndent, ul(c.tx_broadcast),
-           ul(c.rx_broadcast));
+                ul(c.rx_broadcast));
     show_printf("%s    Multicast      : %-20lu %-20lu\n", kStatsIndent, ul(c.tx_multicast),
-           ul(c.rx_multicast));
+                ul(c.rx_multicast));
 }
 
 void print_bum(const TrafficCounters &c) {
@@ -205,11 +205,11 @@ void print_evi_private_tail(const l2vpn_evpn_evi_detail_bag *evi) {
     show_printf("    BD ID:  %u\n", evi->bd_id);
     show_printf("    RT Counters:\n");
     show_printf("       DEF - B:%10u I:%10u E:%10u\n", rt_counter(evi, 0, 0), rt_counter(evi, 0, 1),
-           rt_counter(evi, 0, 2));
+                rt_counter(evi, 0, 2));
     show_printf("       ADD - B:%10u I:%10u E:%10u\n", rt_counter(evi, 1, 0), rt_counter(evi, 1, 1),
-           rt_counter(evi, 1, 2));
+                rt_counter(evi, 1, 2));
     show_printf("       DEL - B:%10u I:%10u E:%10u\n", rt_counter(evi, 2, 0), rt_counter(evi, 2, 1),
-           rt_counter(evi, 2, 2));
+                rt_counter(evi, 2, 2));
     show_printf("    Counters:\n");
     show_printf("      Num Upd MACs to L2RIB  : %u\n", evi->upd_macs);
     show_printf("      Num Upd Error to L2RIB : %u\n", evi->upd_mac_errors);
@@ -277,7 +277,7 @@ void print_evpn_evi_detail_bag(const void *record, const char *, PrintContext *c
         show_printf("   VNI: %d\n", static_cast<int>(evi->unicast_label));
     if (evi->encap != EVPN_ENCAP_SRV6) {
         show_printf("%sFlow Label: %s%s\n", "   ", evi->flow_label ? "Y" : "N",
-               evi->flow_label_global ? " [Global]" : "");
+                    evi->flow_label_global ? " [Global]" : "");
         show_printf("   Control-Word: %s\n", enabled_unless(evi->control_word_disabled));
     }
 
@@ -302,8 +302,8 @@ void print_evpn_evi_detail_bag(const void *record, const char *, PrintContext *c
     show_printf("   VRF Name: %s\n", text_of(evi->vrf_name));
     if (priv)
         show_printf("   VRF Table EOD: %s\n     Expected: %s\n     Why     : %s\n",
-               Yes_or_No_str(evi->vrf_table_eod), Yes_or_No_str(evi->vrf_table_eod_expected),
-               text_of(evi->vrf_table_eod_why));
+                    Yes_or_No_str(evi->vrf_table_eod), Yes_or_No_str(evi->vrf_table_eod_expected),
+                    text_of(evi->vrf_table_eod_why));
     if (!is_empty(evi->srv6_locator_name)) {
         show_printf("   SRv6 Locator Name: %s\n", evi->srv6_locator_name);
         if (priv)
@@ -318,8 +318,8 @@ void print_evpn_evi_detail_bag(const void *record, const char *, PrintContext *c
     }
     show_printf("   BVI Coupled Mode: %s\n", Yes_or_No_str(evi->bvi_coupled_mode));
     show_printf("   BVI Subnet Withheld: ipv4 %s, ipv6 %s\n",
-           Yes_or_No_str(evi->bvi_subnet_withheld_ipv4),
-           Yes_or_No_str(evi->bvi_subnet_withheld_ipv6));
+                Yes_or_No_str(evi->bvi_subnet_withheld_ipv4),
+                Yes_or_No_str(evi->bvi_subnet_withheld_ipv6));
 
     if (evi->has_statistics)
         print_evpn_evi_detail_stats(evi, ctx);
@@ -358,12 +358,12 @@ void print_evpn_evi_detail_stats(const l2vpn_evpn_evi_detail_bag *evi, const Pri
         print_total_unicast(packets);
         print_broadcast_multicast(packets);
         show_printf("%s    Unknown Unicast: N/A                  %-20lu\n", kStatsIndent,
-               ul(packets.rx_unknown_unicast));
+                    ul(packets.rx_unknown_unicast));
         print_bytes_heading();
         print_total_unicast(bytes);
         print_broadcast_multicast(bytes);
         show_printf("%s    Unknown Unicast: N/A                  %-20lu\n\n", kStatsIndent,
-               ul(bytes.rx_unknown_unicast));
+                    ul(bytes.rx_unknown_unicast));
     } else {
         print_packets_heading();
         print_total_unicast(packets);
@@ -427,7 +427,7 @@ void print_evpn_evi_bgp_rt_bag(const void *record, const char *, PrintContext *)
     }
     show_printf("   %-30.30s ", text);
     show_printf("%-9.9s%-12.12s", rt_type_word(rt->rt_type, rt->vpn_id),
-           rt->stitching ? "(stitching)" : "");
+                rt->stitching ? "(stitching)" : "");
     if (show_filter.private_view)
         infra_db_print_evt_hist_bag(&rt->event_history, &rt->event_history_info,
                                     "EVPN RT event history");
@@ -446,7 +446,7 @@ void print_evpn_rd_rt_list(const l2vpn_evpn_rd_rt_entry *entries, uint32_t count
             return;
         }
         show_printf("\n     RD: %s, Num RTs: %d %s", rd, static_cast<int>(entry.rts.count),
-               entry.stitching ? "(Stitching)" : "");
+                    entry.stitching ? "(Stitching)" : "");
         show_printf("     RT List:\n");
         show_printf("%s", kRtListIndent);
         if (entry.rts.data == nullptr)
@@ -499,7 +499,7 @@ void print_evpn_tep_bag(const void *record, const char *, const char *tag) {
         return;
     // The address text is overwritten by the next address formatted.
     show_printf("0x%08x %-12s %-40.40s ", tep->tep_id, tep_type_word(tep->tep_type),
-           l2vpn_inet_ntop(&tep->local_nexthop));
+                l2vpn_inet_ntop(&tep->local_nexthop));
     show_printf("%-40.40s\n", l2vpn_inet_ntop(&tep->remote_nexthop));
     if (!show_filter.detail && !show_filter.private_view) {
         show_printf("\n");
@@ -510,11 +510,11 @@ void print_evpn_tep_bag(const void *record, const char *, const char *tag) {
     // No line end: the UDP port follows on the same line.
     if (tep->local_vpn_id != 0)
         show_printf("  Local VPN-ID: %-8u Encap:%-6s", tep->local_vpn_id,
-               evpn_bgp_encap_type_to_str(tep->local_encap));
+                    evpn_bgp_encap_type_to_str(tep->local_encap));
     show_printf("  UDP port: %d\n", static_cast<int>(tep->udp_port));
     if (tep->remote_vpn_id != 0)
         show_printf("  Remote VPN-ID: %-8u Encap:%-6s\n", tep->remote_vpn_id,
-               evpn_bgp_encap_type_to_str(tep->remote_encap));
+                    evpn_bgp_encap_type_to_str(tep->remote_encap));
     show_printf("  Notification registrations:\n");
     char path[EVPN_PATH_SIZE];
     show_snprintf(path, sizeof path, EVPN_PATH_TEP "/%s/notification", text_of(tag));

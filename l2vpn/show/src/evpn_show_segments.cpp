@@ -73,7 +73,7 @@ void print_running_suffix(uint32_t left_ms) {
         show_printf("[not running]\n");
     else
         show_printf("[running, %d.%d sec left]\n", static_cast<int>(left_ms / 1000),
-               static_cast<int>(left_ms % 1000 / 100));
+                    static_cast<int>(left_ms % 1000 / 100));
 }
 
 // Group states of evpn_grp_info_bag::group_state.
@@ -88,7 +88,7 @@ bool print_grp_interfaces(const bag_array<evpn_grp_intf_entry> &list) {
     const uint32_t n = count_of(list);
     for (uint32_t i = 0; i < n; i++)
         show_printf("     %s: %s\n", text_of(list.data[i].name),
-               im_state_reverse_lookup(list.data[i].if_state, 0));
+                    im_state_reverse_lookup(list.data[i].if_state, 0));
     return n != 0;
 }
 
@@ -136,7 +136,7 @@ void print_srv6_item_list(const void *items, uint32_t count, const char *title,
             show_snprintf(item, sizeof item, last ? "%u:%u" : "%u:%u, ", pair.evi, pair.ac_id);
         } else {
             show_snprintf(item, sizeof item, last ? "%u" : "%u, ",
-                     static_cast<const uint32_t *>(items)[i]);
+                          static_cast<const uint32_t *>(items)[i]);
         }
         const uint8_t len = static_cast<uint8_t>(strlen(item));
         if (column + len > kSrv6ItemLineEnd) {
@@ -172,10 +172,10 @@ void print_srv6_locator(const l2vpn_evpn_srv6_locator_entry &loc, int width, boo
         show_snprintf(flags, sizeof flags, "%s", flags_text);
     if (priv)
         show_printf(kLocatorColumnsPrivate, width, text_of(loc.name), prefix, locator_id,
-               true_false(loc.oor), true_false(loc.in_use), flags, services, sids);
+                    true_false(loc.oor), true_false(loc.in_use), flags, services, sids);
     else
         show_printf(kLocatorColumns, width, text_of(loc.name), prefix, true_false(loc.oor), flags,
-               services, sids);
+                    services, sids);
     if (!detail)
         return;
     if (loc.is_default)
@@ -334,7 +334,7 @@ void print_es_interface(const l2vpn_evpn_es_bag &es, bool priv) {
         if (!vai) show_printf("     %-15.15s: %s\n", "Interface MAC", macstring(es.interface_mac, 6));
         show_printf("     %-15.15s: 0x%08x\n", "IfHandle", es.ifhandle);
         show_printf("     %-15.15s: %s%s\n", "State", state,
-               es.staggered_bringup ? " (in staggered bring-up)" : "");
+                    es.staggered_bringup ? " (in staggered bring-up)" : "");
         if (!vai) {
             if (es.redundancy < std::size(kEsRedundancyWords))
                 show_printf("     %-15.15s: %s\n", "Redundancy", kEsRedundancyWords[es.redundancy]);
@@ -412,7 +412,7 @@ void print_es_convergence(const l2vpn_evpn_es_bag &es) {
         char last[kEsTimeSize] = {};
         l2vpn_timespec_string(&es.mobility_flush_last, last, sizeof last);
         show_printf("     %-15.15s: Debounce %u sec, Count %u, Skip %u\n", "Mobility-Flush",
-               es.mobility_flush_debounce, es.mobility_flush_count, es.mobility_flush_skip);
+                    es.mobility_flush_debounce, es.mobility_flush_count, es.mobility_flush_skip);
         show_printf("     %-15.15s: Last %s\n", "", es.mobility_flush_count ? last : "n/a");
     }
     if (es.conv_nh_tracking)
@@ -425,8 +425,8 @@ void print_es_peers(const l2vpn_evpn_es_bag &es, bool priv) {
     for (uint32_t i = 0; i < n; i++) {
         const l2vpn_evpn_es_nexthop &nh = es.nexthops.data[i];
         show_printf("     %s [%s:%s:%02x%s]", l2vpn_inet_ntop(&nh.address),
-               code_word(kEsDfTypeWords, nh.df_type, "Invalid"), nh.dont_preempt ? "DP" : "P",
-               nh.df_preference, nh.time_sync ? ":T" : "");
+                    code_word(kEsDfTypeWords, nh.df_type, "Invalid"), nh.dont_preempt ? "DP" : "P",
+                    nh.df_preference, nh.time_sync ? ":T" : "");
         if (is_valid_mac(nh.mac)) show_printf("[%s]", macstring(nh.mac, 6));
         if (priv) show_printf("[%u]", nh.df_info);
         show_printf("\n");
@@ -551,7 +551,7 @@ void print_es_stats(const l2vpn_evpn_es_bag &es) {
     show_printf("   EVPN ES Statistics\n");
     show_printf("   %-10.10s|%-32.32s|%-32.32s\n", "", "Adv", "Wdw");
     show_printf("   %-10.10s|%4s %-18s %8s|%4s %-18s %8s\n", "", "Cnt", "Last Time", "Last Arg", "Cnt",
-           "Last Time", "Last Arg");
+                "Last Time", "Last Arg");
     for (const EsStatsRow &row : kEsStatsRows) {
         show_printf("%s%10.10s", "   ", row.label);
         show_printf("|");
@@ -565,7 +565,7 @@ void print_es_stats(const l2vpn_evpn_es_bag &es) {
 
 void print_es_two(const char *left, uint32_t a, const char *right, uint32_t b) {
     show_printf("%s%16.16s %d                       %16.16s %d\n", "   ", left, static_cast<int>(a),
-           right, static_cast<int>(b));
+                right, static_cast<int>(b));
 }
 
 void print_es_masks(const char *left, uint32_t a, const char *right, uint32_t b) {
@@ -581,18 +581,18 @@ void print_es_counters(const l2vpn_evpn_es_bag &es) {
 
     show_printf("%s%16.16s 0x%08x\n", "   ", "Diagnostic Ifh :", es.diag_ifh);
     show_printf("%s%16.16s 0x%08x              %16.16s %s\n", "   ", "Diagnostic Flag:", es.diag_flags,
-           "DiagnosticES-RT:", macstring(es.diag_es_rt, 6));
+                "DiagnosticES-RT:", macstring(es.diag_es_rt, 6));
     show_printf("%s%16.16s 0x%08x              %16.16s %d\n", "   ", "Port Key       :",
-           es.diag_port_key, "MAC winner     :", es.mac_winner);
+                es.diag_port_key, "MAC winner     :", es.mac_winner);
     show_printf("%s%16.16s %d\n", "   ", "Number of EVIs :", static_cast<int>(es.num_evis));
     show_printf("%s%16.16s %-4d %-10.10s         %16.16s %-4d %-10.10s\n", "   ", "Recovery Timer :",
-           static_cast<int>(es.recovery_timer), local_or_global(es.recovery_timer_local),
-           "Peering Timer  :", static_cast<int>(es.peering_timer),
-           local_or_global(es.peering_timer_local));
+                static_cast<int>(es.recovery_timer), local_or_global(es.recovery_timer_local),
+                "Peering Timer  :", static_cast<int>(es.peering_timer),
+                local_or_global(es.peering_timer_local));
     show_printf("%s%16.16s %-4d %-10.10s\n", "   ", "Carving Timer  :",
-           static_cast<int>(es.carving_timer), local_or_global(es.carving_timer_local));
+                static_cast<int>(es.carving_timer), local_or_global(es.carving_timer_local));
     show_printf("%s%16.16s %-4d %-10.10s\n", "   ", "AC Dbnc Timer  :",
-           static_cast<int>(es.ac_debounce_timer), local_or_global(es.ac_debounce_local));
+                static_cast<int>(es.ac_debounce_timer), local_or_global(es.ac_debounce_local));
     print_es_two("RT Advertised  :", es.rt_advertised, "ESI Advertised :", es.esi_advertised);
     print_es_masks("MSTi state mask:", es.msti_state_mask, "HRW MSTi Set   :", es.hrw_msti_set);
     if (es.es_kind == kEsKindVirtualAccessIf)
@@ -604,7 +604,7 @@ void print_es_counters(const l2vpn_evpn_es_bag &es) {
     print_es_two("Peering Chkpt  :", es.peering_chkpt, "Peering Block  :", es.peering_block);
     if (es_is_pw_or_vfi(es.es_kind))
         show_printf("%s%-15.15s: %s\n", "   ", "VES FSM State",
-               code_word(kEsVesFsmWords, es.ves_fsm_state, "Invalid"));
+                    code_word(kEsVesFsmWords, es.ves_fsm_state, "Invalid"));
     print_es_two("RedundFWD      :", es.redund_fwd, "Inval NH       :", es.inval_nh);
     print_es_two("CarvReadvertise:", es.carv_readvertise, "SubIfIMRegistrd:",
                  es.subif_im_registered);
@@ -622,7 +622,7 @@ void print_es_counters(const l2vpn_evpn_es_bag &es) {
 void print_es_checkpoint(const l2vpn_evpn_es_bag &es) {
     show_printf("   %-15.15s:\n", "Checkpoint Info");
     show_printf("     %-13.13s: %d                       %-15.15s: 0x%0x\n", "IF Type", es.ckpt_if_type,
-           "MSTi Mask", es.ckpt_msti_mask);
+                "MSTi Mask", es.ckpt_msti_mask);
     show_printf("     %-13.13s: %d\n", "Peering Done", static_cast<int>(es.ckpt_peering_done));
     const uint32_t n = count_of(es.ckpt_nexthops), peers = count_of(es.nexthops);
     if (n == 0) return;
@@ -630,8 +630,9 @@ void print_es_checkpoint(const l2vpn_evpn_es_bag &es) {
     for (uint32_t i = 0; i < n; i++) {
         const l2vpn_evpn_es_ckpt_nexthop &c = es.ckpt_nexthops.data[i];
         show_printf("       %s [%s:%s:%02x][%u][%s]\n", l2vpn_inet_ntop(&c.address),
-               code_word(kEsDfTypeWords, c.df_type, "Invalid"), c.dont_preempt ? "DP" : "P",
-               c.df_preference, c.df_info, i < peers ? macstring(es.nexthops.data[i].mac, 6) : "N/A");
+                    code_word(kEsDfTypeWords, c.df_type, "Invalid"), c.dont_preempt ? "DP" : "P",
+                    c.df_preference, c.df_info,
+                    i < peers ? macstring(es.nexthops.data[i].mac, 6) : "N/A");
     }
 }
 
@@ -656,12 +657,12 @@ void print_es_diagnostics(const l2vpn_evpn_es_bag &es) {
         for (uint32_t i = 0; i < ves; i++) {
             const l2vpn_evpn_es_nexthop &nh = es.ves_nexthops.data[i];
             show_printf("       %s : %s [%u][%u]\n", l2vpn_inet_ntop(&nh.address),
-                   macstring(nh.mac, 6), nh.df_info, nh.ves_value);
+                        macstring(nh.mac, 6), nh.df_info, nh.ves_value);
         }
     }
     print_es_checkpoint(es);
     show_printf("   %-15.15s: %s\n", "Forced State",
-           code_word(kEsForcedStateWords, es.forced_state, "Invalid"));
+                code_word(kEsForcedStateWords, es.forced_state, "Invalid"));
     show_printf("   %-15.15s:", "VI member info");
     if (es.vi_present) {
         show_printf("\n");
@@ -704,15 +705,15 @@ void print_evt_trace_history(const evt_hist_bag *history) {
     show_printf("\n   Event Trace History [Total events: %d]\n", static_cast<int>(n));
     show_printf("%s", kTraceRule);
     show_printf("     %-19s %-20s %-12s %-12s %-12s %-12s\n", "Time", "Event", "Info1", "Info2",
-           "Info3", "Info4");
+                "Info3", "Info4");
     show_printf("     %-19s %-20s %-12s %-12s %-12s %-12s\n", "====", "=====", "=====", "=====",
-           "=====", "=====");
+                "=====", "=====");
     for (uint32_t i = 0; i < n; i++) {
         const evt_hist_entry_bag &e = history->evt_entry.data[i];
         show_printf("     %-19s %-20s 0x%-10x 0x%-10x 0x%-10x 0x%-10x %-2s %-2s\n",
-               text_of(e.evt_timestamp), text_of(e.evt_name), trace_word(e, 0),
-               trace_word(e, 1), trace_word(e, 2), trace_word(e, 3), e.evt_many ? "M" : "-",
-               e.evt_sticky ? "S" : "-");
+                    text_of(e.evt_timestamp), text_of(e.evt_name), trace_word(e, 0),
+                    trace_word(e, 1), trace_word(e, 2), trace_word(e, 3), e.evt_many ? "M" : "-",
+                    e.evt_sticky ? "S" : "-");
     }
     show_printf("%s\n", kTraceRule);
 }
@@ -774,12 +775,12 @@ void print_evpn_summary_bag(const void *record, const char *, PrintContext *) {
     show_printf("Staggered bring-up timer           : %6u milliseconds ", s.bringup_timer);
     print_running_suffix(s.bringup_left);
     show_printf("          Items in bring-up queue  : %u, In-Progress %u\n", s.bringup_queue_items,
-           s.bringup_in_progress);
+                s.bringup_in_progress);
     show_printf("Global AC debounce timer           : %6u milliseconds\n", s.ac_debounce_timer);
     show_printf("Backup replacement timer           : %6u milliseconds ", s.backup_replacement_timer);
     print_running_suffix(s.backup_replacement_left);
     show_printf("DF Election logging                : %s\n",
-           s.df_election_logging ? "enabled" : "disabled");
+                s.df_election_logging ? "enabled" : "disabled");
     show_printf("BGP Nexthop Resolution Pfx Len IPv6: %u\n", s.bgp_nh_pfx_len_ipv6);
 
     show_printf("%s", kDashLine);
@@ -794,7 +795,7 @@ void print_evpn_summary_bag(const void *record, const char *, PrintContext *) {
     show_printf("Number of Swept IMCAST Routes      : %u\n", s.swept_imcast_count);
     show_printf("Throttle send to L2RIB             : %s\n", s.throttle_to_l2rib ? "TRUE" : "FALSE");
     show_printf("Number of ES/EAD pulses pending    : %lu\n",
-           static_cast<unsigned long>(s.es_ead_pulses_pending));
+                static_cast<unsigned long>(s.es_ead_pulses_pending));
     show_printf("NTP Configured and in sync         : %s\n", s.ntp_in_sync ? "TRUE" : "FALSE");
 
     print_evt_trace_history(&s.event_history);
@@ -853,14 +854,14 @@ void print_evpn_srv6_bag(const void *record, const char *, PrintContext *) {
     show_printf("\n");
     if (priv) {
         show_printf(kLocatorColumnsPrivate, width, kLocatorNameTitle, "Prefix", "Locator ID", "OOR",
-               "InUse", "Flags", "Service count", "SID count");
+                    "InUse", "Flags", "Service count", "SID count");
         show_printf(kLocatorColumnsPrivate, width, "------------", "------", "----------", "---",
-               "-----", "-----", "-------------", "---------");
+                    "-----", "-----", "-------------", "---------");
     } else {
         show_printf(kLocatorColumns, width, kLocatorNameTitle, "Prefix", "OOR", "Flags",
-               "Service count", "SID count");
+                    "Service count", "SID count");
         show_printf(kLocatorColumns, width, "------------", "------", "---", "-----", "-------------",
-               "---------");
+                    "---------");
     }
     for (uint32_t i = 0; i < n; i++)
         if (r.locators.data[i].in_use || priv)
@@ -932,7 +933,7 @@ void print_evpn_remote_shg_bag(const void *record, const char *, PrintContext *)
     const uint32_t n = count_of(labels);
 
     show_printf("%-10u %-6.6s %-24.24s\n", shg.vpn_id, evpn_bgp_encap_type_to_str(shg.encap),
-           text_of(shg.esi_text));
+                text_of(shg.esi_text));
     show_printf("  %-18.18s: %zu\n", "Remote SHG labels", static_cast<size_t>(n));
     for (uint32_t i = 0; i < n; i++) {
         char label[EVPN_LABEL_TEXT_SIZE] = {};
@@ -971,7 +972,7 @@ void print_evpn_igmp_bag(const void *record, const char *, PrintContext *) {
 
     char from[kIgmpColumnTextSize];
     show_snprintf(from, sizeof from, "%s%s",
-             r.source_is_remote ? l2vpn_inet_ntop(&r.route_source.address)
+                  r.source_is_remote ? l2vpn_inet_ntop(&r.route_source.address)
                                 : text_of(r.route_source.interface_name),
              r.resolved ? "" : "[UR]");
     show_printf("%-30.30s ", from);
@@ -1106,7 +1107,7 @@ void print_evpn_es_bag(const void *record, const char *, PrintContext *) {
     print_es_timers(es, priv);
     print_es_labels(es, etree);
     show_printf("  Access signal mode: %s\n",
-           code_word(kEsAccessSignalWords, es.access_signal_mode, "Invalid"));
+                code_word(kEsAccessSignalWords, es.access_signal_mode, "Invalid"));
     if (priv) print_es_diagnostics(es);
     show_printf("\n");
     if (detail && priv && es.hasi_present) l2vpn_sync_print_hasi_object(&es.hasi_object, 1);
