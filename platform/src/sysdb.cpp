@@ -225,12 +225,22 @@ struct sysdb_datalist_s {
     std::vector<Entry> entries;
     size_t next = 0;
     bool more = false;
+    // Whose items these are: an item get of the handle names the same
+    // listing and the entry last handed out is served from here.
+    sysdb_handle_td owner = nullptr;
+    int64_t list = -1;
 };
 
 namespace {
 // A walk asks for batch after batch and frees each before the next: the
 // freed datalist is kept, with its memory, for the next request.
 thread_local std::unique_ptr<sysdb_datalist_s> t_spare_datalist;
+
+// Batches handed to callers and not yet freed, newest last. A listing
+// display gets each item it lists by path while the batch that named it is
+// still held (tunnel endpoints: "tep/<id>/info"); such a get is served from
+// the batch, read in the same transaction, instead of a second b-tree seek.
+thread_local std::vector<sysdb_datalist_s *> t_held_batches;
 
 sysdb_datalist_s *take_datalist() {
     if (!t_spare_datalist) return new sysdb_datalist_s;
@@ -239,10 +249,37 @@ sysdb_datalist_s *take_datalist() {
     dl->entries.clear();
     dl->next = 0;
     dl->more = false;
+    dl->owner = nullptr;
+    dl->list = -1;
     return dl;
 }
 
+void release_held(sysdb_datalist_s *dl) {
+    for (size_t i = t_held_batches.size(); i-- > 0;)
+        if (t_held_batches[i] == dl) {
+            t_held_batches.erase(t_held_batches.begin() + static_cast<ptrdiff_t>(i));
+            return;
+        }
+}
+
+// The entry a held batch of handle h over listing list last handed out,
+// when its item name is name.
+const sysdb_datalist_s::Entry *held_entry(sysdb_handle_td h, int64_t list,
+                                          std::string_view name, const sysdb_datalist_s *&dl) {
+    for (size_t i = t_held_batches.size(); i-- > 0;) {
+        const sysdb_datalist_s *b = t_held_batches[i];
+        if (b->owner != h || b->list != list || b->next == 0) continue;
+        const sysdb_datalist_s::Entry &e = b->entries[b->next - 1];
+        if (name == std::string_view(b->bytes.data() + e.name_off)) {
+            dl = b;
+            return &e;
+        }
+    }
+    return nullptr;
+}
+
 void give_back_datalist(sysdb_datalist_s *dl) {
+    release_held(dl);
     constexpr size_t kKeepBytes = 2 * kDefaultBatchBytes;  // an oversized batch is not kept
     if (t_spare_datalist || dl->bytes.capacity() > kKeepBytes) {
         delete dl;
@@ -304,6 +341,8 @@ uint32_t _sysdb_unbind(sysdb_handle_td handle) {
     if (!handle) return SYSDB_ERR_NOT_BOUND;
     sqlite3 *db = handle->db;
     if (db == g_bound_db) platform_db::set_bound(nullptr);
+    for (sysdb_datalist_s *dl : t_held_batches)
+        if (dl->owner == handle) dl->owner = nullptr;  // a later handle may reuse the address
     delete handle;  // finalizes the statements first
     sqlite3_close(db);
     return 0;
@@ -324,15 +363,17 @@ bool path_ok(const char *path) {
 
 // Resolves "base/name", "base/name/leaf" for a listing with an item leaf,
 // or a singleton's path, to its listing and sort key.
-uint32_t resolve_item(const char *path, const ListingDef *&l, std::string &skey) {
+uint32_t resolve_item(const char *path, const ListingDef *&l, std::string &skey,
+                      std::string_view &name) {
     std::string_view p(path);
+    name = {};
     if ((l = sysdb_registry_find(p)) && l->singleton) {
         skey.clear();
         return 0;
     }
     size_t slash = p.rfind('/');
     if (slash == std::string_view::npos) return SYSDB_ERR_NOT_FOUND;
-    std::string_view name = p.substr(slash + 1);
+    name = p.substr(slash + 1);
     l = sysdb_registry_find(p.substr(0, slash));
     if (!l) {
         size_t up = p.rfind('/', slash - 1);
@@ -540,6 +581,8 @@ uint32_t run_listing(sysdb_handle_td h, const char *path, const char *resume, ui
     if (list < 0) return h->no_listing(list);
     int64_t base = q.on_items ? list : h->listing(q.l->base);
     if (base < 0) return h->no_listing(base);
+    out.owner = h;
+    out.list = q.on_items ? list : base;
 
     std::string prefix;
     for (size_t i = 0; i < q.run; i++) prefix += q.given[q.layout[i]];
@@ -616,9 +659,20 @@ uint32_t item_get(sysdb_handle_td h, const char *path, uint32_t *type, void **da
     if (!path_ok(path)) return SYSDB_ERR_BAD_PATH;
     const ListingDef *l;
     std::string skey;
-    if (uint32_t rc = resolve_item(path, l, skey)) return rc;
+    std::string_view name;
+    if (uint32_t rc = resolve_item(path, l, skey, name)) return rc;
     int64_t list = h->listing(l->base);
     if (list < 0) return h->no_listing(list);
+    const sysdb_datalist_s *held = nullptr;
+    if (const sysdb_datalist_s::Entry *e = name.empty() ? nullptr : held_entry(h, list, name, held)) {
+        void *copy = malloc(e->data_len ? e->data_len : 1);
+        if (!copy) return SYSDB_ERR_STORE;
+        if (e->data_len) memcpy(copy, held->bytes.data() + e->data_off, e->data_len);
+        *data = copy;
+        *len = e->data_len;
+        if (type) *type = SYSDB_TYPE_BAG;
+        return 0;
+    }
     sqlite3_stmt *s = h->get_item.get(h->db);
     if (!s) return platform_db::store_error(h->get_item.rc);
     sqlite3_reset(s);
@@ -700,8 +754,12 @@ uint32_t sysdb_datalist(sysdb_handle_td h, const char *path, const char *resume_
     // no count to give and leaves the caller's, so that the walk sees the
     // code and decides on it.
     if (count && (!rc || rc == SYSDB_ERR_NOT_FOUND)) *count = got;
-    if (got) *list = dl;
-    else give_back_datalist(dl);
+    if (got) {
+        *list = dl;
+        t_held_batches.push_back(dl);
+    } else {
+        give_back_datalist(dl);
+    }
     if (g_observer) {
         sysdb_request_s r{false, path, resume_name, want, got, flags, rc};
         g_observer(&r, g_observer_arg);

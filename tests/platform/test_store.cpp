@@ -776,6 +776,45 @@ TEST_F(Store, ItemLeavesAndListingsHeldPerItem) {
     EXPECT_EQ(request(h, tep + "/x1/notification", 200).rc, SYSDB_ERR_NOT_FOUND);
 }
 
+// A listing display gets each endpoint it lists while the batch that named it
+// is held: that get is served from the batch. It must give what a seek gives,
+// and only for the entry last handed out, of the same handle and listing.
+TEST_F(Store, AGetOfTheItemAHeldBatchLastGaveServesTheSameBytes) {
+    const std::string tep = EVPN_PATH_TEP;
+    Db db(path("t.db"));
+    for (uint32_t id : {1u, 2u, 3u}) db.add(kGl, tep, {{"tep_id", id}, {"udp_port", 100 + id}});
+    db.add(kGl, tep + "/2/notification", {{"name", "bgp"}});
+    db.commit();
+    sysdb_handle_td h = bind(path("t.db")), other = bind(path("t.db"));
+    const std::vector<std::string> seek = request(h, tep, 200).data;  // batch already freed
+    auto get = [](sysdb_handle_td handle, const char *p) {
+        uint32_t type = 0, len = 0;
+        void *data = nullptr;
+        uint32_t rc = sysdb_item_get(handle, p, &type, &data, &len, 0);
+        std::string bytes = rc ? "rc " + std::to_string(rc) : std::string(static_cast<char *>(data), len);
+        free(data);
+        return bytes;
+    };
+    uint32_t count = 200;
+    sysdb_datalist_h_td list = nullptr;
+    ASSERT_EQ(sysdb_datalist(h, tep.c_str(), "", &count, &list, 0), 0u);
+    const char *name = nullptr;
+    uint32_t type = 0, len = 0, extra = 0;
+    void *data = nullptr;
+    ASSERT_EQ(sysdb_datalist_next(list, &name, &type, &data, &len, &extra), 0u);
+    ASSERT_EQ(sysdb_datalist_next(list, &name, &type, &data, &len, &extra), 0u);
+    ASSERT_STREQ(name, "2");
+    // A nested walk between the listing and the get, as the detail form has.
+    EXPECT_EQ(walk(h, tep + "/2/notification", 200).names, std::vector<std::string>{"bgp"});
+    EXPECT_EQ(get(h, "tep/2/info"), seek[1]);
+    EXPECT_EQ(get(h, "tep/1/info"), seek[0]);    // handed out earlier: a seek
+    EXPECT_EQ(get(h, "tep/3/info"), seek[2]);    // not yet handed out: a seek
+    EXPECT_EQ(get(other, "tep/2/info"), seek[1]);
+    EXPECT_EQ(get(h, "tep/2/notification"), "rc " + std::to_string(SYSDB_ERR_NOT_FOUND));
+    sysdb_datalist_free(list);
+    EXPECT_EQ(get(h, "tep/2/info"), seek[1]);
+}
+
 TEST_F(Store, EachRootHoldsItsOwnItems) {
     Db db(path("roots.db"));
     db.evi(1, 8, "gl");
