@@ -24,8 +24,8 @@
 namespace {
 
 constexpr size_t kMaxPath = 255;
-#define BAG_MAX_RECORD_TEXT 16777216
-static_assert(BAG_MAX_RECORD == BAG_MAX_RECORD_TEXT, "the store's SQL names the record limit");
+static_assert(std::string_view(SYSDB_SCHEMA_RECORD_LIMIT) == "16777216" && BAG_MAX_RECORD == 16777216,
+              "the store's SQL names the record limit");
 constexpr uint32_t kDefaultBatchBytes = 4u * 1024 * 1024;
 uint32_t g_batch_bytes = kDefaultBatchBytes;
 sysdb_request_observer_fn g_observer;
@@ -272,9 +272,7 @@ uint32_t _sysdb_bind(sysdb_handle_td *handle, const char *root, uint32_t mode) {
     // request (see open_readonly). Listings read the data as it is: a
     // length test per row costs more than the unpacking's own check.
 #define EVPN_ITEM_DATA(t) \
-    "CASE WHEN length(" t "data) > " EVPN_STR(BAG_MAX_RECORD_TEXT) " THEN x'' ELSE " t "data END"
-#define EVPN_STR2(x) #x
-#define EVPN_STR(x) EVPN_STR2(x)
+    "CASE WHEN length(" t "data) > " SYSDB_SCHEMA_RECORD_LIMIT " THEN x'' ELSE " t "data END"
     const char *sql[] = {
         "SELECT id FROM listing WHERE root = ?1 AND path = ?2",
         "SELECT " EVPN_ITEM_DATA("") " FROM item WHERE list = ?1 AND skey = ?2",
@@ -285,8 +283,6 @@ uint32_t _sysdb_bind(sysdb_handle_td *handle, const char *root, uint32_t mode) {
         "AND x.ikey < ?4 ORDER BY x.ikey LIMIT ?5",
     };
 #undef EVPN_ITEM_DATA
-#undef EVPN_STR
-#undef EVPN_STR2
     Stmt *stmts[] = {&h->list_id, &h->get_item, &h->scan_items, &h->scan_index};
     sqlite3_create_function_v2(db, "sysdb_item_skey", 2,
                                SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_DIRECTONLY, nullptr,

@@ -283,19 +283,29 @@ void evpn_show_item_into(const RecordTypeDef &type, const char *path) {
     evpn_show_get_display(path, decoded, type.desc(), type.printer);
 }
 
+namespace {
+// A path cut at its buffer names another item; whoever listens is told.
+void note_path_length(const char *path, int length) {
+    if (length >= static_cast<int>(EVPN_PATH_SIZE) && g_listener && g_listener->path_cut)
+        g_listener->path_cut(path, static_cast<size_t>(length));
+}
+}  // namespace
+
 void compose_path(char *path, const char *format, ...) {
     va_list ap;
     va_start(ap, format);
-    vsnprintf(path, EVPN_PATH_SIZE, format, ap);
+    const int length = vsnprintf(path, EVPN_PATH_SIZE, format, ap);
     va_end(ap);
+    note_path_length(path, length);
 }
 
 void filter_path(const ShowCommandDef &cmd, char *path, const char *trace, const char *format,
                  ...) {
     va_list ap;
     va_start(ap, format);
-    vsnprintf(path, EVPN_PATH_SIZE, format, ap);
+    const int length = vsnprintf(path, EVPN_PATH_SIZE, format, ap);
     va_end(ap);
+    note_path_length(path, length);
     EVPN_TRACE(EVPN_DBG_PATH, cmd.name, trace, path);
 }
 

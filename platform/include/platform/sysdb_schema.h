@@ -9,6 +9,10 @@
 
 namespace sysdb_schema {
 
+// The codec's record limit (BAG_MAX_RECORD) as SQL text, for the length
+// tests of the store's statements; sysdb.cpp holds the two equal.
+#define SYSDB_SCHEMA_RECORD_LIMIT "16777216"
+
 constexpr int32_t kApplicationId = 0x45565044;  // "EVPD"
 constexpr int32_t kVersion = 2;                 // PRAGMA user_version
 
