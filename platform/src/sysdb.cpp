@@ -83,13 +83,13 @@ uint32_t store_error(int sqlite_rc) {
 
 uint32_t open_readonly(const char *path, sqlite3 **out) {
     *out = nullptr;
-    // SQLite reads a row that overflows its page whole, to compare it during
-    // a seek, before any column of it is looked at. Under this heap limit
-    // the allocation for a row past it fails before the row is read, and
-    // the request fails with SYSDB_ERR_TOO_BIG: a damaged or hostile store
-    // cannot make a reader take more memory than this. The limit holds for
-    // the process; a reader's page cache and one record at the codec's limit
-    // fit well below it.
+    // A request that reads a row past this heap limit (a store written by
+    // other means) fails with SYSDB_ERR_TOO_BIG when SQLite allocates for
+    // it, before the row is read: a damaged or hostile store cannot make a
+    // reader take more memory than this. Only requests that read the row
+    // meet it: searches use indices that hold keys alone. The limit holds
+    // for the process; a reader's page cache and one record at the codec's
+    // limit fit well below it.
     constexpr sqlite3_int64 kReadHeapLimit = 4 * sqlite3_int64(BAG_MAX_RECORD);
     const sqlite3_int64 limit = sqlite3_hard_heap_limit64(-1);
     if (limit == 0 || limit > kReadHeapLimit) sqlite3_hard_heap_limit64(kReadHeapLimit);
@@ -268,9 +268,11 @@ uint32_t _sysdb_bind(sysdb_handle_td *handle, const char *root, uint32_t mode) {
     h->root = root;
     // An item's data that does not unpack to at most the codec's record
     // limit is served empty, which no record type decodes from; a single
-    // item's is not even read. A row past the read heap limit fails the
-    // request (see open_readonly). Listings read the data as it is: a
-    // length test per row costs more than the unpacking's own check.
+    // item's is not even read (length() of a blob reads no content). A
+    // listing's row past the read heap limit fails that request alone (see
+    // open_readonly): searches go through the item_key index, which holds
+    // no data. Listings read the data as it is: a length test per row costs
+    // more than the unpacking's own check (260 instructions a MAC route).
 #define EVPN_ITEM_DATA(t) \
     "CASE WHEN length(" t "data) > " SYSDB_SCHEMA_RECORD_LIMIT " THEN x'' ELSE " t "data END"
     const char *sql[] = {
