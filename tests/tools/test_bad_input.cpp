@@ -99,6 +99,27 @@ TEST(HostileSnapshot, StoredControlTextIsAMalformedRecordSkippedAndTraced) {
         << r.err;
 }
 
+// Traces carry item names and command-line values: what could steer a
+// terminal there shows as '?', as in the reports.
+TEST(HostileSnapshot, TracesShowControlCharactersAndBytesThatAreNotUtf8AsQuestionMarks) {
+    const std::string db = spine_test::build_db("hostile-names.db", [](evpn::SysdbWriter &w) {
+        std::string err;
+        l2vpn_evpn_tep_bag tep{};
+        tep.tep_id = 1;
+        ASSERT_TRUE(w.add(kRoot, "tep", &tep, err)) << err;
+        l2vpn_evpn_tep_notification_entry_bag n{};
+        std::string enc;
+        ASSERT_EQ(bag_encode(&n, &bag_desc_l2vpn_evpn_tep_notification_entry_bag, enc), 0u);
+        ASSERT_TRUE(w.add_raw(kRoot, "tep/1/notification", "a\x1b]0;owned\x07\xc2\x9b" "b", enc, err)) << err;
+    });
+    auto r = client({"-b", "x\x1b[2J\xff\xc3", "-d", "-M", "1", "10"}, db, "480001");
+    EXPECT_EQ(r.status, 0);
+    EXPECT_NE(r.err.find("Now displaying a?]0;owned??b\n"), std::string::npos) << r.err;
+    for (char c : r.err) EXPECT_TRUE(c == '\n' || (c >= 0x20 && c < 0x7f)) << r.err;
+    auto b = client({"-b", "x\x1b[2J\xff\xc3", "0"}, db, "80001");
+    EXPECT_NE(b.err.find("-bd/x?[2J??\n"), std::string::npos) << b.err;
+}
+
 TEST(HostileSnapshot, AHugeListIsRefusedInBoundedMemoryLeavingNothing) {
     // 1.5 million list elements in a 4.5 MB snapshot.
     std::string text = R"({"roots": {"/oper/evpn/gl/": {")" + kMac + R"(": [{"evi": 1, "path_buffer": [{})";
@@ -391,6 +412,10 @@ TEST(WriteErrors, EveryOutputIsCheckedToItsEnd) {
         {bin + " dump evpn_evi --db " + db + " > /dev/full", "No space left on device"},
         {bin + " gen --routes 2000 --db " + scratch("gen-full.db") + " --json /dev/full",
          "/dev/full: No space left on device"},
+        {"EVPN_SYSDB=" + db + " " EVPN_CLIENT_BIN " 5 > /dev/full",
+         "evpn_show_client: writing standard output: No space left on device"},
+        {"EVPN_SYSDB=" + db + " " EVPN_CLIENT_BIN " 5 >&-", "evpn_show_client: writing standard output: Bad file descriptor"},
+        {bin + " dump --db " + db + " 5 > /dev/full", "No space left on device"},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.command);
@@ -399,6 +424,11 @@ TEST(WriteErrors, EveryOutputIsCheckedToItsEnd) {
         EXPECT_NE(r.err.find(c.says), std::string::npos) << r.err;
     }
     EXPECT_FALSE(fs::exists(scratch("gen-full.db"))) << "a failed gen leaves no database";
+    // A reader that goes away only stopped reading.
+    auto gone = subprocess::run({"/bin/bash", "-c", "trap '' PIPE; EVPN_SYSDB=" + db + " " EVPN_CLIENT_BIN
+                                                    " 5 | head -c 0; echo ${PIPESTATUS[0]}"});
+    EXPECT_EQ(gone.out, "0\n");
+    EXPECT_EQ(gone.err, "");
     EXPECT_TRUE(fs::is_character_file("/dev/full")) << "a failed gen removes only a file of its own";
 }
 
@@ -442,6 +472,48 @@ TEST(WriteErrors, SnapshotInputsAndTargetsSayWhy) {
     fs::create_symlink("real/new.db", scratch("dangling.db"));
     ASSERT_EQ(sysdb({"load", good, "--db", scratch("dangling.db")}).status, 0);
     EXPECT_TRUE(fs::is_regular_file(scratch("real/new.db")));
+}
+
+// A store we may not read is named as such, with its path, by the loader and
+// both dumps: it could be anything, not "no database of ours".
+TEST(WriteErrors, AStoreWeMayNotReadIsCalledThat) {
+    const std::string dir = "/tmp/evpn-unreadable." + std::to_string(getpid());
+    fs::create_directories(dir);
+    fs::permissions(dir, fs::perms::owner_all | fs::perms::group_exec | fs::perms::others_exec);
+    const std::string db = dir + "/sysdb.db";
+    fs::copy_file(evi_db("readable.db", 2), db);
+    ASSERT_EQ(chmod(db.c_str(), 0), 0);
+    const std::string json = dir + "/one.json";
+    std::ofstream(json) << roots("evpn_evi", R"([{"vpn_id": 1, "encap": 8}])");
+    chmod(json.c_str(), 0644);
+    // Root reads any file: the commands then run as nobody.
+    const std::string as = geteuid() == 0 ? "setpriv --reuid=65534 --regid=65534 --clear-groups " : "";
+    const std::string bin = EVPN_SYSDB_BIN;
+    for (const std::string &command : {bin + " load " + json + " --db " + db, bin + " dump --db " + db,
+                                       bin + " dump evpn_evi --db " + db}) {
+        SCOPED_TRACE(command);
+        auto r = shell(as + command);
+        EXPECT_EQ(r.status, 1);
+        EXPECT_NE(r.err.find("cannot read " + db + ": Permission denied"), std::string::npos) << r.err;
+        EXPECT_EQ(r.err.find("not an EVPN"), std::string::npos) << r.err;
+    }
+    fs::remove_all(dir);
+}
+
+// The JSON view cannot show a path the client cuts: the cut path names
+// another item. The client itself keeps the cut.
+TEST(CommandLine, TheJsonViewRefusesFilterValuesThatMakeAPathPast255Characters) {
+    const std::string db = evi_db("long-filter.db", 2);
+    const std::string vfi(234, 'v');
+    auto r = sysdb({"dump", "--db", db, "-7", vfi + "-suffix-past-the-buffer", "3"});
+    EXPECT_EQ(r.status, 2);
+    EXPECT_EQ(r.out, "");
+    EXPECT_NE(r.err.find("dump: the filter values make a path of " + std::to_string(21 + 234 + 23) + " characters"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("paths hold at most 255"), std::string::npos) << r.err;
+    auto fits = sysdb({"dump", "--db", db, "-b", std::string(200, 'b'), "5"});
+    EXPECT_EQ(fits.status, 0) << fits.err;
+    auto c = client({"-7", vfi + "-suffix-past-the-buffer", "3"}, db);
+    EXPECT_EQ(c.status, 0);
 }
 
 // ---- Boundaries the rest of the suite leaves open ---------------------------------
