@@ -307,8 +307,7 @@ struct JsonView {
     size_t text_len = 0;
     long mark = 0;
     bool failed = false;
-    std::string cut;  // the first path the filters made too long, as a terminal may show it
-    size_t cut_length = 0;
+    std::string cut;  // why the filters cannot be shown, when they cannot
     evpn::JsonText line;  // one record's line, its memory kept from record to record
 };
 JsonView g_view;
@@ -335,18 +334,19 @@ void view_after(const BagDesc *desc, const char *path, const char *name, const v
     if (fwrite(line.data(), 1, line.size(), g_view.json) != line.size()) g_view.failed = true;
 }
 
-// The client cuts a path at its buffer and shows what the cut path names;
-// the view refuses the command instead (the paths of a command are made
-// before its first request, so no record of the cut path gets out).
-void view_path_cut(const char *path, size_t length) {
+// The client cuts a filter text at its buffer and shows what the cut text
+// names; the view refuses the command instead (options are read and paths
+// made before a command's first request, so no record of a cut text gets
+// out).
+void view_value_cut(const char *what, const char *text, size_t length, size_t room) {
     if (!g_view.cut.empty()) return;
-    char shown[EVPN_PATH_SIZE];
-    display_safe_text(path, strlen(path), shown, sizeof shown);
-    g_view.cut = shown;
-    g_view.cut_length = length;
+    char shown[48];
+    display_safe_text(text, strlen(text), shown, sizeof shown);
+    g_view.cut = std::string("the filter values make ") + what + " of " + std::to_string(length) +
+                 " characters (" + shown + "...); at most " + std::to_string(room) + " fit";
 }
 
-const RecordListener kViewListener{view_before, view_after, view_path_cut};
+const RecordListener kViewListener{view_before, view_after, view_value_cut};
 
 // True for a dump whose last argument is a show command number (hexadecimal,
 // as the client takes it): listing names are words, never one or two hex digits.
@@ -394,11 +394,7 @@ int cmd_dump_show(int argc, char **argv) {
         fprintf(stderr, "evpn_sysdb: dump: writing the records: %s\n", strerror(errno));
         return 1;
     }
-    if (!g_view.cut.empty())
-        return bad_usage("dump", "the filter values make a path of " +
-                                     std::to_string(g_view.cut_length) + " characters (" +
-                                     g_view.cut.substr(0, 40) + "...); paths hold at most " +
-                                     std::to_string(EVPN_PATH_SIZE - 1));
+    if (!g_view.cut.empty()) return bad_usage("dump", g_view.cut);
     return status;
 }
 

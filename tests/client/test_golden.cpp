@@ -316,12 +316,13 @@ TEST(GoldenWalk, AStoreThatFailsEveryItemReadLeavesTheHeaderAndTracesTheWalk) {
         EXPECT_EQ(got.status, c.status);
         EXPECT_EQ(got.out, reference.out);
         const std::string traces = spine_test::traces(got.err);
-        if (l.trace == kWalkDecode)
+        if (l.trace == kWalkDecode) {
             EXPECT_NE(traces.find("evpn_show_datalist_display: sysdb_datalist " + corrupt), std::string::npos) << traces;
-        else if (std::string(l.golden) == "grp_one")
+        } else if (std::string(l.golden) == "grp_one") {
             EXPECT_EQ(traces, "show_evpn_grp: show_evpn_grp: sysdb item get failed: path:evpn_grp/1f rc:" + corrupt + "\n");
-        else if (l.trace == kGetDecode)
+        } else if (l.trace == kGetDecode) {
             EXPECT_EQ(traces, "") << "a failed single get is not traced";
+        }
     }
 }
 

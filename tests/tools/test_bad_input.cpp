@@ -514,7 +514,13 @@ TEST(CommandLine, TheJsonViewRefusesFilterValuesThatMakeAPathPast255Characters) 
     EXPECT_EQ(r.status, 2);
     EXPECT_EQ(r.out, "");
     EXPECT_NE(r.err.find("dump: the filter values make a path of " + std::to_string(21 + 234 + 23) + " characters"), std::string::npos) << r.err;
-    EXPECT_NE(r.err.find("paths hold at most 255"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("at most 255 fit"), std::string::npos) << r.err;
+    // An interface name past its 64-byte buffer would list every segment.
+    auto ifname = sysdb({"dump", "--db", db, "-i", std::string(64, 'e'), "3"});
+    EXPECT_EQ(ifname.status, 2);
+    EXPECT_NE(ifname.err.find("make an interface name of 64 characters"), std::string::npos) << ifname.err;
+    EXPECT_NE(ifname.err.find("at most 63 fit"), std::string::npos) << ifname.err;
+    EXPECT_EQ(sysdb({"dump", "--db", db, "-i", std::string(63, 'e'), "3"}).status, 0);
     auto fits = sysdb({"dump", "--db", db, "-b", std::string(200, 'b'), "5"});
     EXPECT_EQ(fits.status, 0) << fits.err;
     auto c = client({"-7", vfi + "-suffix-past-the-buffer", "3"}, db);
