@@ -574,7 +574,9 @@ uint32_t run_listing(sysdb_handle_td h, const char *path, const char *resume, ui
             const void *k = sqlite3_column_blob(s, 2);
             int klen = sqlite3_column_bytes(s, 2);
             std::string_view key(static_cast<const char *>(k), static_cast<size_t>(klen));
-            after.assign(key);
+            // The next page starts after the last row of this one: only it
+            // is kept (a page cut short by the batch ends the request).
+            if (rows == page) after.assign(key);
             if (!row_matches(q, key)) continue;
             if (out.entries.size() == want ||
                 (!out.entries.empty() && out.bytes.size() > g_batch_bytes)) {
