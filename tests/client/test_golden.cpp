@@ -208,10 +208,7 @@ Case case_named(const std::string &name) {
 std::string altered(const Case &c, const std::string &name, const std::string &sql) {
     const std::string db = spine_test::scratch(name);
     fs::copy_file(database_of(c), db, fs::copy_options::overwrite_existing);
-    sqlite3 *h = nullptr;
-    EXPECT_EQ(sqlite3_open(db.c_str(), &h), SQLITE_OK);
-    EXPECT_EQ(sqlite3_exec(h, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(h) << "\n" << sql;
-    sqlite3_close(h);
+    spine_test::sql(db, sql);
     return db;
 }
 
@@ -298,20 +295,7 @@ TEST(GoldenWalk, AStoreThatFailsEveryItemReadLeavesTheHeaderAndTracesTheWalk) {
         const Case c = case_named(l.golden);
         const std::string none = altered(c, "none.db", "DELETE FROM item; DELETE FROM item_index");
         const std::string db = altered(c, "failing.db", "");
-        {  // the root page of the item table zeroed, as a disk error would
-            sqlite3 *h = nullptr;
-            ASSERT_EQ(sqlite3_open_v2(db.c_str(), &h, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
-            sqlite3_stmt *s = nullptr;
-            ASSERT_EQ(sqlite3_prepare_v2(h, "SELECT rootpage, (SELECT page_size FROM pragma_page_size) "
-                                            "FROM sqlite_master WHERE name = 'item'", -1, &s, nullptr), SQLITE_OK);
-            ASSERT_EQ(sqlite3_step(s), SQLITE_ROW);
-            const long root = sqlite3_column_int64(s, 0), page = sqlite3_column_int64(s, 1);
-            sqlite3_finalize(s);
-            sqlite3_close(h);
-            std::fstream f(db, std::ios::in | std::ios::out | std::ios::binary);
-            f.seekp((root - 1) * page);
-            f << std::string(static_cast<size_t>(page), '\0');
-        }
+        spine_test::zero_root(db, "item");
         auto reference = run_client(none, c), got = run_with_errors(db, c);
         EXPECT_EQ(got.status, c.status);
         EXPECT_EQ(got.out, reference.out);

@@ -48,11 +48,7 @@ std::string write_text(const std::string &name, const std::string &text) {
     return path;
 }
 
-subprocess::Run sysdb(const std::vector<std::string> &args) {
-    std::vector<std::string> argv{EVPN_SYSDB_BIN};
-    argv.insert(argv.end(), args.begin(), args.end());
-    return subprocess::run(argv);
-}
+subprocess::Run sysdb(const std::vector<std::string> &args) { return spine_test::run_sysdb(args); }
 
 subprocess::Run client(const std::vector<std::string> &args, const std::string &db,
                        const std::string &debug = "") {
@@ -218,29 +214,8 @@ std::string evi_db(const std::string &name, uint32_t n) {
     });
 }
 
-void sql(const std::string &db, const std::string &text) {
-    sqlite3 *h = nullptr;
-    ASSERT_EQ(sqlite3_open(db.c_str(), &h), SQLITE_OK);
-    EXPECT_EQ(sqlite3_exec(h, text.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(h);
-    sqlite3_close(h);
-}
-
-// Zeroes the root page of a table, as a disk error would.
-void zero_root(const std::string &db, const char *table) {
-    sqlite3 *h = nullptr;
-    ASSERT_EQ(sqlite3_open_v2(db.c_str(), &h, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
-    sqlite3_stmt *s = nullptr;
-    std::string q = std::string("SELECT rootpage, (SELECT page_size FROM pragma_page_size) FROM "
-                                "sqlite_master WHERE name = '") + table + "'";
-    ASSERT_EQ(sqlite3_prepare_v2(h, q.c_str(), -1, &s, nullptr), SQLITE_OK);
-    ASSERT_EQ(sqlite3_step(s), SQLITE_ROW);
-    const long root = sqlite3_column_int64(s, 0), page = sqlite3_column_int64(s, 1);
-    sqlite3_finalize(s);
-    sqlite3_close(h);
-    std::fstream f(db, std::ios::in | std::ios::out | std::ios::binary);
-    f.seekp((root - 1) * page);
-    f << std::string(static_cast<size_t>(page), '\0');
-}
+using spine_test::sql;
+using spine_test::zero_root;
 
 TEST(CorruptStore, DamageComesBackAsAnErrorAndDumpsFail) {
     struct Case {
@@ -343,9 +318,6 @@ TEST(CorruptStore, ForeignOrIncompleteStoresAreRefusedAtBind) {
 // by name, the dump names it; the store's memory stays under the limit.
 TEST(CorruptStore, ARowPastTheReadLimitIsRefusedUnread) {
     const std::string db = evi_db("huge-row.db", 3);
-    // The limit holds for the process, and an earlier read binding in this
-    // one set it: lifted for this write, the next binding sets it again.
-    sqlite3_hard_heap_limit64(0);
     sql(db, "UPDATE item SET data = zeroblob(80 * 1024 * 1024) WHERE name = '0x2,0x8'");
     const std::string too_big = cerr_strerror(SYSDB_ERR_TOO_BIG);
     {

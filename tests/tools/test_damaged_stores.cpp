@@ -3,7 +3,6 @@
 // --skip-undecodable it leaves them out and loads back to the same
 // database. A row too large to read fails only the requests that read it.
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -23,21 +22,8 @@ using spine_test::scratch;
 
 const std::string kRoot = "/oper/evpn/gl/";
 
-subprocess::Run sysdb(const std::vector<std::string> &args) {
-    std::vector<std::string> argv{EVPN_SYSDB_BIN};
-    argv.insert(argv.end(), args.begin(), args.end());
-    return subprocess::run(argv);
-}
-
-void sql(const std::string &db, const std::string &text) {
-    // A write in this process: the read heap limit an earlier binding set
-    // would refuse a large row.
-    sqlite3_hard_heap_limit64(0);
-    sqlite3 *h = nullptr;
-    ASSERT_EQ(sqlite3_open(db.c_str(), &h), SQLITE_OK);
-    EXPECT_EQ(sqlite3_exec(h, text.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(h);
-    sqlite3_close(h);
-}
+using spine_test::sql;
+subprocess::Run sysdb(const std::vector<std::string> &args) { return spine_test::run_sysdb(args); }
 
 std::string write_file(const std::string &name, const std::string &text) {
     const std::string path = scratch(name);
