@@ -25,6 +25,7 @@
 #include "json_writer.h"
 #include "platform/bag.h"
 #include "platform/cerr.h"
+#include "platform/formatters.h"
 #include "platform/sysdb.h"
 #include "platform/sysdb_registry.h"
 #include "platform/sysdb_schema.h"
@@ -45,7 +46,7 @@ std::string kind_option(const evpn::GenKindInfo &k) {
 void help(FILE *out) {
     fprintf(out,
             "usage: evpn_sysdb load SNAPSHOT.json [--db FILE]\n"
-            "       evpn_sysdb dump [PATH] [--db FILE] [--root ROOT]\n"
+            "       evpn_sysdb dump [PATH] [--db FILE] [--root ROOT] [--skip-undecodable]\n"
             "       evpn_sysdb dump [SHOW OPTIONS] COMMAND [--db FILE]\n"
             "       evpn_sysdb gen [--routes N] [--evis E] [--KIND N ...] [--seed S] [--db FILE]\n"
             "                      [--json FILE]\n"
@@ -56,7 +57,10 @@ void help(FILE *out) {
             "it was when the snapshot has an error. Without PATH, dump prints the whole\n"
             "database as a snapshot; with PATH, the items of that listing or the one item;\n"
             "with a show command (evpn_show_client's options and number: dump -M 64 0),\n"
-            "exactly the records that command lists, in its order, as JSON Lines.\n"
+            "exactly the records that command lists, in its order, as JSON Lines. An item\n"
+            "that does not decode is named on standard error and fails the dump (status 1)\n"
+            "after the rest is written; --skip-undecodable leaves such items out, so that\n"
+            "the snapshot loads.\n"
             "gen fills FILE (and, with --json, a snapshot of the same data) with N\n"
             "synthetic MAC routes over E EVIs (default 0 routes, 1 EVI) and N records of\n"
             "each KIND asked for; the same seed gives the same data. listings names the\n"
@@ -97,6 +101,7 @@ bool make_default_folder(const std::string &db) {
 
 struct Args {
     std::string command, arg, db, root = "/oper/evpn/gl/";
+    bool skip_undecodable = false;  // dump: leave out items that do not decode
 };
 
 // 0 when the arguments parse, else the exit status with the complaint printed.
@@ -108,6 +113,8 @@ int parse_args(int argc, char **argv, Args &a) {
         if (s == "--db" || s == "--root") {
             if (i + 1 >= argc) return bad_usage(c, s + " wants a value");
             (s == "--db" ? a.db : a.root) = argv[++i];
+        } else if (s == "--skip-undecodable" && a.command == "dump") {
+            a.skip_undecodable = true;
         } else if (s.size() > 1 && s[0] == '-' && s != "-") {
             return bad_usage(c, "unknown option '" + s + "'");
         } else if (!a.arg.empty()) {
@@ -172,8 +179,40 @@ int cmd_load(const Args &a) {
     return 0;
 }
 
+// An item a dump cannot decode, named on standard error (its name as a
+// terminal may show it: the store was damaged by other means).
+void report_undecodable(std::string_view root, std::string_view listing, std::string_view name,
+                        const char *why) {
+    char shown[SYSDB_MAX_ITEM_NAME * 2 + 2];
+    display_safe_text(name.data(), name.size(), shown, sizeof shown);
+    fprintf(stderr, "evpn_sysdb: %.*s %.*s: item %s does not decode: %s\n",
+            static_cast<int>(root.size()), root.data(), static_cast<int>(listing.size()),
+            listing.data(), shown, why);
+}
+
+// The count of a dump's undecodable items on standard error; true when they
+// fail the dump (they were written as markers, not left out).
+bool undecodable_status(uint64_t n, bool skipped) {
+    if (!n) return false;
+    if (skipped) {
+        fprintf(stderr, "evpn_sysdb: left out %llu item%s that do%s not decode\n",
+                static_cast<unsigned long long>(n), n == 1 ? "" : "s", n == 1 ? "es" : "");
+        return false;
+    }
+    fprintf(stderr,
+            "evpn_sysdb: %llu item%s do%s not decode; the output names %s but cannot load back "
+            "(--skip-undecodable leaves %s out)\n",
+            static_cast<unsigned long long>(n), n == 1 ? "" : "s", n == 1 ? "es" : "",
+            n == 1 ? "it" : "them", n == 1 ? "it" : "them");
+    return true;
+}
+
 // Items of one path through the system database client, as the show client sees them.
 int dump_path(const Args &a) {
+    if (access(a.db.c_str(), R_OK) != 0) {
+        fprintf(stderr, "evpn_sysdb: cannot read %s: %s\n", a.db.c_str(), strerror(errno));
+        return 1;
+    }
     setenv("EVPN_SYSDB", a.db.c_str(), 1);
     sysdb_handle_td h = nullptr;
     if (uint32_t rc = _sysdb_bind(&h, a.root.c_str(), SYSDB_BIND_READ)) {
@@ -197,12 +236,19 @@ int dump_path(const Args &a) {
     std::vector<uint64_t> buf(def->desc->size / 8 + 1);
     evpn::JsonText text;
     bool written = true;
+    uint64_t undecodable = 0;
     auto print = [&](const char *name, const void *data, uint32_t len) {
-        text.raw("{\n  \"name\": ");
-        text.string(name ? name : "");
-        if (bag_decode(data, len, buf.data(), static_cast<uint32_t>(buf.size() * 8), def->desc)) {
+        if (uint32_t rc = bag_decode(data, len, buf.data(), static_cast<uint32_t>(buf.size() * 8),
+                                     def->desc)) {
+            undecodable++;
+            report_undecodable(a.root, path, name ? name : "", cerr_strerror(rc));
+            if (a.skip_undecodable) return;
+            text.raw("{\n  \"name\": ");
+            text.string(name ? name : "");
             text.raw(",\n  \"error\": \"record does not decode\"");
         } else {
+            text.raw("{\n  \"name\": ");
+            text.string(name ? name : "");
             text.raw(",\n  \"record\": ");
             evpn::record_json(text, buf.data(), def->desc, evpn::JsonForm::Pretty, 2);
             bag_free_indirections(buf.data(), def->desc);
@@ -245,7 +291,8 @@ int dump_path(const Args &a) {
     }
     _sysdb_unbind(h);
     written = written && text.write_to(std::cout);
-    return output_ok() && written ? status : 1;
+    if (!output_ok() || !written) return 1;
+    return undecodable_status(undecodable, a.skip_undecodable) ? 1 : status;
 }
 
 // ---- JSON view of a show command ---------------------------------------------
@@ -260,6 +307,7 @@ struct JsonView {
     size_t text_len = 0;
     long mark = 0;
     bool failed = false;
+    std::string cut;  // why the filters cannot be shown, when they cannot
     evpn::JsonText line;  // one record's line, its memory kept from record to record
 };
 JsonView g_view;
@@ -273,6 +321,7 @@ void view_before() {
 void view_after(const BagDesc *desc, const char *path, const char *name, const void *record) {
     fflush(g_view.text);
     if (ftell(g_view.text) == g_view.mark) return;  // the printer passed it over
+    if (!g_view.cut.empty()) return;  // records of a cut path are another item's
     evpn::JsonText &line = g_view.line;
     line.clear();
     line.raw("{\"path\":");
@@ -285,7 +334,19 @@ void view_after(const BagDesc *desc, const char *path, const char *name, const v
     if (fwrite(line.data(), 1, line.size(), g_view.json) != line.size()) g_view.failed = true;
 }
 
-const RecordListener kViewListener{view_before, view_after};
+// The client cuts a filter text at its buffer and shows what the cut text
+// names; the view refuses the command instead (options are read and paths
+// made before a command's first request, so no record of a cut text gets
+// out).
+void view_value_cut(const char *what, const char *text, size_t length, size_t room) {
+    if (!g_view.cut.empty()) return;
+    char shown[48];
+    display_safe_text(text, strlen(text), shown, sizeof shown);
+    g_view.cut = std::string("the filter values make ") + what + " of " + std::to_string(length) +
+                 " characters (" + shown + "...); at most " + std::to_string(room) + " fit";
+}
+
+const RecordListener kViewListener{view_before, view_after, view_value_cut};
 
 // True for a dump whose last argument is a show command number (hexadecimal,
 // as the client takes it): listing names are words, never one or two hex digits.
@@ -333,6 +394,7 @@ int cmd_dump_show(int argc, char **argv) {
         fprintf(stderr, "evpn_sysdb: dump: writing the records: %s\n", strerror(errno));
         return 1;
     }
+    if (!g_view.cut.empty()) return bad_usage("dump", g_view.cut);
     return status;
 }
 
@@ -340,7 +402,15 @@ int cmd_dump(const Args &a) {
     if (!a.arg.empty()) return dump_path(a);
     std::string err;
     evpn::Progress progress("dumping");
-    const bool dumped = evpn::dump_snapshot(a.db, std::cout, err, &progress);
+    evpn::DumpOptions options;
+    options.skip_undecodable = a.skip_undecodable;
+    options.undecodable = [&](std::string_view root, std::string_view listing,
+                              std::string_view name, const char *why) {
+        progress.finish();  // the message on a line of its own
+        report_undecodable(root, listing, name, why);
+    };
+    uint64_t undecodable = 0;
+    const bool dumped = evpn::dump_snapshot(a.db, std::cout, err, &progress, options, &undecodable);
     const int why = errno;
     progress.finish();
     if (!dumped) {
@@ -351,7 +421,8 @@ int cmd_dump(const Args &a) {
         fprintf(stderr, "evpn_sysdb: %s\n", err.c_str());
         return 1;
     }
-    return output_ok() ? 0 : 1;
+    if (!output_ok()) return 1;
+    return undecodable_status(undecodable, a.skip_undecodable) ? 1 : 0;
 }
 
 // Synthetic data at scale: into the database, and as a snapshot with --json.

@@ -2,6 +2,8 @@
 // messages on standard error.
 #include "platform/debug.h"
 
+#include "platform/formatters.h"
+
 #include <cstdio>
 #include <cstdlib>
 
@@ -28,9 +30,13 @@ void *l2vpn_debug_get_ctx(void) { return &g_ctx; }
 void l2vpn_vdbgf_v(void *, uint64_t mask, const char *function, int line, const char *format,
                    va_list ap) {
     if (!(g_enabled & mask)) return;
-    char msg[1024];
-    vsnprintf(msg, sizeof msg, format, ap);
-    fprintf(stderr, "%s:%d: %s\n", function ? function : "?", line, msg);
+    // Traces carry item names and command-line values: shown as the reports
+    // show database text, so none can steer the terminal.
+    char msg[1024], shown[1024];
+    const int n = vsnprintf(msg, sizeof msg, format, ap);
+    const size_t len = n < 0 ? 0 : static_cast<size_t>(n) < sizeof msg ? static_cast<size_t>(n) : sizeof msg - 1;
+    display_safe_text(msg, len, shown, sizeof shown);
+    fprintf(stderr, "%s:%d: %s\n", function ? function : "?", line, shown);
 }
 
 void l2vpn_vdbgf(void *ctx, uint64_t mask, const char *function, int line, const char *format,

@@ -4,6 +4,7 @@
 // leaves the destination as it was. Nothing here allocates.
 #include "platform/formatters.h"
 
+#include "platform/bag.h"
 #include "platform/bag_types.h"
 
 #include <arpa/inet.h>
@@ -759,17 +760,42 @@ const char *l2vpn_timeval_to_str(const timeval *tv) {
     return out;
 }
 
+size_t display_safe_text(const char *s, size_t len, char *buf, size_t size, bool *whole) {
+    if (whole) *whole = false;
+    if (buf == nullptr || size == 0) return 0;
+    size_t out = 0, i = 0;
+    while (i < len) {
+        uint32_t cp;
+        size_t good = bag_text_bad_at(s + i, len - i, &cp);
+        size_t take = good < size - 1 - out ? good : size - 1 - out;
+        // Never half a character: back off to the start of the one cut.
+        if (take < good)
+            while (take > 0 && (static_cast<unsigned char>(s[i + take]) & 0xc0) == 0x80) take--;
+        memcpy(buf + out, s + i, take);
+        out += take;
+        if (take < good || out == size - 1) {
+            i += take;
+            break;
+        }
+        i += good;
+        if (i == len) break;
+        buf[out++] = '?';
+        i += cp >= 0x80 && cp <= 0x9f ? 2 : 1;  // a C1 character is two bytes
+    }
+    buf[out] = '\0';
+    if (whole) *whole = i >= len;
+    return out;
+}
+
 int im_display_form(const char *name, char *buf, size_t size) {
     if (buf == nullptr || size == 0)
         return EINVAL;
     buf[0] = '\0';
     if (name == nullptr || name[0] == '\0')
         return EINVAL;
-    size_t len = 0;
-    for (; name[len] != '\0' && len < size - 1; len++) {
-        const unsigned char c = static_cast<unsigned char>(name[len]);
-        buf[len] = c == '_' ? '/' : (c < 0x20 || c == 0x7f) ? '?' : static_cast<char>(c);
-    }
-    buf[len] = '\0';
-    return name[len] == '\0' ? 0 : ENOSPC;
+    bool whole = false;
+    const size_t len = display_safe_text(name, strlen(name), buf, size, &whole);
+    for (size_t i = 0; i < len; i++)
+        if (buf[i] == '_') buf[i] = '/';
+    return whole ? 0 : ENOSPC;
 }

@@ -24,8 +24,8 @@
 namespace {
 
 constexpr size_t kMaxPath = 255;
-#define BAG_MAX_RECORD_TEXT 16777216
-static_assert(BAG_MAX_RECORD == BAG_MAX_RECORD_TEXT, "the store's SQL names the record limit");
+static_assert(std::string_view(SYSDB_SCHEMA_RECORD_LIMIT) == "16777216" && BAG_MAX_RECORD == 16777216,
+              "the store's SQL names the record limit");
 constexpr uint32_t kDefaultBatchBytes = 4u * 1024 * 1024;
 uint32_t g_batch_bytes = kDefaultBatchBytes;
 sysdb_request_observer_fn g_observer;
@@ -83,13 +83,13 @@ uint32_t store_error(int sqlite_rc) {
 
 uint32_t open_readonly(const char *path, sqlite3 **out) {
     *out = nullptr;
-    // SQLite reads a row that overflows its page whole, to compare it during
-    // a seek, before any column of it is looked at. Under this heap limit
-    // the allocation for a row past it fails before the row is read, and
-    // the request fails with SYSDB_ERR_TOO_BIG: a damaged or hostile store
-    // cannot make a reader take more memory than this. The limit holds for
-    // the process; a reader's page cache and one record at the codec's limit
-    // fit well below it.
+    // A request that reads a row past this heap limit (a store written by
+    // other means) fails with SYSDB_ERR_TOO_BIG when SQLite allocates for
+    // it, before the row is read: a damaged or hostile store cannot make a
+    // reader take more memory than this. Only requests that read the row
+    // meet it: searches use indices that hold keys alone. The limit holds
+    // for the process; a reader's page cache and one record at the codec's
+    // limit fit well below it.
     constexpr sqlite3_int64 kReadHeapLimit = 4 * sqlite3_int64(BAG_MAX_RECORD);
     const sqlite3_int64 limit = sqlite3_hard_heap_limit64(-1);
     if (limit == 0 || limit > kReadHeapLimit) sqlite3_hard_heap_limit64(kReadHeapLimit);
@@ -305,13 +305,13 @@ uint32_t _sysdb_bind(sysdb_handle_td *handle, const char *root, uint32_t mode) {
     h->root = root;
     // An item's data that does not unpack to at most the codec's record
     // limit is served empty, which no record type decodes from; a single
-    // item's is not even read. A row past the read heap limit fails the
-    // request (see open_readonly). Listings read the data as it is: a
-    // length test per row costs more than the unpacking's own check.
+    // item's is not even read (length() of a blob reads no content). A
+    // listing's row past the read heap limit fails that request alone (see
+    // open_readonly): searches go through the item_key index, which holds
+    // no data. Listings read the data as it is: a length test per row costs
+    // more than the unpacking's own check (260 instructions a MAC route).
 #define EVPN_ITEM_DATA(t) \
-    "CASE WHEN length(" t "data) > " EVPN_STR(BAG_MAX_RECORD_TEXT) " THEN x'' ELSE " t "data END"
-#define EVPN_STR2(x) #x
-#define EVPN_STR(x) EVPN_STR2(x)
+    "CASE WHEN length(" t "data) > " SYSDB_SCHEMA_RECORD_LIMIT " THEN x'' ELSE " t "data END"
     const char *sql[] = {
         "SELECT id FROM listing WHERE root = ?1 AND path = ?2",
         "SELECT " EVPN_ITEM_DATA("") " FROM item WHERE list = ?1 AND skey = ?2",
@@ -322,8 +322,6 @@ uint32_t _sysdb_bind(sysdb_handle_td *handle, const char *root, uint32_t mode) {
         "AND x.ikey < ?4 ORDER BY x.ikey LIMIT ?5",
     };
 #undef EVPN_ITEM_DATA
-#undef EVPN_STR
-#undef EVPN_STR2
     Stmt *stmts[] = {&h->list_id, &h->get_item, &h->scan_items, &h->scan_index};
     sqlite3_create_function_v2(db, "sysdb_item_skey", 2,
                                SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_DIRECTONLY, nullptr,
@@ -619,7 +617,9 @@ uint32_t run_listing(sysdb_handle_td h, const char *path, const char *resume, ui
             const void *k = sqlite3_column_blob(s, 2);
             int klen = sqlite3_column_bytes(s, 2);
             std::string_view key(static_cast<const char *>(k), static_cast<size_t>(klen));
-            after.assign(key);
+            // The next page starts after the last row of this one: only it
+            // is kept (a page cut short by the batch ends the request).
+            if (rows == page) after.assign(key);
             if (!row_matches(q, key)) continue;
             if (out.entries.size() == want ||
                 (!out.entries.empty() && out.bytes.size() > g_batch_bytes)) {

@@ -2,6 +2,7 @@
 // subprocess, and the in-process client with its output, traces and fetches captured.
 #pragma once
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include <filesystem>
 #include <fstream>
@@ -35,6 +36,41 @@ inline std::string build_db(const std::string &name,
     if (w && fill) fill(*w);
     EXPECT_TRUE(w && w->commit(err)) << err;
     return path;
+}
+
+// Runs SQL on a database file as a writer by other means would. The read
+// heap limit an earlier binding of this process set is lifted first: it
+// would refuse a large row.
+inline void sql(const std::string &db, const std::string &text) {
+    sqlite3_hard_heap_limit64(0);
+    sqlite3 *h = nullptr;
+    ASSERT_EQ(sqlite3_open(db.c_str(), &h), SQLITE_OK);
+    EXPECT_EQ(sqlite3_exec(h, text.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(h) << "\n" << text;
+    sqlite3_close(h);
+}
+
+// Zeroes the root page of a table or index, as a disk error would.
+inline void zero_root(const std::string &db, const char *table) {
+    sqlite3 *h = nullptr;
+    ASSERT_EQ(sqlite3_open_v2(db.c_str(), &h, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
+    sqlite3_stmt *s = nullptr;
+    std::string q = std::string("SELECT rootpage, (SELECT page_size FROM pragma_page_size) FROM "
+                                "sqlite_master WHERE name = '") + table + "'";
+    ASSERT_EQ(sqlite3_prepare_v2(h, q.c_str(), -1, &s, nullptr), SQLITE_OK);
+    ASSERT_EQ(sqlite3_step(s), SQLITE_ROW);
+    const long root = sqlite3_column_int64(s, 0), page = sqlite3_column_int64(s, 1);
+    sqlite3_finalize(s);
+    sqlite3_close(h);
+    std::fstream f(db, std::ios::in | std::ios::out | std::ios::binary);
+    f.seekp((root - 1) * page);
+    f << std::string(static_cast<size_t>(page), '\0');
+}
+
+// Runs evpn_sysdb with args.
+inline subprocess::Run run_sysdb(const std::vector<std::string> &args) {
+    std::vector<std::string> argv{EVPN_SYSDB_BIN};
+    argv.insert(argv.end(), args.begin(), args.end());
+    return subprocess::run(argv);
 }
 
 inline const std::string &empty_db() {

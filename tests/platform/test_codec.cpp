@@ -518,6 +518,15 @@ TEST(Codec, StringsAndPaddingAreChecked) {
     ASSERT_EQ(decode(head + be32(BAG_MAX_STRING) + big.substr(0, BAG_MAX_STRING) + be32(0)), 0u);
     EXPECT_EQ(strlen(static_cast<const Pads *>(dec.p())->str), size_t(BAG_MAX_STRING));
     bag_free_indirections(dec.p(), &kPads);
+    // The encoder holds the same line: what it makes, the decoder takes.
+    Pads rec{};
+    std::string text(BAG_MAX_STRING, 'x'), enc;
+    rec.str = text.data();
+    EXPECT_EQ(bag_encode(&rec, &kPads, enc), 0u);
+    text.push_back('x');
+    rec.str = text.data();
+    enc.clear();
+    EXPECT_EQ(bag_encode(&rec, &kPads, enc), BAG_ERR_VALUE);
     EXPECT_EQ(bag_inner_bytes_held(), 0u);
 }
 
@@ -548,6 +557,11 @@ TEST(Codec, TextThatCouldDriveATerminalIsAMalformedRecord) {
         {"tab\there", BAG_ERR_TEXT},
         {"\xc2\x9b" "2J", BAG_ERR_TEXT},                         // C1 CSI as UTF-8
         {"\xc2\x80", BAG_ERR_TEXT},                             // first C1
+        {"\xc2\x9f", BAG_ERR_TEXT},                             // last C1
+        {"\xe0\x80\x9b", BAG_ERR_TEXT},                         // overlong ESC in three bytes
+        {"\xf0\x80\x80\x9b", BAG_ERR_TEXT},                     // and in four
+        {"\xe0\x9f\xbf", BAG_ERR_TEXT},                         // U+07FF in three bytes
+        {"\xe0\xa0\x80 \xf0\x90\x80\x80", 0},                 // the least of three and four
         {"\x9b", BAG_ERR_TEXT},                                 // C1 as a raw byte
         {"\xc0\x9b", BAG_ERR_TEXT},                             // overlong form of ESC
         {"\xed\xa0\x80", BAG_ERR_TEXT},                         // surrogate
@@ -713,6 +727,13 @@ TEST(Codec, InnerAllocationsOfOneRecordAreCapped) {
     bag_free_indirections(dec.p(), h);
     std::string over = history(BAG_MAX_INNER / sizeof(evt_hist_entry_bag) + 1000);
     EXPECT_EQ(decode_into(over, dec, h), BAG_ERR_TOO_BIG);
+    EXPECT_EQ(bag_inner_bytes_held(), 0u);
+    // At the line: each entry its size and its two empty strings (a byte
+    // each), plus the empty class name; n entries fit, one more does not.
+    const uint32_t n = (BAG_MAX_INNER - 1) / (sizeof(evt_hist_entry_bag) + 2);
+    ASSERT_EQ(decode_into(history(n), dec, h), 0u);
+    bag_free_indirections(dec.p(), h);
+    EXPECT_EQ(decode_into(history(n + 1), dec, h), BAG_ERR_TOO_BIG);
     EXPECT_EQ(bag_inner_bytes_held(), 0u);
 }
 

@@ -352,6 +352,17 @@ TEST(Formatters, AttachmentNames) {
     EXPECT_STREQ(shown, "");
     EXPECT_NE(im_display_form("", shown, sizeof shown), 0);
     EXPECT_NE(im_display_form("eth1", nullptr, 8), 0);
+    // A C1 character is one '?', a byte that is not UTF-8 another; a cut
+    // never leaves half a character.
+    EXPECT_EQ(im_display_form("\xc2\x9b" "1\xff\xc3\xa9", shown, sizeof shown), 0);
+    EXPECT_STREQ(shown, "?1?\xc3\xa9");
+    bool whole = true;
+    EXPECT_EQ(display_safe_text("caf\xc3\xa9", 5, shown, 5, &whole), 3u);
+    EXPECT_STREQ(shown, "caf");
+    EXPECT_FALSE(whole);
+    EXPECT_EQ(display_safe_text("a\x1b", 2, shown, 3, &whole), 2u);
+    EXPECT_STREQ(shown, "a?");
+    EXPECT_TRUE(whole);
 }
 
 // ---- Printers ----------------------------------------------------------------

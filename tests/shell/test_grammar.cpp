@@ -168,6 +168,7 @@ TEST(ShellGrammar, BadInputIsCaughtAtTheFirstWordThatDoesNotFit) {
         {"show evpn evi vpn-id", ParseError::Incomplete, 21, "Incomplete command.", "<0-4294967295>"},
         {"show evpn evi mac 0011.2233.44g1", ParseError::BadValue, 18, "Invalid MAC address", ""},
         {"show evpn evi mac 0011.2233", ParseError::BadValue, 18, "Invalid MAC address \"0011.2233\": not of the form H.H.H", ""},
+        {"show evpn evi mac 00-11-22-33-44", ParseError::BadValue, 18, "Invalid MAC address \"00-11-22-33-44\": not of the form H.H.H", ""},
         {"show evpn label esi 0011.2233.4455.6677", ParseError::BadValue, 20, "Invalid ESI", ""},
         {"show evpn evi mac ip 10.0.0.256", ParseError::BadValue, 21, "Invalid IP address", ""},
         {"show evpn summary location 4294967295", ParseError::BadValue, 27, "Invalid node ID", ""},

@@ -48,11 +48,7 @@ std::string write_text(const std::string &name, const std::string &text) {
     return path;
 }
 
-subprocess::Run sysdb(const std::vector<std::string> &args) {
-    std::vector<std::string> argv{EVPN_SYSDB_BIN};
-    argv.insert(argv.end(), args.begin(), args.end());
-    return subprocess::run(argv);
-}
+subprocess::Run sysdb(const std::vector<std::string> &args) { return spine_test::run_sysdb(args); }
 
 subprocess::Run client(const std::vector<std::string> &args, const std::string &db,
                        const std::string &debug = "") {
@@ -97,6 +93,27 @@ TEST(HostileSnapshot, StoredControlTextIsAMalformedRecordSkippedAndTraced) {
     EXPECT_NE(r.out.find("QQQQ3"), std::string::npos) << r.out;
     EXPECT_NE(r.err.find(std::string("bag decode ") + cerr_strerror(BAG_ERR_TEXT)), std::string::npos)
         << r.err;
+}
+
+// Traces carry item names and command-line values: what could steer a
+// terminal there shows as '?', as in the reports.
+TEST(HostileSnapshot, TracesShowControlCharactersAndBytesThatAreNotUtf8AsQuestionMarks) {
+    const std::string db = spine_test::build_db("hostile-names.db", [](evpn::SysdbWriter &w) {
+        std::string err;
+        l2vpn_evpn_tep_bag tep{};
+        tep.tep_id = 1;
+        ASSERT_TRUE(w.add(kRoot, "tep", &tep, err)) << err;
+        l2vpn_evpn_tep_notification_entry_bag n{};
+        std::string enc;
+        ASSERT_EQ(bag_encode(&n, &bag_desc_l2vpn_evpn_tep_notification_entry_bag, enc), 0u);
+        ASSERT_TRUE(w.add_raw(kRoot, "tep/1/notification", "a\x1b]0;owned\x07\xc2\x9b" "b", enc, err)) << err;
+    });
+    auto r = client({"-b", "x\x1b[2J\xff\xc3", "-d", "-M", "1", "10"}, db, "480001");
+    EXPECT_EQ(r.status, 0);
+    EXPECT_NE(r.err.find("Now displaying a?]0;owned??b\n"), std::string::npos) << r.err;
+    for (char c : r.err) EXPECT_TRUE(c == '\n' || (c >= 0x20 && c < 0x7f)) << r.err;
+    auto b = client({"-b", "x\x1b[2J\xff\xc3", "0"}, db, "80001");
+    EXPECT_NE(b.err.find("-bd/x?[2J??\n"), std::string::npos) << b.err;
 }
 
 TEST(HostileSnapshot, AHugeListIsRefusedInBoundedMemoryLeavingNothing) {
@@ -197,29 +214,8 @@ std::string evi_db(const std::string &name, uint32_t n) {
     });
 }
 
-void sql(const std::string &db, const std::string &text) {
-    sqlite3 *h = nullptr;
-    ASSERT_EQ(sqlite3_open(db.c_str(), &h), SQLITE_OK);
-    EXPECT_EQ(sqlite3_exec(h, text.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(h);
-    sqlite3_close(h);
-}
-
-// Zeroes the root page of a table, as a disk error would.
-void zero_root(const std::string &db, const char *table) {
-    sqlite3 *h = nullptr;
-    ASSERT_EQ(sqlite3_open_v2(db.c_str(), &h, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
-    sqlite3_stmt *s = nullptr;
-    std::string q = std::string("SELECT rootpage, (SELECT page_size FROM pragma_page_size) FROM "
-                                "sqlite_master WHERE name = '") + table + "'";
-    ASSERT_EQ(sqlite3_prepare_v2(h, q.c_str(), -1, &s, nullptr), SQLITE_OK);
-    ASSERT_EQ(sqlite3_step(s), SQLITE_ROW);
-    const long root = sqlite3_column_int64(s, 0), page = sqlite3_column_int64(s, 1);
-    sqlite3_finalize(s);
-    sqlite3_close(h);
-    std::fstream f(db, std::ios::in | std::ios::out | std::ios::binary);
-    f.seekp((root - 1) * page);
-    f << std::string(static_cast<size_t>(page), '\0');
-}
+using spine_test::sql;
+using spine_test::zero_root;
 
 TEST(CorruptStore, DamageComesBackAsAnErrorAndDumpsFail) {
     struct Case {
@@ -317,14 +313,11 @@ TEST(CorruptStore, ForeignOrIncompleteStoresAreRefusedAtBind) {
     }
 }
 
-// A row past the read heap limit is refused before it is read: the store's
-// memory stays under the limit, the request fails by name, and the walk
-// and the dump report it.
+// A row past the read heap limit is never read: the single get serves it
+// empty as any item over the record limit, the walk that reaches it fails
+// by name, the dump names it; the store's memory stays under the limit.
 TEST(CorruptStore, ARowPastTheReadLimitIsRefusedUnread) {
     const std::string db = evi_db("huge-row.db", 3);
-    // The limit holds for the process, and an earlier read binding in this
-    // one set it: lifted for this write, the next binding sets it again.
-    sqlite3_hard_heap_limit64(0);
     sql(db, "UPDATE item SET data = zeroblob(80 * 1024 * 1024) WHERE name = '0x2,0x8'");
     const std::string too_big = cerr_strerror(SYSDB_ERR_TOO_BIG);
     {
@@ -333,7 +326,8 @@ TEST(CorruptStore, ARowPastTheReadLimitIsRefusedUnread) {
         sqlite3_memory_highwater(1);
         void *data = nullptr;
         uint32_t len = 0, type = 0;
-        EXPECT_EQ(sysdb_item_get(b.h, "evpn_evi/0x2,0x8", &type, &data, &len, 0), SYSDB_ERR_TOO_BIG);
+        EXPECT_EQ(sysdb_item_get(b.h, "evpn_evi/0x2,0x8", &type, &data, &len, 0), 0u);
+        EXPECT_EQ(len, 0u);
         free(data);
         EXPECT_LT(sqlite3_memory_highwater(0), 4 * sqlite3_int64(BAG_MAX_RECORD));
     }
@@ -356,6 +350,11 @@ TEST(CorruptStore, AResumeNameTheWalkCannotCopyEndsTheWalk) {
     for (char ch : r.out) lines += ch == '\n';
     EXPECT_LT(lines, 220u) << "a batch served twice";
     EXPECT_NE(r.err.find("copying context name"), std::string::npos);
+    // Without a debug mask, the bounded-string library's own report is the
+    // one sign that the listing was cut.
+    auto quiet = client({"5"}, db);
+    EXPECT_EQ(quiet.out, r.out);
+    EXPECT_EQ(quiet.err, "safe string error: strcpy_s: source does not fit\n");
     // The store itself: a resume after the same name twice.
     Bound b(db);
     ASSERT_EQ(b.rc, 0u);
@@ -390,6 +389,10 @@ TEST(WriteErrors, EveryOutputIsCheckedToItsEnd) {
         {bin + " dump evpn_evi --db " + db + " > /dev/full", "No space left on device"},
         {bin + " gen --routes 2000 --db " + scratch("gen-full.db") + " --json /dev/full",
          "/dev/full: No space left on device"},
+        {"EVPN_SYSDB=" + db + " " EVPN_CLIENT_BIN " 5 > /dev/full",
+         "evpn_show_client: writing standard output: No space left on device"},
+        {"EVPN_SYSDB=" + db + " " EVPN_CLIENT_BIN " 5 >&-", "evpn_show_client: writing standard output: Bad file descriptor"},
+        {bin + " dump --db " + db + " 5 > /dev/full", "No space left on device"},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.command);
@@ -398,6 +401,11 @@ TEST(WriteErrors, EveryOutputIsCheckedToItsEnd) {
         EXPECT_NE(r.err.find(c.says), std::string::npos) << r.err;
     }
     EXPECT_FALSE(fs::exists(scratch("gen-full.db"))) << "a failed gen leaves no database";
+    // A reader that goes away only stopped reading.
+    auto gone = subprocess::run({"/bin/bash", "-c", "trap '' PIPE; EVPN_SYSDB=" + db + " " EVPN_CLIENT_BIN
+                                                    " 5 | head -c 0; echo ${PIPESTATUS[0]}"});
+    EXPECT_EQ(gone.out, "0\n");
+    EXPECT_EQ(gone.err, "");
     EXPECT_TRUE(fs::is_character_file("/dev/full")) << "a failed gen removes only a file of its own";
 }
 
@@ -441,6 +449,54 @@ TEST(WriteErrors, SnapshotInputsAndTargetsSayWhy) {
     fs::create_symlink("real/new.db", scratch("dangling.db"));
     ASSERT_EQ(sysdb({"load", good, "--db", scratch("dangling.db")}).status, 0);
     EXPECT_TRUE(fs::is_regular_file(scratch("real/new.db")));
+}
+
+// A store we may not read is named as such, with its path, by the loader and
+// both dumps: it could be anything, not "no database of ours".
+TEST(WriteErrors, AStoreWeMayNotReadIsCalledThat) {
+    const std::string dir = "/tmp/evpn-unreadable." + std::to_string(getpid());
+    fs::create_directories(dir);
+    fs::permissions(dir, fs::perms::owner_all | fs::perms::group_exec | fs::perms::others_exec);
+    const std::string db = dir + "/sysdb.db";
+    fs::copy_file(evi_db("readable.db", 2), db);
+    ASSERT_EQ(chmod(db.c_str(), 0), 0);
+    const std::string json = dir + "/one.json";
+    std::ofstream(json) << roots("evpn_evi", R"([{"vpn_id": 1, "encap": 8}])");
+    chmod(json.c_str(), 0644);
+    // Root reads any file: the commands then run as nobody.
+    const std::string as = geteuid() == 0 ? "setpriv --reuid=65534 --regid=65534 --clear-groups " : "";
+    const std::string bin = EVPN_SYSDB_BIN;
+    for (const std::string &command : {bin + " load " + json + " --db " + db, bin + " dump --db " + db,
+                                       bin + " dump evpn_evi --db " + db}) {
+        SCOPED_TRACE(command);
+        auto r = shell(as + command);
+        EXPECT_EQ(r.status, 1);
+        EXPECT_NE(r.err.find("cannot read " + db + ": Permission denied"), std::string::npos) << r.err;
+        EXPECT_EQ(r.err.find("not an EVPN"), std::string::npos) << r.err;
+    }
+    fs::remove_all(dir);
+}
+
+// The JSON view cannot show a path the client cuts: the cut path names
+// another item. The client itself keeps the cut.
+TEST(CommandLine, TheJsonViewRefusesFilterValuesThatMakeAPathPast255Characters) {
+    const std::string db = evi_db("long-filter.db", 2);
+    const std::string vfi(234, 'v');
+    auto r = sysdb({"dump", "--db", db, "-7", vfi + "-suffix-past-the-buffer", "3"});
+    EXPECT_EQ(r.status, 2);
+    EXPECT_EQ(r.out, "");
+    EXPECT_NE(r.err.find("dump: the filter values make a path of " + std::to_string(21 + 234 + 23) + " characters"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("at most 255 fit"), std::string::npos) << r.err;
+    // An interface name past its 64-byte buffer would list every segment.
+    auto ifname = sysdb({"dump", "--db", db, "-i", std::string(64, 'e'), "3"});
+    EXPECT_EQ(ifname.status, 2);
+    EXPECT_NE(ifname.err.find("make an interface name of 64 characters"), std::string::npos) << ifname.err;
+    EXPECT_NE(ifname.err.find("at most 63 fit"), std::string::npos) << ifname.err;
+    EXPECT_EQ(sysdb({"dump", "--db", db, "-i", std::string(63, 'e'), "3"}).status, 0);
+    auto fits = sysdb({"dump", "--db", db, "-b", std::string(200, 'b'), "5"});
+    EXPECT_EQ(fits.status, 0) << fits.err;
+    auto c = client({"-7", vfi + "-suffix-past-the-buffer", "3"}, db);
+    EXPECT_EQ(c.status, 0);
 }
 
 // ---- Boundaries the rest of the suite leaves open ---------------------------------

@@ -253,6 +253,13 @@ TEST_F(Loader, RefusalsNameTheRecordAndFieldAndChangeNothing) {
                                {"vpn_id": 3, "encap": 8}, {"vpn_id": 2, "encap": 8}])"),
          {"evpn_evi[3]", "duplicate", "0x2,0x8"}},
         {roots("evpn_evi", R"([{"vpn_id": 1, "bd_name": "a,b"}])"), {"evpn_evi[0]", "bd_name"}},
+        {roots("evpn_evi", R"([{"vpn_id": 1, "bd_name": "a/b"}])"), {"evpn_evi[0]", "bd_name", "'/'"}},
+        // A key text that is the item's whole name may not be empty.
+        {roots("tep", R"([{"tep_id": 1}], "tep/1/notification": [{"name": "bgp"}, {"name": ""}])"),
+         {"tep/1/notification[1]", "name", "empty"}},
+        // Item names a walk can resume after: 255 bytes at most.
+        {roots("igmp", R"([{"evi": 1, "esi_text": ")" + std::string(250, 'e') + R"("}])"),
+         {"igmp[0]: esi_text: makes an item name of", "(this field 250)", "at most 255"}},
         // Other sections.
         {R"({"capabilities": {"srv7": true}})", {"capabilities.srv7"}},
         {R"({"capabilities": {"srv6": 2}})", {"capabilities.srv6"}},

@@ -3,6 +3,7 @@
 
 #include <sqlite3.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 
@@ -277,7 +278,8 @@ bool load_snapshot(std::istream &in, const std::string &db_path, LoadStats &stat
 }
 
 bool dump_snapshot(const std::string &db_path, std::ostream &out, std::string &err,
-                   Progress *progress) {
+                   Progress *progress, const DumpOptions &options, uint64_t *undecodable) {
+    if (undecodable) *undecodable = 0;
     sqlite3 *db = nullptr;
     struct stat st;
     if (stat(db_path.c_str(), &st) != 0) {
@@ -286,6 +288,10 @@ bool dump_snapshot(const std::string &db_path, std::ostream &out, std::string &e
     }
     if (!S_ISREG(st.st_mode)) {
         err = db_path + ": not a regular file";
+        return false;
+    }
+    if (access(db_path.c_str(), R_OK) != 0) {
+        err = "cannot read " + db_path + ": " + strerror(errno);
         return false;
     }
     if (uint32_t rc = sysdb_schema::open_ours(db_path.c_str(), &db)) {
@@ -409,7 +415,11 @@ bool dump_snapshot(const std::string &db_path, std::ostream &out, std::string &e
         if (row()) progress->set_total(static_cast<uint64_t>(sqlite3_column_int64(s, 0)));
         else if (!done()) return false;
     }
-    if (!prep("SELECT name, data FROM item WHERE list = ?1 ORDER BY skey")) return false;
+    // A row too large to read is taken for its length alone: it is named
+    // like any item that does not decode, and the dump goes on.
+    if (!prep("SELECT name, CASE WHEN length(data) > " SYSDB_SCHEMA_RECORD_LIMIT
+              " THEN NULL ELSE data END FROM item WHERE list = ?1 ORDER BY skey"))
+        return false;
     std::string root;
     std::vector<uint64_t> buf;
     std::string record;
@@ -432,28 +442,39 @@ bool dump_snapshot(const std::string &db_path, std::ostream &out, std::string &e
         sqlite3_reset(s);
         sqlite3_bind_int64(s, 1, l.id);
         buf.assign(def->desc->size / 8 + 1, 0);
-        for (bool first = true; row(); first = false) {
-            record.clear();
-            if (!sysdb_schema::unpack_record(sqlite3_column_blob(s, 1),
-                                             static_cast<size_t>(sqlite3_column_bytes(s, 1)),
-                                             BAG_MAX_RECORD, record))
-                record.clear();  // does not decode either
-            const void *data = record.data();
-            const size_t len = record.size();
-            comma(first, "\n        ");
+        bool first = true;
+        while (row()) {
             if (progress) {
                 items++;
                 progress->update(items, items);
             }
-            if (bag_decode(data, static_cast<uint32_t>(len), buf.data(),
-                           static_cast<uint32_t>(buf.size() * 8), def->desc) != 0) {
+            record.clear();
+            const char *why = nullptr;
+            if (sqlite3_column_type(s, 1) == SQLITE_NULL) {
+                why = "too large to read";
+            } else if (!sysdb_schema::unpack_record(sqlite3_column_blob(s, 1),
+                                                    static_cast<size_t>(sqlite3_column_bytes(s, 1)),
+                                                    BAG_MAX_RECORD, record)) {
+                why = "stored data damaged";
+            } else if (uint32_t rc = bag_decode(record.data(), static_cast<uint32_t>(record.size()),
+                                                buf.data(), static_cast<uint32_t>(buf.size() * 8),
+                                                def->desc)) {
+                why = cerr_strerror(rc);
+            }
+            if (why) {
+                if (undecodable) ++*undecodable;
+                if (options.undecodable) options.undecodable(l.root, l.path, text(0), why);
+                if (options.skip_undecodable) continue;
+                comma(first, "\n        ");
                 t.raw("{\"__undecodable_item\": ");
                 t.string(text(0));
                 t.raw('}');
             } else {
+                comma(first, "\n        ");
                 record_json(t, buf.data(), def->desc);
                 bag_free_indirections(buf.data(), def->desc);
             }
+            first = false;
             if (!flush(kFlushAt)) return false;
         }
         if (!done()) return false;

@@ -1,8 +1,10 @@
 // Snapshots: the JSON form of an operational database (docs/snapshot-format.md).
 #pragma once
 #include <cstdint>
+#include <functional>
 #include <iosfwd>
 #include <string>
+#include <string_view>
 
 namespace evpn {
 
@@ -21,9 +23,24 @@ struct LoadStats {
 bool load_snapshot(std::istream &in, const std::string &db_path, LoadStats &stats,
                    std::string &err, Progress *progress = nullptr);
 
+// What a dump does with an item that does not decode (damaged by other
+// means: random bytes, flipped bits, a row too large).
+struct DumpOptions {
+    // Leave it out, so that the snapshot loads; else it is written as
+    // {"__undecodable_item": NAME}, which the loader refuses.
+    bool skip_undecodable = false;
+    // Told of each such item: its root, listing, name and why.
+    std::function<void(std::string_view root, std::string_view listing, std::string_view name,
+                       const char *why)>
+        undecodable;
+};
+
 // Writes the whole database at db_path as a snapshot that loads back to the
-// same database. progress (when not null) counts the records.
+// same database. progress (when not null) counts the records. Items that do
+// not decode are handled as options says and counted in *undecodable; the
+// dump goes on past them and still succeeds.
 bool dump_snapshot(const std::string &db_path, std::ostream &out, std::string &err,
-                   Progress *progress = nullptr);
+                   Progress *progress = nullptr, const DumpOptions &options = {},
+                   uint64_t *undecodable = nullptr);
 
 }  // namespace evpn

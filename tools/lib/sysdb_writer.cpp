@@ -23,6 +23,7 @@
 
 #include "platform/bag.h"
 #include "platform/cerr.h"
+#include "platform/sysdb.h"
 #include "platform/sysdb_keys.h"
 #include "platform/sysdb_registry.h"
 #include "platform/sysdb_schema.h"
@@ -52,6 +53,12 @@ bool target_replaceable(const std::string &target, std::string &err) {
     // A FIFO would block the open below until a writer came.
     if (!S_ISREG(st.st_mode)) {
         err = target + " exists and is not a regular file; not overwriting it";
+        return false;
+    }
+    // A file we may not read could be anything: say so, not that it is no
+    // database of ours.
+    if (access(target.c_str(), R_OK) != 0) {
+        err = "cannot read " + target + ": " + strerror(errno) + "; not overwriting it";
         return false;
     }
     sqlite3 *db = nullptr;
@@ -348,6 +355,30 @@ struct SysdbWriter::Impl {
         return id;
     }
 
+    // Item name and sort key of the record whose key fields are in sort and
+    // text (as sysdb_keys::item_name / item_skey make them), built in buffers
+    // kept across records. Every writer path names its items here, so none
+    // stores a name a walk could not resume after.
+    bool item_key(const ListingDef &l, std::string &err) {
+        skey.clear();
+        name.clear();
+        for (size_t i = 0; i < l.item_key.size(); i++) {
+            if (i) name.push_back(',');
+            name += text[l.item_key[i]];
+            skey += sort[l.item_key[i]];
+        }
+        if (name.size() <= SYSDB_MAX_ITEM_NAME) return true;
+        // The longest key text is the one to shorten.
+        uint8_t longest = l.item_key[0];
+        for (uint8_t pos : l.item_key)
+            if (text[pos].size() > text[longest].size()) longest = pos;
+        err = std::string(l.keys[longest].field) + ": makes an item name of " +
+              std::to_string(name.size()) + " bytes (this field " +
+              std::to_string(text[longest].size()) + "); item names hold at most " +
+              std::to_string(SYSDB_MAX_ITEM_NAME);
+        return false;
+    }
+
     bool insert_item(int64_t list, const std::string &skey, const std::string &name,
                      std::string_view data, const std::string &base, std::string &err) {
         packed.clear();
@@ -457,16 +488,8 @@ bool SysdbWriter::add(const std::string &root, std::string_view base, const void
             err = std::string("key field ") + l->keys[pos].field + " is empty";
             return false;
         }
-    // Item name and sort key (as sysdb_keys::item_name / item_skey make them),
-    // built in buffers kept across records.
-    std::string &skey = m.skey, &name = m.name;
-    skey.clear();
-    name.clear();
-    for (size_t i = 0; i < l->item_key.size(); i++) {
-        if (i) name.push_back(',');
-        name += m.text[l->item_key[i]];
-        skey += m.sort[l->item_key[i]];
-    }
+    if (!m.item_key(*l, err)) return false;
+    const std::string &skey = m.skey, &name = m.name;
     if (m.worker_failed) return m.drain(err);
     const bool in_order = !t->any || skey > t->last_skey;
     if (in_order) {
@@ -546,6 +569,11 @@ bool SysdbWriter::add_raw(const std::string &root, std::string_view base, const 
         return false;
     }
     std::string skey;
+    if (name.size() > SYSDB_MAX_ITEM_NAME) {
+        err = "item name of " + std::to_string(name.size()) + " bytes; item names hold at most " +
+              std::to_string(SYSDB_MAX_ITEM_NAME);
+        return false;
+    }
     if (!l->singleton && !sysdb_keys::skey_from_name(*l, name, skey)) {
         err = "item name " + name + " does not fit the keys of " + l->base;
         return false;

@@ -283,19 +283,33 @@ void evpn_show_item_into(const RecordTypeDef &type, const char *path) {
     evpn_show_get_display(path, decoded, type.desc(), type.printer);
 }
 
+namespace {
+// A filter text cut at its buffer names another item (or none, or all);
+// whoever listens is told.
+void note_cut(const char *what, const char *text, size_t length, size_t room) {
+    if (g_listener && g_listener->value_cut) g_listener->value_cut(what, text, length, room);
+}
+void note_path_length(const char *path, int length) {
+    if (length >= static_cast<int>(EVPN_PATH_SIZE))
+        note_cut("a path", path, static_cast<size_t>(length), EVPN_PATH_SIZE - 1);
+}
+}  // namespace
+
 void compose_path(char *path, const char *format, ...) {
     va_list ap;
     va_start(ap, format);
-    vsnprintf(path, EVPN_PATH_SIZE, format, ap);
+    const int length = vsnprintf(path, EVPN_PATH_SIZE, format, ap);
     va_end(ap);
+    note_path_length(path, length);
 }
 
 void filter_path(const ShowCommandDef &cmd, char *path, const char *trace, const char *format,
                  ...) {
     va_list ap;
     va_start(ap, format);
-    vsnprintf(path, EVPN_PATH_SIZE, format, ap);
+    const int length = vsnprintf(path, EVPN_PATH_SIZE, format, ap);
     va_end(ap);
+    note_path_length(path, length);
     EVPN_TRACE(EVPN_DBG_PATH, cmd.name, trace, path);
 }
 
@@ -394,7 +408,8 @@ bool parse_option(int option, const char *arg) {
         break;
     case 'i':
         f.ifname_set = 1;
-        imc_internal_namestring(arg, f.ifname, sizeof f.ifname, 0);
+        if (imc_internal_namestring(arg, f.ifname, sizeof f.ifname, 0) == ENOSPC)
+            note_cut("an interface name", arg, strlen(arg), sizeof f.ifname - 1);
         break;
     case 'j': f.i_sid_set = 1; scan_hex(arg, &f.i_sid, ": sscanf(i_sid) error. \n"); break;
     case 'n': f.no_stats = 1; break;

@@ -162,6 +162,10 @@ void evpn_show_walk(const RecordTypeDef &type, const char *path);
 struct RecordListener {
     void (*before)(void);
     void (*after)(const BagDesc *desc, const char *path, const char *item_name, const void *record);
+    // A text made from the filters that did not fit its buffer (what: "a
+    // path", "an interface name"): length is what it would have taken, room
+    // what the buffer holds. The command goes on with what the buffer holds.
+    void (*value_cut)(const char *what, const char *text, size_t length, size_t room) = nullptr;
 };
 void evpn_show_set_listener(const RecordListener *listener);  // null: nobody listens
 void evpn_show_item_into(const RecordTypeDef &type, const char *path);

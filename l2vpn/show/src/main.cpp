@@ -3,9 +3,11 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include "evpn_show_print.h"
 
@@ -41,5 +43,17 @@ int main(int argc, char **argv) {
     // mapped above (lives until exit; without it the C library's own buffer).
     constexpr size_t kStdoutBuffer = 64 * 1024;
     setvbuf(stdout, static_cast<char *>(malloc(kStdoutBuffer)), _IOFBF, kStdoutBuffer);
-    return evpn_show_main(argc, argv);
+    const int status = evpn_show_main(argc, argv);
+    // A report that did not reach its reader is a failed run, whatever the
+    // command's status; a reader that went away (EPIPE) only stopped reading.
+    // A failed write drops its buffer and the next flush writes again, so the
+    // last flush's errno is the error's own.
+    errno = 0;
+    if (fflush(stdout) != 0 || ferror(stdout)) {
+        const int error = errno ? errno : EIO;
+        if (error == EPIPE) return status;
+        fprintf(stderr, "evpn_show_client: writing standard output: %s\n", strerror(error));
+        return 1;
+    }
+    return status;
 }

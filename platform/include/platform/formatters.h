@@ -136,8 +136,13 @@ int is_name_etree_es(const char *name);  // "ETREE:<name>": the E-Tree segment
 void convert_pw_or_vfi_ves_namestring(const char *name, char *buf);
 // Interface name to the internal form used in database keys ("/" -> "_"); 0 on success.
 int imc_internal_namestring(const char *name, char *buf, size_t size, uint32_t flags);
+// Text from the database or the command line made safe for a terminal, into
+// buf (NUL-terminated, cut at size - 1 on a character boundary): each control
+// character (C0, DEL, C1) and each byte that is not UTF-8 shows as '?'.
+// Returns the bytes written; *whole (when given) says whether all of s fit.
+size_t display_safe_text(const char *s, size_t len, char *buf, size_t size, bool *whole = nullptr);
 // Display form of an internal interface name ("_" -> "/", the reverse of
-// imc_internal_namestring; a control character shows as '?') into buf,
+// imc_internal_namestring; shown as display_safe_text shows it) into buf,
 // cut at size - 1. 0 on success; non-zero for a null or empty name (buf
 // emptied) or a cut text. im_display_namestring (caps.h) gives it for the
 // interfaces the platform knows.

@@ -11,6 +11,9 @@ enum : uint32_t {
     SYSDB_BIND_READ = 4,          // mode: read-only
     SYSDB_DATALIST_RESUME = 0x20, // flags: the resume name is set
     SYSDB_TYPE_BAG = 7,           // type word of an encoded record
+    // Longest item name a store of ours holds: a walk resumes after the last
+    // name of a batch, which it keeps in a 256-byte buffer.
+    SYSDB_MAX_ITEM_NAME = 255,
 };
 
 // The database file that the client reads: $EVPN_SYSDB; else, for a program

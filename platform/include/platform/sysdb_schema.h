@@ -9,8 +9,12 @@
 
 namespace sysdb_schema {
 
+// The codec's record limit (BAG_MAX_RECORD) as SQL text, for the length
+// tests of the store's statements; sysdb.cpp holds the two equal.
+#define SYSDB_SCHEMA_RECORD_LIMIT "16777216"
+
 constexpr int32_t kApplicationId = 0x45565044;  // "EVPD"
-constexpr int32_t kVersion = 2;                 // PRAGMA user_version
+constexpr int32_t kVersion = 3;                 // PRAGMA user_version
 
 constexpr const char *kCreate = R"sql(
 CREATE TABLE meta (
@@ -26,15 +30,18 @@ CREATE TABLE listing (
   record_type TEXT NOT NULL,
   UNIQUE (root, path)
 );
--- Items in natural key order: skey is the item's sort key, data the encoded
--- record packed (pack_record).
+-- Items: skey is the item's sort key, data the encoded record packed
+-- (pack_record). Searches go through item_key, which holds only the keys:
+-- a row of the item table is read only by a request for that item, so one
+-- oversized row cannot fail a search that passes it (a search in a table
+-- keyed by the row itself reads each row it compares whole).
 CREATE TABLE item (
   list INTEGER NOT NULL,
   skey BLOB NOT NULL,
   name TEXT NOT NULL,
-  data BLOB NOT NULL,
-  PRIMARY KEY (list, skey)
-) WITHOUT ROWID;
+  data BLOB NOT NULL
+);
+CREATE UNIQUE INDEX item_key ON item (list, skey);
 -- Index rows: ikey is the ordering's key fields, then the item-key fields
 -- the ordering lacks (sysdb_keys::row_layout); the item's sort key is
 -- rebuilt from it.

@@ -1,0 +1,168 @@
+// Stores damaged by other means: a dump is a backup, so it names each item
+// it cannot decode, writes the rest and fails at the end; with
+// --skip-undecodable it leaves them out and loads back to the same
+// database. A row too large to read fails only the requests that read it.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "client/test_util.h"
+#include "platform/bag_types.h"
+#include "platform/sysdb.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using spine_test::scratch;
+
+const std::string kRoot = "/oper/evpn/gl/";
+
+using spine_test::sql;
+subprocess::Run sysdb(const std::vector<std::string> &args) { return spine_test::run_sysdb(args); }
+
+std::string write_file(const std::string &name, const std::string &text) {
+    const std::string path = scratch(name);
+    std::ofstream(path, std::ios::binary) << text;
+    return path;
+}
+
+// EVIs 1 to 5 named "QQQQ<id>"; EVI 3 stored as damage makes its encoding,
+// or left out when damage is null.
+std::string evis(const std::string &name, const std::function<std::string(std::string)> &damage) {
+    return spine_test::build_db(name, [&](evpn::SysdbWriter &w) {
+        std::string err;
+        for (uint32_t id = 1; id <= 5; id++) {
+            std::string bd = "QQQQ" + std::to_string(id);
+            l2vpn_evpn_evi_summary_bag evi{id, 8, bd.data(), 0};
+            std::string enc;
+            ASSERT_EQ(bag_encode(&evi, &bag_desc_l2vpn_evpn_evi_summary_bag, enc), 0u);
+            if (id == 3 && !damage) continue;
+            if (id == 3) enc = damage(enc);
+            ASSERT_TRUE(w.add_raw(kRoot, "evpn_evi", "0x" + std::to_string(id) + ",0x8", enc, err)) << err;
+        }
+    });
+}
+
+const char kItem3[] = "list = (SELECT id FROM listing WHERE path = 'evpn_evi') AND name = '0x3,0x8'";
+
+struct Damage {
+    const char *what;
+    std::function<std::string(std::string)> encoding;  // of EVI 3
+    std::string sql;                                   // then run on the store
+    std::string reason;                                // the dump's words for it
+};
+
+const std::vector<Damage> &damages() {
+    static const std::vector<Damage> all = {
+        {"random bytes", [](std::string) { return std::string("\x9e\x11\x04\xff\x37\x80\x00\x5a\xc3\x21\x7f\x08", 12); },
+         "", cerr_strerror(BAG_ERR_VALUE)},
+        {"a flipped bit", [](std::string e) {  // 'Q' (0x51) less bit 6 is a control character
+             e[e.find("QQQQ3")] ^= 0x40;
+             return e; }, "", cerr_strerror(BAG_ERR_TEXT)},
+        {"cut short", [](std::string e) { return e.substr(0, e.size() - 6); }, "",
+         cerr_strerror(BAG_ERR_TRUNCATED)},
+        {"stored data that does not unpack", [](std::string e) { return e; },
+         std::string("UPDATE item SET data = x'ff0102' WHERE ") + kItem3, "stored data damaged"},
+        {"a row too large to read", [](std::string e) { return e; },
+         std::string("UPDATE item SET data = zeroblob(65 * 1024 * 1024) WHERE ") + kItem3,
+         "too large to read"},
+    };
+    return all;
+}
+
+TEST(DamagedStore, TheDumpNamesAnItemItCannotDecodeWritesTheRestAndFails) {
+    for (const Damage &d : damages()) {
+        SCOPED_TRACE(d.what);
+        const std::string db = evis("named-" + std::to_string(&d - damages().data()) + ".db", d.encoding);
+        if (!d.sql.empty()) sql(db, d.sql);
+        auto r = sysdb({"dump", "--db", db});
+        EXPECT_EQ(r.status, 1);
+        EXPECT_NE(r.err.find("evpn_sysdb: /oper/evpn/gl/ evpn_evi: item 0x3,0x8 does not decode: " + d.reason),
+                  std::string::npos) << r.err;
+        EXPECT_NE(r.out.find("\"QQQQ5\""), std::string::npos) << "the items after it are written";
+        // The marker keeps the snapshot from loading as if it were whole.
+        EXPECT_NE(r.out.find("{\"__undecodable_item\": \"0x3,0x8\"}"), std::string::npos);
+        EXPECT_EQ(sysdb({"load", write_file("marked.json", r.out), "--db", scratch("marked.db")}).status, 1);
+
+        // One listing: the same, item by item.
+        auto p = sysdb({"dump", "evpn_evi", "--db", db});
+        EXPECT_EQ(p.status, 1);
+        if (d.reason == "too large to read") {  // the batch that reads it fails whole
+            EXPECT_NE(p.err.find(cerr_strerror(SYSDB_ERR_TOO_BIG)), std::string::npos) << p.err;
+            continue;
+        }
+        EXPECT_NE(p.err.find("evpn_evi: item 0x3,0x8 does not decode"), std::string::npos) << p.err;
+        EXPECT_NE(p.out.find("QQQQ5"), std::string::npos);
+        auto skipped = sysdb({"dump", "evpn_evi", "--skip-undecodable", "--db", db});
+        EXPECT_EQ(skipped.status, 0) << skipped.err;
+        EXPECT_EQ(skipped.out.find("0x3,0x8"), std::string::npos);
+    }
+}
+
+TEST(DamagedStore, ADumpThatLeavesOutWhatItCannotDecodeLoadsBackToTheSameDatabase) {
+    const std::string whole = sysdb({"dump", "--db", evis("without-3.db", nullptr)}).out;
+    ASSERT_NE(whole.find("QQQQ4"), std::string::npos);
+    for (const Damage &d : damages()) {
+        SCOPED_TRACE(d.what);
+        const std::string db = evis("skipped-" + std::to_string(&d - damages().data()) + ".db", d.encoding);
+        if (!d.sql.empty()) sql(db, d.sql);
+        auto r = sysdb({"dump", "--skip-undecodable", "--db", db});
+        EXPECT_EQ(r.status, 0) << r.err;
+        EXPECT_NE(r.err.find("left out 1 item that does not decode"), std::string::npos) << r.err;
+        EXPECT_EQ(r.out, whole);
+        const std::string again = scratch("reloaded.db");
+        auto l = sysdb({"load", write_file("skipped.json", r.out), "--db", again});
+        ASSERT_EQ(l.status, 0) << l.err;
+        EXPECT_EQ(sysdb({"dump", "--db", again}).out, r.out);
+    }
+}
+
+// The last tunnel endpoint's row set past the read limit: the other
+// endpoints and their registration listings read as before, without taking
+// more memory than their own rows; only requests that read the row fail.
+TEST(DamagedStore, ARowPastTheReadLimitFailsOnlyTheRequestsThatReadIt) {
+    const std::string db = scratch("tep-huge.db");
+    auto l = sysdb({"load", std::string(EVPN_SOURCE_DIR) + "/tests/golden/tep.json", "--db", db});
+    ASSERT_EQ(l.status, 0) << l.err;
+    const std::vector<std::vector<std::string>> untouched = {{"-M", "1", "-d", "10"}, {"-M", "1f", "-p", "10"}};
+    std::vector<std::string> before;
+    for (const auto &args : untouched) before.push_back(spine_test::run_client(args, {"EVPN_SYSDB=" + db}).out);
+    ASSERT_NE(before[0].find("Notification"), std::string::npos) << before[0];
+    const std::string tep = "list = (SELECT id FROM listing WHERE root = '/oper/evpn/gl/' AND path = 'tep')";
+    sql(db, "UPDATE item SET data = zeroblob(65 * 1024 * 1024) WHERE " + tep +
+                " AND skey = (SELECT max(skey) FROM item WHERE " + tep + ")");
+
+    for (size_t i = 0; i < untouched.size(); i++) {
+        auto r = spine_test::run_client(untouched[i], {"EVPN_SYSDB=" + db, "EVPN_DEBUG=400001"});
+        EXPECT_EQ(r.status, 0);
+        EXPECT_EQ(r.out, before[i]);
+        EXPECT_EQ(r.err.find(cerr_strerror(SYSDB_ERR_TOO_BIG)), std::string::npos) << r.err;
+    }
+    {
+        setenv("EVPN_SYSDB", db.c_str(), 1);
+        sysdb_handle_td h = nullptr;
+        ASSERT_EQ(_sysdb_bind(&h, "/oper/evpn/gl/", SYSDB_BIND_READ), 0u);
+        sqlite3_memory_highwater(1);
+        uint32_t count = 200, type = 0, len = 0;
+        sysdb_datalist_h_td dl = nullptr;
+        EXPECT_EQ(sysdb_datalist(h, "tep/1/notification", "", &count, &dl, 0), 0u);
+        EXPECT_EQ(count, 3u);
+        if (dl) sysdb_datalist_free(dl);
+        void *data = nullptr;
+        EXPECT_EQ(sysdb_item_get(h, "tep/1/info", &type, &data, &len, 0), 0u);
+        free(data);
+        EXPECT_LT(sqlite3_memory_highwater(0), 8 << 20) << "a search read more than keys";
+        // The walk of all endpoints reads it, and that request fails.
+        count = 200;
+        EXPECT_EQ(sysdb_datalist(h, "tep", "", &count, &dl, 0), SYSDB_ERR_TOO_BIG);
+        _sysdb_unbind(h);
+        unsetenv("EVPN_SYSDB");
+    }
+}
+
+}  // namespace
