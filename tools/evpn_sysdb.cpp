@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "evpn_show_print.h"
+#include "evpn_show_words.h"
 #include "generator.h"
 #include "json_record.h"
 #include "json_writer.h"
@@ -197,17 +198,21 @@ int dump_path(const Args &a) {
     std::vector<uint64_t> buf(def->desc->size / 8 + 1);
     evpn::JsonText text;
     bool written = true;
+    // One JSON line a record, as the show form writes them: {"path", "name", "record"}.
     auto print = [&](const char *name, const void *data, uint32_t len) {
-        text.raw("{\n  \"name\": ");
+        text.raw("{\"path\":");
+        text.string(path);
+        text.raw(",\"name\":");
         text.string(name ? name : "");
         if (bag_decode(data, len, buf.data(), static_cast<uint32_t>(buf.size() * 8), def->desc)) {
-            text.raw(",\n  \"error\": \"record does not decode\"");
+            text.raw(",\"error\":\"record does not decode\"");
         } else {
-            text.raw(",\n  \"record\": ");
-            evpn::record_json(text, buf.data(), def->desc, evpn::JsonForm::Pretty, 2);
+            text.raw(",\"record\":");
+            evpn::record_json(text, buf.data(), def->desc, evpn::JsonForm::Compact, 0,
+                              evpn_show_field_words());
             bag_free_indirections(buf.data(), def->desc);
         }
-        text.raw("\n}\n");
+        text.raw("}\n");
         if (text.size() >= (1 << 16)) written = written && text.write_to(std::cout);
     };
     void *data = nullptr;
@@ -280,18 +285,29 @@ void view_after(const BagDesc *desc, const char *path, const char *name, const v
     line.raw(",\"name\":");
     line.string(name ? name : "");
     line.raw(",\"record\":");
-    evpn::record_json(line, record, desc);
+    evpn::record_json(line, record, desc, evpn::JsonForm::Compact, 0, evpn_show_field_words());
     line.raw("}\n");
     if (fwrite(line.data(), 1, line.size(), g_view.json) != line.size()) g_view.failed = true;
 }
 
 const RecordListener kViewListener{view_before, view_after};
 
-// True for a dump whose last argument is a show command number (hexadecimal,
-// as the client takes it): listing names are words, never one or two hex digits.
+// True for a dump whose words, --db and --root with their values left out,
+// are client options (the first starts with '-') and a show command number
+// last, or that number alone (hexadecimal, as the client takes it): listing
+// names are words, never one or two hex digits. --db may stand anywhere:
+// "dump -M 64 0 --db my.db", "dump --db my.db -M 64 0", "dump 7 --db my.db".
 bool is_show_form(int argc, char **argv) {
-    if (argc < 3) return false;
-    const char *last = argv[argc - 1];
+    const char *first = nullptr, *last = nullptr;
+    for (int i = 2; i < argc; i++) {
+        if ((strcmp(argv[i], "--db") == 0 || strcmp(argv[i], "--root") == 0) && i + 1 < argc) {
+            i++;
+            continue;
+        }
+        if (!first) first = argv[i];
+        last = argv[i];
+    }
+    if (!last || (first != last && first[0] != '-')) return false;
     size_t n = strlen(last);
     return n >= 1 && n <= 2 && strspn(last, "0123456789abcdefABCDEF") == n;
 }
@@ -301,7 +317,7 @@ int cmd_dump_show(int argc, char **argv) {
     for (int i = 2; i < argc; i++) {
         std::string s = argv[i];
         if (s == "--db") {
-            if (i + 1 >= argc - 1) return bad_usage("dump", "--db wants a value");
+            if (i + 1 >= argc) return bad_usage("dump", "--db wants a value");
             setenv("EVPN_SYSDB", argv[++i], 1);
         } else if (s.rfind("--", 0) == 0) {
             return bad_usage("dump", "'" + s + "' does not go with a show command (use -U for a view)");
