@@ -200,10 +200,12 @@ int dump_path(const Args &a) {
     std::vector<uint64_t> buf(def->desc->size / 8 + 1);
     evpn::JsonText text;
     bool written = true;
-    // One JSON line a record, as the show form writes them: {"path", "name", "record"}.
+    // One JSON line a record, as the show form writes them: {"path", "name",
+    // "record"}, path the listing the record is an item of.
+    std::string listing = path;
     auto print = [&](const char *name, const void *data, uint32_t len) {
         text.raw("{\"path\":");
-        text.string(path);
+        text.string(listing);
         text.raw(",\"name\":");
         text.string(name ? name : "");
         if (bag_decode(data, len, buf.data(), static_cast<uint32_t>(buf.size() * 8), def->desc)) {
@@ -221,6 +223,9 @@ int dump_path(const Args &a) {
     uint32_t len = 0, type = 0;
     int status = 0;
     if (sysdb_item_get(h, path.c_str(), &type, &data, &len, 0) == 0) {
+        // One item: its listing is the path up to its name ("summary" is both).
+        const size_t slash = path.rfind('/');
+        if (slash != std::string::npos) listing = path.substr(0, slash);
         print(l2vpn_edm_sysdb_path_to_item_name(path.c_str()), data, len);
         free(data);
     } else {

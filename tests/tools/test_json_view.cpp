@@ -123,7 +123,17 @@ TEST_F(DemoDb, EveryRecordDumpIsOneRecordALineWithWordsBesideCodes) {
     }
 }
 
-TEST_F(DemoDb, TheSnapshotDumpStillLoadsBackWithCodes) {
+TEST_F(DemoDb, AnItemsDumpIsItsLineOfTheListingsDump) {
+    subprocess::Run listing = sysdb({"dump", "evpn_evi", "--db", db_});
+    ASSERT_EQ(listing.status, 0) << listing.err;
+    const std::string first = listing.out.substr(0, listing.out.find('\n') + 1);
+    const std::string name = json::parse(first)["name"];
+    subprocess::Run item = sysdb({"dump", "evpn_evi/" + name, "--db", db_});
+    EXPECT_EQ(item.status, 0) << item.err;
+    EXPECT_EQ(item.out, first);
+}
+
+TEST_F(DemoDb, TheSnapshotDumpKeepsBareCodesForLoad) {
     subprocess::Run d = sysdb({"dump", "--db", db_});
     ASSERT_EQ(d.status, 0) << d.err;
     json snap = json::parse(d.out);
