@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "evpn_show_print.h"
+#include "evpn_show_words.h"
 #include "generator.h"
 #include "json_record.h"
 #include "json_writer.h"
@@ -56,8 +57,10 @@ void help(FILE *out) {
             "load builds FILE from a snapshot (\"-\" reads standard input); FILE is left as\n"
             "it was when the snapshot has an error. Without PATH, dump prints the whole\n"
             "database as a snapshot; with PATH, the items of that listing or the one item;\n"
-            "with a show command (evpn_show_client's options and number: dump -M 64 0),\n"
-            "exactly the records that command lists, in its order, as JSON Lines. An item\n"
+            "with a show command (evpn_show_client's options and number: dump -M 64 0,\n"
+            "or dump 7), exactly the records that command lists, in its order. Both write\n"
+            "JSON Lines, a record a line, each code with a word as \"state\":\"Up\",\n"
+            "\"state_code\":2. --db and --root may stand anywhere on the line. An item\n"
             "that does not decode is named on standard error and fails the dump (status 1)\n"
             "after the rest is written; --skip-undecodable leaves such items out, so that\n"
             "the snapshot loads.\n"
@@ -237,29 +240,40 @@ int dump_path(const Args &a) {
     evpn::JsonText text;
     bool written = true;
     uint64_t undecodable = 0;
+    // One JSON line a record, as the show form writes them: {"path", "name",
+    // "record"}, path the listing the record is an item of.
+    std::string listing = path;
     auto print = [&](const char *name, const void *data, uint32_t len) {
         if (uint32_t rc = bag_decode(data, len, buf.data(), static_cast<uint32_t>(buf.size() * 8),
                                      def->desc)) {
             undecodable++;
             report_undecodable(a.root, path, name ? name : "", cerr_strerror(rc));
             if (a.skip_undecodable) return;
-            text.raw("{\n  \"name\": ");
+            text.raw("{\"path\":");
+            text.string(listing);
+            text.raw(",\"name\":");
             text.string(name ? name : "");
-            text.raw(",\n  \"error\": \"record does not decode\"");
+            text.raw(",\"error\":\"record does not decode\"");
         } else {
-            text.raw("{\n  \"name\": ");
+            text.raw("{\"path\":");
+            text.string(listing);
+            text.raw(",\"name\":");
             text.string(name ? name : "");
-            text.raw(",\n  \"record\": ");
-            evpn::record_json(text, buf.data(), def->desc, evpn::JsonForm::Pretty, 2);
+            text.raw(",\"record\":");
+            evpn::record_json(text, buf.data(), def->desc, evpn::JsonForm::Compact, 0,
+                              evpn_show_field_words());
             bag_free_indirections(buf.data(), def->desc);
         }
-        text.raw("\n}\n");
+        text.raw("}\n");
         if (text.size() >= (1 << 16)) written = written && text.write_to(std::cout);
     };
     void *data = nullptr;
     uint32_t len = 0, type = 0;
     int status = 0;
     if (sysdb_item_get(h, path.c_str(), &type, &data, &len, 0) == 0) {
+        // One item: its listing is the path up to its name ("summary" is both).
+        const size_t slash = path.rfind('/');
+        if (slash != std::string::npos) listing = path.substr(0, slash);
         print(l2vpn_edm_sysdb_path_to_item_name(path.c_str()), data, len);
         free(data);
     } else {
@@ -329,7 +343,7 @@ void view_after(const BagDesc *desc, const char *path, const char *name, const v
     line.raw(",\"name\":");
     line.string(name ? name : "");
     line.raw(",\"record\":");
-    evpn::record_json(line, record, desc);
+    evpn::record_json(line, record, desc, evpn::JsonForm::Compact, 0, evpn_show_field_words());
     line.raw("}\n");
     if (fwrite(line.data(), 1, line.size(), g_view.json) != line.size()) g_view.failed = true;
 }
@@ -348,11 +362,22 @@ void view_value_cut(const char *what, const char *text, size_t length, size_t ro
 
 const RecordListener kViewListener{view_before, view_after, view_value_cut};
 
-// True for a dump whose last argument is a show command number (hexadecimal,
-// as the client takes it): listing names are words, never one or two hex digits.
+// True for a dump whose words, --db and --root with their values left out,
+// are client options (the first starts with '-') and a show command number
+// last, or that number alone (hexadecimal, as the client takes it): listing
+// names are words, never one or two hex digits. --db may stand anywhere:
+// "dump -M 64 0 --db my.db", "dump --db my.db -M 64 0", "dump 7 --db my.db".
 bool is_show_form(int argc, char **argv) {
-    if (argc < 3) return false;
-    const char *last = argv[argc - 1];
+    const char *first = nullptr, *last = nullptr;
+    for (int i = 2; i < argc; i++) {
+        if ((strcmp(argv[i], "--db") == 0 || strcmp(argv[i], "--root") == 0) && i + 1 < argc) {
+            i++;
+            continue;
+        }
+        if (!first) first = argv[i];
+        last = argv[i];
+    }
+    if (!last || (first != last && first[0] != '-')) return false;
     size_t n = strlen(last);
     return n >= 1 && n <= 2 && strspn(last, "0123456789abcdefABCDEF") == n;
 }
@@ -362,7 +387,7 @@ int cmd_dump_show(int argc, char **argv) {
     for (int i = 2; i < argc; i++) {
         std::string s = argv[i];
         if (s == "--db") {
-            if (i + 1 >= argc - 1) return bad_usage("dump", "--db wants a value");
+            if (i + 1 >= argc) return bad_usage("dump", "--db wants a value");
             setenv("EVPN_SYSDB", argv[++i], 1);
         } else if (s.rfind("--", 0) == 0) {
             return bad_usage("dump", "'" + s + "' does not go with a show command (use -U for a view)");

@@ -15,6 +15,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <initializer_list>
 
 namespace {
 
@@ -365,14 +366,21 @@ struct CodeWord {
 constexpr CodeWord kEncapWords[] = {EVPN_ENCAP_WORDS(EVPN_CODE_WORD)};
 #undef EVPN_CODE_WORD
 
-// Indexed by the EVI type code.
-constexpr const char *kEviTypeWords[] = {
-    "Invalid", "EVPN", "PBB-EVPN", "EVPN VPWS", "EVPN FXC", "EVPN VXLAN", "EVPN SRv6", "EVPN IRB",
-};
-// Indexed by the designated-forwarder role.
-constexpr const char *kDfRoleWords[] = {
-    "Not Set", "Primary", "Backup", "Not Designated Forwarder",
-};
+// Indexed by the code: the lists' codes run from 0.
+#define EVPN_INDEXED_WORD(code, word) word,
+constexpr const char *kEviTypeWords[] = {EVPN_EVI_TYPE_WORDS(EVPN_INDEXED_WORD)};
+constexpr const char *kDfRoleWords[] = {EVPN_DF_ROLE_WORDS(EVPN_INDEXED_WORD)};
+#undef EVPN_INDEXED_WORD
+constexpr bool codes_run_from_zero(std::initializer_list<uint32_t> codes) {
+    uint32_t next = 0;
+    for (uint32_t c : codes)
+        if (c != next++) return false;
+    return true;
+}
+#define EVPN_CODE(code, word) code,
+static_assert(codes_run_from_zero({EVPN_EVI_TYPE_WORDS(EVPN_CODE)}));
+static_assert(codes_run_from_zero({EVPN_DF_ROLE_WORDS(EVPN_CODE)}));
+#undef EVPN_CODE
 
 template <size_t N>
 const char *indexed_word(const char *const (&words)[N], uint32_t code) {

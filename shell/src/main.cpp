@@ -10,6 +10,7 @@
 #include <iostream>
 #include <string>
 
+#include "line_completion.h"
 #include "parser.h"
 #include "runner.h"
 
@@ -190,6 +191,8 @@ void usage(const char *program) {
 }  // namespace
 
 int main(int argc, char **argv) {
+    if (argc == 3 && strcmp(argv[1], "--complete") == 0)  // asked by the bash completion
+        return evpn_shell::write_line_completions(argv[2], stdout) ? 0 : 1;
     signal(SIGPIPE, SIG_IGN);  // a pager that quits early must not end the shell
     Session s;
     const char *command = nullptr;

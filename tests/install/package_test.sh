@@ -12,9 +12,12 @@ fail() { echo "FAIL: $*" >&2; exit 1; }
 
 # ---- cmake --install: every file in its place ----
 cmake --install "$build" --prefix "$work/prefix" >/dev/null
-for f in bin/evpn_show_client bin/evpn_sysdb bin/evpn_shell share/man/man1/evpn_shell.1 share/man/man1/evpn_show_client.1 \
-         share/man/man1/evpn_sysdb.1 share/evpn-show/demo.json share/doc/evpn-show/README.md \
-         share/doc/evpn-show/snapshot-format.md share/bash-completion/completions/evpn_sysdb; do
+for f in bin/evpn_show_client bin/evpn_sysdb bin/evpn_shell share/man/man1/evpn_shell.1.gz \
+         share/man/man1/evpn_show_client.1.gz share/man/man1/evpn_sysdb.1.gz share/evpn-show/demo.json \
+         share/doc/evpn-show/README.md share/doc/evpn-show/snapshot-format.md share/doc/evpn-show/json-view.md \
+         share/doc/evpn-show/copyright share/doc/evpn-show/changelog.gz \
+         share/bash-completion/completions/evpn_sysdb share/bash-completion/completions/evpn_shell \
+         share/bash-completion/completions/evpn_show_client; do
   [ -e "$work/prefix/$f" ] || fail "install: $f missing"
 done
 
@@ -28,6 +31,27 @@ dpkg-deb -x "$deb" "$work/root"
 if grep -rl --binary-files=text "$build" "$work/root" >/dev/null; then
   fail "package: $(grep -rl --binary-files=text "$build" "$work/root" | head -1) names the build tree"
 fi
+
+# ---- lintian: no error; its warnings are shown ----
+command -v lintian >/dev/null || fail "lintian is missing: scripts/install-deps --tests (or apt-get install lintian)"
+report=$(lintian --tag-display-limit 0 "$deb" 2>&1 | grep -v '^running with root privileges' || true)
+[ -z "$report" ] || printf '%s\n' "$report" >&2
+if grep -q '^E:' <<<"$report"; then fail "lintian reports errors on $(basename "$deb")"; fi
+# The change log's newest entry is this version.
+[ "$(zcat "$work/root/usr/share/doc/evpn-show/changelog.gz" | sed -n '1s/^evpn-show (\([^)]*\)).*/\1/p')" = \
+  "$(dpkg-deb -f "$deb" Version)" ] || fail "changelog.gz does not start with the package's version"
+
+# ---- purge removes the database and its folder; remove keeps them ----
+postrm=$work/control/postrm
+dpkg-deb -e "$deb" "$work/control"
+[ -x "$postrm" ] || fail "package: no postrm"
+mkdir -p "$work/dpkgroot/var/lib/evpn-show"
+touch "$work/dpkgroot/var/lib/evpn-show/sysdb.db"
+DPKG_ROOT=$work/dpkgroot "$postrm" remove
+[ -f "$work/dpkgroot/var/lib/evpn-show/sysdb.db" ] || fail "postrm remove deleted the database"
+DPKG_ROOT=$work/dpkgroot "$postrm" purge
+[ ! -e "$work/dpkgroot/var/lib/evpn-show" ] || fail "postrm purge left /var/lib/evpn-show"
+[ -d "$work/dpkgroot/var/lib" ] || fail "postrm purge removed more than its own folder"
 
 # ---- the demo from the unpacked tree: its own default database ----
 # The unpacked /usr/bin programs take <root>/var/lib/evpn-show/sysdb.db.
@@ -73,4 +97,22 @@ complete_words() {
 complete_words evpn_sysdb dump evpn_e | grep -x evpn_evi >/dev/null || fail "completion: dump evpn_e"
 complete_words evpn_sysdb gen --ig | grep -x -- --igmp >/dev/null || fail "completion: gen --ig"
 [ -z "$(complete_words evpn_sysdb gen --routes "")" ] || fail "completion: a number follows --routes"
+
+# ---- the shell's completion asks the shell's grammar; the client's is its options and numbers ----
+complete_shell() {
+  PATH="$work/root/usr/bin:$PATH" bash -c '
+    source "$1"; shift
+    COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _evpn_shell; printf "%s\n" "${COMPREPLY[@]}"' \
+    _ "$work/root/usr/share/bash-completion/completions/evpn_shell" "$@"
+}
+complete_shell evpn_shell -c '"show evpn ev' | grep -x 'show evpn evi ' >/dev/null ||
+  fail "shell completion: show evpn ev -> $(complete_shell evpn_shell -c '"show evpn ev')"
+complete_shell evpn_shell -c 'show evpn evi mac | c' | grep -x 'show evpn evi mac | count ' >/dev/null ||
+  fail "shell completion: | c"
+[ -z "$(complete_shell evpn_shell -c 'show nothing ')" ] || fail "shell completion after a wrong word"
+client_words=$(PATH="$work/root/usr/bin:$PATH" bash -c '
+    source "$1"; COMP_WORDS=(evpn_show_client -U ""); COMP_CWORD=2; _evpn_show_client; printf "%s\n" "${COMPREPLY[@]}"
+    COMP_WORDS=(evpn_show_client -d 1); COMP_CWORD=2; _evpn_show_client; printf "%s\n" "${COMPREPLY[@]}"' \
+    _ "$work/root/usr/share/bash-completion/completions/evpn_show_client")
+[ "$client_words" = "$(printf 'standby\n1\n10\n11\n12\n13')" ] || fail "client completion: $client_words"
 echo "package test: ok ($(basename "$deb"), Depends: $depends)"

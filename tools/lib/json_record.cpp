@@ -550,15 +550,21 @@ namespace {
 // reads the same as the zero value written after it.
 class RecordWriter {
   public:
-    RecordWriter(JsonText &out, JsonForm form) : o_(out), form_(form) {}
+    RecordWriter(JsonText &out, JsonForm form, std::span<const BagFieldWords> words)
+        : o_(out), form_(form), words_(words) {}
 
     void record(const uint8_t *rec, const BagDesc *desc, unsigned indent, bool sparse) {
         o_.raw('{');
         bool first = true;
         const std::string *names = quoted_names(desc);
+        const WordFn *words = words_.empty() ? nullptr : field_words(desc);
         for (uint32_t i = 0; i < desc->nfields; i++) {
             const BagField &f = desc->fields[i];
             const uint8_t *p = rec + f.offset;
+            if (words && words[i]) {
+                coded(f, names[i], p, words[i], first, indent);
+                continue;
+            }
             if (!sparse) {
                 key(names[i], first, indent);
                 value(f, p, indent + 2, false);
@@ -575,6 +581,55 @@ class RecordWriter {
     }
 
   private:
+    using WordFn = const char *(*)(int64_t);
+
+    // A code with a word: "name": its word (null without one), then
+    // "name_code": the code.
+    void coded(const BagField &f, const std::string &name, const uint8_t *p, WordFn word,
+               bool &first, unsigned indent) {
+        key(name, first, indent);
+        const char *w = word(code_at(f.kind, p));
+        if (w) o_.string(w);
+        else o_.null();
+        // The name in its quotes, with "_code" before the closing one.
+        separate(false, indent);
+        o_.raw(std::string_view(name).substr(0, name.size() - 1));
+        o_.raw(pretty() ? std::string_view("_code\": ") : std::string_view("_code\":"));
+        scalar(f.kind, p);
+    }
+    static bool is_code(BagKind k) {
+        return k == BagKind::U8 || k == BagKind::U16 || k == BagKind::U32 || k == BagKind::S32;
+    }
+    static int64_t code_at(BagKind k, const uint8_t *p) {
+        switch (k) {
+        case BagKind::U8: return *p;
+        case BagKind::U16: { uint16_t v; memcpy(&v, p, 2); return v; }
+        case BagKind::S32: { int32_t v; memcpy(&v, p, 4); return v; }
+        default: { uint32_t v; memcpy(&v, p, 4); return v; }
+        }
+    }
+    // Per description, made once: each field's word function, null for a
+    // field without words (and for a row that names no scalar code field).
+    const WordFn *field_words(const BagDesc *desc) {
+        static thread_local std::unordered_map<const BagDesc *, std::vector<WordFn>> made;
+        static thread_local const BagFieldWords *made_for = nullptr;
+        if (made_for != words_.data()) {
+            made.clear();
+            made_for = words_.data();
+        }
+        auto it = made.find(desc);
+        if (it == made.end()) {
+            std::vector<WordFn> v(desc->nfields);
+            for (const BagFieldWords &w : words_) {
+                if (strcmp(w.record, desc->name) != 0) continue;
+                const BagField *f = bag_find_field(desc, w.field);
+                if (f && is_code(f->kind)) v[static_cast<size_t>(f - desc->fields)] = w.word;
+            }
+            it = made.emplace(desc, std::move(v)).first;
+        }
+        return it->second.data();
+    }
+
     // Writes the field unless it holds the zero value; false when what it
     // wrote is to be taken back.
     bool sparse_field(const BagField &f, const std::string &name, const uint8_t *p, bool &first,
@@ -754,13 +809,14 @@ class RecordWriter {
 
     JsonText &o_;
     JsonForm form_;
+    std::span<const BagFieldWords> words_;
 };
 
 }  // namespace
 
 void record_json(JsonText &out, const void *record, const BagDesc *desc, JsonForm form,
-                 unsigned indent) {
-    RecordWriter(out, form).record(static_cast<const uint8_t *>(record), desc, indent,
+                 unsigned indent, std::span<const BagFieldWords> words) {
+    RecordWriter(out, form, words).record(static_cast<const uint8_t *>(record), desc, indent,
                                    form == JsonForm::Sparse);
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 #include <deque>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -100,8 +101,12 @@ enum class JsonForm : uint8_t {
 };
 
 // Every field of a decoded record, in record order, as a JSON object.
-// indent: Pretty's indentation of the line the object starts on.
+// indent: Pretty's indentation of the line the object starts on. words: the
+// scalar fields whose codes stand for words (the JSON view); each such field
+// is written as its word, null for a code without one, then its code under
+// the field's name + "_code", whatever the form. Snapshots take none.
 void record_json(JsonText &out, const void *record, const BagDesc *desc,
-                 JsonForm form = JsonForm::Compact, unsigned indent = 0);
+                 JsonForm form = JsonForm::Compact, unsigned indent = 0,
+                 std::span<const BagFieldWords> words = {});
 
 }  // namespace evpn

@@ -8,6 +8,7 @@
 #include <iterator>
 
 #include "evpn_show_print.h"
+#include "evpn_show_words.h"
 #include "platform/caps.h"
 #include "platform/cerr.h"
 #include "platform/printers.h"
@@ -47,10 +48,7 @@ constexpr char kStatsIndent[] = "   ";
 const char *enabled_unless(uint32_t disabled) { return disabled ? "Disabled" : "Enabled"; }
 const char *enabled_if(uint32_t enabled) { return enabled ? "Enabled" : "Disabled"; }
 
-// Indexed by preferred_nexthop_mode; codes past the table read "Off".
-constexpr const char *kNexthopModeWords[] = {"Off", "Lowest IP", "Highest IP", "Modulo",
-                                             "ECMP Disable"};
-
+// kNexthopModeWords (evpn_show_words.h); codes past the table read "Off".
 const char *nexthop_mode_word(uint32_t mode) {
     return mode < std::size(kNexthopModeWords) ? kNexthopModeWords[mode] : kNexthopModeWords[0];
 }
@@ -179,11 +177,7 @@ bool wants_detailed_form(const bd_forwarding_stats &s) {
 
 // ---- Tunnel endpoints ------------------------------------------------------------
 
-// Indexed by tep_type; codes past the table read "Invalid".
-constexpr const char *kTepTypeWords[] = {"None",      "VFI-Interop", "MPLS",
-                                         "VXLAN",     "MPLS-Reach",  "SRv6",
-                                         "IP-Reach",  "Encap-Object", "Overlay-LTEP"};
-
+// kTepTypeWords (evpn_show_words.h); codes past the table read "Invalid".
 const char *tep_type_word(uint8_t type) {
     return type < std::size(kTepTypeWords) ? kTepTypeWords[type] : "Invalid";
 }

@@ -9,6 +9,7 @@
 #include <type_traits>
 
 #include "evpn_show_print.h"
+#include "evpn_show_words.h"
 #include "platform/caps.h"
 #include "platform/formatters.h"
 #include "platform/cerr.h"
@@ -34,12 +35,9 @@ constexpr char kDashLine[] = "-----------------------------\n";
 constexpr char kTraceRule[] =
     "-----------------------------------------------------------------------------------\n";
 
-// Words of an IGMP route's codes, indexed by the code. A route type past its
-// table, a negative one included, reads "ERROR"; a version or filter mode
-// past its table reads "Unknown", as the platform's words do.
-constexpr const char *kIgmpRouteTypeWords[] = {"JOIN", "LEAVE", "PROXY"};
-constexpr const char *kIgmpVersionWords[] = {"V1", "V2", "V3"};
-constexpr const char *kIgmpFilterModeWords[] = {"IS_IN", "IS_EX"};
+// Words of an IGMP route's codes: kIgmp*Words (evpn_show_words.h). A route
+// type past its table, a negative one included, reads "ERROR"; a version or
+// filter mode past its table reads "Unknown", as the platform's words do.
 constexpr int32_t kIgmpRouteLeave = 1;
 constexpr int32_t kIgmpRouteProxy = 2;
 constexpr uint32_t kIgmpVersion3 = 2;       // the one version with a filter mode
@@ -209,34 +207,18 @@ bool is_zero_address(const l2vpn_ip_addr_t &addr) {
 
 // ---- Ethernet segments -------------------------------------------------------
 
-// Words of the segment's codes, indexed by the code. Codes past a table
+// Words of the segment's codes, indexed by the code (kEs*Words of
+// evpn_show_words.h and the origins' texts here). Codes past a table
 // print as the Parts of the display say: a number, "Invalid" or "INVALID".
-constexpr const char *kEsStateWords[] = {"Not Ready", "Peering", "Up", "Down", "Standby"};
-constexpr const char *kEsRedundancyWords[] = {"Not Defined", "Active", "Standby"};
 constexpr const char *kEsImportRtOriginWords[] = {"(Incomplete Configuration)", "(from ESI)",
                                                   "(Local)"};
 constexpr const char *kEsSourceMacOriginWords[] = {
     "(Incomplete Configuration)", "(N/A)", "(Local)", "(PBB BSA)", "(from ESI)",
     "(from ESI, Error)", "(PBB BSA, no ESI)"};
-constexpr const char *kEsOperTopologyWords[] = {
-    "Invalid topology", "SH", "MH, All-active", "MH, Single-active", "MH, Single-flow-active",
-    "MH", "MH, Anycast mode"};
-constexpr const char *kEsConfTopologyWords[] = {
-    "Invalid topology", "Invalid config", "All-active (AApF)", "Single-active (AApS)",
-    "Single-flow-active", "Port-Active", "Anycast Single-active"};
-static_assert(std::size(kEsOperTopologyWords) == std::size(kEsConfTopologyWords));
 // Indexed by carving_mode; 3 has no mode of its own.
 constexpr const char *kEsCarvingModeTexts[] = {"Invalid\n", "Auto-selection\n", "Manual\n",
                                                "Invalid\n", "HRW\n",            "Preferential\n"};
 constexpr const char *kEsMcastCarvingTexts[] = {"Disabled\n", "HRW (S,G)\n", "HRW (*,G)\n"};
-constexpr const char *kEsCarvingSyncWords[] = {"NONE", "NTP_SCT", "HANDSHAKE"};
-constexpr const char *kEsMacFlushWords[] = {"Invalid", "STP-TCN", "MVRP"};
-constexpr const char *kEsAccessSignalWords[] = {"Unsupported", "Bundle OOS (Default)",
-                                                "Bundle Down"};
-constexpr const char *kEsDfTypeWords[] = {"MOD", "HRW", "PREF", "Invalid"};
-constexpr const char *kEsVesFsmWords[] = {"Init",  "Peering", "Set-DF", "Set-NDF",
-                                          "Up-DF", "Up-NDF",  "Dn"};
-constexpr const char *kEsForcedStateWords[] = {"Invalid", "Up", "Down", "OOS", "External"};
 
 constexpr uint32_t kEsCarvingManual = 2;
 constexpr uint32_t kEsCarvingPreferential = 5;

@@ -27,6 +27,15 @@ struct BagField {
     const BagDesc *sub; // STRUCT, or ARRAY / FIXED of STRUCT
 };
 
+// A field of a record type whose code stands for a word: the record type
+// (BagDesc::name), the field, and the word of a code (null for a code without
+// one). The JSON view writes the word beside the code.
+struct BagFieldWords {
+    const char *record;
+    const char *field;
+    const char *(*word)(int64_t code);
+};
+
 struct BagDecodeState;
 // A decoder generated from a record type's field list; decodes what walking
 // the description would, faster. Absent for descriptions built by hand.

@@ -95,6 +95,16 @@ const char *l2vpn_timeval_to_str(const struct timeval *tv);
 void l2vpn_mpls_label_to_str(uint32_t label, char *buf, size_t size, uint32_t encap);
 void l2vpn_l3rib_internal_id_to_str(uint32_t id, char *buf, size_t size);
 
+// EVI type codes, each with its word (evpn_type_2_string); the codes run
+// from 0 without a gap.
+#define EVPN_EVI_TYPE_WORDS(X)                                                  \
+    X(0, "Invalid") X(1, "EVPN") X(2, "PBB-EVPN") X(3, "EVPN VPWS")             \
+    X(4, "EVPN FXC") X(5, "EVPN VXLAN") X(6, "EVPN SRv6") X(7, "EVPN IRB")
+// Designated-forwarder roles, each with its word (evpn_bag_df_role_to_str);
+// the codes run from 0 without a gap.
+#define EVPN_DF_ROLE_WORDS(X)                                                   \
+    X(0, "Not Set") X(1, "Primary") X(2, "Backup") X(3, "Not Designated Forwarder")
+
 // Words.
 const char *evpn_bgp_encap_type_to_str(uint32_t encap);
 const char *evpn_type_2_string(uint32_t evi_type);
