@@ -63,8 +63,11 @@ size_t terminal_rows() {
     return ioctl(STDOUT_FILENO, TIOCGWINSZ, &ws) == 0 ? ws.ws_row : 0;
 }
 
+bool g_output_failed = false;  // said once; the shell then ends
+
 // After a failed write: a message unless the reader went away.
 void report_write_error(int error) {
+    g_output_failed = true;
     if (error != EPIPE) fprintf(stderr, "%% cannot write the output: %s\n", strerror(error));
 }
 
@@ -257,6 +260,7 @@ void usage(const char *program) {
 
 // The shell's own writes (help, -n lines) are checked once, at the end.
 int finish_output(int status) {
+    if (g_output_failed) return status;
     if (fflush(stdout) != 0 || ferror(stdout)) {
         if (errno == EPIPE) return status;
         report_write_error(errno);
