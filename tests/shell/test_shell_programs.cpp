@@ -146,7 +146,9 @@ TEST(ShellManualPage, RendersWithoutWarningsAndNamesEveryCommand) {
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(r.err, "");
     for (const evpn_shell::Command &c : evpn_shell::commands())
-        EXPECT_NE(r.out.find(evpn_shell::command_synopsis(c.path)), std::string::npos) << c.path;
+        EXPECT_NE(r.out.find(evpn_shell::command_synopsis(c.path, c.required)), std::string::npos) << c.path;
+    for (const evpn_shell::PipeStage &p : evpn_shell::pipe_stages())
+        EXPECT_NE(r.out.find(std::string("| ") + p.word), std::string::npos) << p.word;
     for (const evpn_shell::Filter &f : evpn_shell::filters())
         if (f.word) { EXPECT_NE(r.out.find(f.word), std::string::npos) << f.word; }
     // The file the build wrote is the one the table makes now.
