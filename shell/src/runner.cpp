@@ -419,6 +419,8 @@ RunResult run_streamed(const std::string &program, const std::vector<std::string
         output.abandon();
     }
     if (g_interrupted) output.interrupted();
+    // A pager quit before the end stopped the program on the operator's word.
+    if (output.quit() && output.end() == RunResult::Done) result.status = 0;
     result.end = output.end();
     result.write_errno = output.write_errno();
     return result;
