@@ -16,6 +16,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "display.h"
+
 extern char **environ;
 
 namespace evpn_shell {
@@ -343,7 +345,7 @@ RunResult run_streamed(const std::string &program, const std::vector<std::string
     if (pipe2(out, O_CLOEXEC) != 0) {
         result.end = RunResult::NotStarted;
         result.status = 127;
-        fprintf(stderr, "%% Cannot run %s: %s\n", program.c_str(), strerror(errno));
+        fprintf(stderr, "%% Cannot run %s: %s\n", terminal_text(program).c_str(), strerror(errno));
         return result;
     }
     std::vector<std::string> argv{program};
@@ -354,7 +356,7 @@ RunResult run_streamed(const std::string &program, const std::vector<std::string
     close(out[1]);
     if (pid < 0) {
         close(out[0]);
-        fprintf(stderr, "%% Cannot run %s: %s\n", program.c_str(), strerror(error));
+        fprintf(stderr, "%% Cannot run %s: %s\n", terminal_text(program).c_str(), strerror(error));
         result.end = RunResult::NotStarted;
         result.status = 127;
         return result;

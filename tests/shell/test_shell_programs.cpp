@@ -345,6 +345,25 @@ TEST_F(ShellProgram, InterruptStopsTheClientAndPrintsNoCount) {
     }
 }
 
+// At the prompt, Ctrl-C from the terminal ends the command, not the session.
+TEST_F(ShellProgram, CtrlCAtTheTerminalReturnsToThePrompt) {
+    Terminal t({EVPN_SHELL_BIN},
+               {"EVPN_SYSDB=" + db_, "EVPN_SHOW_CLIENT=" + endless_client(dir_), "TERM=dumb",
+                "INPUTRC=/dev/null", "HOME=" + dir_},
+               24);
+    ASSERT_TRUE(t.started());
+    ASSERT_NE(t.expect("evpn# "), "");
+    t.type("show evpn evi mac | count\r");
+    usleep(500 * 1000);
+    t.type("\x03");
+    const std::string shown = t.expect("% interrupted");
+    EXPECT_NE(shown, "");
+    EXPECT_EQ(shown.find("Count"), std::string::npos) << shown;
+    ASSERT_NE(t.expect("evpn# "), "");
+    t.type("exit\r");
+    EXPECT_EQ(t.wait(), 130) << "the status of the interrupted command";
+}
+
 // Write errors end the shell with a message; a reader that went away ends
 // it quietly.
 TEST_F(ShellProgram, WriteErrorsEndTheShellWithAMessage) {
