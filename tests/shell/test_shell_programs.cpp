@@ -307,46 +307,47 @@ std::string endless_client(const std::string &dir) {
     return path;
 }
 
+// Starts the shell with standard output on out_fd and standard error into
+// err_file, in a process group of its own.
+pid_t start_shell(const std::vector<std::string> &args, const std::vector<std::string> &env, int out_fd,
+                  const std::string &err_file) {
+    std::vector<std::string> argv{EVPN_SHELL_BIN};
+    argv.insert(argv.end(), args.begin(), args.end());
+    subprocess::Argv a(argv, env);
+    posix_spawn_file_actions_t fa;
+    posix_spawn_file_actions_init(&fa);
+    posix_spawn_file_actions_adddup2(&fa, out_fd, 1);
+    posix_spawn_file_actions_addopen(&fa, 2, err_file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    posix_spawnattr_t attr;
+    posix_spawnattr_init(&attr);
+    posix_spawnattr_setpgroup(&attr, 0);
+    posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETPGROUP);
+    pid_t pid = -1;
+    if (posix_spawn(&pid, a.argv[0], &fa, &attr, a.argv.data(), a.envp.data()) != 0) pid = -1;
+    posix_spawn_file_actions_destroy(&fa);
+    posix_spawnattr_destroy(&attr);
+    return pid;
+}
+
 // Ctrl-C reaches the shell alone (kill) or its whole process group (a
 // terminal): either way the client stops, the rest is dropped, and no count
 // is printed.
 TEST_F(ShellProgram, InterruptStopsTheClientAndPrintsNoCount) {
-    const std::string client = endless_client(dir_);
+    const std::vector<std::string> env{"EVPN_SYSDB=" + db_, "EVPN_SHOW_CLIENT=" + endless_client(dir_)};
     for (const bool group : {false, true}) {
-        subprocess::Argv a({EVPN_SHELL_BIN, "-c", "show evpn evi mac | count"},
-                           {"EVPN_SYSDB=" + db_, "EVPN_SHOW_CLIENT=" + client});
-        int out[2], err[2];
-        ASSERT_EQ(pipe2(out, O_CLOEXEC), 0);
-        ASSERT_EQ(pipe2(err, O_CLOEXEC), 0);
-        posix_spawn_file_actions_t fa;
-        posix_spawn_file_actions_init(&fa);
-        posix_spawn_file_actions_adddup2(&fa, out[1], 1);
-        posix_spawn_file_actions_adddup2(&fa, err[1], 2);
-        posix_spawnattr_t attr;
-        posix_spawnattr_init(&attr);
-        posix_spawnattr_setpgroup(&attr, 0);
-        posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETPGROUP);
-        pid_t pid = -1;
-        ASSERT_EQ(posix_spawn(&pid, a.argv[0], &fa, &attr, a.argv.data(), a.envp.data()), 0);
-        posix_spawn_file_actions_destroy(&fa);
-        posix_spawnattr_destroy(&attr);
-        close(out[1]);
-        close(err[1]);
+        const std::string out_file = dir_ + "/interrupt.out", err_file = dir_ + "/interrupt.err";
+        const int out = open(out_file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+        const pid_t pid = start_shell({"-c", "show evpn evi mac | count"}, env, out, err_file);
+        close(out);
+        ASSERT_GT(pid, 0);
         sleep(1);
         kill(group ? -pid : pid, SIGINT);
         const auto start = std::chrono::steady_clock::now();
-        std::string got[2];
-        for (int i = 0; i < 2; i++) {
-            char buf[4096];
-            for (ssize_t n; (n = read(i ? err[0] : out[0], buf, sizeof buf)) > 0;) got[i].append(buf, size_t(n));
-            close(i ? err[0] : out[0]);
-        }
         EXPECT_EQ(subprocess::wait_for(pid), 130) << (group ? "group" : "shell alone");
         EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
-        EXPECT_EQ(got[0], "") << "a partial count";
-        EXPECT_EQ(got[1], "% interrupted\n");
-        // The client is gone with the shell: nothing holds the group.
-        EXPECT_EQ(kill(-pid, 0), -1);
+        EXPECT_EQ(read_file(out_file), "") << "a partial count";
+        EXPECT_EQ(read_file(err_file), "% interrupted\n");
+        EXPECT_EQ(kill(-pid, 0), -1) << "the client outlived the shell";
     }
 }
 
@@ -381,25 +382,16 @@ TEST_F(ShellProgram, WriteErrorsEndTheShellWithAMessage) {
         EXPECT_EQ(r.err, "% cannot write the output: No space left on device\n") << flag;
     }
     // Into a pipe whose reader has gone: no message, and the commands after
-    // it are not run.
+    // it are not run (the second's JSON view would run the stand-in, which logs).
     unlink((stub + ".log").c_str());
     int gone[2];
     ASSERT_EQ(pipe2(gone, O_CLOEXEC), 0);
     close(gone[0]);
-    // (The second command's JSON view would run the stand-in, which logs.)
-    subprocess::Argv a({EVPN_SHELL_BIN, "-c", "show evpn evi", "-c", "show evpn client json"},
-                       {"EVPN_SYSDB=" + db_, "EVPN_SYSDB_TOOL=" + stub});
-    const std::string err_file = dir_ + "/epipe.err";
-    posix_spawn_file_actions_t fa;
-    posix_spawn_file_actions_init(&fa);
-    posix_spawn_file_actions_adddup2(&fa, gone[1], 1);
-    posix_spawn_file_actions_addopen(&fa, 2, err_file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    pid_t pid = -1;
-    ASSERT_EQ(posix_spawn(&pid, a.argv[0], &fa, nullptr, a.argv.data(), a.envp.data()), 0);
-    posix_spawn_file_actions_destroy(&fa);
+    const pid_t pid = start_shell({"-c", "show evpn evi", "-c", "show evpn client json"},
+                                  {"EVPN_SYSDB=" + db_, "EVPN_SYSDB_TOOL=" + stub}, gone[1], dir_ + "/epipe.err");
     close(gone[1]);
     EXPECT_EQ(subprocess::wait_for(pid), 0);
-    EXPECT_EQ(read_file(err_file), "");
+    EXPECT_EQ(read_file(dir_ + "/epipe.err"), "");
     EXPECT_EQ(read_file(stub + ".log"), "");
 }
 
@@ -509,6 +501,7 @@ TEST_F(ShellProgram, LongestAcceptedNamesFitTheClientsPath) {
         {"show evpn evi mac ip 2001:db8::1 bridge-domain ", std::string(140, 'b')},
         {"show evpn evi inclusive-multicast ethernet-tag 4294967295 originating-ip 2001:db8::1 bridge-domain ",
          std::string(146, 'b')},
+        {"show evpn evi ead esi 1.2.3.4.5 bridge-domain ", std::string(178, 'b')},
     };
     for (const auto &c : cases) {
         subprocess::Run line = shell({"-n", "-c", c.words + c.name});
