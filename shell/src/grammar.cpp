@@ -112,7 +112,8 @@ const PipeStage kPipeStages[] = {
     {"include", PipeKind::Include, true, "Lines that match a regular expression"},
     {"exclude", PipeKind::Exclude, true, "Lines that do not match a regular expression"},
     {"begin", PipeKind::Begin, true, "Lines from the first that matches a regular expression on"},
-    {"section", PipeKind::Section, true, "Lines that match a regular expression, each with the lines indented under it"},
+    {"section", PipeKind::Section, true,
+     "Lines that match a regular expression, each with the lines indented under it"},
     {"count", PipeKind::Count, false, "Count the lines"},
     {kJsonWord, PipeKind::Json, false, "The listed records as JSON Lines (first stage only)"},
 };

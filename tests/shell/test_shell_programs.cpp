@@ -375,7 +375,8 @@ TEST_F(ShellProgram, CtrlCAtTheTerminalReturnsToThePrompt) {
 TEST_F(ShellProgram, WriteErrorsEndTheShellWithAMessage) {
     const std::string stub = stub_client();
     for (const char *flag : {"", "-n"}) {
-        std::vector<std::string> argv{"/bin/sh", "-c", "exec \"$0\" $1 -c 'show evpn client' -c 'show evpn evi' > /dev/full",
+        std::vector<std::string> argv{"/bin/sh", "-c",
+                                      "exec \"$0\" $1 -c 'show evpn client' -c 'show evpn evi' > /dev/full",
                                       EVPN_SHELL_BIN, flag};
         subprocess::Run r = subprocess::run(argv, {"EVPN_SYSDB=" + db_});
         EXPECT_EQ(r.status, 1) << flag;
@@ -471,7 +472,8 @@ TEST_F(ShellProgram, JsonViewListsWhatTheDumpListsAndJqReadsIt) {
 TEST_F(ShellProgram, ScriptLinesRunWithCrlfAndShowControlBytesEscaped) {
     const std::string stub = stub_client();
     const std::vector<std::string> env{"EVPN_SHOW_CLIENT=" + stub};
-    subprocess::Run r = shell_stdin("show evpn group 31\r\nshow evpn \x1b]0;owned\x07\x1b[2J\x9b\r\nshow evpn client\r\n", env);
+    subprocess::Run r =
+        shell_stdin("show evpn group 31\r\nshow evpn \x1b]0;owned\x07\x1b[2J\x9b\r\nshow evpn client\r\n", env);
     EXPECT_EQ(read_file(stub + ".log"), "[-g][1f][f]\n[e]\n");
     EXPECT_EQ(r.err,
               "show evpn ^[]0;owned^G^[[2J\\x9b\n"
