@@ -559,4 +559,23 @@ TEST_F(ShellProgram, PagerIsLessWithoutShellEscapesAndOnlyForLongOutput) {
     EXPECT_EQ(t.wait(), 0);
 }
 
+// EVPN_SHELL_PAGER goes before PAGER; set and empty, it means no pager.
+TEST_F(ShellProgram, ShellPagerVariableOverridesPager) {
+    for (const char *shell_pager : {"EVPN_SHELL_PAGER=sed s/^/own:/", "EVPN_SHELL_PAGER="}) {
+        Terminal t({EVPN_SHELL_BIN},
+                   {"EVPN_SYSDB=" + db_, "TERM=dumb", "INPUTRC=/dev/null", "HOME=" + dir_, "PAGER=sed s/^/paged:/",
+                    shell_pager},
+                   4);
+        ASSERT_TRUE(t.started());
+        ASSERT_NE(t.expect("evpn# "), "");
+        t.type("show evpn evi\r");
+        const std::string shown = t.expect("400        MPLSoUDP");
+        EXPECT_EQ(shown.find("paged:"), std::string::npos) << shown;
+        EXPECT_EQ(shown.find("own:") != std::string::npos, shell_pager[17] != '\0') << shown;
+        ASSERT_NE(t.expect("evpn# "), "");
+        t.type("exit\r");
+        EXPECT_EQ(t.wait(), 0);
+    }
+}
+
 }  // namespace
