@@ -31,6 +31,8 @@ const Keyword kKeywords[] = {
     {"tunnel-endpoint", "Tunnel endpoints"},
     {"srv6", "SRv6"},
     {"grouping-es-map", "Grouping-ES association map"},
+    {"terminal", "Settings of this terminal session"},
+    {"length", "Lines a screen holds: longer output goes through the pager"},
     {"exit", "Leave the shell"},
     {"quit", "Leave the shell"},
 };
@@ -63,6 +65,7 @@ const Filter kFilters[] = {
     {"no-stats",        "no-stats",       ValueKind::None,     "n",  nullptr,   nullptr,             "Without forwarding statistics"},
     {"standby",         "standby",        ValueKind::None,     "U",  "standby", nullptr,             "The standby view"},
     {"location",        "location",       ValueKind::Node,     "U",  nullptr,   "node ID",           "One node's view: its node ID, decimal"},
+    {"lines-value",     nullptr,          ValueKind::Lines,    "L",  nullptr,   "number of lines",   "Lines a screen holds; 0: never page"},
 };
 
 const Command kCommands[] = {
@@ -99,6 +102,8 @@ const Command kCommands[] = {
      "Internal IDs; the tag, segment and I-SID filters apply with an EVI"},
     {"show evpn srv6", "detail private standby location", "", 18, "SRv6 locators and SIDs"},
     {"show evpn grouping-es-map", "private standby location", "private", 19, "Grouping-ES association map"},
+    {"terminal length {lines-value}", "", "lines-value", kActionTerminalLength,
+     "Page output longer than this many lines (0: never), for the rest of the session"},
     {"exit", "", "", kActionExit, "Leave the shell"},
     {"quit", "", "", kActionExit, "Leave the shell"},
 };
@@ -106,7 +111,11 @@ const Command kCommands[] = {
 const PipeStage kPipeStages[] = {
     {"include", PipeKind::Include, true, "Lines that match a regular expression"},
     {"exclude", PipeKind::Exclude, true, "Lines that do not match a regular expression"},
+    {"begin", PipeKind::Begin, true, "Lines from the first that matches a regular expression on"},
+    {"section", PipeKind::Section, true,
+     "Lines that match a regular expression, each with the lines indented under it"},
     {"count", PipeKind::Count, false, "Count the lines"},
+    {kJsonWord, PipeKind::Json, false, "The listed records as JSON Lines (first stage only)"},
 };
 
 }  // namespace

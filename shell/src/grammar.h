@@ -20,7 +20,8 @@ namespace evpn_shell {
       "H.H.H or six octets; passed as its three 16\\-bit groups in hexadecimal")               \
     X(Esi, "H.H.H.H.H", "H.H.H.H.H or ten octets; passed in the dotted form")                  \
     X(Ip, "A.B.C.D|X:X::X", "IPv4 or IPv6 address")                                            \
-    X(Name, "WORD", "passed as typed")
+    X(Name, "WORD", "passed as typed")                                                         \
+    X(Lines, "<0-512>", "typed in decimal")
 
 enum class ValueKind {
 #define EVPN_SHELL_VALUE_KIND_ENUM(kind, placeholder, conversion) kind,
@@ -44,12 +45,12 @@ struct Filter {
 // typed after the word before it, the keyword filters it takes (in any order,
 // after the command's words), the filters it requires, and the show
 // command it runs (or a shell action).
-enum : int { kActionExit = -1 };
+enum : int { kActionExit = -1, kActionTerminalLength = -2 };
 struct Command {
     const char *path;
     const char *filters;   // ids, space-separated
     const char *required;  // ids, space-separated
-    int number;            // show command number, or kActionExit
+    int number;            // show command number, or a kAction
     const char *help;      // what the command shows
 };
 
@@ -59,8 +60,8 @@ struct Keyword {
     const char *help;
 };
 
-// An output stage after "|".
-enum class PipeKind { Include, Exclude, Count };
+// An output stage after "|". Json changes what is listed, so it comes first.
+enum class PipeKind { Include, Exclude, Begin, Section, Count, Json };
 struct PipeStage {
     const char *word;
     PipeKind kind;
@@ -77,6 +78,13 @@ std::span<const PipeStage> pipe_stages();
 // as the client's option string gives them (a colon follows an option that
 // takes an argument).
 inline constexpr const char kClientOptions[] = "b:de:g:i:j:npctM:N:O:P:Q:U:0:1:5:6:7:8";
+// Settings the shell keeps for itself, filled like options but never passed
+// to the client: L, the lines of "terminal length".
+inline constexpr const char kShellOptions[] = "L";
+
+// The word that, typed last after a show command, asks for its JSON view.
+inline constexpr const char kJsonWord[] = "json";
+inline constexpr const char kJsonHelp[] = "The listed records as JSON Lines";
 
 const Keyword *find_keyword(std::string_view word);
 const Filter *find_filter(std::string_view id);

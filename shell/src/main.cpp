@@ -2,14 +2,20 @@
 // terminal, one command per line from standard input otherwise, or one
 // command with -c.
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
+#include <optional>
 #include <string>
+#include <vector>
 
+#include "dbcheck.h"
+#include "display.h"
 #include "line_completion.h"
 #include "parser.h"
 #include "runner.h"
@@ -29,23 +35,45 @@ struct Session {
     bool interactive = false;  // lines come from a terminal, shown after the prompt
     bool dry_run = false;      // print the client's command line instead of running it
     std::string client;
+    std::optional<size_t> page_lines;  // "terminal length"; unset: the terminal's height
 };
 
-enum class Outcome { Continue, Exit };
+// Continue with the next command; Exit on "exit"; Stop when the output is
+// gone or the operator interrupted a script.
+enum class Outcome { Continue, Exit, Stop };
 
 void report_error(const Session &s, const std::string &line, const ParseError &e) {
-    // On a terminal the line stands after the prompt; otherwise it is shown first.
-    size_t indent = e.column;
+    // On a terminal the line stands after the prompt; otherwise it is shown
+    // first. Either way control bytes show escaped, and the marker counts them
+    // as they show.
+    std::vector<size_t> columns;
+    const std::string shown = terminal_text(line, &columns);
+    size_t indent = e.column < columns.size() ? columns[e.column] : columns.back() + (e.column - line.size());
     if (s.interactive) indent += strlen(kPrompt);
-    else fprintf(stderr, "%s\n", line.c_str());
-    fprintf(stderr, "%*s^\n%% %s\n", static_cast<int>(indent), "", e.message.c_str());
+    else fprintf(stderr, "%s\n", shown.c_str());
+    fprintf(stderr, "%*s^\n%% %s\n", static_cast<int>(indent), "", terminal_text(e.message).c_str());
     if (e.kind == ParseError::BadValue || e.expected.empty()) return;
     std::string words;
     for (const Choice &c : e.expected) words += " " + c.word;
     fprintf(stderr, "%% Expected one of:%s\n", words.c_str());
 }
 
-Outcome execute(const Session &s, const std::string &line, int &status) {
+// Rows of the terminal on standard output, or 0.
+size_t terminal_rows() {
+    struct winsize ws {};
+    return ioctl(STDOUT_FILENO, TIOCGWINSZ, &ws) == 0 ? ws.ws_row : 0;
+}
+
+bool g_output_failed = false;  // said once; the shell then ends
+
+// After a failed write: a message unless the reader went away.
+void report_write_error(int error) {
+    g_output_failed = true;
+    if (error != EPIPE) fprintf(stderr, "%% cannot write the output: %s\n", strerror(error));
+}
+
+Outcome execute(Session &s, std::string line, int &status) {
+    if (!line.empty() && line.back() == '\r') line.pop_back();  // a line of a file with CRLF endings
     ParsedLine parsed = parse_line(line);
     if (parsed.error) {
         report_error(s, line, *parsed.error);
@@ -55,37 +83,80 @@ Outcome execute(const Session &s, const std::string &line, int &status) {
     if (!parsed.invocation) return Outcome::Continue;  // an empty line
     const Invocation &inv = *parsed.invocation;
     if (inv.command->number == kActionExit) return Outcome::Exit;
-    const std::vector<std::string> args = inv.client_args();
+    status = 0;
+    if (inv.command->number == kActionTerminalLength) {
+        s.page_lines = std::stoul(*inv.setting('L'));
+        return Outcome::Continue;
+    }
+
+    const std::string db = database_path();
+    std::string program = s.client;
+    std::vector<std::string> args = inv.client_args();
+    if (parsed.json) {
+        // The JSON view: the database tool runs the same show command.
+        program = sysdb_tool_path();
+        args.insert(args.begin(), {"dump", "--db", db});
+    }
     if (s.dry_run) {
-        printf("%s\n", command_line(s.client, args).c_str());
-        fflush(stdout);
-        status = 0;
+        printf("%s\n", command_line(program, args).c_str());
+        if (fflush(stdout) != 0) {
+            report_write_error(errno);
+            status = errno == EPIPE ? 0 : 1;
+            return Outcome::Stop;
+        }
         return Outcome::Continue;
     }
-    const bool page = s.interactive && isatty(STDOUT_FILENO);
-    if (parsed.pipes.empty() && !page) {
-        status = run_client(s.client, args, nullptr);
+
+    const DatabaseCheck check = check_database(db, database_origin(), view_of(inv));
+    if (check.verdict != DatabaseCheck::Usable) fprintf(stderr, "%% %s\n", terminal_text(check.message).c_str());
+    if (check.verdict == DatabaseCheck::Unusable) {
+        status = 1;  // what the client would end with, silently
         return Outcome::Continue;
     }
-    std::string output;
-    status = run_client(s.client, args, &output);
-    output = apply_pipes(output, parsed.pipes);
-    if (page) write_paged(output);
-    else fwrite(output.data(), 1, output.size(), stdout), fflush(stdout);
+
+    OutputTarget target;
+    if (s.interactive && isatty(STDOUT_FILENO)) {
+        const size_t rows = terminal_rows();
+        target.page_after = s.page_lines ? *s.page_lines : rows > 1 ? rows - 1 : 0;
+        target.pager = pager_command();
+    }
+    const RunResult r = run_streamed(program, args, parsed.pipes, target);
+    status = r.status;
+    switch (r.end) {
+    case RunResult::Done:
+    case RunResult::NotStarted: return Outcome::Continue;
+    case RunResult::Interrupted:
+        fprintf(stderr, "%% interrupted\n");
+        status = 128 + SIGINT;
+        return s.interactive ? Outcome::Continue : Outcome::Stop;
+    case RunResult::ReaderGone: status = 0; return Outcome::Stop;
+    case RunResult::WriteFailed:
+        report_write_error(r.write_errno);
+        status = 1;
+        return Outcome::Stop;
+    }
     return Outcome::Continue;
 }
 
 // Commands from a stream, one per line; blank lines and "#" comments skipped.
-int run_stream(const Session &s, std::istream &in) {
+// Commands in order; the status is that of the last one that failed, or 0.
+template <typename NextLine>
+int run_commands(Session &s, NextLine next) {
     int worst = 0;
-    for (std::string line; std::getline(in, line);) {
-        size_t first = line.find_first_not_of(" \t");
+    for (std::string line; next(line);) {
+        size_t first = line.find_first_not_of(" \t\r");
         if (first == std::string::npos || line[first] == '#') continue;
         int status = 0;
-        if (execute(s, line, status) == Outcome::Exit) break;
+        const Outcome o = execute(s, line, status);
         if (status != 0) worst = status;
+        if (o != Outcome::Continue) break;
     }
     return worst;
+}
+
+// Commands from a stream, one per line; blank lines and "#" comments skipped.
+int run_stream(Session &s, std::istream &in) {
+    return run_commands(s, [&](std::string &line) { return static_cast<bool>(std::getline(in, line)); });
 }
 
 #ifdef EVPN_SHELL_READLINE
@@ -146,7 +217,7 @@ std::string history_file() {
     return home && *home ? std::string(home) + "/.evpn_shell_history" : std::string();
 }
 
-int run_interactive(const Session &s) {
+int run_interactive(Session &s) {
     rl_readline_name = "evpn_shell";
     rl_attempted_completion_function = complete;
     rl_completer_word_break_characters = const_cast<char *>(" \t|");
@@ -164,7 +235,7 @@ int run_interactive(const Session &s) {
         std::string line(raw);
         free(raw);
         if (line.find_first_not_of(" \t") != std::string::npos) add_history(line.c_str());
-        if (execute(s, line, last) == Outcome::Exit) break;
+        if (execute(s, line, last) != Outcome::Continue) break;
     }
     if (!history.empty()) write_history(history.c_str());
     return last;
@@ -172,12 +243,12 @@ int run_interactive(const Session &s) {
 
 #else
 
-int run_interactive(const Session &s) {
+int run_interactive(Session &s) {
     int last = 0;
     for (std::string line;;) {
         fputs(kPrompt, stdout);
         fflush(stdout);
-        if (!std::getline(std::cin, line) || execute(s, line, last) == Outcome::Exit) break;
+        if (!std::getline(std::cin, line) || execute(s, line, last) != Outcome::Continue) break;
     }
     return last;
 }
@@ -185,7 +256,18 @@ int run_interactive(const Session &s) {
 #endif
 
 void usage(const char *program) {
-    fprintf(stderr, "usage: %s [-n] [-c COMMAND]\n", program);
+    fprintf(stderr, "usage: %s [-n] [-c COMMAND]...\n", program);
+}
+
+// The shell's own writes (help, -n lines) are checked once, at the end.
+int finish_output(int status) {
+    if (g_output_failed) return status;
+    if (fflush(stdout) != 0 || ferror(stdout)) {
+        if (errno == EPIPE) return status;
+        report_write_error(errno);
+        return 1;
+    }
+    return status;
 }
 
 }  // namespace
@@ -195,10 +277,10 @@ int main(int argc, char **argv) {
         return evpn_shell::write_line_completions(argv[2], stdout) ? 0 : 1;
     signal(SIGPIPE, SIG_IGN);  // a pager that quits early must not end the shell
     Session s;
-    const char *command = nullptr;
+    std::vector<std::string> commands;
     for (int opt; (opt = getopt(argc, argv, "c:nh")) != -1;) {
         switch (opt) {
-        case 'c': command = optarg; break;
+        case 'c': commands.push_back(optarg); break;
         case 'n': s.dry_run = true; break;
         default: usage(argv[0]); return opt == 'h' ? 0 : 2;
         }
@@ -208,14 +290,17 @@ int main(int argc, char **argv) {
         return 2;
     }
     s.client = client_path();
-    if (command) {
-        int status = 0;
-        execute(s, command, status);
-        return status;
+    if (!commands.empty()) {
+        size_t next = 0;
+        return finish_output(run_commands(s, [&](std::string &line) {
+            if (next == commands.size()) return false;
+            line = commands[next++];
+            return true;
+        }));
     }
     if (isatty(STDIN_FILENO)) {
         s.interactive = true;
-        return run_interactive(s);
+        return finish_output(run_interactive(s));
     }
-    return run_stream(s, std::cin);
+    return finish_output(run_stream(s, std::cin));
 }

@@ -1,5 +1,6 @@
 #include "manpage.h"
 
+#include <algorithm>
 #include <sstream>
 #include <string_view>
 #include <vector>
@@ -55,13 +56,17 @@ std::string filter_form(const Filter &f) {
 
 }  // namespace
 
-std::string command_synopsis(const char *path) {
+std::string command_synopsis(const char *path, const char *required) {
     std::string out;
+    const std::vector<std::string> needed = words_of(required);
     for (const std::string &t : words_of(path)) {
         if (!out.empty()) out += " ";
         if (t.size() > 2 && t.front() == '{') {
-            const Filter *f = find_filter(t.substr(1, t.size() - 2));
-            out += std::string("[") + (f ? value_placeholder(f->kind) : "?") + "]";
+            const std::string id = t.substr(1, t.size() - 2);
+            const Filter *f = find_filter(id);
+            const char *placeholder = f ? value_placeholder(f->kind) : "?";
+            const bool optional = std::find(needed.begin(), needed.end(), id) == needed.end();
+            out += optional ? std::string("[") + placeholder + "]" : std::string(placeholder);
         } else {
             out += t;
         }
@@ -91,19 +96,32 @@ std::string manual_page() {
       << ".PP\n"
       << "On a terminal the shell edits lines with history; \\fBTab\\fR completes the\n"
       << "next word and \\fB?\\fR lists the words that may follow with their help.\n"
-      << "Output longer than the terminal goes through \\fB$PAGER\\fR.\n"
+      << "Output longer than the terminal (or than \\fBterminal length\\fR) goes through\n"
+      << "the pager; \\fBCtrl\\-C\\fR stops a command, drops what it has not shown and\n"
+      << "prints \\fB% interrupted\\fR.\n"
       << "Otherwise it reads one command per line from standard input (blank lines and\n"
       << "lines starting with \\fB#\\fR are skipped).\n"
       << "A word that does not fit is shown with a \\fB^\\fR marker under it and the\n"
       << "words that would; the client is not run.\n"
+      << "Control characters in a line shown back are escaped (\\fB^[\\fR for ESC).\n"
+      << "A name that would not fit the client's 255\\-character database path is refused\n"
+      << "the same way.\n"
+      << ".PP\n"
+      << "Before the client runs, the shell checks the database it would read and says\n"
+      << "when it is missing, unreadable, not an EVPN operational database, or holds\n"
+      << "nothing for the view asked for, and what to do about it.\n"
+      << ".PP\n"
+      << "A show command followed by \\fBjson\\fR (or \\fB| json\\fR) prints the records it\n"
+      << "lists as JSON Lines, one record a line, written by \\fBevpn_sysdb dump\\fR with the\n"
+      << "same options.\n"
       << ".SH OPTIONS\n"
       << ".TP\n.BI \\-c \" command\"\n"
-      << "Run one command and exit with its status.\n"
+      << "Run the command and exit with its status; several run in order.\n"
       << ".TP\n.B \\-n\n"
       << "Print the client's command line for each command instead of running it.\n"
       << ".SH COMMANDS\n";
     for (const Command &c : commands()) {
-        m << ".TP\n.B " << roff(command_synopsis(c.path)) << "\n" << roff(c.help);
+        m << ".TP\n.B " << roff(command_synopsis(c.path, c.required)) << "\n" << roff(c.help);
         if (c.number >= 0) m << " (show command " << c.number << ")";
         m << ".\n";
         std::vector<std::string> filters = words_of(c.filters), required = words_of(c.required);
@@ -118,6 +136,7 @@ std::string manual_page() {
         }
         if (!list.empty()) m << "Filters: " << list << ".\n";
     }
+    m << ".TP\n.BI \"show evpn \" ... \" json\"\n" << roff(kJsonHelp) << ".\n";
     m << ".SH FILTERS\n"
       << "Each filter, the client option it fills and how its value is passed.\n";
     for (const Filter &f : filters()) {
@@ -127,7 +146,9 @@ std::string manual_page() {
     }
     m << ".SH OUTPUT FILTERS\n"
       << "A command may be followed by stages, each after a \\fB|\\fR; a regular\n"
-      << "expression (POSIX extended) runs to the next \\fB|\\fR that has a blank on each side.\n";
+      << "expression (RE2 syntax, at most 256 bytes; matched in time linear in the line)\n"
+      << "runs to the next \\fB|\\fR that has a blank on each side.\n"
+      << "The stages take the output line by line as the client prints it.\n";
     for (const PipeStage &p : pipe_stages()) {
         m << ".TP\n.B | " << roff(p.word);
         if (p.takes_regex) m << " \\fIregex\\fR";
@@ -136,18 +157,28 @@ std::string manual_page() {
     m << ".SH ENVIRONMENT\n"
       << ".TP\n.B EVPN_SHOW_CLIENT\n"
       << "The client program; by default \\fBevpn_show_client\\fR in the shell's own directory.\n"
+      << ".TP\n.B EVPN_SHELL_PAGER\n"
+      << "The pager for long output on a terminal, a shell command; set and empty: none.\n"
       << ".TP\n.B PAGER\n"
-      << "The pager for long output on a terminal (default \\fBmore\\fR; empty: none).\n"
+      << "The pager when \\fBEVPN_SHELL_PAGER\\fR is not set (set and empty: none). By\n"
+      << "default \\fBless \\-F \\-X \\-K\\fR. The pager runs with \\fBLESSSECURE=1\\fR, which\n"
+      << "turns off less's shell escapes, editor and log files.\n"
       << ".TP\n.B EVPN_SYSDB\n"
-      << "Passed on to the client: the database it reads.\n"
+      << "The database the client reads (and the shell checks first).\n"
+      << ".TP\n.B EVPN_SYSDB_TOOL\n"
+      << "The program that writes the JSON view; by default \\fBevpn_sysdb\\fR beside the shell.\n"
       << ".SH EXIT STATUS\n"
-      << "With \\fB\\-c\\fR, the client's status, or 1 when the command was not understood.\n"
-      << "Reading standard input, the status of the last command that failed, else 0.\n"
+      << "The status of the last command that failed, else 0: a command's status is the\n"
+      << "client's, 1 when the command was not understood or the database cannot be used,\n"
+      << "130 when it was interrupted (which also ends a script). A failed write of the\n"
+      << "output ends the shell with status 1.\n"
       << ".SH EXAMPLES\n"
       << ".nf\n"
       << "evpn_shell \\-c \"show evpn evi 100 detail\"        # evpn_show_client \\-d \\-M 64 5\n"
       << "evpn_shell \\-c \"show evpn evi mac 0011.2233.4401\" # \\-O 11 \\-P 2233 \\-Q 4401 0\n"
       << "echo \"show evpn summary | include Label\" | evpn_shell\n"
+      << "evpn_shell \\-c \"show evpn evi detail | section ^100\"\n"
+      << "evpn_shell \\-c \"show evpn evi mac json\" | jq \\-r .name\n"
       << ".fi\n"
       << ".SH SEE ALSO\n"
       << ".BR evpn_show_client ,\n"

@@ -5,10 +5,11 @@
 // takes one, is the word after it).
 #include "parser.h"
 
-#include <regex.h>
+#include <re2/re2.h>
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <sstream>
 
 #include "values.h"
@@ -64,6 +65,7 @@ struct State {
     const CommandDef *def;
     size_t pos = 0;
     std::vector<std::pair<char, std::string>> options;
+    std::vector<size_t> columns;
 
     bool filled(char option) const {
         return std::any_of(options.begin(), options.end(), [&](auto &o) { return o.first == option; });
@@ -73,10 +75,12 @@ struct State {
             if (filled(*o)) return false;
         return true;
     }
-    void fill(const Filter *f, const std::vector<std::string> &args) {
+    void fill(const Filter *f, const std::vector<std::string> &args, size_t column) {
         size_t i = 0;
-        for (const char *o = f->options; *o; o++, i++)
+        for (const char *o = f->options; *o; o++, i++) {
             options.emplace_back(*o, f->kind == ValueKind::None ? (f->fixed ? f->fixed : "") : args.at(i));
+            columns.push_back(column);
+        }
     }
     // The path position past the value slots that may be left out.
     size_t after_slots() const {
@@ -144,6 +148,7 @@ std::vector<Choice> choices_of(const std::vector<Alt> &alts, const std::vector<S
             add(words, a.word, k ? k->help : "");
         }
     }
+    if (any_show_complete(states)) add(words, kJsonWord, kJsonHelp);
     std::sort(words.begin(), words.end(), [](const Choice &x, const Choice &y) { return x.word < y.word; });
     values.insert(values.end(), words.begin(), words.end());
     if (any_complete(states)) values.push_back({"<cr>", ""});
@@ -219,11 +224,11 @@ bool walk(const std::vector<Word> &words, std::vector<State> &states, ParseError
             State s = states[a.state];
             s.pos = a.next_pos;
             if (a.type == Alt::Slot) {
-                s.fill(a.filter, convert_value(a.filter->kind, w).args);
+                s.fill(a.filter, convert_value(a.filter->kind, w).args, words[i].column);
             } else if (a.type == Alt::FilterWord) {
                 const Filter *f = a.filter;
                 if (f->kind == ValueKind::None) {
-                    s.fill(f, {});
+                    s.fill(f, {}, words[i].column);
                 } else {
                     const Choice placeholder{value_placeholder(f->kind), f->help};
                     if (i + 1 >= words.size())
@@ -235,7 +240,7 @@ bool walk(const std::vector<Word> &words, std::vector<State> &states, ParseError
                                     std::string("Invalid ") + f->value_name + " " + quoted(words[i + 1].text) +
                                         ": " + c.reason,
                                     {placeholder});
-                    s.fill(f, c.args);
+                    s.fill(f, c.args, words[i + 1].column);
                     consumed = 2;
                 }
             }
@@ -275,7 +280,55 @@ std::vector<Choice> stage_choices() {
 }
 
 const char kRegexPlaceholder[] = "LINE";
-const char kRegexHelp[] = "Regular expression (POSIX extended)";
+const char kRegexHelp[] = "Regular expression (RE2 syntax, up to 256 bytes)";
+
+// The longest database path the client builds around a typed name, per show
+// command and option: the name stands at %s, every other key component at its
+// widest (a wildcard "________", a tag's 8 hexadecimal digits, an address's
+// 32, an ESI's dotted 24 characters). The client cuts a path at 255
+// characters and would then name another item, so a name that would make a
+// longer path is refused before the client runs.
+struct NameRoom {
+    int command;
+    char option;
+    const char *widest_path;
+};
+constexpr size_t kMaxClientPath = 255;
+const NameRoom kNameRooms[] = {
+    {0, 'b', "evpn_evi_detail/evi_child_container/evpn_mac-bd_mac_ip/%s,________,________,________,"
+             "ffffffffffffffffffffffffffffffff"},
+    {1, 'b', "evpn_evi_detail/evi_child_container/evpn_imcast-bd_eth_tag_orig_ip/%s,ffffffff,"
+             "ffffffffffffffffffffffffffffffff"},
+    {5, 'b', "evpn_evi_detail/detailed_elements-bd/%s"},
+    {8, 'b', "evpn_evi_detail/evi_child_container/evpn_neighbor-bd_nbr_ip/%s,ffffffffffffffffffffffffffffffff"},
+    {9, 'b', "evpn_evi_detail/evi_child_container/evpn_ead-bd_esi/%s,0011.2233.4455.6677.8899"},
+    {3, '7', "ethernet_segment-vfi/%s"},
+};
+// The client keeps an interface name in 64 bytes and drops a longer one whole
+// (the segment listing would then be filtered by an empty name).
+constexpr size_t kMaxInterfaceName = 63;
+
+// A typed name the client could not carry whole: an error at its word.
+bool check_name_room(const Invocation &inv, ParseError &error) {
+    for (size_t k = 0; k < inv.options.size(); k++) {
+        const auto &[option, value] = inv.options[k];
+        size_t room = SIZE_MAX;
+        if (option == 'i') room = kMaxInterfaceName;
+        for (const NameRoom &r : kNameRooms)
+            if (r.command == inv.command->number && r.option == option)
+                room = kMaxClientPath - (strlen(r.widest_path) - 2);
+        if (value.size() <= room) continue;
+        const char *what = "name";
+        for (const Filter &f : filters())
+            if (f.kind == ValueKind::Name && strchr(f.options, option)) what = f.value_name;
+        error = ParseError{ParseError::BadValue, inv.columns[k],
+                           std::string("Invalid ") + what + ": " + std::to_string(value.size()) +
+                               " characters, more than the " + std::to_string(room) + " the client can look up",
+                           {}};
+        return false;
+    }
+    return true;
+}
 
 }  // namespace
 
@@ -289,6 +342,32 @@ std::vector<Word> split_words(std::string_view text, size_t first_column) {
         if (i > start) words.push_back({std::string(text.substr(start, i - start)), first_column + start});
     }
     return words;
+}
+
+const std::string *Invocation::setting(char option) const {
+    for (const auto &[o, value] : options)
+        if (o == option) return &value;
+    return nullptr;
+}
+
+std::shared_ptr<const re2::RE2> compile_regex(std::string_view text, std::string &why, size_t &offset) {
+    offset = 0;
+    if (text.size() > kMaxRegex) {
+        why = "longer than " + std::to_string(kMaxRegex) + " bytes";
+        offset = kMaxRegex;
+        return nullptr;
+    }
+    RE2::Options options;
+    options.set_log_errors(false);
+    options.set_max_mem(4 << 20);  // bounds the automata's memory; past it RE2 still matches, slower
+    auto re = std::make_shared<const RE2>(re2::StringPiece(text.data(), text.size()), options);
+    if (re->ok()) return re;
+    why = re->error();
+    // RE2 names the piece of the expression at fault; the marker goes under it.
+    const std::string &arg = re->error_arg();
+    const size_t at = arg.empty() ? std::string_view::npos : text.find(arg);
+    if (at != std::string_view::npos) offset = at;
+    return nullptr;
 }
 
 std::vector<std::string> Invocation::client_args() const {
@@ -331,6 +410,8 @@ std::optional<Invocation> parse_words(const std::vector<Word> &words, ParseError
     Invocation inv;
     inv.command = complete[0]->def->command;
     inv.options = complete[0]->options;
+    inv.columns = complete[0]->columns;
+    if (!check_name_room(inv, error)) return std::nullopt;
     return inv;
 }
 
@@ -345,6 +426,18 @@ ParsedLine parse_line(std::string_view line) {
         return out;
     }
     out.invocation = parse_words(words, error);
+    if (!out.invocation && error.kind != ParseError::BadValue && words.size() > 1 && words.back().text == kJsonWord) {
+        // "json" last: the JSON view of the show command before it.
+        ParseError shorter_error;
+        const std::vector<Word> shorter(words.begin(), words.end() - 1);
+        std::optional<Invocation> inv = parse_words(shorter, shorter_error);
+        if (inv && inv->command->number >= 0) {
+            out.invocation = std::move(inv);
+            out.json = true;
+        } else if (!inv && shorter_error.kind == ParseError::BadValue) {
+            error = shorter_error;
+        }
+    }
     if (!out.invocation) {
         out.error = error;
         return out;
@@ -385,29 +478,35 @@ ParsedLine parse_line(std::string_view line) {
             return fail(matches ? ParseError::Ambiguous : ParseError::Invalid, sw.column,
                         matches ? "Ambiguous command: " + quoted(sw.text) : "Invalid input detected at '^' marker.",
                         stage_choices());
-        Pipe pipe{stage->kind, ""};
+        Pipe pipe{stage->kind, nullptr};
         const std::string rest = trim(segment.substr(sw.column - start + sw.text.size()));
         if (stage->takes_regex) {
             if (rest.empty())
                 return fail(ParseError::Incomplete, sw.column + sw.text.size() + 1, "Incomplete command.",
                             {{kRegexPlaceholder, kRegexHelp}});
-            regex_t re;
-            if (int rc = regcomp(&re, rest.c_str(), REG_EXTENDED | REG_NOSUB)) {
-                char why[128];
-                regerror(rc, &re, why, sizeof why);
-                regfree(&re);
-                const size_t column = line.find(rest, sw.column + sw.text.size());
+            std::string why;
+            size_t offset = 0;
+            pipe.regex = compile_regex(rest, why, offset);
+            if (!pipe.regex) {
+                const size_t column = line.find(rest, sw.column + sw.text.size()) + offset;
                 return fail(ParseError::BadValue, column,
-                            "Invalid regular expression " + quoted(rest) + ": " + why,
+                            rest.size() > kMaxRegex ? "Invalid regular expression: " + why
+                                                    : "Invalid regular expression " + quoted(rest) + ": " + why,
                             {{kRegexPlaceholder, kRegexHelp}});
             }
-            regfree(&re);
-            pipe.regex = rest;
         } else if (!rest.empty()) {
             return fail(ParseError::Invalid, stage_words[1].column, "Invalid input detected at '^' marker.",
                         {{"<cr>", ""}, {"|", kPipeHelp}});
         }
-        out.pipes.push_back(std::move(pipe));
+        if (stage->kind == PipeKind::Json) {
+            // The JSON view replaces the report, so it is asked for once and first.
+            if (out.json || !out.pipes.empty())
+                return fail(ParseError::Invalid, sw.column, "Invalid input detected at '^' marker.",
+                            stage_choices());
+            out.json = true;
+        } else {
+            out.pipes.push_back(std::move(pipe));
+        }
         if (sep == std::string_view::npos) break;
         start = sep + 1;
     }
@@ -437,8 +536,15 @@ std::vector<Choice> next_choices(std::string_view text) {
     const std::vector<Word> words = split_words(text);
     std::vector<State> states;
     ParseError error;
-    if (!walk(words, states, error))
+    if (!walk(words, states, error)) {
+        if (words.size() > 1 && words.back().text == kJsonWord) {
+            // After a show command's "json": the end, or output stages.
+            const std::vector<Word> shorter(words.begin(), words.end() - 1);
+            if (walk(shorter, states, error) && any_show_complete(states))
+                return {{"<cr>", ""}, {"|", kPipeHelp}};
+        }
         return error.kind == ParseError::Incomplete ? error.expected : std::vector<Choice>{};
+    }
     return choices_of(alternatives(states), states);
 }
 
@@ -451,7 +557,7 @@ std::vector<std::string> completions(std::string_view text, std::string_view par
     // Value placeholders are not words to complete ("H.H.H", "WORD", ...).
     out.erase(std::remove_if(out.begin(), out.end(),
                              [](const std::string &w) {
-                                 return !find_keyword(w) &&
+                                 return !find_keyword(w) && w != kJsonWord &&
                                         std::none_of(filters().begin(), filters().end(),
                                                      [&](const Filter &f) { return f.word && w == f.word; }) &&
                                         std::none_of(pipe_stages().begin(), pipe_stages().end(),

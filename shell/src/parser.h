@@ -1,6 +1,7 @@
 // Turns typed words into the client's command line, and tells which words may
 // come next (for completion, "?" and error messages).
 #pragma once
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -8,6 +9,10 @@
 #include <vector>
 
 #include "grammar.h"
+
+namespace re2 {
+class RE2;
+}
 
 namespace evpn_shell {
 
@@ -37,19 +42,30 @@ struct ParseError {
 // What a command line means: the command and the client's options.
 struct Invocation {
     const Command *command = nullptr;
-    std::vector<std::pair<char, std::string>> options;  // in the client's option order; "" for a flag
+    std::vector<std::pair<char, std::string>> options;  // in the order typed; "" for a flag
+    std::vector<size_t> columns;                        // where each option's word was typed
 
     // The client's arguments: options, then the command number in hexadecimal.
     std::vector<std::string> client_args() const;
+    // A shell setting's value (kShellOptions), or null when not given.
+    const std::string *setting(char option) const;
 };
+
+// The longest regular expression a stage takes, in bytes.
+inline constexpr size_t kMaxRegex = 256;
 
 struct Pipe {
     PipeKind kind;
-    std::string regex;
+    std::shared_ptr<const re2::RE2> regex;  // stages that take one
 };
+
+// Compiles a stage's regular expression: null, with why and the byte offset
+// in the text where the fault is, when it is refused.
+std::shared_ptr<const re2::RE2> compile_regex(std::string_view text, std::string &why, size_t &offset);
 
 struct ParsedLine {
     std::optional<Invocation> invocation;  // none on error, and for an empty line
+    bool json = false;                     // the records as JSON Lines instead of the report
     std::vector<Pipe> pipes;
     std::optional<ParseError> error;
 };
@@ -57,8 +73,9 @@ struct ParsedLine {
 // Parses a command's words (no pipe).
 std::optional<Invocation> parse_words(const std::vector<Word> &words, ParseError &error);
 
-// Parses a whole line: the command, then "| stage [regex]" stages. A regular
-// expression runs to the next "|" that has a blank on each side.
+// Parses a whole line: the command (ending in "json" for its JSON view), then
+// "| stage [regex]" stages. A regular expression runs to the next "|" that has
+// a blank on each side.
 ParsedLine parse_line(std::string_view line);
 
 // The words that may follow `words` (which must themselves fit), for "?" and

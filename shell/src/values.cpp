@@ -135,6 +135,7 @@ Conversion convert_value(ValueKind kind, std::string_view text) {
     case ValueKind::Mac: return grouped(text, 3, "H.H.H");
     case ValueKind::Esi: return grouped(text, 5, "H.H.H.H.H");
     case ValueKind::Ip: return ip_address(text);
+    case ValueKind::Lines: return number(text, 512, "%llu");
     case ValueKind::Name: {
         if (text.empty()) return fail(Conversion::NotThisKind, "empty");
         Conversion c;

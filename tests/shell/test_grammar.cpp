@@ -2,7 +2,10 @@
 // the client command line they mean, and bad words are caught where they are.
 #include <gtest/gtest.h>
 
+#include <re2/re2.h>
+
 #include <algorithm>
+#include <chrono>
 #include <set>
 #include <string>
 #include <vector>
@@ -52,15 +55,16 @@ TEST(ShellGrammar, TablesAreConsistent) {
                 path_words.insert(t);
             }
         }
-        for (const char *list : {c.filters, c.required})
-            for (const std::string &id : words(list)) {
-                const Filter *f = find_filter(id);
-                ASSERT_NE(f, nullptr) << id << " in " << c.path;
-                EXPECT_NE(f->word, nullptr) << id << " is a value, not a keyword filter";
-            }
+        for (const std::string &id : words(c.filters)) {
+            const Filter *f = find_filter(id);
+            ASSERT_NE(f, nullptr) << id << " in " << c.path;
+            EXPECT_NE(f->word, nullptr) << id << " is a value, not a keyword filter";
+        }
+        // A required filter is one the command takes, or a value in its path.
         for (const std::string &id : words(c.required)) {
             const std::vector<std::string> taken = words(c.filters);
-            EXPECT_NE(std::find(taken.begin(), taken.end(), id), taken.end())
+            EXPECT_TRUE(std::find(taken.begin(), taken.end(), id) != taken.end() ||
+                        std::string(c.path).find("{" + id + "}") != std::string::npos)
                 << id << " required but not taken by " << c.path;
         }
     }
@@ -68,6 +72,7 @@ TEST(ShellGrammar, TablesAreConsistent) {
     std::set<std::string> filter_words;
     for (const Filter &f : filters()) {
         for (const char *o = f.options; *o; o++) {
+            if (strchr(kShellOptions, *o)) continue;  // kept by the shell, never passed on
             ASSERT_NE(strchr(kClientOptions, *o), nullptr) << f.id;
             // A value or a fixed argument exactly where the client takes one.
             EXPECT_EQ(takes_argument(*o), f.kind != ValueKind::None || f.fixed != nullptr) << f.id;
@@ -111,6 +116,7 @@ TEST(ShellGrammar, EveryCommandMakesItsClientCommandLine) {
         {"show evpn internal-id vpn-id 10 detail", "-d -M a 11"},
         {"show evpn srv6 detail", "-d 12"},
         {"show evpn grouping-es-map private", "-p 13"},
+        {"terminal length 24", "terminal"},
         {"exit", "exit"},
         {"quit", "quit"},
     };
@@ -181,6 +187,17 @@ TEST(ShellGrammar, BadInputIsCaughtAtTheFirstWordThatDoesNotFit) {
         {"show evpn evi |", ParseError::Incomplete, 16, "Incomplete command.", "count"},
         {"show evpn evi | include", ParseError::Incomplete, 24, "Incomplete command.", "LINE"},
         {"show evpn evi | include (", ParseError::BadValue, 24, "Invalid regular expression", ""},
+        // RE2 names the piece it refuses; the marker stands under it.
+        {"show evpn evi | include x(a)\\1", ParseError::BadValue, 28, "Invalid regular expression", "LINE"},
+        {"show evpn evi | include a{1,32767}", ParseError::BadValue, 25, "Invalid regular expression", ""},
+        {"show evpn evi | include x | begin", ParseError::Incomplete, 34, "Incomplete command.", "LINE"},
+        {"show evpn evi | include x |", ParseError::Incomplete, 28, "Incomplete command.", "section"},
+        {"show evpn evi | count | json", ParseError::Invalid, 24, "Invalid input", ""},
+        {"show evpn evi json | json", ParseError::Invalid, 21, "Invalid input", ""},
+        {"exit json", ParseError::Invalid, 5, "Invalid input", "<cr>"},
+        {"terminal length", ParseError::Incomplete, 16, "Incomplete command.", "<0-512>"},
+        {"terminal length 513", ParseError::BadValue, 16, "Invalid number of lines", ""},
+        {"terminal length 20 | count", ParseError::Invalid, 19, "Invalid input", "<cr>"},
         {"show evpn evi | count x", ParseError::Invalid, 22, "Invalid input", "<cr>"},
         {"exit | count", ParseError::Invalid, 5, "Invalid input", "<cr>"},
         {"| count", ParseError::Invalid, 0, "Invalid input", ""},
@@ -221,8 +238,8 @@ TEST(ShellGrammar, HelpAndCompletionOfferWhatMayFollow) {
     EXPECT_EQ(completions("show evpn ", "e"), (std::vector<std::string>{"ethernet-segment", "evi"}));
     EXPECT_EQ(completions("show evpn evi ", "in"), (std::vector<std::string>{"inclusive-multicast"}));
     EXPECT_EQ(completions("show evpn evi mac ", ""),
-              (std::vector<std::string>{"bridge-domain", "detail", "ip", "local", "location", "private", "standby",
-                                        "vpn-id"}));
+              (std::vector<std::string>{"bridge-domain", "detail", "ip", "json", "local", "location", "private",
+                                        "standby", "vpn-id"}));
     EXPECT_EQ(completions("show evpn client | ", "c"), (std::vector<std::string>{"count"}));
     EXPECT_TRUE(completions("show evpn evi vpn-id ", "").empty());
 }
@@ -261,17 +278,136 @@ TEST(ShellValues, TypedFormsBecomeTheClientsForms) {
     }
 }
 
+namespace {
+
+// The stages of "show evpn evi | STAGES" over text.
+std::string staged(const std::string &stages, const std::string &text) {
+    ParsedLine p = parse_line("show evpn evi | " + stages);
+    if (p.error) return "error: " + p.error->message;
+    return apply_pipes(text, p.pipes);
+}
+
+}  // namespace
+
 TEST(ShellPipes, StagesFilterAndCountLinesInOrder) {
     const std::string out = "VPN-ID Encap\n100 MPLS\n200 VXLAN\n\n1000 MPLS";  // last line unterminated
-    EXPECT_EQ(apply_pipes(out, {{PipeKind::Include, "MPLS"}}), "100 MPLS\n1000 MPLS");
-    EXPECT_EQ(apply_pipes(out, {{PipeKind::Exclude, "^$|MPLS"}}), "VPN-ID Encap\n200 VXLAN\n");
-    EXPECT_EQ(apply_pipes(out, {{PipeKind::Count, ""}}), "Count: 5\n");
-    EXPECT_EQ(apply_pipes(out, {{PipeKind::Include, "^1"}, {PipeKind::Count, ""}}), "Count: 2\n");
-    EXPECT_EQ(apply_pipes("", {{PipeKind::Count, ""}}), "Count: 0\n");
+    EXPECT_EQ(staged("include MPLS", out), "100 MPLS\n1000 MPLS");
+    EXPECT_EQ(staged("exclude ^$|MPLS", out), "VPN-ID Encap\n200 VXLAN\n");
+    EXPECT_EQ(staged("count", out), "Count: 5\n");
+    EXPECT_EQ(staged("include ^1 | count", out), "Count: 2\n");
+    EXPECT_EQ(staged("count | include 5", out), "Count: 5\n");
+    EXPECT_EQ(staged("count", ""), "Count: 0\n");
+    EXPECT_EQ(staged("begin ^200", out), "200 VXLAN\n\n1000 MPLS");
+    EXPECT_EQ(staged("begin 200 | exclude 2", out), "\n1000 MPLS");
+    EXPECT_EQ(staged("begin nothing", out), "");
     // A "|" without blanks around it belongs to the regular expression.
     ParsedLine p = parse_line("show evpn evi | include MPLS|VXLAN | count");
     ASSERT_FALSE(p.error);
     ASSERT_EQ(p.pipes.size(), 2u);
-    EXPECT_EQ(p.pipes[0].regex, "MPLS|VXLAN");
+    EXPECT_EQ(p.pipes[0].regex->pattern(), "MPLS|VXLAN");
     EXPECT_EQ(p.pipes[1].kind, PipeKind::Count);
+    // Tabs separate words and stages as blanks do.
+    p = parse_line("show\tevpn\tevi\t|\tinclude\tMPLS\t|\tcount");
+    ASSERT_FALSE(p.error) << p.error->message;
+    ASSERT_EQ(p.pipes.size(), 2u);
+    EXPECT_EQ(p.pipes[0].regex->pattern(), "MPLS");
+}
+
+// A section is a matching line and the lines indented deeper than it; blank
+// lines inside it stay, blank lines after it go.
+TEST(ShellPipes, SectionKeepsEachMatchingBlockWhole) {
+    const std::string detail =
+        "VPN-ID     Encap\n"
+        "100        MPLS\n"
+        "   Label: 24001\n"
+        "\n"
+        "   Statistics:\n"
+        "     Total: 5\n"
+        "\n"
+        "200        VXLAN\n"
+        "   Label: 24002\n"
+        "   Statistics:\n"
+        "     Total: 7\n";
+    EXPECT_EQ(staged("section ^100", detail),
+              "100        MPLS\n   Label: 24001\n\n   Statistics:\n     Total: 5\n");
+    EXPECT_EQ(staged("section Statistics", detail),
+              "   Statistics:\n     Total: 5\n   Statistics:\n     Total: 7\n");
+    EXPECT_EQ(staged("section VXLAN | count", detail), "Count: 4\n");
+    EXPECT_EQ(staged("section Label", detail), "   Label: 24001\n   Label: 24002\n");
+}
+
+// RE2 matches in time linear in the line, so no expression can stall the
+// shell; what it cannot promise that for, it refuses.
+TEST(ShellPipes, RegularExpressionsAreBoundedInLengthAndTime) {
+    std::string why;
+    size_t offset = 0;
+    EXPECT_NE(compile_regex(std::string(kMaxRegex, 'a'), why, offset), nullptr);
+    EXPECT_EQ(compile_regex(std::string(kMaxRegex + 1, 'a'), why, offset), nullptr);
+    EXPECT_EQ(offset, kMaxRegex);
+    ParsedLine p = parse_line("show evpn evi | include " + std::string(300, 'x'));
+    ASSERT_TRUE(p.error);
+    EXPECT_EQ(p.error->column, 24 + kMaxRegex);
+    EXPECT_EQ(p.error->message, "Invalid regular expression: longer than 256 bytes");
+
+    // The classic exponential cases take no time over a long listing.
+    std::string listing;
+    for (int i = 0; i < 10000; i++) listing += std::string(200, 'a') + "!\n";
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(staged("include ^(a+)+$", listing), "");
+    EXPECT_EQ(staged("include (a|aa)*b", listing), "");
+    EXPECT_EQ(staged("include a{1,1000}! | count", listing), "Count: 10000\n");
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+}
+
+TEST(ShellJson, JsonLastOrAsTheFirstStageAsksForTheJsonView) {
+    const struct {
+        const char *line;
+        bool json;
+        const char *args;
+    } cases[] = {
+        {"show evpn evi mac json", true, "0"},
+        {"show evpn evi 100 mac json | count", true, "-M 64 0"},
+        {"show evpn evi mac | json | include 4404", true, "0"},
+        // A bridge domain may be called "json"; only a last word that fits
+        // nothing else asks for the view.
+        {"show evpn evi bridge-domain json", false, "-b json 5"},
+        {"show evpn evi bridge-domain json json", true, "-b json 5"},
+    };
+    for (const auto &c : cases) {
+        ParsedLine p = parse_line(c.line);
+        ASSERT_FALSE(p.error) << c.line << ": " << p.error->message;
+        EXPECT_EQ(p.json, c.json) << c.line;
+        EXPECT_EQ(args_of(c.line), c.args) << c.line;
+    }
+    auto has = [](const std::vector<Choice> &list, const std::string &w) {
+        return std::any_of(list.begin(), list.end(), [&](const Choice &c) { return c.word == w; });
+    };
+    EXPECT_TRUE(has(next_choices("show evpn evi mac "), "json"));
+    EXPECT_FALSE(has(next_choices("show evpn "), "json")) << "offered before the command is complete";
+    EXPECT_TRUE(has(next_choices("show evpn evi mac json "), "|"));
+    EXPECT_EQ(completions("show evpn summary ", "j"), (std::vector<std::string>{"json"}));
+}
+
+// A name the client would have to cut to fit its database path is refused at
+// its word; one that just fits passes.
+TEST(ShellGrammar, NamesTheClientCouldNotLookUpWholeAreRefused) {
+    // (That these fill the client's path exactly is the program test's.)
+    const struct {
+        const char *words;  // the name follows
+        size_t longest;     // the longest name that passes
+    } cases[] = {
+        {"show evpn ethernet-segment interface ", 63},
+        {"show evpn evi bridge-domain ", 255 - 37},
+        {"show evpn evi neighbor bridge-domain ", 255 - 93},
+    };
+    for (const auto &c : cases) {
+        const std::string prefix = c.words;
+        EXPECT_FALSE(parse_line(prefix + std::string(c.longest, 'v')).error) << c.words;
+        ParsedLine p = parse_line(prefix + std::string(c.longest + 1, 'v') + " private");
+        ASSERT_TRUE(p.error) << c.words;
+        EXPECT_EQ(p.error->kind, ParseError::BadValue);
+        EXPECT_EQ(p.error->column, prefix.size()) << c.words;
+        EXPECT_NE(p.error->message.find(std::to_string(c.longest + 1) + " characters"), std::string::npos)
+            << p.error->message;
+    }
 }
