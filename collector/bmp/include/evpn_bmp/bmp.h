@@ -146,6 +146,7 @@ struct Update {
     RouteAttrs attrs;
     bool treat_as_withdraw = false;  // the announced routes are to be taken as withdrawn
     uint32_t other_family_routes = 0;
+    uint32_t unknown_route_types = 0;  // EVPN routes of a type other than 1-5, skipped by their length
     std::vector<AttrFault> attr_faults;
     void clear();                    // keeps the vectors' capacity
 };
@@ -203,6 +204,7 @@ enum class BmpErrc : uint8_t {
     TooManyAttributes,
     TooManyRoutes,
     BadNlri,          // an EVPN NLRI that cannot be framed
+    BadBody,          // a message's fixed fields (Peer Up, Peer Down, Statistics) run past its end
 };
 const char *bmp_strerror(BmpErrc e);
 
@@ -238,12 +240,14 @@ class Framer {
     std::vector<uint8_t> buf_;
     size_t start_ = 0;
     uint64_t consumed_ = 0;
+    BmpError failed_;  // a framing error, returned from then on
 };
 
 // ---- Words for logs -------------------------------------------------------------
 
 const char *msg_type_name(MsgType t);      // "Route Monitoring", ...
-const char *peer_type_name(PeerType t);    // "global", "rd-instance", "local", "loc-rib"
+const char *peer_type_name(PeerType t);
+const char *attr_name(uint8_t code);       // "ORIGIN", "MP_REACH_NLRI", ...; "unknown" for others    // "global", "rd-instance", "local", "loc-rib"
 // "192.0.2.1", "2001:db8::1"; "-" for an absent address. buf of 46 bytes at least.
 const char *ip_text(const IpAddr &a, char *buf, size_t size);
 
