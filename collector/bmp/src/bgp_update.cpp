@@ -18,7 +18,7 @@ constexpr uint8_t kFlagsWellKnown = kFlagTransitive;
 constexpr uint8_t kFlagsOptTrans = kFlagOptional | kFlagTransitive;
 constexpr uint8_t kFlagsOptNonTrans = kFlagOptional;
 
-constexpr uint8_t kAttrOrigin = 1, kAttrAsPath = 2, kAttrMpReach = 14, kAttrMpUnreach = 15;
+constexpr uint8_t kAttrMpReach = 14, kAttrMpUnreach = 15;
 
 // What one attribute's parse function sees.
 struct Ctx {
@@ -507,12 +507,9 @@ BmpErrc parse_update(Reader &r, bool two_octet_as, Update &u, uint32_t &err_offs
         }
     }
 
-    // Announced routes without the well-known mandatory attributes are
-    // withdrawn (RFC 7606 section 3 (d)).
-    if (!u.reach.empty()) {
-        if (!seen[kAttrOrigin]) note(u, kAttrOrigin, kWithdraw, uint32_t(attrs.pos()), "ORIGIN missing");
-        if (!seen[kAttrAsPath]) note(u, kAttrAsPath, kWithdraw, uint32_t(attrs.pos()), "AS_PATH missing");
-    }
+    // A missing well-known attribute withdraws nothing here: the router
+    // already took the routes in (gobgpd's Loc-RIB export has no AS_PATH for
+    // its own routes).
     count_prefixes(r, u.other_family_routes);
     if (too_many_routes(u)) {
         err_offset = uint32_t(r.pos());

@@ -85,6 +85,7 @@ struct EvpnNlri {
     IpAddr gateway;           // type 5
     uint8_t label_count = 0;  // labels present: 1 for types 1, 5; 1 or 2 for type 2
     uint32_t label[2] = {};   // each the raw 24 bits of the field (label << 4 | bits, or a VNI)
+    bool operator==(const EvpnNlri &) const = default;
 };
 
 // One SRv6 service SID from the Prefix-SID attribute (RFC 9252).
@@ -96,6 +97,7 @@ struct Srv6ServiceSid {
     bool has_structure = false;
     uint8_t locator_block_len = 0, locator_node_len = 0, function_len = 0,
             argument_len = 0, transposition_len = 0, transposition_offset = 0;
+    bool operator==(const Srv6ServiceSid &) const = default;
 };
 
 // The attributes of an UPDATE that the EVPN displays use.
@@ -127,6 +129,7 @@ struct RouteAttrs {
     IpAddr pmsi_endpoint;
     std::vector<Srv6ServiceSid> srv6_sids;
     void clear();                    // keeps the vectors' capacity
+    bool operator==(const RouteAttrs &) const = default;
 };
 
 // How one path attribute fault was handled (RFC 7606).
