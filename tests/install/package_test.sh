@@ -14,7 +14,8 @@ fail() { echo "FAIL: $*" >&2; exit 1; }
 cmake --install "$build" --prefix "$work/prefix" >/dev/null
 for f in bin/evpn_show_client bin/evpn_sysdb bin/evpn_shell share/man/man1/evpn_shell.1 share/man/man1/evpn_show_client.1 \
          share/man/man1/evpn_sysdb.1 share/evpn-show/demo.json share/doc/evpn-show/README.md \
-         share/doc/evpn-show/snapshot-format.md share/bash-completion/completions/evpn_sysdb; do
+         share/doc/evpn-show/snapshot-format.md share/bash-completion/completions/evpn_sysdb \
+         lib/systemd/system/evpn-collector.service lib/sysusers.d/evpn-show.conf; do
   [ -e "$work/prefix/$f" ] || fail "install: $f missing"
 done
 
@@ -54,6 +55,24 @@ grep -aq "@(#)evpn_show_client $(dpkg-deb -f "$deb" Version)" "$work/root/usr/bi
   fail "the client does not carry the package's version"
 [ "$("$work/root/usr/bin/evpn_sysdb" --version)" = "evpn_sysdb $(dpkg-deb -f "$deb" Version)" ] ||
   fail "evpn_sysdb --version is not the package's version"
+
+# ---- the collector's unit: the packaged program, the installed store, its own user ----
+unit="$work/root/usr/lib/systemd/system/evpn-collector.service"
+[ -f "$unit" ] || fail "package: no evpn-collector.service"
+exec_start=$(sed -n 's/^ExecStart=//p' "$unit")
+read -r -a words <<<"$exec_start"
+[ -x "$work/root${words[0]}" ] || fail "unit: ExecStart runs ${words[0]}, not in the package"
+installed_db=$(env -u EVPN_SYSDB "$work/root/usr/bin/evpn_sysdb" --help | sed -n 's/^Here: \(.*\) (installed)\.$/\1/p')
+[[ " $exec_start " == *" --db ${installed_db#"$work/root"} "* ]] ||
+  fail "unit: ExecStart '$exec_start' does not keep the installed store ${installed_db#"$work/root"}"
+user=$(sed -n 's/^User=//p' "$unit")
+grep -q "^u $user " "$work/root/usr/lib/sysusers.d/evpn-show.conf" || fail "unit: user '$user' is not made by sysusers.d"
+grep -qx "StateDirectory=$(basename "$(dirname "${installed_db#"$work/root"}")")" "$unit" ||
+  fail "unit: StateDirectory is not the store's folder"
+dpkg-deb -I "$deb" postinst | grep -q systemd-sysusers || fail "package: postinst does not make the user"
+if command -v systemd-analyze >/dev/null; then
+  out=$(systemd-analyze verify --root="$work/root" "$unit" 2>&1) || fail "unit: $out"
+fi
 
 # ---- man pages render without a warning ----
 for page in "$work"/root/usr/share/man/man1/*.1*; do
