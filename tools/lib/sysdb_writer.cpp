@@ -1010,6 +1010,22 @@ bool SysdbWriter::remove(const std::string &root, std::string_view base, const v
     return true;
 }
 
+bool SysdbWriter::clear(const std::string &root, std::string_view base, std::string &err) {
+    Impl &m = *impl_;
+    if (!m.in_txn) {
+        err = "clear outside a transaction";
+        return false;
+    }
+    const std::string prefix = std::string(base) + "#";
+    for (const auto &[key, id] : m.lists) {
+        if (key.first != root || (key.second != base && key.second.rfind(prefix, 0) != 0)) continue;
+        const std::string sql = "DELETE FROM item WHERE list = " + std::to_string(id) +
+                                "; DELETE FROM item_index WHERE list = " + std::to_string(id);
+        if (!exec(m.db, sql.c_str(), err)) return false;
+    }
+    return true;
+}
+
 bool SysdbWriter::close(std::string &err) {
     Impl &m = *impl_;
     if (!m.live) return true;

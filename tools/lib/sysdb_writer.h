@@ -58,6 +58,8 @@ class SysdbWriter {
     // fields are not read) with its index rows; absent already is no error.
     bool remove(const std::string &root, std::string_view base, const void *record,
                 std::string &err);
+    // Removes every item of a listing below root, with its index rows.
+    bool clear(const std::string &root, std::string_view base, std::string &err);
     // Live: rolls back what is not committed and leaves the file in the
     // rollback-journal mode, which a reader without write permission on the
     // directory can read. The destructor does it too, without reporting.
