@@ -4,6 +4,7 @@
 //   evpn_sysdb dump [PATH] [--db FILE] [--root ROOT]
 //   evpn_sysdb dump [SHOW OPTIONS] COMMAND [--db FILE]
 //   evpn_sysdb gen [--routes N] [--evis E] [--<kind> N ...] [--seed S] [--db FILE] [--json FILE]
+//   evpn_sysdb collect --bmp [ADDR:]PORT | --bmp-file FILE [--db FILE] [...]
 //   evpn_sysdb listings
 //   evpn_sysdb --help | --version
 #include <sys/stat.h>
@@ -19,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "collector.h"
 #include "evpn_show_print.h"
 #include "generator.h"
 #include "json_record.h"
@@ -49,6 +51,7 @@ void help(FILE *out) {
             "       evpn_sysdb dump [SHOW OPTIONS] COMMAND [--db FILE]\n"
             "       evpn_sysdb gen [--routes N] [--evis E] [--KIND N ...] [--seed S] [--db FILE]\n"
             "                      [--json FILE]\n"
+            "       evpn_sysdb collect --bmp [ADDRESS:]PORT | --bmp-file FILE [--db FILE] ...\n"
             "       evpn_sysdb listings\n"
             "       evpn_sysdb --help | --version\n"
             "\n"
@@ -59,8 +62,9 @@ void help(FILE *out) {
             "exactly the records that command lists, in its order, as JSON Lines.\n"
             "gen fills FILE (and, with --json, a snapshot of the same data) with N\n"
             "synthetic MAC routes over E EVIs (default 0 routes, 1 EVI) and N records of\n"
-            "each KIND asked for; the same seed gives the same data. listings names the\n"
-            "listings a database can hold. Kinds:\n");
+            "each KIND asked for; the same seed gives the same data. collect keeps FILE\n"
+            "current from routers' BMP sessions (evpn_sysdb collect --help). listings\n"
+            "names the listings a database can hold. Kinds:\n");
     for (const evpn::GenKindInfo &k : evpn::kGenKinds)
         fprintf(out, "  %-16s %s\n", kind_option(k).c_str(), k.what);
     fprintf(out,
@@ -472,6 +476,7 @@ int main(int argc, char **argv) {
         return fflush(stdout) == 0 && !ferror(stdout) ? 0 : 1;
     }
     if (command == "gen") return cmd_gen(argc, argv);
+    if (command == "collect") return evpn::collector::collect_main(argc, argv);
     if (command == "dump" && is_show_form(argc, argv)) return cmd_dump_show(argc, argv);
     if (command == "listings" && argc == 2) {
         for (const ListingDef &l : sysdb_registry())

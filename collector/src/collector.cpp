@@ -174,11 +174,6 @@ std::string peer_text(const bmp::PeerHeader &p) {
     return s;
 }
 
-bool set_nonblocking(int fd) {
-    int fl = fcntl(fd, F_GETFL);
-    return fl >= 0 && fcntl(fd, F_SETFL, fl | O_NONBLOCK) == 0;
-}
-
 // ---- Sessions ------------------------------------------------------------------
 
 struct Session {
@@ -241,10 +236,11 @@ class Engine {
                         log_.line(s.router, "more attribute faults: counted, not logged");
                         break;
                     }
-                    log_.line(s.router, "Route Monitoring at byte %llu: %s, attribute %u at byte %llu: %s; %s",
+                    log_.line(s.router, "Route Monitoring at byte %llu: %s, attribute %u (%s) at byte %llu: %s; %s",
                               static_cast<unsigned long long>(at), peer_text(m.peer).c_str(),
-                              unsigned(f.attr_type), static_cast<unsigned long long>(at + f.offset),
-                              f.reason, WORD(kFaultActions, f.action));
+                              unsigned(f.attr_type), bmp::attr_name(f.attr_type),
+                              static_cast<unsigned long long>(at + f.offset), f.reason,
+                              WORD(kFaultActions, f.action));
                 }
                 return apply(s);
             case MsgType::Initiation:
