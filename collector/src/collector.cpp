@@ -218,9 +218,15 @@ class Engine {
 
     // Whether the last End was the router's Termination rather than a fault.
     bool terminated() const { return terminated_; }
+    // Whether messages were applied since the last flush. The store's own
+    // pending() counts record writes only, not the derived records (segments,
+    // counters) a route changes and the flush writes.
+    bool unflushed() const { return touched_ || store_.pending(); }
+    void flushed() { touched_ = false; }
 
   private:
     Step apply(Session &s) {
+        touched_ = true;
         if (store_.apply(s.id, msg_, err_)) return Step::Continue;
         log_.line(s.router, "store: %s", err_.c_str());
         return Step::StoreFailed;
@@ -296,6 +302,7 @@ class Engine {
     Log &log_;
     bool replay_;
     bool terminated_ = false;
+    bool touched_ = false;
     Message msg_;  // reused: its vectors keep their capacity
     std::string err_;
 };
@@ -401,7 +408,7 @@ class Daemon {
         int64_t pending_since = -1, last_flush = 0;
         for (;;) {
             int timeout = -1;
-            if (store_->pending()) {
+            if (engine_->unflushed()) {
                 int64_t now = now_ms();
                 if (pending_since < 0) pending_since = now;
                 int64_t due = pending_since + opts_.flush_ms;
@@ -420,7 +427,7 @@ class Daemon {
                 log_.line(kSelf, "epoll: %s", strerror(errno));
                 return 1;
             }
-            if (n == 0 && store_->pending()) {
+            if (n == 0 && engine_->unflushed()) {
                 if (!flush()) return 1;
                 pending_since = -1, last_flush = now_ms();
                 continue;
@@ -450,6 +457,7 @@ class Daemon {
 
     bool flush() {
         std::string err;
+        if (engine_) engine_->flushed();
         if (store_->flush(err)) return true;
         log_.line(kSelf, "store: %s", err.c_str());
         return false;
@@ -747,7 +755,8 @@ int replay_file(const CollectorOptions &opts) {
             break;
         }
         // Readers of the store see a long replay progress.
-        if (store->pending() && now_ms() - last_flush >= opts.flush_ms) {
+        if (engine.unflushed() && now_ms() - last_flush >= opts.flush_ms) {
+            engine.flushed();
             if (!store->flush(err)) {
                 log.line(self, "store: %s", err.c_str());
                 status = 1;

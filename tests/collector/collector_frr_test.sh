@@ -61,7 +61,7 @@ start_gobgpd "[global.config]
   [[neighbors.afi-safis]]
     [neighbors.afi-safis.config]
       afi-safi-name = \"l2vpn-evpn\""
-logged 'Peer Up: peer 127\.0\.0\.2 AS 65000'
+logged 'Peer Up: peer 127\.0\.0\.2 AS 65000' 30
 
 add_routes
 shows 1000 '0200\.5e10\.2030' 0
@@ -88,4 +88,5 @@ lacks 1000 '0011\.2233\.4455\.6677\.8899' 9
 # bgpd itself stops: the session ends.
 kill "$(cat "$work/bgpd.pid")"
 logged 'closed \(session [0-9]+\)'
-echo "FRR test: ok ($(grep -c . "$work/collector.log") log lines)"
+cat "$work/collector.log"
+echo "FRR test: ok"

@@ -82,10 +82,11 @@ start_gobgpd "[global.config]
   [[neighbors.afi-safis]]
     [neighbors.afi-safis.config]
       afi-safi-name = \"l2vpn-evpn\""
-logged 'Peer Up: peer 127\.0\.0\.2 AS 65000'
+logged 'Peer Up: peer 127\.0\.0\.2 AS 65000' 30
 add_routes
 shows 3000 '0200\.5e10\.2030' 0
 shows 1000 '^0011\.2233\.4455\.6677\.8899 ' 3
 del_routes
 lacks 3000 '0200\.5e10\.2030' 0
-echo "gobgpd test: ok ($(grep -c . "$work/collector.log") log lines)"
+cat "$work/collector.log"
+echo "gobgpd test: ok"

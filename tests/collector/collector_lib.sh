@@ -8,7 +8,8 @@ chmod 755 "$work"
 pids=()
 fail() {
   echo "FAIL: $*" >&2
-  [ -f "$work/collector.log" ] && { echo "--- collector log:" >&2; tail -30 "$work/collector.log" >&2; }
+  local f
+  for f in "$work"/*.log; do echo "--- $(basename "$f"):" >&2; tail -15 "$f" >&2; done
   exit 1
 }
 cleanup() {
@@ -40,16 +41,18 @@ free_port() {
 # when the test runs as root, to show that it needs nothing more.
 start_collector() {
   local as=()
+  mkdir -p "$work/store"
   if [ "$(id -u)" -eq 0 ] && command -v setpriv >/dev/null; then
     as=(setpriv --reuid=nobody --regid=nogroup --clear-groups --)
+    chown nobody:nogroup "$work/store"
   fi
-  "${as[@]}" "$sysdb" collect --bmp 127.0.0.1:0 --db "$work/live.db" "$@" 2>"$work/collector.log" &
+  "${as[@]}" "$sysdb" collect --bmp 127.0.0.1:0 --db "$work/store/live.db" "$@" 2>"$work/collector.log" &
   collector_pid=$!
   pids+=("$collector_pid")
   local i
   for i in $(seq 50); do
     bmp_port=$(sed -n 's/.*listening on 127\.0\.0\.1:\([0-9]*\)$/\1/p' "$work/collector.log")
-    [ -n "$bmp_port" ] && [ -f "$work/live.db" ] && return 0
+    [ -n "$bmp_port" ] && [ -f "$work/store/live.db" ] && return 0
     kill -0 "$collector_pid" 2>/dev/null || fail "the collector did not start"
     sleep 0.1
   done
@@ -57,7 +60,7 @@ start_collector() {
 }
 
 # show ARGS...: the client's report from the live store.
-show() { EVPN_SYSDB="$work/live.db" "$client" "$@"; }
+show() { EVPN_SYSDB="$work/store/live.db" "$client" "$@"; }
 
 now_ms() { echo $(($(date +%s%N) / 1000000)); }
 
@@ -81,10 +84,11 @@ $out"
   done
 }
 
-# logged PATTERN: the collector's log holds a line matching PATTERN (grep -E) within 5 s.
+# logged PATTERN [SECONDS]: the collector's log holds a line matching PATTERN
+# (grep -E) within SECONDS (default 5).
 logged() {
   local i
-  for i in $(seq 100); do
+  for i in $(seq $((${2:-5} * 20))); do
     grep -Eq "$1" "$work/collector.log" && return 0
     sleep 0.05
   done
