@@ -156,6 +156,7 @@ class Generator {
                     r.ethernet_tag = 0xffffffff;
                     attrs_.has_esi_label = true;
                     attrs_.esi_label_flags = rng.below(2);  // single-active or all-active
+                    attrs_.esi_label = vxlan(evi) ? 0 : (17000 + p % 1000) << 4 | 1;  // split horizon
                 } else {
                     r.label[0] = evi_label(evi);
                 }
@@ -200,6 +201,7 @@ class Generator {
                 r.esi = make_esi(i);
                 r.ip = v4(id);
                 attrs_.route_targets.clear();
+                attrs_.has_encap = false;
                 attrs_.has_es_import = true;
                 std::copy(r.esi.begin() + 1, r.esi.begin() + 7, attrs_.es_import.begin());
                 break;
