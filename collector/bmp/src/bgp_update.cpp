@@ -230,8 +230,9 @@ const char *parse_mp_reach(Ctx &ctx, Reader &r, FaultAction &) {
 const char *parse_mp_unreach(Ctx &ctx, Reader &r, FaultAction &) {
     uint16_t afi = 0;
     uint8_t safi = 0;
+    const uint32_t at = uint32_t(r.pos());
     if (!r.u16(afi) || !r.u8(safi)) {
-        ctx.err = BmpErrc::BadUpdate, ctx.err_offset = uint32_t(r.pos());
+        ctx.err = BmpErrc::BadUpdate, ctx.err_offset = at;
         return "MP_UNREACH_NLRI cut short";
     }
     if (afi != kAfiL2vpn || safi != kSafiEvpn) {

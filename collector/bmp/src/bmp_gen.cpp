@@ -73,6 +73,8 @@ class Generator {
         if (opt_.peers == 0) opt_.peers = 1;
         if (opt_.evis == 0) opt_.evis = 1;
         if (opt_.routes_per_update == 0) opt_.routes_per_update = 1;
+        evi_shift_ = mix(opt_.seed) % opt_.evis;
+        host_mask_ = uint32_t(mix(opt_.seed + 1)) & 0x00ffffffu;
     }
 
     bool run() {
@@ -128,7 +130,7 @@ class Generator {
     void build(uint8_t type, uint64_t c, uint64_t first, uint32_t n, uint32_t p) {
         Rng rng{mix(opt_.seed ^ mix(type * 0x100000001ull + c))};
         const uint64_t pe = uint64_t(opt_.peers) * opt_.evis;
-        const uint32_t evi = 1 + uint32_t((c / opt_.peers) % opt_.evis);
+        const uint32_t evi = 1 + uint32_t((c / opt_.peers + evi_shift_) % opt_.evis);
         const uint64_t round = c / pe;
         const uint32_t id = peer_address(p);
 
@@ -145,6 +147,7 @@ class Generator {
             r.rd = make_rd(id, evi);
             const uint64_t slot = round * opt_.routes_per_update + j;
             const uint64_t i = first + j;
+            const uint32_t host = uint32_t(i) ^ host_mask_;  // the seed's hosts, still one per route
             switch (type) {
             case 1:  // every fourth UPDATE per-ES (its ESI label), the others per-EVI
                 r.esi = make_esi(slot * 64 + p % 64);
@@ -153,22 +156,23 @@ class Generator {
                     r.ethernet_tag = 0xffffffff;
                     attrs_.has_esi_label = true;
                     attrs_.esi_label_flags = rng.below(2);  // single-active or all-active
+                    attrs_.esi_label = vxlan(evi) ? 0 : (17000 + p % 1000) << 4 | 1;  // split horizon
                 } else {
                     r.label[0] = evi_label(evi);
                 }
                 break;
             case 2: {  // MAC only, MAC + IPv4, MAC + IPv6; a fifth multihomed
-                r.mac = {0x02, uint8_t(p), uint8_t(i >> 24), uint8_t(i >> 16), uint8_t(i >> 8), uint8_t(i)};
+                r.mac = {0x02, uint8_t(p), uint8_t(host >> 24), uint8_t(host >> 16), uint8_t(host >> 8), uint8_t(host)};
                 if (c % 5 == 0) r.esi = make_esi(p / 2 * 64 + evi % 64);
                 r.label_count = 1;
                 r.label[0] = evi_label(evi);
                 const uint32_t kind = uint32_t(c % 3);
-                if (kind == 1) r.ip = v4(0x0a000000u | uint32_t(i & 0xffffff));
+                if (kind == 1) r.ip = v4(0x0a000000u | (host & 0xffffff));
                 if (kind == 2) {
                     r.ip.len = 16;
                     const uint8_t pre[8] = {0x20, 0x01, 0x0d, 0xb8, uint8_t(evi >> 8), uint8_t(evi), 0, 0};
                     std::copy(pre, pre + 8, r.ip.b.begin());
-                    for (int k = 0; k < 8; k++) r.ip.b[15 - k] = uint8_t(i >> (8 * k));
+                    for (int k = 0; k < 4; k++) r.ip.b[15 - k] = uint8_t(host >> (8 * k));
                 }
                 if (kind != 0 && vxlan(evi)) {  // symmetric routing: the L3 VNI and router's MAC
                     r.label_count = 2;
@@ -197,6 +201,7 @@ class Generator {
                 r.esi = make_esi(i);
                 r.ip = v4(id);
                 attrs_.route_targets.clear();
+                attrs_.has_encap = false;
                 attrs_.has_es_import = true;
                 std::copy(r.esi.begin() + 1, r.esi.begin() + 7, attrs_.es_import.begin());
                 break;
@@ -231,6 +236,8 @@ class Generator {
     }
 
     GenBmpOptions opt_;
+    uint64_t evi_shift_ = 0;   // which EVI the first UPDATE has
+    uint32_t host_mask_ = 0;   // MAC and host addresses' low bits
     const GenBmpSink &sink_;
     GenBmpCounts &counts_;
     Encoder enc_;
