@@ -64,6 +64,16 @@ uint32_t label_value(uint32_t raw, uint32_t encap) {
     return encap == EVPN_ENCAP_VXLAN ? raw & 0xffffff : (raw >> 4) & 0xfffff;
 }
 
+// An SRv6 route's label field holds the bits transposed into its SID (RFC
+// 9252), at its top: those bits are its label.
+uint32_t label_value(uint32_t raw, uint32_t encap, const std::vector<Srv6Sid> &sids) {
+    if (encap == EVPN_ENCAP_SRV6 && !sids.empty() && sids[0].SIDStructurePresent) {
+        const uint32_t len = sids[0].sid_struct.TranspositionLen;
+        if (len > 0 && len <= 24) return (raw & 0xffffff) >> (24 - len);
+    }
+    return label_value(raw, encap);
+}
+
 // Route target or RD (8 raw bytes, type first) as a record's RD/RT value.
 l2vpn_bag_rd_t rd_value(const uint8_t raw[8]) {
     l2vpn_bag_rd_t v{};
@@ -591,7 +601,7 @@ struct RouteMapper::Impl {
                 const AttrSet &a = attr_sets[p.attrs];
                 EvpnPath path{};
                 path.NextHop = a.nh;
-                path.OutputLabel = label_value(e.label[0], a.encap);
+                path.OutputLabel = label_value(e.label[0], a.encap, a.sids);
                 path.Layer2Attributes = a.l2;
                 path_sid_at.push_back(static_cast<uint32_t>(sids.size()));
                 if (with_sids)

@@ -102,10 +102,12 @@ inline bmp::Message peer_message(bmp::MsgType type, const bmp::PeerHeader &p) {
 }
 
 // The client's report of a command on the store ("0", "-p 4", ...).
-inline std::string show(const std::string &db, std::vector<std::string> args) {
+inline std::string show(const std::string &db, std::vector<std::string> args,
+                        std::vector<std::string> env = {}) {
     std::vector<std::string> argv{EVPN_CLIENT_BIN};
     argv.insert(argv.end(), args.begin(), args.end());
-    subprocess::Run r = subprocess::run(argv, {"EVPN_SYSDB=" + db});
+    env.push_back("EVPN_SYSDB=" + db);
+    subprocess::Run r = subprocess::run(argv, env);
     EXPECT_EQ(r.status, 0) << r.err;
     return r.out;
 }
