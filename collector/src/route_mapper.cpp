@@ -64,6 +64,16 @@ uint32_t label_value(uint32_t raw, uint32_t encap) {
     return encap == EVPN_ENCAP_VXLAN ? raw & 0xffffff : (raw >> 4) & 0xfffff;
 }
 
+// An SRv6 route's label field holds the bits transposed into its SID (RFC
+// 9252), at its top: those bits are its label.
+uint32_t label_value(uint32_t raw, uint32_t encap, const std::vector<Srv6Sid> &sids) {
+    if (encap == EVPN_ENCAP_SRV6 && !sids.empty() && sids[0].SIDStructurePresent) {
+        const uint32_t len = sids[0].sid_struct.TranspositionLen;
+        if (len > 0 && len <= 24) return (raw & 0xffffff) >> (24 - len);
+    }
+    return label_value(raw, encap);
+}
+
 // Route target or RD (8 raw bytes, type first) as a record's RD/RT value.
 l2vpn_bag_rd_t rd_value(const uint8_t raw[8]) {
     l2vpn_bag_rd_t v{};
@@ -75,9 +85,16 @@ l2vpn_bag_rd_t rd_value(const uint8_t raw[8]) {
 l2vpn_bag_rt_t rt_value(uint64_t rt) {
     uint8_t raw[8];
     for (int i = 0; i < 8; i++) raw[i] = static_cast<uint8_t>(rt >> (8 * (7 - i)));
+    // The record's value: the type as an RD's (two octets, without the
+    // transitivity bits), then the six value octets; the subtype is implied.
+    raw[1] = raw[0] & 0x3f;
     raw[0] = 0;
-    raw[1] &= 0x3f;  // the type without its transitivity bits; the subtype is implied
-    l2vpn_bag_rt_t v = rd_value(raw);
+    return rd_value(raw);
+}
+
+uint64_t be64(const uint8_t *b) {
+    uint64_t v = 0;
+    for (int i = 0; i < 8; i++) v = v << 8 | b[i];
     return v;
 }
 
@@ -259,10 +276,12 @@ struct EviKey {
     uint32_t evi, encap;
     bool operator==(const EviKey &) const = default;
 };
+// (evi, encap, route target or RD as a big-endian number): ordered, so that
+// an EVI's smallest one is found first.
 struct EviRtKey {
     uint32_t evi, encap;
     uint64_t rt;
-    bool operator==(const EviRtKey &) const = default;
+    auto operator<=>(const EviRtKey &) const = default;
 };
 struct AddrKey {  // a neighbor of an EVI (evi, address) or an endpoint (encap, address)
     uint32_t scope;
@@ -317,7 +336,7 @@ struct RouteMapper::Impl {
 
     // Derived records: how many route advertisements hold each up.
     std::unordered_map<EviKey, Counted, BytesHash> evis;
-    std::unordered_map<EviRtKey, Counted, BytesHash> evi_rts;
+    std::map<EviRtKey, Counted> evi_rts, evi_rds;
     std::unordered_map<uint64_t, Counted> rds;
     std::unordered_map<AddrKey, Counted, BytesHash> neighbors, teps;
     std::unordered_map<EsiKey, Segment, BytesHash> segments;
@@ -531,8 +550,14 @@ struct RouteMapper::Impl {
         }
         const size_t evis_before = evis.size(), neighbors_before = neighbors.size(),
                      teps_before = teps.size();
-        count(evis, EviKey{e.evi, a.encap}, delta, dirty_evis);
+        const EviKey evi{e.evi, a.encap};
+        count(evis, evi, delta, dirty_evis);
+        // The EVI's record names its smallest RD and route target.
+        const size_t rts_before = evi_rts.size(), rds_before = evi_rds.size();
         for (uint64_t rt : a.rts) count(evi_rts, EviRtKey{e.evi, a.encap, rt}, delta, dirty_evi_rts);
+        std::vector<EviRtKey> unused;
+        count(evi_rds, EviRtKey{e.evi, a.encap, be64(e.rd.data())}, delta, unused);
+        if (evi_rts.size() != rts_before || evi_rds.size() != rds_before) dirty_evis.push_back(evi);
         if (a.has_nh) {
             AddrKey n{e.evi, a.nh};
             if (delta > 0) neighbors[n].encap = a.encap;
@@ -576,7 +601,7 @@ struct RouteMapper::Impl {
                 const AttrSet &a = attr_sets[p.attrs];
                 EvpnPath path{};
                 path.NextHop = a.nh;
-                path.OutputLabel = label_value(e.label[0], a.encap);
+                path.OutputLabel = label_value(e.label[0], a.encap, a.sids);
                 path.Layer2Attributes = a.l2;
                 path_sid_at.push_back(static_cast<uint32_t>(sids.size()));
                 if (with_sids)
@@ -865,6 +890,20 @@ struct RouteMapper::Impl {
             d.evi = d.vpn_id = k.evi;
             d.encap = k.encap;
             d.evi_type = s.evi_type;
+            // No configured RD is known here: it reads 0:0. The automatic
+            // RD and RT are the smallest of the EVI's routes.
+            d.rd_config.format = L2VPN_RD_FORMAT_AS2;
+            const uint8_t none[8] = {};
+            d.rd_auto = d.rt_auto = rd_value(none);
+            if (auto it = evi_rds.lower_bound({k.evi, k.encap, 0});
+                it != evi_rds.end() && it->first.evi == k.evi && it->first.encap == k.encap) {
+                uint8_t raw[8];
+                for (int i = 0; i < 8; i++) raw[i] = static_cast<uint8_t>(it->first.rt >> (56 - 8 * i));
+                d.rd_auto = rd_value(raw);
+            }
+            if (auto it = evi_rts.lower_bound({k.evi, k.encap, 0});
+                it != evi_rts.end() && it->first.evi == k.evi && it->first.encap == k.encap)
+                d.rt_auto = rt_value(it->first.rt);
             if (!put(on, EVPN_PATH_EVI, &s) || !put(on, EVPN_PATH_EVI_DETAIL, &d)) return false;
         }
         dirty_evis.clear();
