@@ -86,9 +86,9 @@ struct LiveStore::Impl : RecordSink {
 
     Impl() = default;
 
-    bool upsert(std::string_view base, const void *record, std::string &err) override {
+    bool upsert(std::string_view base, const void *record, bool fresh, std::string &err) override {
         changes++;
-        return writer->upsert(opts.root, base, record, err);
+        return writer->upsert(opts.root, base, record, err, fresh);
     }
     bool remove(std::string_view base, const void *record, std::string &err) override {
         changes++;

@@ -25,7 +25,8 @@ namespace evpn::collector {
 class RecordSink {
   public:
     virtual ~RecordSink() = default;
-    virtual bool upsert(std::string_view base, const void *record, std::string &err) = 0;
+    // fresh: the item is known not to be stored (no old one's index rows to drop).
+    virtual bool upsert(std::string_view base, const void *record, bool fresh, std::string &err) = 0;
     // The record's item-key fields name the item to remove.
     virtual bool remove(std::string_view base, const void *record, std::string &err) = 0;
 };

@@ -899,7 +899,7 @@ struct LiveOps {
 }  // namespace
 
 bool SysdbWriter::upsert(const std::string &root, std::string_view base, const void *record,
-                         std::string &err) {
+                         std::string &err, bool fresh) {
     Impl &m = *impl_;
     if (!m.in_txn) {
         err = "upsert outside a transaction";
@@ -920,7 +920,7 @@ bool SysdbWriter::upsert(const std::string &root, std::string_view base, const v
         m.name = l->base;
     }
     // Rows of the stored item that the new one does not have.
-    if (t->any_volatile) {
+    if (t->any_volatile && !fresh) {
         bool found = false;
         if (!LiveOps::stored(m, *l, t->list, m.skey, err, found)) return false;
         if (found) {

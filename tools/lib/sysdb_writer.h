@@ -51,9 +51,10 @@ class SysdbWriter {
     static std::unique_ptr<SysdbWriter> open_live(const std::string &target, std::string &err);
     bool begin(std::string &err);
     // Stores a record as the item its keys name, replacing the item and its
-    // index rows when it is there.
+    // index rows when it is there. fresh: the caller knows it is not there
+    // (no look-up of an old item's rows).
     bool upsert(const std::string &root, std::string_view base, const void *record,
-                std::string &err);
+                std::string &err, bool fresh = false);
     // Removes the item named by the record's item-key fields (the other
     // fields are not read) with its index rows; absent already is no error.
     bool remove(const std::string &root, std::string_view base, const void *record,
