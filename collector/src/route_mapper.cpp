@@ -477,26 +477,13 @@ struct RouteMapper::Impl {
     void release_if_unused(uint32_t id) {
         AttrSet &s = attr_sets[id];
         if (s.refs || s.key.empty()) return;
+        if (run.delta && run.aid == id) settle();
         attrs_by_key.erase(s.key);
         s = AttrSet{};
         free_attrs.push_back(id);
     }
 
     // ---- Derived counts --------------------------------------------------------
-
-    template <class M, class K, class D> void count(M &map, const K &key, int delta, D &dirty) {
-        if (delta > 0) {
-            Counted &c = map[key];
-            if (c.count++ == 0) dirty.push_back(key);
-            return;
-        }
-        auto it = map.find(key);
-        if (it == map.end()) return;
-        if (--it->second.count == 0) {
-            map.erase(it);
-            dirty.push_back(key);
-        }
-    }
 
     void count_segment(const bmp::Esi &esi, const l2vpn_ip_addr_t &addr, const AttrSet *a, int delta) {
         static constexpr bmp::Esi kZero{};
@@ -533,35 +520,83 @@ struct RouteMapper::Impl {
         if (gone_nh) dirty_segments.push_back({key, id});
     }
 
-    // What one advertisement of route e with attributes a adds to (delta 1)
-    // or takes from (-1) the derived records.
+    // What one advertisement of route e with attributes aid adds to (delta
+    // 1) or takes from (-1) the derived records. Runs of advertisements with
+    // the same EVI, attributes and RD (an UPDATE's routes) are added up and
+    // applied once (settle).
+    struct Run {
+        uint32_t evi = 0, aid = 0;
+        bmp::Rd rd{};
+        int delta = 0;
+    } run;
+
     void advertisement(const RouteEntry &e, uint32_t aid, int delta) {
+        attr_sets[aid].refs += delta;
+        if (e.type == 4 || (e.type == 1 && e.tag == kEthernetTagMax)) {
+            effects(&e, e.evi, e.rd, aid, delta);
+            return;
+        }
+        if (run.delta && run.evi == e.evi && run.aid == aid && run.rd == e.rd &&
+            (run.delta > 0) == (delta > 0)) {
+            run.delta += delta;
+            return;
+        }
+        settle();
+        run = {e.evi, aid, e.rd, delta};
+    }
+
+    void settle() {
+        if (!run.delta) return;
+        const int delta = run.delta;
+        run.delta = 0;
+        effects(nullptr, run.evi, run.rd, run.aid, delta);
+    }
+
+    template <class M, class K, class D> void count(M &map, const K &key, int delta, D &dirty) {
+        if (delta > 0) {
+            Counted &c = map[key];
+            if (c.count == 0) dirty.push_back(key);
+            c.count += static_cast<uint32_t>(delta);
+            return;
+        }
+        auto it = map.find(key);
+        if (it == map.end()) return;
+        const uint32_t down = static_cast<uint32_t>(-delta);
+        if (it->second.count <= down) {
+            map.erase(it);
+            dirty.push_back(key);
+        } else {
+            it->second.count -= down;
+        }
+    }
+
+    // e: the route, for a segment's routes (types 4 and per-ES 1); null for
+    // a run of routes of types 1-3.
+    void effects(const RouteEntry *e, uint32_t evi_number, const bmp::Rd &rd_bytes, uint32_t aid,
+                 int delta) {
         AttrSet &a = attr_sets[aid];
-        a.refs += delta;
         uint64_t rd;
-        memcpy(&rd, e.rd.data(), 8);
+        memcpy(&rd, rd_bytes.data(), 8);
         count(rds, rd, delta, dirty_rds);
-        if (e.type == 4) {
-            l2vpn_ip_addr_t orig{};
+        if (e && e->type == 4) {
             bmp::IpAddr ip;
-            ip.len = e.ip_len;
-            memcpy(ip.b.data(), e.ip.data(), 16);
-            orig = ip_of(ip);
-            count_segment(e.esi, orig, &a, delta);
+            ip.len = e->ip_len;
+            memcpy(ip.b.data(), e->ip.data(), 16);
+            count_segment(e->esi, ip_of(ip), &a, delta);
             return;
         }
         const size_t evis_before = evis.size(), neighbors_before = neighbors.size(),
                      teps_before = teps.size();
-        const EviKey evi{e.evi, a.encap};
+        const EviKey evi{evi_number, a.encap};
         count(evis, evi, delta, dirty_evis);
         // The EVI's record names its smallest RD and route target.
         const size_t rts_before = evi_rts.size(), rds_before = evi_rds.size();
-        for (uint64_t rt : a.rts) count(evi_rts, EviRtKey{e.evi, a.encap, rt}, delta, dirty_evi_rts);
+        for (uint64_t rt : a.rts) count(evi_rts, EviRtKey{evi_number, a.encap, rt}, delta, dirty_evi_rts);
         std::vector<EviRtKey> unused;
-        count(evi_rds, EviRtKey{e.evi, a.encap, be64(e.rd.data())}, delta, unused);
+        count(evi_rds, EviRtKey{evi_number, a.encap, be64(rd_bytes.data())}, delta, unused);
         if (evi_rts.size() != rts_before || evi_rds.size() != rds_before) dirty_evis.push_back(evi);
         if (a.has_nh) {
-            AddrKey n{e.evi, a.nh};
+            AddrKey n{evi_number, a.nh};
             if (delta > 0) neighbors[n].encap = a.encap;
             count(neighbors, n, delta, dirty_neighbors);
             // A VXLAN route's next hop is the far end of its tunnel.
@@ -569,16 +604,21 @@ struct RouteMapper::Impl {
                 AddrKey t{a.encap, a.nh};
                 if (delta > 0) {
                     Counted &c = teps[t];
-                    if (c.count++ == 0) {
+                    if (c.count == 0) {
                         c.id = next_tep_id++;
                         dirty_teps.push_back({t, c.id});
                     }
-                } else if (auto it = teps.find(t); it != teps.end() && --it->second.count == 0) {
-                    dirty_teps.push_back({t, it->second.id});
-                    teps.erase(it);
+                    c.count += static_cast<uint32_t>(delta);
+                } else if (auto it = teps.find(t); it != teps.end()) {
+                    if (it->second.count <= static_cast<uint32_t>(-delta)) {
+                        dirty_teps.push_back({t, it->second.id});
+                        teps.erase(it);
+                    } else {
+                        it->second.count -= static_cast<uint32_t>(-delta);
+                    }
                 }
             }
-            if (e.type == 1 && e.tag == kEthernetTagMax) count_segment(e.esi, a.nh, &a, delta);
+            if (e && e->type == 1) count_segment(e->esi, a.nh, &a, delta);
         }
         if (evis.size() != evis_before || neighbors.size() != neighbors_before ||
             teps.size() != teps_before)
@@ -872,6 +912,7 @@ struct RouteMapper::Impl {
     // ---- Derived records -------------------------------------------------------
 
     bool flush(RecordSink &sink, std::string &err) {
+        settle();
         auto put = [&](bool exists, std::string_view base, const void *r) {
             stats.record_writes++;
             return exists ? sink.upsert(base, r, false, err) : sink.remove(base, r, err);
