@@ -212,6 +212,9 @@ struct SysdbWriter::Impl {
         std::vector<Row> items, index;
     };
     static constexpr size_t kBatchBytes = 512 * 1024, kQueued = 2;
+    // Live mode hands smaller batches over: a commit waits for the queue.
+    static constexpr size_t kLiveBatchBytes = 64 * 1024;
+    size_t batch_bytes = kBatchBytes;
     std::thread worker;
     std::mutex mu;
     std::condition_variable cv;
@@ -347,6 +350,9 @@ struct SysdbWriter::Impl {
     // rollback journal, so that it stays readable without its -wal and -shm.
     bool close_live(std::string &err) {
         if (!db) return true;
+        std::string lost;
+        drain(lost);  // rolled back below in any case
+        stop_worker();
         finalize_all();
         if (in_txn) sqlite3_exec(db, "ROLLBACK", nullptr, nullptr, nullptr);
         in_txn = false;
@@ -583,7 +589,7 @@ bool SysdbWriter::add(const std::string &root, std::string_view base, const void
         }
         if (!m.insert_index(ix, ikey, err)) return false;
     }
-    if (in_order && m.filling && m.filling->bytes.size() >= Impl::kBatchBytes) m.submit();
+    if (in_order && m.filling && m.filling->bytes.size() >= m.batch_bytes) m.submit();
     return true;
 }
 
@@ -678,6 +684,7 @@ bool SysdbWriter::set_meta(const std::string &key, const std::string &value, std
 bool SysdbWriter::commit(std::string &err) {
     Impl &m = *impl_;
     if (m.live) {
+        if (!m.drain(err)) return false;
         if (!m.in_txn) return true;
         if (!exec(m.db, "COMMIT", err)) return false;
         m.in_txn = false;
@@ -803,6 +810,8 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open_live(const std::string &named, st
         const char *sql;
     } stmts[] = {
         {&m.ins_list, "INSERT INTO listing(id, root, path, record_type) VALUES (?1, ?2, ?3, ?4)"},
+        {&m.ins_item, "INSERT INTO item(list, skey, name, data) VALUES (?1, ?2, ?3, ?4)"},
+        {&m.ins_index, "INSERT INTO item_index(list, ikey) VALUES (?1, ?2)"},
         {&m.put_item, "INSERT OR REPLACE INTO item(list, skey, name, data) VALUES (?1, ?2, ?3, ?4)"},
         {&m.get_item, "SELECT data FROM item WHERE list = ?1 AND skey = ?2"},
         {&m.del_item, "DELETE FROM item WHERE list = ?1 AND skey = ?2"},
@@ -814,6 +823,19 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open_live(const std::string &named, st
             err = target + ": " + sqlite3_errmsg(m.db);
             return nullptr;
         }
+    // New items go to the worker thread as a load's do (Impl::store).
+    std::string items_sql = "INSERT INTO item(list, skey, name, data) VALUES (?, ?, ?, ?)",
+                index_sql = "INSERT INTO item_index(list, ikey) VALUES (?, ?)";
+    for (size_t i = 1; i < Impl::kRowsPerInsert; i++) {
+        items_sql += ", (?, ?, ?, ?)";
+        index_sql += ", (?, ?)";
+    }
+    if (sqlite3_prepare_v2(m.db, items_sql.c_str(), -1, &m.ins_items, nullptr) != SQLITE_OK ||
+        sqlite3_prepare_v2(m.db, index_sql.c_str(), -1, &m.ins_indexes, nullptr) != SQLITE_OK) {
+        err = target + ": " + sqlite3_errmsg(m.db);
+        return nullptr;
+    }
+    m.batch_bytes = Impl::kLiveBatchBytes;
     // The listings the file has already.
     sqlite3_stmt *s = nullptr;
     if (sqlite3_prepare_v2(m.db, "SELECT id, root, path FROM listing", -1, &s, nullptr) != SQLITE_OK) {
@@ -915,6 +937,31 @@ bool SysdbWriter::upsert(const std::string &root, std::string_view base, const v
     }
     if (t->list < 0 && (t->list = m.list_id(root, t->base, l->desc->name, err)) < 0) return false;
     if (!l->singleton && !m.keys_of(*t, record, err)) return false;
+    if (fresh && !l->singleton) {
+        // A new item: its row and index rows are stored by the worker
+        // thread while the caller maps and encodes the next ones.
+        if (m.worker_failed) return m.drain(err);
+        for (size_t o = 0; o < t->orderings.size(); o++)
+            if (!m.ikeys[o].empty() && m.ordering_list(*t, o, err) < 0) return false;
+        Impl::Batch &b = m.batch();
+        auto put = [&](std::string_view v) {
+            b.bytes.append(v);
+            return static_cast<uint32_t>(b.bytes.size() - v.size());
+        };
+        Impl::Row r{t->list, put(m.skey), static_cast<uint32_t>(m.skey.size()), put(m.name),
+                    static_cast<uint32_t>(m.name.size()), static_cast<uint32_t>(b.bytes.size()), 0};
+        sysdb_schema::pack_record(m.encoded.data(), m.encoded.size(), b.bytes);
+        r.data_len = static_cast<uint32_t>(b.bytes.size() - r.data);
+        b.items.push_back(r);
+        for (size_t o = 0; o < t->orderings.size(); o++) {
+            if (m.ikeys[o].empty()) continue;
+            b.index.push_back({t->ordering_lists[o], put(m.ikeys[o]),
+                               static_cast<uint32_t>(m.ikeys[o].size()), 0, 0, 0, 0});
+        }
+        if (b.bytes.size() >= m.batch_bytes) m.submit();
+        return true;
+    }
+    if (!m.drain(err)) return false;
     if (l->singleton) {
         m.skey.clear();
         m.name = l->base;
@@ -969,6 +1016,7 @@ bool SysdbWriter::remove(const std::string &root, std::string_view base, const v
         err = "remove outside a transaction";
         return false;
     }
+    if (!m.drain(err)) return false;
     Impl::Target *t = m.target_of(root, base, err);
     if (!t) return false;
     const ListingDef *l = t->def;
@@ -1016,6 +1064,7 @@ bool SysdbWriter::clear(const std::string &root, std::string_view base, std::str
         err = "clear outside a transaction";
         return false;
     }
+    if (!m.drain(err)) return false;
     const std::string prefix = std::string(base) + "#";
     for (const auto &[key, id] : m.lists) {
         if (key.first != root || (key.second != base && key.second.rfind(prefix, 0) != 0)) continue;
