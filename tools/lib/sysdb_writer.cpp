@@ -810,8 +810,8 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open_live(const std::string &named, st
         const char *sql;
     } stmts[] = {
         {&m.ins_list, "INSERT INTO listing(id, root, path, record_type) VALUES (?1, ?2, ?3, ?4)"},
-        {&m.ins_item, "INSERT INTO item(list, skey, name, data) VALUES (?1, ?2, ?3, ?4)"},
-        {&m.ins_index, "INSERT INTO item_index(list, ikey) VALUES (?1, ?2)"},
+        {&m.ins_item, "INSERT OR IGNORE INTO item(list, skey, name, data) VALUES (?1, ?2, ?3, ?4)"},
+        {&m.ins_index, "INSERT OR IGNORE INTO item_index(list, ikey) VALUES (?1, ?2)"},
         {&m.put_item, "INSERT OR REPLACE INTO item(list, skey, name, data) VALUES (?1, ?2, ?3, ?4)"},
         {&m.get_item, "SELECT data FROM item WHERE list = ?1 AND skey = ?2"},
         {&m.del_item, "DELETE FROM item WHERE list = ?1 AND skey = ?2"},
@@ -823,9 +823,13 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open_live(const std::string &named, st
             err = target + ": " + sqlite3_errmsg(m.db);
             return nullptr;
         }
-    // New items go to the worker thread as a load's do (Impl::store).
-    std::string items_sql = "INSERT INTO item(list, skey, name, data) VALUES (?, ?, ?, ?)",
-                index_sql = "INSERT INTO item_index(list, ikey) VALUES (?, ?)";
+    // New items go to the worker thread as a load's do (Impl::store). A
+    // statement of many rows that may abort half done keeps a statement
+    // journal (every page it changes copied to a temporary file); one whose
+    // conflicts replace or skip never aborts, so it keeps none. The rows are
+    // new: neither happens.
+    std::string items_sql = "INSERT OR IGNORE INTO item(list, skey, name, data) VALUES (?, ?, ?, ?)",
+                index_sql = "INSERT OR IGNORE INTO item_index(list, ikey) VALUES (?, ?)";
     for (size_t i = 1; i < Impl::kRowsPerInsert; i++) {
         items_sql += ", (?, ?, ?, ?)";
         index_sql += ", (?, ?)";
