@@ -14,6 +14,8 @@ namespace evpn::collector {
 
 namespace {
 
+using Stored = RecordSink::Stored;
+
 constexpr uint32_t kEthernetTagMax = 0xFFFFFFFF;
 constexpr uint32_t kRtTypeImport = 1;
 constexpr uint32_t kExtFlagDefaultGateway = 1u << 11;
@@ -716,7 +718,7 @@ struct RouteMapper::Impl {
         const RouteEntry *first = gather(k, true);
         stats.record_writes++;
         counted(k, had, first != nullptr);
-        if (!first) return sink.remove(EVPN_PATH_MAC, &r, err);
+        if (!first) return sink.remove(EVPN_PATH_MAC, &r, had ? Stored::Yes : Stored::No, err);
         const AttrSet &a = attr_sets[first->attrs];
         r.encap = a.encap;
         r.ethernet_tag = first->tag;
@@ -728,7 +730,7 @@ struct RouteMapper::Impl {
         r.remote_static = any_sticky;
         if (any_default_gw) r.ext_flags |= kExtFlagDefaultGateway;
         if (first->label[1]) r.l3_label = static_cast<int32_t>(label_value(first->label[1], a.encap));
-        return sink.upsert(EVPN_PATH_MAC, &r, !had, err);
+        return sink.upsert(EVPN_PATH_MAC, &r, had ? Stored::Yes : Stored::No, err);
     }
 
     bool write_imcast(const RecordKey &k, bool had, RecordSink &sink, std::string &err) {
@@ -742,7 +744,7 @@ struct RouteMapper::Impl {
         const RouteEntry *first = gather(k, true);
         stats.record_writes++;
         counted(k, had, first != nullptr);
-        if (!first) return sink.remove(EVPN_PATH_IMCAST, &r, err);
+        if (!first) return sink.remove(EVPN_PATH_IMCAST, &r, had ? Stored::Yes : Stored::No, err);
         const AttrSet &a = attr_sets[first->attrs];
         r.encap = a.encap;
         r.pmsi_type = a.pmsi_type;
@@ -750,7 +752,7 @@ struct RouteMapper::Impl {
         r.label = a.has_pmsi ? label_value(a.pmsi_label, a.encap) : 0;
         // The SIDs of the first path (the route's own, transposed).
         if (!sorted.empty()) r.sids = sorted[0].SRv6_SIDInfo;
-        return sink.upsert(EVPN_PATH_IMCAST, &r, !had, err);
+        return sink.upsert(EVPN_PATH_IMCAST, &r, had ? Stored::Yes : Stored::No, err);
     }
 
     bool write_ead(const RecordKey &k, bool had, RecordSink &sink, std::string &err) {
@@ -761,11 +763,11 @@ struct RouteMapper::Impl {
         const RouteEntry *first = gather(k, true);
         stats.record_writes++;
         counted(k, had, first != nullptr);
-        if (!first) return sink.remove(EVPN_PATH_EAD, &r, err);
+        if (!first) return sink.remove(EVPN_PATH_EAD, &r, had ? Stored::Yes : Stored::No, err);
         r.encap = attr_sets[first->attrs].encap;
         r.path_buffer = {static_cast<uint32_t>(sorted.size()), sorted.data()};
         if (k.tag == kEthernetTagMax) r.remote_single_active = any_single_active;
-        return sink.upsert(EVPN_PATH_EAD, &r, !had, err);
+        return sink.upsert(EVPN_PATH_EAD, &r, had ? Stored::Yes : Stored::No, err);
     }
 
     // Keeps the summary's counts as a record of key k comes or goes.
@@ -915,7 +917,8 @@ struct RouteMapper::Impl {
         settle();
         auto put = [&](bool exists, std::string_view base, const void *r) {
             stats.record_writes++;
-            return exists ? sink.upsert(base, r, false, err) : sink.remove(base, r, err);
+            return exists ? sink.upsert(base, r, Stored::Unknown, err)
+                          : sink.remove(base, r, Stored::Unknown, err);
         };
         for (const EviKey &k : dirty_evis) {
             const bool on = evis.count(k) != 0;
