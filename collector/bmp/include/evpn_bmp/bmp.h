@@ -59,6 +59,7 @@ struct PeerHeader {
     uint32_t as = 0;
     uint32_t bgp_id = 0;
     uint32_t ts_sec = 0, ts_usec = 0;
+    bool operator==(const PeerHeader &) const = default;
 };
 
 // What names one monitored peer for its whole session: the routes a peer
