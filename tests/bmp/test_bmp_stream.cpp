@@ -228,7 +228,7 @@ Captured parse_capture(const std::string &name) {
 Rd rd_ip(uint16_t n) { return {0, 1, 192, 0, 2, 1, uint8_t(n >> 8), uint8_t(n)}; }
 constexpr uint64_t rt(uint32_t evi) { return 0x0002fde800000000ull | evi; }
 
-// The routes both captures hold, in order; label_vxlan: whether the stream
+// The routes both captures hold, in order; labels: whether the stream
 // carries the labels (FRR's pre-policy export writes them as zero).
 void expect_the_captured_routes(const Captured &c, bool labels) {
     ASSERT_EQ(c.updates.size(), 15u);
