@@ -165,6 +165,7 @@ struct LiveStore::Impl : RecordSink {
         }
         counters.routes_announced += u.reach.size();
         for (const bmp::EvpnNlri &n : u.reach) counters.routes_by_type[n.route_type <= 5 ? n.route_type : 0]++;
+        counters.routes_by_type[0] += u.unknown_route_types;
         uint32_t unmapped = 0;
         if (!mapper->announce(adv, u.reach, u.attrs, *this, unmapped, err)) return false;
         if (unmapped) {
