@@ -86,13 +86,19 @@ struct LiveStore::Impl : RecordSink {
 
     Impl() = default;
 
-    bool upsert(std::string_view base, const void *record, std::string &err) override {
-        changes++;
-        return writer->upsert(opts.root, base, record, err);
+    static SysdbWriter::Known known(Stored stored) {
+        return stored == Stored::No    ? SysdbWriter::Known::Absent
+               : stored == Stored::Yes ? SysdbWriter::Known::SameKeys
+                                       : SysdbWriter::Known::Nothing;
     }
-    bool remove(std::string_view base, const void *record, std::string &err) override {
+    bool upsert(std::string_view base, const void *record, Stored stored, std::string &err) override {
         changes++;
-        return writer->remove(opts.root, base, record, err);
+        return writer->upsert(opts.root, base, record, err, known(stored));
+    }
+    bool remove(std::string_view base, const void *record, Stored stored, std::string &err) override {
+        changes++;
+        if (stored == Stored::No) return true;  // nothing to remove
+        return writer->remove(opts.root, base, record, err, known(stored));
     }
 
     void log(uint32_t session, const std::string &line) {
@@ -159,6 +165,7 @@ struct LiveStore::Impl : RecordSink {
         }
         counters.routes_announced += u.reach.size();
         for (const bmp::EvpnNlri &n : u.reach) counters.routes_by_type[n.route_type <= 5 ? n.route_type : 0]++;
+        counters.routes_by_type[0] += u.unknown_route_types;
         uint32_t unmapped = 0;
         if (!mapper->announce(adv, u.reach, u.attrs, *this, unmapped, err)) return false;
         if (unmapped) {

@@ -14,6 +14,8 @@ namespace evpn::collector {
 
 namespace {
 
+using Stored = RecordSink::Stored;
+
 constexpr uint32_t kEthernetTagMax = 0xFFFFFFFF;
 constexpr uint32_t kRtTypeImport = 1;
 constexpr uint32_t kExtFlagDefaultGateway = 1u << 11;
@@ -169,7 +171,8 @@ struct IdentityKey {
 };
 uint64_t identity_hash(uint8_t type, const bmp::Rd &rd, const bmp::Esi &esi, const bmp::Mac &mac,
                        uint8_t ip_len, const uint8_t *ip, uint32_t tag) {
-    IdentityKey k{};
+    IdentityKey k;
+    memset(&k, 0, sizeof k);  // padding too: the bytes are hashed
     k.type = type;
     k.rd = rd;
     if (type == 1 || type == 4) k.esi = esi;
@@ -191,15 +194,16 @@ uint64_t identity_hash(const bmp::EvpnNlri &n) {
 // The record a route maps to: MAC (evi, mac, ip), inclusive multicast
 // (evi, tag, originating router), EAD (evi, esi, tag).
 struct RecordKey {
-    uint8_t type = 0, ip_len = 0;
-    bmp::Esi esi{};
-    bmp::Mac mac{};
-    std::array<uint8_t, 16> ip{};
-    uint32_t evi = 0, tag = 0;
+    uint8_t type, ip_len;
+    bmp::Esi esi;
+    bmp::Mac mac;
+    std::array<uint8_t, 16> ip;
+    uint32_t evi, tag;
     bool operator==(const RecordKey &) const = default;
 };
 RecordKey record_key(const RouteEntry &e) {
     RecordKey k;
+    memset(&k, 0, sizeof k);  // padding too: the bytes are hashed
     k.type = e.type;
     k.evi = e.evi;
     if (e.type == 2) {
@@ -218,42 +222,48 @@ RecordKey record_key(const RouteEntry &e) {
 }
 uint64_t record_hash(const RecordKey &k) { return hash_bytes(&k, sizeof k); }
 
-// Open addressing over entry numbers (slot: number + 1), linear probing;
-// the hash of a slot's entry is recomputed when it moves.
+// Open addressing over entry numbers, linear probing, at most half full. A
+// slot holds the low 32 bits of its entry's hash above the entry number + 1
+// (0: empty): a probe compares entries only where the bits match, and a
+// slot's home is known without the entry.
 struct SlotIndex {
-    std::vector<uint32_t> slots;
+    std::vector<uint64_t> slots;
     size_t used = 0;
 
-    template <class H> void rehash(size_t size, H hash) {
-        std::vector<uint32_t> old(size, 0);
+    static uint64_t slot(uint32_t id, uint64_t h) { return (h & 0xffffffffull) << 32 | (id + 1u); }
+    size_t home(uint64_t s) const { return (s >> 32) & (slots.size() - 1); }
+
+    void rehash(size_t size) {
+        std::vector<uint64_t> old(size, 0);
         old.swap(slots);
         const size_t mask = slots.size() - 1;
-        for (uint32_t s : old)
+        for (uint64_t s : old)
             if (s) {
-                size_t i = hash(s - 1) & mask;
+                size_t i = home(s);
                 while (slots[i]) i = (i + 1) & mask;
                 slots[i] = s;
             }
     }
-    template <class H> void insert(uint32_t id, uint64_t h, H hash) {
+    void insert(uint32_t id, uint64_t h) {
         if (slots.empty()) slots.assign(1024, 0);
-        if ((used + 1) * 4 > slots.size() * 3) rehash(slots.size() * 2, hash);
+        if ((used + 1) * 2 > slots.size()) rehash(slots.size() * 2);
         const size_t mask = slots.size() - 1;
         size_t i = h & mask;
         while (slots[i]) i = (i + 1) & mask;
-        slots[i] = id + 1;
+        slots[i] = slot(id, h);
         used++;
     }
-    template <class H> void erase(uint32_t id, uint64_t h, H hash) {
+    void erase(uint32_t id, uint64_t h) {
         const size_t mask = slots.size() - 1;
+        const uint64_t want = slot(id, h);
         size_t i = h & mask;
-        while (slots[i] != id + 1) i = (i + 1) & mask;
+        while (slots[i] != want) i = (i + 1) & mask;
         // Backward shift: a later slot of the run moves into the gap when its
         // home is not between the gap and it.
         for (size_t j = i;;) {
             j = (j + 1) & mask;
             if (!slots[j]) break;
-            const size_t k = hash(slots[j] - 1) & mask;
+            const size_t k = home(slots[j]);
             const bool stays = i <= j ? (i < k && k <= j) : (i < k || k <= j);
             if (stays) continue;
             slots[i] = slots[j];
@@ -262,12 +272,13 @@ struct SlotIndex {
         slots[i] = 0;
         used--;
     }
-    // visit(entry) returns true to stop.
+    // visit(entry) for each entry whose hash bits match; it returns true to stop.
     template <class F> void probe(uint64_t h, F visit) const {
         if (slots.empty()) return;
         const size_t mask = slots.size() - 1;
+        const uint64_t bits = h & 0xffffffffull;
         for (size_t i = h & mask; slots[i]; i = (i + 1) & mask)
-            if (visit(slots[i] - 1)) return;
+            if ((slots[i] >> 32) == bits && visit(static_cast<uint32_t>(slots[i]) - 1)) return;
     }
 };
 
@@ -374,13 +385,6 @@ struct RouteMapper::Impl {
         return entries_made++;
     }
 
-    auto identity_of() {
-        return [this](uint32_t i) { return identity_hash(entry(i)); };
-    }
-    auto record_of() {
-        return [this](uint32_t i) { return record_hash(record_key(entry(i))); };
-    }
-
     int64_t find(const bmp::EvpnNlri &n) {
         int64_t found = -1;
         by_identity.probe(identity_hash(n), [&](uint32_t i) {
@@ -475,26 +479,13 @@ struct RouteMapper::Impl {
     void release_if_unused(uint32_t id) {
         AttrSet &s = attr_sets[id];
         if (s.refs || s.key.empty()) return;
+        if (run.delta && run.aid == id) settle();
         attrs_by_key.erase(s.key);
         s = AttrSet{};
         free_attrs.push_back(id);
     }
 
     // ---- Derived counts --------------------------------------------------------
-
-    template <class M, class K, class D> void count(M &map, const K &key, int delta, D &dirty) {
-        if (delta > 0) {
-            Counted &c = map[key];
-            if (c.count++ == 0) dirty.push_back(key);
-            return;
-        }
-        auto it = map.find(key);
-        if (it == map.end()) return;
-        if (--it->second.count == 0) {
-            map.erase(it);
-            dirty.push_back(key);
-        }
-    }
 
     void count_segment(const bmp::Esi &esi, const l2vpn_ip_addr_t &addr, const AttrSet *a, int delta) {
         static constexpr bmp::Esi kZero{};
@@ -531,35 +522,83 @@ struct RouteMapper::Impl {
         if (gone_nh) dirty_segments.push_back({key, id});
     }
 
-    // What one advertisement of route e with attributes a adds to (delta 1)
-    // or takes from (-1) the derived records.
+    // What one advertisement of route e with attributes aid adds to (delta
+    // 1) or takes from (-1) the derived records. Runs of advertisements with
+    // the same EVI, attributes and RD (an UPDATE's routes) are added up and
+    // applied once (settle).
+    struct Run {
+        uint32_t evi = 0, aid = 0;
+        bmp::Rd rd{};
+        int delta = 0;
+    } run;
+
     void advertisement(const RouteEntry &e, uint32_t aid, int delta) {
+        attr_sets[aid].refs += delta;
+        if (e.type == 4 || (e.type == 1 && e.tag == kEthernetTagMax)) {
+            effects(&e, e.evi, e.rd, aid, delta);
+            return;
+        }
+        if (run.delta && run.evi == e.evi && run.aid == aid && run.rd == e.rd &&
+            (run.delta > 0) == (delta > 0)) {
+            run.delta += delta;
+            return;
+        }
+        settle();
+        run = {e.evi, aid, e.rd, delta};
+    }
+
+    void settle() {
+        if (!run.delta) return;
+        const int delta = run.delta;
+        run.delta = 0;
+        effects(nullptr, run.evi, run.rd, run.aid, delta);
+    }
+
+    template <class M, class K, class D> void count(M &map, const K &key, int delta, D &dirty) {
+        if (delta > 0) {
+            Counted &c = map[key];
+            if (c.count == 0) dirty.push_back(key);
+            c.count += static_cast<uint32_t>(delta);
+            return;
+        }
+        auto it = map.find(key);
+        if (it == map.end()) return;
+        const uint32_t down = static_cast<uint32_t>(-delta);
+        if (it->second.count <= down) {
+            map.erase(it);
+            dirty.push_back(key);
+        } else {
+            it->second.count -= down;
+        }
+    }
+
+    // e: the route, for a segment's routes (types 4 and per-ES 1); null for
+    // a run of routes of types 1-3.
+    void effects(const RouteEntry *e, uint32_t evi_number, const bmp::Rd &rd_bytes, uint32_t aid,
+                 int delta) {
         AttrSet &a = attr_sets[aid];
-        a.refs += delta;
         uint64_t rd;
-        memcpy(&rd, e.rd.data(), 8);
+        memcpy(&rd, rd_bytes.data(), 8);
         count(rds, rd, delta, dirty_rds);
-        if (e.type == 4) {
-            l2vpn_ip_addr_t orig{};
+        if (e && e->type == 4) {
             bmp::IpAddr ip;
-            ip.len = e.ip_len;
-            memcpy(ip.b.data(), e.ip.data(), 16);
-            orig = ip_of(ip);
-            count_segment(e.esi, orig, &a, delta);
+            ip.len = e->ip_len;
+            memcpy(ip.b.data(), e->ip.data(), 16);
+            count_segment(e->esi, ip_of(ip), &a, delta);
             return;
         }
         const size_t evis_before = evis.size(), neighbors_before = neighbors.size(),
                      teps_before = teps.size();
-        const EviKey evi{e.evi, a.encap};
+        const EviKey evi{evi_number, a.encap};
         count(evis, evi, delta, dirty_evis);
         // The EVI's record names its smallest RD and route target.
         const size_t rts_before = evi_rts.size(), rds_before = evi_rds.size();
-        for (uint64_t rt : a.rts) count(evi_rts, EviRtKey{e.evi, a.encap, rt}, delta, dirty_evi_rts);
+        for (uint64_t rt : a.rts) count(evi_rts, EviRtKey{evi_number, a.encap, rt}, delta, dirty_evi_rts);
         std::vector<EviRtKey> unused;
-        count(evi_rds, EviRtKey{e.evi, a.encap, be64(e.rd.data())}, delta, unused);
+        count(evi_rds, EviRtKey{evi_number, a.encap, be64(rd_bytes.data())}, delta, unused);
         if (evi_rts.size() != rts_before || evi_rds.size() != rds_before) dirty_evis.push_back(evi);
         if (a.has_nh) {
-            AddrKey n{e.evi, a.nh};
+            AddrKey n{evi_number, a.nh};
             if (delta > 0) neighbors[n].encap = a.encap;
             count(neighbors, n, delta, dirty_neighbors);
             // A VXLAN route's next hop is the far end of its tunnel.
@@ -567,16 +606,21 @@ struct RouteMapper::Impl {
                 AddrKey t{a.encap, a.nh};
                 if (delta > 0) {
                     Counted &c = teps[t];
-                    if (c.count++ == 0) {
+                    if (c.count == 0) {
                         c.id = next_tep_id++;
                         dirty_teps.push_back({t, c.id});
                     }
-                } else if (auto it = teps.find(t); it != teps.end() && --it->second.count == 0) {
-                    dirty_teps.push_back({t, it->second.id});
-                    teps.erase(it);
+                    c.count += static_cast<uint32_t>(delta);
+                } else if (auto it = teps.find(t); it != teps.end()) {
+                    if (it->second.count <= static_cast<uint32_t>(-delta)) {
+                        dirty_teps.push_back({t, it->second.id});
+                        teps.erase(it);
+                    } else {
+                        it->second.count -= static_cast<uint32_t>(-delta);
+                    }
                 }
             }
-            if (e.type == 1 && e.tag == kEthernetTagMax) count_segment(e.esi, a.nh, &a, delta);
+            if (e && e->type == 1) count_segment(e->esi, a.nh, &a, delta);
         }
         if (evis.size() != evis_before || neighbors.size() != neighbors_before ||
             teps.size() != teps_before)
@@ -588,10 +632,17 @@ struct RouteMapper::Impl {
     // Adds the paths of every route of record k to paths (one per route and
     // advertiser, its SIDs in sids), sorted by next hop and label, without
     // repeats. Returns the first route's entry, null when there is none.
+    // Over all advertisements of the record: the highest sequence number,
+    // sticky, default gateway, single-active.
+    uint32_t max_seq = 0;
+    bool any_sticky = false, any_default_gw = false, any_single_active = false;
+
     const RouteEntry *gather(const RecordKey &k, bool with_sids) {
         paths.clear();
         path_sid_at.clear();
         sids.clear();
+        max_seq = 0;
+        any_sticky = any_default_gw = any_single_active = false;
         const RouteEntry *first = nullptr;
         by_record.probe(record_hash(k), [&](uint32_t i) {
             const RouteEntry &e = entry(i);
@@ -599,6 +650,10 @@ struct RouteMapper::Impl {
             if (!first) first = &e;
             for (Pair p{e.adv, e.attrs, e.more};;) {
                 const AttrSet &a = attr_sets[p.attrs];
+                max_seq = std::max(max_seq, a.seq);
+                any_sticky |= a.sticky;
+                any_default_gw |= a.default_gw;
+                any_single_active |= a.single_active;
                 EvpnPath path{};
                 path.NextHop = a.nh;
                 path.OutputLabel = label_value(e.label[0], a.encap, a.sids);
@@ -652,7 +707,7 @@ struct RouteMapper::Impl {
         return esi_text;
     }
 
-    bool write_mac(const RecordKey &k, RecordSink &sink, std::string &err) {
+    bool write_mac(const RecordKey &k, bool had, RecordSink &sink, std::string &err) {
         l2vpn_evpn_mac_bag r{};
         r.evi = k.evi;
         memcpy(r.mac_address, k.mac.data(), 6);
@@ -662,7 +717,8 @@ struct RouteMapper::Impl {
         r.ip_address = ip_of(ip);
         const RouteEntry *first = gather(k, true);
         stats.record_writes++;
-        if (!first) return sink.remove(EVPN_PATH_MAC, &r, err);
+        counted(k, had, first != nullptr);
+        if (!first) return sink.remove(EVPN_PATH_MAC, &r, had ? Stored::Yes : Stored::No, err);
         const AttrSet &a = attr_sets[first->attrs];
         r.encap = a.encap;
         r.ethernet_tag = first->tag;
@@ -670,24 +726,14 @@ struct RouteMapper::Impl {
         r.remote = 1;
         r.remote_esi = const_cast<char *>(esi_string(first->esi));
         r.remote_encap = static_cast<uint8_t>(a.encap);
-        by_record.probe(record_hash(k), [&](uint32_t i) {
-            const RouteEntry &e = entry(i);
-            if (!(record_key(e) == k)) return false;
-            for (Pair p{e.adv, e.attrs, e.more};;) {
-                const AttrSet &pa = attr_sets[p.attrs];
-                r.remote_seq_num = std::max(r.remote_seq_num, pa.seq);
-                r.remote_static |= pa.sticky;
-                if (pa.default_gw) r.ext_flags |= kExtFlagDefaultGateway;
-                if (!p.next) break;
-                p = pairs[p.next - 1];
-            }
-            return false;
-        });
+        r.remote_seq_num = max_seq;
+        r.remote_static = any_sticky;
+        if (any_default_gw) r.ext_flags |= kExtFlagDefaultGateway;
         if (first->label[1]) r.l3_label = static_cast<int32_t>(label_value(first->label[1], a.encap));
-        return sink.upsert(EVPN_PATH_MAC, &r, err);
+        return sink.upsert(EVPN_PATH_MAC, &r, had ? Stored::Yes : Stored::No, err);
     }
 
-    bool write_imcast(const RecordKey &k, RecordSink &sink, std::string &err) {
+    bool write_imcast(const RecordKey &k, bool had, RecordSink &sink, std::string &err) {
         l2vpn_evpn_imcast_bag r{};
         r.evi = k.evi;
         r.ethernet_tag = k.tag;
@@ -697,7 +743,8 @@ struct RouteMapper::Impl {
         r.originating_ip = ip_of(ip);
         const RouteEntry *first = gather(k, true);
         stats.record_writes++;
-        if (!first) return sink.remove(EVPN_PATH_IMCAST, &r, err);
+        counted(k, had, first != nullptr);
+        if (!first) return sink.remove(EVPN_PATH_IMCAST, &r, had ? Stored::Yes : Stored::No, err);
         const AttrSet &a = attr_sets[first->attrs];
         r.encap = a.encap;
         r.pmsi_type = a.pmsi_type;
@@ -705,50 +752,41 @@ struct RouteMapper::Impl {
         r.label = a.has_pmsi ? label_value(a.pmsi_label, a.encap) : 0;
         // The SIDs of the first path (the route's own, transposed).
         if (!sorted.empty()) r.sids = sorted[0].SRv6_SIDInfo;
-        return sink.upsert(EVPN_PATH_IMCAST, &r, err);
+        return sink.upsert(EVPN_PATH_IMCAST, &r, had ? Stored::Yes : Stored::No, err);
     }
 
-    bool write_ead(const RecordKey &k, RecordSink &sink, std::string &err) {
+    bool write_ead(const RecordKey &k, bool had, RecordSink &sink, std::string &err) {
         l2vpn_evpn_ead_bag r{};
         r.evi = k.evi;
         r.esi = const_cast<char *>(esi_string(k.esi));
         r.ethernet_tag = k.tag;
         const RouteEntry *first = gather(k, true);
         stats.record_writes++;
-        if (!first) return sink.remove(EVPN_PATH_EAD, &r, err);
+        counted(k, had, first != nullptr);
+        if (!first) return sink.remove(EVPN_PATH_EAD, &r, had ? Stored::Yes : Stored::No, err);
         r.encap = attr_sets[first->attrs].encap;
         r.path_buffer = {static_cast<uint32_t>(sorted.size()), sorted.data()};
-        if (k.tag == kEthernetTagMax)
-            by_record.probe(record_hash(k), [&](uint32_t i) {
-                const RouteEntry &e = entry(i);
-                if (!(record_key(e) == k)) return false;
-                for (Pair p{e.adv, e.attrs, e.more};;) {
-                    r.remote_single_active |= attr_sets[p.attrs].single_active;
-                    if (!p.next) break;
-                    p = pairs[p.next - 1];
-                }
-                return false;
-            });
-        return sink.upsert(EVPN_PATH_EAD, &r, err);
+        if (k.tag == kEthernetTagMax) r.remote_single_active = any_single_active;
+        return sink.upsert(EVPN_PATH_EAD, &r, had ? Stored::Yes : Stored::No, err);
+    }
+
+    // Keeps the summary's counts as a record of key k comes or goes.
+    void counted(const RecordKey &k, bool had, bool has) {
+        if (has == had) return;
+        const uint64_t d = has ? 1 : ~uint64_t(0);  // +1 or -1
+        summary_dirty = true;
+        (k.type == 2 ? stats.mac_records : k.type == 3 ? stats.imcast_records : stats.ead_records) += d;
+        if (k.type == 2 && k.ip_len == 4) mac_v4 += d;
+        if (k.type == 2 && k.ip_len == 16) mac_v6 += d;
     }
 
     // Rewrites the record of key k; had: it existed before the change.
     bool rewrite(const RecordKey &k, bool had, RecordSink &sink, std::string &err) {
-        if (k.type == 4) return true;  // segments are derived (flush)
-        const bool has = record_exists(k);
-        const int d = has == had ? 0 : has ? 1 : -1;
-        if (d) {
-            summary_dirty = true;
-            uint64_t &n = k.type == 2 ? stats.mac_records : k.type == 3 ? stats.imcast_records
-                                                                         : stats.ead_records;
-            n += static_cast<uint64_t>(d);
-            if (k.type == 2 && k.ip_len == 4) mac_v4 += static_cast<uint64_t>(d);
-            if (k.type == 2 && k.ip_len == 16) mac_v6 += static_cast<uint64_t>(d);
-        }
         switch (k.type) {
-        case 2: return write_mac(k, sink, err);
-        case 3: return write_imcast(k, sink, err);
-        default: return write_ead(k, sink, err);
+        case 2: return write_mac(k, had, sink, err);
+        case 3: return write_imcast(k, had, sink, err);
+        case 1: return write_ead(k, had, sink, err);
+        default: return true;  // segments are derived (flush)
         }
     }
 
@@ -768,8 +806,8 @@ struct RouteMapper::Impl {
                 e.more = pairs[n].next;
                 free_pairs.push_back(n);
             } else {
-                by_identity.erase(i, identity_hash(e), identity_of());
-                if (e.type != 4) by_record.erase(i, record_hash(record_key(e)), record_of());
+                by_identity.erase(i, identity_hash(e));
+                if (e.type != 4) by_record.erase(i, record_hash(record_key(e)));
                 e.type = 0;
                 free_entries.push_back(i);
                 stats.routes_held--;
@@ -830,8 +868,8 @@ struct RouteMapper::Impl {
             e.attrs = aid;
             const RecordKey k = record_key(e);
             const bool had = e.type != 4 && record_exists(k);
-            by_identity.insert(i, identity_hash(e), identity_of());
-            if (e.type != 4) by_record.insert(i, record_hash(k), record_of());
+            by_identity.insert(i, identity_hash(e));
+            if (e.type != 4) by_record.insert(i, record_hash(k));
             stats.routes_held++;
             advertisement(e, aid, 1);
             return rewrite(k, had, sink, err);
@@ -876,9 +914,11 @@ struct RouteMapper::Impl {
     // ---- Derived records -------------------------------------------------------
 
     bool flush(RecordSink &sink, std::string &err) {
+        settle();
         auto put = [&](bool exists, std::string_view base, const void *r) {
             stats.record_writes++;
-            return exists ? sink.upsert(base, r, err) : sink.remove(base, r, err);
+            return exists ? sink.upsert(base, r, Stored::Unknown, err)
+                          : sink.remove(base, r, Stored::Unknown, err);
         };
         for (const EviKey &k : dirty_evis) {
             const bool on = evis.count(k) != 0;

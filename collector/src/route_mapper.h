@@ -25,9 +25,15 @@ namespace evpn::collector {
 class RecordSink {
   public:
     virtual ~RecordSink() = default;
-    virtual bool upsert(std::string_view base, const void *record, std::string &err) = 0;
+    // stored: whether the item is stored already, with the record's key
+    // fields (the mapper's records never change an item's index keys);
+    // unknown for the derived records.
+    enum class Stored : uint8_t { Unknown, No, Yes };
+    virtual bool upsert(std::string_view base, const void *record, Stored stored,
+                        std::string &err) = 0;
     // The record's item-key fields name the item to remove.
-    virtual bool remove(std::string_view base, const void *record, std::string &err) = 0;
+    virtual bool remove(std::string_view base, const void *record, Stored stored,
+                        std::string &err) = 0;
 };
 
 struct MapperStats {

@@ -275,26 +275,19 @@ TEST(BmpTruncation, EveryTruncationFailsWithoutReadingPastTheEnd) {
 TEST(BmpFraming, BadHeadersAndBodiesAreNamedWithTheirOffset) {
     const Bytes rm = rm_message(cat({kOrigin, kAsPath, good_reach()}));
     auto bent = [](Bytes b, size_t at, uint8_t v) { return patched(std::move(b), at, v); };
-    Encoder e;
-    e.initiation("pe1", "x");
-    const Bytes init = e.bytes();
-    e.bytes().clear();
-    e.termination(1);
-    const Bytes term = e.bytes();
-    e.bytes().clear();
-    PeerUp up;
-    e.peer_up(global_peer(), up);
-    const Bytes pu = e.bytes();
-    e.bytes().clear();
-    e.peer_down(global_peer(), 2);
-    const Bytes pd2 = e.bytes();
-    e.bytes().clear();
-    e.peer_down(global_peer(), 1);
-    const Bytes pd1 = e.bytes();
-    e.bytes().clear();
+    auto one = [](auto write) {  // one message from the encoder
+        Encoder e;
+        write(e);
+        return e.bytes();
+    };
+    const PeerHeader h = global_peer();
     const StatEntry st[] = {{0, 1}};
-    e.statistics(global_peer(), st);
-    const Bytes stats = e.bytes();
+    const Bytes init = one([](Encoder &e) { e.initiation("pe1", "x"); });
+    const Bytes term = one([](Encoder &e) { e.termination(1); });
+    const Bytes pu = one([&](Encoder &e) { e.peer_up(h, PeerUp{}); });
+    const Bytes pd2 = one([&](Encoder &e) { e.peer_down(h, 2); });
+    const Bytes pd1 = one([&](Encoder &e) { e.peer_down(h, 1); });
+    const Bytes stats = one([&](Encoder &e) { e.statistics(h, st); });
     auto shorter = [](Bytes b, size_t by) {  // the body cut, the length made to agree
         const uint32_t len = uint32_t(b.size() - by);
         b.resize(len);

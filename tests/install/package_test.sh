@@ -92,4 +92,5 @@ complete_words() {
 complete_words evpn_sysdb dump evpn_e | grep -x evpn_evi >/dev/null || fail "completion: dump evpn_e"
 complete_words evpn_sysdb gen --ig | grep -x -- --igmp >/dev/null || fail "completion: gen --ig"
 [ -z "$(complete_words evpn_sysdb gen --routes "")" ] || fail "completion: a number follows --routes"
+complete_words evpn_sysdb gen-bmp --wi | grep -x -- --withdraw >/dev/null || fail "completion: gen-bmp --wi"
 echo "package test: ok ($(basename "$deb"), Depends: $depends)"

@@ -207,11 +207,23 @@ struct SysdbWriter::Impl {
         int64_t list;
         uint32_t key, key_len, name, name_len, data, data_len;
     };
+    // Live mode's changes of stored items, done in their order, one row a
+    // statement (a statement of one row needs no statement journal). A batch
+    // holds new rows or these, never both: runs of each keep their order.
+    enum class OpKind : uint8_t { ReplaceItem, DeleteItem, DeleteIndex };
+    struct Op {
+        OpKind kind;
+        Row row;
+    };
     struct Batch {
         std::string bytes;
         std::vector<Row> items, index;
+        std::vector<Op> ops;
     };
     static constexpr size_t kBatchBytes = 512 * 1024, kQueued = 2;
+    // Live mode hands smaller batches over: a commit waits for the queue.
+    static constexpr size_t kLiveBatchBytes = 64 * 1024;
+    size_t batch_bytes = kBatchBytes;
     std::thread worker;
     std::mutex mu;
     std::condition_variable cv;
@@ -252,6 +264,15 @@ struct SysdbWriter::Impl {
         };
         if (!insert(b.items, ins_items, ins_item, 4, bind_item)) return fail(err, "items");
         if (!insert(b.index, ins_indexes, ins_index, 2, bind_index)) return fail(err, "index rows");
+        for (const Op &op : b.ops) {
+            sqlite3_stmt *st = op.kind == OpKind::ReplaceItem  ? put_item
+                               : op.kind == OpKind::DeleteItem ? del_item
+                                                               : del_index;
+            sqlite3_reset(st);
+            if (op.kind == OpKind::ReplaceItem) bind_item(st, 0, op.row);
+            else bind_index(st, 0, op.row);
+            if (sqlite3_step(st) != SQLITE_DONE) return fail(err, "changing an item");
+        }
         return true;
     }
 
@@ -276,6 +297,7 @@ struct SysdbWriter::Impl {
             b->bytes.clear();
             b->items.clear();
             b->index.clear();
+            b->ops.clear();
             spare.push_back(std::move(b));
             cv.notify_all();
         }
@@ -294,9 +316,22 @@ struct SysdbWriter::Impl {
         return *filling;
     }
 
+    // The batch to add live changes to: changes of stored items (ops) or new
+    // rows, a batch holding the other kind handed over first.
+    Batch &batch_for(bool ops) {
+        if (filling && (ops ? !filling->items.empty() || !filling->index.empty() : !filling->ops.empty()))
+            submit();
+        return batch();
+    }
+    static uint32_t put(Batch &b, std::string_view v) {
+        b.bytes.append(v);
+        return static_cast<uint32_t>(b.bytes.size() - v.size());
+    }
+
     // Hands the batch being filled to the worker (started with the first).
     void submit() {
-        if (!filling || (filling->items.empty() && filling->index.empty())) return;
+        if (!filling || (filling->items.empty() && filling->index.empty() && filling->ops.empty()))
+            return;
         if (!worker.joinable()) worker = std::thread([this] { work(); });
         std::unique_lock<std::mutex> lk(mu);
         cv.wait(lk, [&] { return queued.size() < kQueued; });
@@ -347,6 +382,9 @@ struct SysdbWriter::Impl {
     // rollback journal, so that it stays readable without its -wal and -shm.
     bool close_live(std::string &err) {
         if (!db) return true;
+        std::string lost;
+        drain(lost);  // rolled back below in any case
+        stop_worker();
         finalize_all();
         if (in_txn) sqlite3_exec(db, "ROLLBACK", nullptr, nullptr, nullptr);
         in_txn = false;
@@ -583,7 +621,7 @@ bool SysdbWriter::add(const std::string &root, std::string_view base, const void
         }
         if (!m.insert_index(ix, ikey, err)) return false;
     }
-    if (in_order && m.filling && m.filling->bytes.size() >= Impl::kBatchBytes) m.submit();
+    if (in_order && m.filling && m.filling->bytes.size() >= m.batch_bytes) m.submit();
     return true;
 }
 
@@ -678,6 +716,7 @@ bool SysdbWriter::set_meta(const std::string &key, const std::string &value, std
 bool SysdbWriter::commit(std::string &err) {
     Impl &m = *impl_;
     if (m.live) {
+        if (!m.drain(err)) return false;
         if (!m.in_txn) return true;
         if (!exec(m.db, "COMMIT", err)) return false;
         m.in_txn = false;
@@ -803,6 +842,8 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open_live(const std::string &named, st
         const char *sql;
     } stmts[] = {
         {&m.ins_list, "INSERT INTO listing(id, root, path, record_type) VALUES (?1, ?2, ?3, ?4)"},
+        {&m.ins_item, "INSERT OR IGNORE INTO item(list, skey, name, data) VALUES (?1, ?2, ?3, ?4)"},
+        {&m.ins_index, "INSERT OR IGNORE INTO item_index(list, ikey) VALUES (?1, ?2)"},
         {&m.put_item, "INSERT OR REPLACE INTO item(list, skey, name, data) VALUES (?1, ?2, ?3, ?4)"},
         {&m.get_item, "SELECT data FROM item WHERE list = ?1 AND skey = ?2"},
         {&m.del_item, "DELETE FROM item WHERE list = ?1 AND skey = ?2"},
@@ -814,6 +855,23 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open_live(const std::string &named, st
             err = target + ": " + sqlite3_errmsg(m.db);
             return nullptr;
         }
+    // New items go to the worker thread as a load's do (Impl::store). A
+    // statement of many rows that may abort half done keeps a statement
+    // journal (every page it changes copied to a temporary file); one whose
+    // conflicts replace or skip never aborts, so it keeps none. The rows are
+    // new: neither happens.
+    std::string items_sql = "INSERT OR IGNORE INTO item(list, skey, name, data) VALUES (?, ?, ?, ?)",
+                index_sql = "INSERT OR IGNORE INTO item_index(list, ikey) VALUES (?, ?)";
+    for (size_t i = 1; i < Impl::kRowsPerInsert; i++) {
+        items_sql += ", (?, ?, ?, ?)";
+        index_sql += ", (?, ?)";
+    }
+    if (sqlite3_prepare_v2(m.db, items_sql.c_str(), -1, &m.ins_items, nullptr) != SQLITE_OK ||
+        sqlite3_prepare_v2(m.db, index_sql.c_str(), -1, &m.ins_indexes, nullptr) != SQLITE_OK) {
+        err = target + ": " + sqlite3_errmsg(m.db);
+        return nullptr;
+    }
+    m.batch_bytes = Impl::kLiveBatchBytes;
     // The listings the file has already.
     sqlite3_stmt *s = nullptr;
     if (sqlite3_prepare_v2(m.db, "SELECT id, root, path FROM listing", -1, &s, nullptr) != SQLITE_OK) {
@@ -899,7 +957,8 @@ struct LiveOps {
 }  // namespace
 
 bool SysdbWriter::upsert(const std::string &root, std::string_view base, const void *record,
-                         std::string &err) {
+                         std::string &err, Known known) {
+    const bool fresh = known == Known::Absent;
     Impl &m = *impl_;
     if (!m.in_txn) {
         err = "upsert outside a transaction";
@@ -915,12 +974,45 @@ bool SysdbWriter::upsert(const std::string &root, std::string_view base, const v
     }
     if (t->list < 0 && (t->list = m.list_id(root, t->base, l->desc->name, err)) < 0) return false;
     if (!l->singleton && !m.keys_of(*t, record, err)) return false;
+    if (known == Known::SameKeys && !l->singleton) {
+        // The item's index rows stay as they are: the row alone is replaced.
+        if (m.worker_failed) return m.drain(err);
+        Impl::Batch &b = m.batch_for(true);
+        Impl::Row r{t->list, m.put(b, m.skey), static_cast<uint32_t>(m.skey.size()), m.put(b, m.name),
+                    static_cast<uint32_t>(m.name.size()), static_cast<uint32_t>(b.bytes.size()), 0};
+        sysdb_schema::pack_record(m.encoded.data(), m.encoded.size(), b.bytes);
+        r.data_len = static_cast<uint32_t>(b.bytes.size() - r.data);
+        b.ops.push_back({Impl::OpKind::ReplaceItem, r});
+        if (b.bytes.size() >= m.batch_bytes) m.submit();
+        return true;
+    }
+    if (fresh && !l->singleton) {
+        // A new item: its row and index rows are stored by the worker
+        // thread while the caller maps and encodes the next ones.
+        if (m.worker_failed) return m.drain(err);
+        for (size_t o = 0; o < t->orderings.size(); o++)
+            if (!m.ikeys[o].empty() && m.ordering_list(*t, o, err) < 0) return false;
+        Impl::Batch &b = m.batch_for(false);
+        Impl::Row r{t->list, m.put(b, m.skey), static_cast<uint32_t>(m.skey.size()), m.put(b, m.name),
+                    static_cast<uint32_t>(m.name.size()), static_cast<uint32_t>(b.bytes.size()), 0};
+        sysdb_schema::pack_record(m.encoded.data(), m.encoded.size(), b.bytes);
+        r.data_len = static_cast<uint32_t>(b.bytes.size() - r.data);
+        b.items.push_back(r);
+        for (size_t o = 0; o < t->orderings.size(); o++) {
+            if (m.ikeys[o].empty()) continue;
+            b.index.push_back({t->ordering_lists[o], m.put(b, m.ikeys[o]),
+                               static_cast<uint32_t>(m.ikeys[o].size()), 0, 0, 0, 0});
+        }
+        if (b.bytes.size() >= m.batch_bytes) m.submit();
+        return true;
+    }
+    if (!m.drain(err)) return false;
     if (l->singleton) {
         m.skey.clear();
         m.name = l->base;
     }
     // Rows of the stored item that the new one does not have.
-    if (t->any_volatile) {
+    if (t->any_volatile && !fresh) {
         bool found = false;
         if (!LiveOps::stored(m, *l, t->list, m.skey, err, found)) return false;
         if (found) {
@@ -963,12 +1055,34 @@ bool SysdbWriter::upsert(const std::string &root, std::string_view base, const v
 }
 
 bool SysdbWriter::remove(const std::string &root, std::string_view base, const void *record,
-                         std::string &err) {
+                         std::string &err, Known known) {
     Impl &m = *impl_;
     if (!m.in_txn) {
         err = "remove outside a transaction";
         return false;
     }
+    if (known == Known::SameKeys) {
+        Impl::Target *t = m.target_of(root, base, err);
+        if (!t) return false;
+        const ListingDef *l = t->def;
+        if (!l->singleton && t->list >= 0) {
+            if (m.worker_failed) return m.drain(err);
+            if (!m.keys_of(*t, record, err)) return false;
+            for (size_t o = 0; o < t->orderings.size(); o++)
+                if (!m.ikeys[o].empty()) LiveOps::rows_list(m, *t, o);
+            Impl::Batch &b = m.batch_for(true);
+            b.ops.push_back({Impl::OpKind::DeleteItem,
+                             {t->list, m.put(b, m.skey), static_cast<uint32_t>(m.skey.size()), 0, 0, 0, 0}});
+            for (size_t o = 0; o < t->orderings.size(); o++)
+                if (!m.ikeys[o].empty() && t->ordering_lists[o] >= 0)
+                    b.ops.push_back({Impl::OpKind::DeleteIndex,
+                                     {t->ordering_lists[o], m.put(b, m.ikeys[o]),
+                                      static_cast<uint32_t>(m.ikeys[o].size()), 0, 0, 0, 0}});
+            if (b.bytes.size() >= m.batch_bytes) m.submit();
+            return true;
+        }
+    }
+    if (!m.drain(err)) return false;
     Impl::Target *t = m.target_of(root, base, err);
     if (!t) return false;
     const ListingDef *l = t->def;
@@ -1016,6 +1130,7 @@ bool SysdbWriter::clear(const std::string &root, std::string_view base, std::str
         err = "clear outside a transaction";
         return false;
     }
+    if (!m.drain(err)) return false;
     const std::string prefix = std::string(base) + "#";
     for (const auto &[key, id] : m.lists) {
         if (key.first != root || (key.second != base && key.second.rfind(prefix, 0) != 0)) continue;

@@ -50,14 +50,23 @@ class SysdbWriter {
     // keep reading while it writes (write-ahead log; see docs/collector.md).
     static std::unique_ptr<SysdbWriter> open_live(const std::string &target, std::string &err);
     bool begin(std::string &err);
+    // What the caller knows of the stored item a record names. Without
+    // knowledge, the stored item is read to find its index rows; with it,
+    // the change goes to the worker thread and the caller goes on.
+    enum class Known : uint8_t {
+        Nothing,
+        Absent,    // no such item is stored
+        SameKeys,  // it is stored, with the record's values in every key field
+    };
     // Stores a record as the item its keys name, replacing the item and its
     // index rows when it is there.
     bool upsert(const std::string &root, std::string_view base, const void *record,
-                std::string &err);
+                std::string &err, Known known = Known::Nothing);
     // Removes the item named by the record's item-key fields (the other
-    // fields are not read) with its index rows; absent already is no error.
+    // fields are not read unless known is SameKeys) with its index rows;
+    // absent already is no error.
     bool remove(const std::string &root, std::string_view base, const void *record,
-                std::string &err);
+                std::string &err, Known known = Known::Nothing);
     // Removes every item of a listing below root, with its index rows.
     bool clear(const std::string &root, std::string_view base, std::string &err);
     // Live: rolls back what is not committed and leaves the file in the

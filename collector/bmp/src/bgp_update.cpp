@@ -353,9 +353,9 @@ const char *srv6_service(Ctx &ctx, uint8_t service, Reader &r) {
 }
 
 // BGP Prefix-SID (RFC 8669): TLVs. A fault in the attribute's framing or in a
-// label-index TLV discards the attribute (RFC 8669 section 6); a fault in an
+// label-index TLV discards the attribute (RFC 8669); a fault in an
 // SRv6 service TLV withdraws the routes, whose service SID is unknown then
-// (RFC 9252 section 6.3).
+// (RFC 9252).
 const char *parse_prefix_sid(Ctx &ctx, Reader &r, FaultAction &action) {
     const size_t kept = ctx.u.attrs.srv6_sids.size();
     while (!r.empty()) {
@@ -476,7 +476,7 @@ BmpErrc parse_update(Reader &r, bool two_octet_as, Update &u, uint32_t &err_offs
             break;
         }
         if (seen[code]) {
-            if (is_mp(code)) return BmpErrc::BadUpdate;  // RFC 7606 section 3 (g)
+            if (is_mp(code)) return BmpErrc::BadUpdate;  // RFC 7606 section 3
             note(u, code, kDiscard, at, "attribute repeated");
             continue;
         }
@@ -489,7 +489,7 @@ BmpErrc parse_update(Reader &r, bool two_octet_as, Update &u, uint32_t &err_offs
         const AttrRow &row = kAttrTable[idx];
         const bool flags_ok = (flags & kFlagsOptTrans) == row.flags;
         if (!flags_ok && !is_mp(code)) {
-            // RFC 7606 section 3 (c): treated as malformed, and withdrawn unless
+            // RFC 7606 section 3: treated as malformed, and withdrawn unless
             // the attribute's own handling is to discard it.
             note(u, code, row.on_error == kDiscard ? kDiscard : kWithdraw, at, "attribute flags wrong");
             continue;

@@ -26,7 +26,6 @@ class Out {
     std::vector<uint8_t> &v_;
 };
 
-constexpr uint8_t kPeerFlagV = 0x80, kPeerFlagA = 0x20;
 
 size_t begin_message(Out &o, MsgType t) {
     const size_t at = o.size();
@@ -290,7 +289,7 @@ void Encoder::route_monitoring(const PeerHeader &peer, std::span<const EvpnNlri>
         o.u8(0);
         for (const EvpnNlri &n : reach) evpn_route(o, n);
         end_attr(o, out_, m);
-        o.u8(0x40), o.u8(1), o.u8(1), o.u8(attrs.origin);
+        if (attrs.has_origin) o.u8(0x40), o.u8(1), o.u8(1), o.u8(attrs.origin);
         o.u8(0x40), o.u8(2), o.u8(0);  // empty AS_PATH: a route of the router's own AS
     }
     ext_communities(o, out_, attrs);

@@ -59,6 +59,7 @@ struct PeerHeader {
     uint32_t as = 0;
     uint32_t bgp_id = 0;
     uint32_t ts_sec = 0, ts_usec = 0;
+    bool operator==(const PeerHeader &) const = default;
 };
 
 // What names one monitored peer for its whole session: the routes a peer
@@ -249,8 +250,8 @@ class Framer {
 // ---- Words for logs -------------------------------------------------------------
 
 const char *msg_type_name(MsgType t);      // "Route Monitoring", ...
-const char *peer_type_name(PeerType t);
-const char *attr_name(uint8_t code);       // "ORIGIN", "MP_REACH_NLRI", ...; "unknown" for others    // "global", "rd-instance", "local", "loc-rib"
+const char *peer_type_name(PeerType t);    // "global", "rd-instance", "local", "loc-rib"
+const char *attr_name(uint8_t code);       // "ORIGIN", "MP_REACH_NLRI", ...; "unknown" for others
 // "192.0.2.1", "2001:db8::1"; "-" for an absent address. buf of 46 bytes at least.
 const char *ip_text(const IpAddr &a, char *buf, size_t size);
 
