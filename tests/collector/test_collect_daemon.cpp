@@ -116,8 +116,8 @@ class Collector {
         posix_spawn_file_actions_addopen(&fa, 2, log_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
         if (posix_spawn(&pid_, a.argv[0], &fa, nullptr, a.argv.data(), a.envp.data()) != 0) pid_ = -1;
         posix_spawn_file_actions_destroy(&fa);
-        std::smatch m;
-        if (wait_log("listening on 127\\.0\\.0\\.1:([0-9]+)", &m)) port_ = std::stoi(m[1]);
+        std::string port;
+        if (wait_log("listening on 127\\.0\\.0\\.1:([0-9]+)", &port)) port_ = std::stoi(port);
     }
     ~Collector() {
         if (pid_ > 0) {
@@ -129,8 +129,8 @@ class Collector {
     const std::string &db() const { return db_; }
     std::string log() const { return slurp(log_); }
 
-    // Whether the log gets a line matching re within the time.
-    bool wait_log(const std::string &re, std::smatch *m = nullptr, std::chrono::milliseconds within = 5s) const {
+    // Whether the log gets a line matching re within the time; group gets its first group.
+    bool wait_log(const std::string &re, std::string *group = nullptr, std::chrono::milliseconds within = 5s) const {
         std::regex r(re);
         auto end = std::chrono::steady_clock::now() + within;
         do {
@@ -139,7 +139,7 @@ class Collector {
             for (std::string line; std::getline(lines, line);) {
                 std::smatch found;
                 if (std::regex_search(line, found, r)) {
-                    if (m) *m = found;
+                    if (group) *group = found[1];
                     return true;
                 }
             }
