@@ -150,6 +150,7 @@ struct LiveStore::Impl : RecordSink {
     bool route_monitoring(uint32_t session, const bmp::Message &msg, std::string &err) {
         const bmp::Update &u = msg.update;
         const uint32_t adv = advertiser(session, msg.peer);
+        if (msg.peer.type == bmp::PeerType::LocRib) mapper->set_router(msg.peer.bgp_id, msg.peer.as);
         counters.routes_withdrawn += u.unreach.size();
         for (const bmp::AttrFault &f : u.attr_faults) {
             if (f.action == bmp::FaultAction::AttributeDiscard) counters.attributes_discarded++;
