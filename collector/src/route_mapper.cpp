@@ -844,11 +844,10 @@ struct RouteMapper::Impl {
             // Its route targets moved it to another EVI.
             if (!withdraw_one(adv, n, sink, err)) return false;
             at = find(n);
-            if (at >= 0) {
-                // Other advertisers hold it in the old EVI: adv's copy is a
-                // route of its own there. Rare; kept simple.
-                return true;
-            }
+            // Other advertisers still hold the route in its old EVI: one
+            // route has one EVI, so adv's announcement waits (is dropped)
+            // until they withdraw theirs or announce the new EVI too.
+            if (at >= 0) return true;
         }
         if (at < 0) {
             const uint32_t i = new_entry();
