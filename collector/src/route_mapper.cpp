@@ -1062,13 +1062,19 @@ bool RouteMapper::withdraw(uint32_t adv, std::span<const bmp::EvpnNlri> routes, 
     return true;
 }
 
-bool RouteMapper::drop_advertiser(uint32_t adv, RecordSink &sink, std::string &err) {
+bool RouteMapper::drop_advertisers(std::span<const uint32_t> advs, RecordSink &sink,
+                                   std::string &err) {
     Impl &m = *impl_;
+    if (advs.empty()) return true;
     for (uint32_t i = 0; i < m.entries_made; i++) {
         RouteEntry &e = m.entry(i);
         if (!e.type) continue;
         const RecordKey k = record_key(e);
-        if (m.drop_pair(i, adv) && !m.rewrite(k, true, sink, err)) return false;
+        bool dropped = false;
+        // An entry freed by its last advertiser's drop has type 0.
+        for (uint32_t adv : advs)
+            if (e.type && m.drop_pair(i, adv)) dropped = true;
+        if (dropped && !m.rewrite(k, true, sink, err)) return false;
     }
     return true;
 }
