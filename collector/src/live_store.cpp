@@ -269,7 +269,7 @@ bool LiveStore::session_close(uint32_t session, std::string &err) {
 
 bool LiveStore::flush(std::string &err) { return impl_->commit(err); }
 
-bool LiveStore::pending() const { return impl_->changes != 0; }
+bool LiveStore::pending() const { return impl_->changes != 0 || impl_->mapper->dirty(); }
 
 const IngestCounters &LiveStore::counters() const { return impl_->counters; }
 

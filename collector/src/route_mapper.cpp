@@ -1081,6 +1081,13 @@ bool RouteMapper::drop_advertisers(std::span<const uint32_t> advs, RecordSink &s
 
 bool RouteMapper::flush(RecordSink &sink, std::string &err) { return impl_->flush(sink, err); }
 
+bool RouteMapper::dirty() const {
+    const Impl &m = *impl_;
+    return m.summary_dirty || m.run.delta || !m.dirty_evis.empty() || !m.dirty_evi_rts.empty() ||
+           !m.dirty_rds.empty() || !m.dirty_neighbors.empty() || !m.dirty_teps.empty() ||
+           !m.dirty_segments.empty();
+}
+
 void RouteMapper::set_router(uint32_t bgp_id, uint32_t as) {
     if (impl_->router_id == bgp_id && impl_->router_as == as) return;
     impl_->router_id = bgp_id;

@@ -59,6 +59,8 @@ class RouteMapper {
     bool drop_advertisers(std::span<const uint32_t> advs, RecordSink &sink, std::string &err);
     // Writes the derived records changed since the last flush.
     bool flush(RecordSink &sink, std::string &err);
+    // Whether flush() has anything to write.
+    bool dirty() const;
 
     // The monitored router's own BGP identifier and AS (from a Loc-RIB
     // peer), shown by the summary; 0 when unknown.
