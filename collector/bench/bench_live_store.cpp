@@ -1,6 +1,7 @@
 // Ingest speed of the live store and the MAC listing beside it:
-//   bench_live_store [--nice N] DB ROUTES [CLIENT]
-// applies ROUTES type-2 routes (100 to an UPDATE, ten EVIs, four peers) to a
+//   bench_live_store [--nice N] [--per-update N] DB ROUTES [CLIENT]
+// applies ROUTES type-2 routes (100 to an UPDATE or as given, ten EVIs, four
+// peers) to a
 // new store DB and reports routes/s and peak RSS; with CLIENT (the show
 // client), times its MAC listing idle, then while the same routes are
 // announced again with new labels, and reports both. --nice: the ingest runs
@@ -35,7 +36,10 @@ double seconds_since(Clock::time_point t) {
     return std::chrono::duration<double>(Clock::now() - t).count();
 }
 
-// UPDATE number u of the stream: 100 routes, MACs numbered from u * 100.
+uint64_t per_update = 100;
+
+// UPDATE number u of the stream: per_update routes, MACs numbered from
+// u * per_update.
 void fill(bmp::Message &m, uint64_t u, uint64_t routes, uint32_t label) {
     m.version = 3;
     m.type = bmp::MsgType::RouteMonitoring;
@@ -49,7 +53,7 @@ void fill(bmp::Message &m, uint64_t u, uint64_t routes, uint32_t label) {
     up.attrs.next_hop = m.peer.address;
     const uint32_t evi = 100 + static_cast<uint32_t>(u % 10);
     up.attrs.route_targets.assign(1, uint64_t(0x0002) << 48 | uint64_t(65000) << 32 | evi);
-    for (uint64_t i = u * 100; i < std::min(routes, u * 100 + 100); i++) {
+    for (uint64_t i = u * per_update; i < std::min(routes, (u + 1) * per_update); i++) {
         bmp::EvpnNlri n;
         n.route_type = 2;
         n.rd = {0, 1, 192, 0, 2, pe, 0, static_cast<uint8_t>(evi)};
@@ -93,7 +97,7 @@ std::vector<double> thread_cpu() {
 bool ingest(collector::LiveStore &store, uint32_t session, uint64_t routes, uint32_t label) {
     bmp::Message m;
     std::string err;
-    for (uint64_t u = 0; u * 100 < routes; u++) {
+    for (uint64_t u = 0; u * per_update < routes; u++) {
         fill(m, u, routes, label);
         if (!store.apply(session, m, err)) {
             fprintf(stderr, "bench_live_store: %s\n", err.c_str());
@@ -138,13 +142,15 @@ double listing(const std::string &client, const std::string &db) {
 }  // namespace
 
 int main(int argc, char **argv) {
-    if (argc > 2 && strcmp(argv[1], "--nice") == 0) {
-        setpriority(PRIO_PROCESS, 0, atoi(argv[2]));
+    while (argc > 2 && argv[1][0] == '-') {
+        if (strcmp(argv[1], "--nice") == 0) setpriority(PRIO_PROCESS, 0, atoi(argv[2]));
+        else if (strcmp(argv[1], "--per-update") == 0) per_update = std::max(1ull, strtoull(argv[2], nullptr, 10));
+        else break;
         argv += 2;
         argc -= 2;
     }
     if (argc < 3) {
-        fprintf(stderr, "usage: bench_live_store [--nice N] DB ROUTES [CLIENT]\n");
+        fprintf(stderr, "usage: bench_live_store [--nice N] [--per-update N] DB ROUTES [CLIENT]\n");
         return 2;
     }
     const std::string db = argv[1];

@@ -134,10 +134,12 @@ struct LiveStore::Impl : RecordSink {
         return n;
     }
 
-    bool drop(uint32_t adv, std::string &err) {
-        if (!mapper->drop_advertiser(adv, *this, err)) return false;
-        advertisers[adv - 1].live = false;
-        free_advertisers.push_back(adv);
+    bool drop(std::span<const uint32_t> advs, std::string &err) {
+        if (!mapper->drop_advertisers(advs, *this, err)) return false;
+        for (uint32_t adv : advs) {
+            advertisers[adv - 1].live = false;
+            free_advertisers.push_back(adv);
+        }
         return true;
     }
 
@@ -150,6 +152,7 @@ struct LiveStore::Impl : RecordSink {
     bool route_monitoring(uint32_t session, const bmp::Message &msg, std::string &err) {
         const bmp::Update &u = msg.update;
         const uint32_t adv = advertiser(session, msg.peer);
+        if (msg.peer.type == bmp::PeerType::LocRib) mapper->set_router(msg.peer.bgp_id, msg.peer.as);
         counters.routes_withdrawn += u.unreach.size();
         for (const bmp::AttrFault &f : u.attr_faults) {
             if (f.action == bmp::FaultAction::AttributeDiscard) counters.attributes_discarded++;
@@ -230,9 +233,11 @@ bool LiveStore::apply(uint32_t session, const bmp::Message &msg, std::string &er
         // A Loc-RIB peer is the monitored router itself.
         if (msg.peer.type == bmp::PeerType::LocRib) m.mapper->set_router(msg.peer.bgp_id, msg.peer.as);
         break;
-    case bmp::MsgType::PeerDown:
-        if (!m.drop(m.advertiser(session, msg.peer), err)) return false;
+    case bmp::MsgType::PeerDown: {
+        const uint32_t adv = m.advertiser(session, msg.peer);
+        if (!m.drop({&adv, 1}, err)) return false;
         break;
+    }
     case bmp::MsgType::StatisticsReport:
         m.counters.statistics_reports++;
         break;
@@ -251,10 +256,11 @@ bool LiveStore::session_close(uint32_t session, std::string &err) {
         return false;
     }
     if (!m.begin(err)) return false;
+    std::vector<uint32_t> advs;
     for (size_t i = 0; i < m.advertisers.size(); i++)
-        if (m.advertisers[i].live && m.advertisers[i].session == session &&
-            !m.drop(static_cast<uint32_t>(i + 1), err))
-            return false;
+        if (m.advertisers[i].live && m.advertisers[i].session == session)
+            advs.push_back(static_cast<uint32_t>(i + 1));
+    if (!m.drop(advs, err)) return false;
     m.sessions[session - 1].open = false;
     m.sessions[session - 1].router.clear();
     m.sessions[session - 1].router.shrink_to_fit();
@@ -263,7 +269,7 @@ bool LiveStore::session_close(uint32_t session, std::string &err) {
 
 bool LiveStore::flush(std::string &err) { return impl_->commit(err); }
 
-bool LiveStore::pending() const { return impl_->changes != 0; }
+bool LiveStore::pending() const { return impl_->changes != 0 || impl_->mapper->dirty(); }
 
 const IngestCounters &LiveStore::counters() const { return impl_->counters; }
 

@@ -373,7 +373,6 @@ struct RouteMapper::Impl {
     explicit Impl(const EviMap &m) : evi_map(m) {}
 
     RouteEntry &entry(uint32_t i) { return chunks[i / kChunk][i % kChunk]; }
-    const AttrSet &attrs_of(uint32_t id) const { return attr_sets[id]; }
 
     uint32_t new_entry() {
         if (!free_entries.empty()) {
@@ -403,7 +402,32 @@ struct RouteMapper::Impl {
 
     // ---- Attribute sets --------------------------------------------------------
 
+    // The number of the attribute set an UPDATE's attributes make, found by
+    // their bytes (built in a kept buffer: nothing allocated unless new).
     uint32_t intern(const bmp::RouteAttrs &a) {
+        std::string &k = key_scratch;
+        k.clear();
+        auto put = [&](const void *p, size_t n) { k.append(static_cast<const char *>(p), n); };
+        const uint32_t words[] = {a.next_hop.len, a.has_encap, a.encap, a.has_mac_mobility,
+                                  a.mac_mobility_seq, a.mac_mobility_sticky, a.default_gateway,
+                                  a.has_esi_label, a.esi_label_flags, a.has_es_import, a.has_l2_attrs,
+                                  a.l2_flags, a.l2_mtu, a.has_pmsi, a.pmsi_tunnel_type, a.pmsi_label,
+                                  static_cast<uint32_t>(a.route_targets.size())};
+        put(words, sizeof words);
+        put(a.next_hop.b.data(), 16);
+        put(a.es_import.data(), 6);
+        put(a.route_targets.data(), a.route_targets.size() * sizeof(uint64_t));
+        for (const bmp::Srv6ServiceSid &sid : a.srv6_sids) {
+            if (sid.service != kServiceL2) continue;
+            const uint8_t bytes[] = {sid.flags, static_cast<uint8_t>(sid.endpoint_behavior >> 8),
+                                     static_cast<uint8_t>(sid.endpoint_behavior), sid.has_structure,
+                                     sid.locator_block_len, sid.locator_node_len, sid.function_len,
+                                     sid.argument_len, sid.transposition_len, sid.transposition_offset};
+            put(sid.sid.data(), 16);
+            put(bytes, sizeof bytes);
+        }
+        if (auto it = attrs_by_key.find(k); it != attrs_by_key.end()) return it->second;
+
         AttrSet s;
         s.has_nh = a.next_hop.len != 0;
         s.nh = ip_of(a.next_hop);
@@ -442,26 +466,6 @@ struct RouteMapper::Impl {
         s.pmsi_type = a.pmsi_tunnel_type;
         s.pmsi_label = a.pmsi_label;
         s.rts = a.route_targets;
-        // The key: every field above, as bytes.
-        std::string &k = key_scratch;
-        k.clear();
-        auto put = [&](const void *p, size_t n) { k.append(static_cast<const char *>(p), n); };
-        put(&s.nh, sizeof s.nh);
-        const uint32_t words[] = {s.has_nh, s.encap, s.seq, s.sticky, s.default_gw, s.single_active,
-                                  s.has_es_import, s.has_pmsi, s.pmsi_type, s.pmsi_label,
-                                  static_cast<uint32_t>(s.rts.size()),
-                                  static_cast<uint32_t>(s.sids.size())};
-        put(words, sizeof words);
-        put(s.es_import, 6);
-        put(&s.l2, sizeof s.l2);
-        put(s.rts.data(), s.rts.size() * sizeof(uint64_t));
-        for (const Srv6Sid &sid : s.sids) {
-            put(&sid.SRv6_SID, 16);
-            const uint32_t w[] = {sid.SRv6EndpointBehavior, sid.SRv6_SIDFlags, sid.SIDStructurePresent};
-            put(w, sizeof w);
-            put(&sid.sid_struct, sizeof sid.sid_struct);
-        }
-        if (auto it = attrs_by_key.find(k); it != attrs_by_key.end()) return it->second;
         uint32_t id;
         if (!free_attrs.empty()) {
             id = free_attrs.back();
@@ -844,11 +848,10 @@ struct RouteMapper::Impl {
             // Its route targets moved it to another EVI.
             if (!withdraw_one(adv, n, sink, err)) return false;
             at = find(n);
-            if (at >= 0) {
-                // Other advertisers hold it in the old EVI: adv's copy is a
-                // route of its own there. Rare; kept simple.
-                return true;
-            }
+            // Other advertisers still hold the route in its old EVI: one
+            // route has one EVI, so adv's announcement waits (is dropped)
+            // until they withdraw theirs or announce the new EVI too.
+            if (at >= 0) return true;
         }
         if (at < 0) {
             const uint32_t i = new_entry();
@@ -1063,18 +1066,31 @@ bool RouteMapper::withdraw(uint32_t adv, std::span<const bmp::EvpnNlri> routes, 
     return true;
 }
 
-bool RouteMapper::drop_advertiser(uint32_t adv, RecordSink &sink, std::string &err) {
+bool RouteMapper::drop_advertisers(std::span<const uint32_t> advs, RecordSink &sink,
+                                   std::string &err) {
     Impl &m = *impl_;
+    if (advs.empty()) return true;
     for (uint32_t i = 0; i < m.entries_made; i++) {
         RouteEntry &e = m.entry(i);
         if (!e.type) continue;
         const RecordKey k = record_key(e);
-        if (m.drop_pair(i, adv) && !m.rewrite(k, true, sink, err)) return false;
+        bool dropped = false;
+        // An entry freed by its last advertiser's drop has type 0.
+        for (uint32_t adv : advs)
+            if (e.type && m.drop_pair(i, adv)) dropped = true;
+        if (dropped && !m.rewrite(k, true, sink, err)) return false;
     }
     return true;
 }
 
 bool RouteMapper::flush(RecordSink &sink, std::string &err) { return impl_->flush(sink, err); }
+
+bool RouteMapper::dirty() const {
+    const Impl &m = *impl_;
+    return m.summary_dirty || m.run.delta || !m.dirty_evis.empty() || !m.dirty_evi_rts.empty() ||
+           !m.dirty_rds.empty() || !m.dirty_neighbors.empty() || !m.dirty_teps.empty() ||
+           !m.dirty_segments.empty();
+}
 
 void RouteMapper::set_router(uint32_t bgp_id, uint32_t as) {
     if (impl_->router_id == bgp_id && impl_->router_as == as) return;

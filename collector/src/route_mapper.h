@@ -54,10 +54,13 @@ class RouteMapper {
                   RecordSink &sink, uint32_t &unmapped, std::string &err);
     bool withdraw(uint32_t adv, std::span<const bmp::EvpnNlri> routes, RecordSink &sink,
                   std::string &err);
-    // Everything adv announced is withdrawn (a peer down, a session closed).
-    bool drop_advertiser(uint32_t adv, RecordSink &sink, std::string &err);
+    // Everything the advertisers announced is withdrawn (a peer down, a
+    // session closed), in one pass over the routes.
+    bool drop_advertisers(std::span<const uint32_t> advs, RecordSink &sink, std::string &err);
     // Writes the derived records changed since the last flush.
     bool flush(RecordSink &sink, std::string &err);
+    // Whether flush() has anything to write.
+    bool dirty() const;
 
     // The monitored router's own BGP identifier and AS (from a Loc-RIB
     // peer), shown by the summary; 0 when unknown.

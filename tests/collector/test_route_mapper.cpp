@@ -147,7 +147,11 @@ TEST(RouteMapping, SummaryCountsWhatTheRoutesMade) {
     bmp::PeerHeader loc = peer(9, 65009);
     loc.type = bmp::PeerType::LocRib;
     loc.address = {};
-    s.apply(peer_message(bmp::MsgType::PeerUp, loc));
+    std::string err;
+    ASSERT_TRUE(s.store->apply(s.session, peer_message(bmp::MsgType::PeerUp, loc), err)) << err;
+    EXPECT_TRUE(s.store->pending()) << "the summary names the router: a flush has work";
+    s.apply(peer_message(bmp::MsgType::StatisticsReport, loc));
+    EXPECT_FALSE(s.store->pending());
     bmp::RouteAttrs a = attrs(v4(192, 0, 2, 1), {rt2(65000, 100)});
     s.apply(update(peer(1),
                    {mac_route(rd_ip(1, 100), 1, {}, mpls(1)), mac_route(rd_ip(1, 100), 1, v4(10, 0, 0, 1), mpls(1)),
