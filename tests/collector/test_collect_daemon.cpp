@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <memory>
 #include <chrono>
 #include <fstream>
 #include <regex>
@@ -106,8 +107,11 @@ subprocess::Run show(const std::string &db, std::vector<std::string> args) {
 // A running collector, its log in a file, stopped by its PID.
 class Collector {
   public:
-    Collector(const TempDir &dir, std::vector<std::string> extra = {}) : log_(dir / "collector.log"), db_(dir / "live.db") {
-        std::vector<std::string> args = {EVPN_SYSDB_BIN, "collect", "--bmp", "127.0.0.1:0", "--db", db_};
+    // prefix runs the collector (prlimit ...).
+    Collector(const TempDir &dir, std::vector<std::string> extra = {}, std::vector<std::string> prefix = {})
+        : log_(dir / "collector.log"), db_(dir / "live.db") {
+        std::vector<std::string> args = prefix;
+        args.insert(args.end(), {EVPN_SYSDB_BIN, "collect", "--bmp", "127.0.0.1:0", "--db", db_});
         args.insert(args.end(), extra.begin(), extra.end());
         subprocess::Argv a(args, {});
         posix_spawn_file_actions_t fa;
@@ -159,6 +163,16 @@ class Collector {
         return false;
     }
 
+    // CPU seconds the collector has used.
+    double cpu_seconds() const {
+        std::ifstream f("/proc/" + std::to_string(pid_) + "/stat");
+        std::string field;
+        for (int i = 1; i <= 15 && f >> field; i++)
+            if (i == 14) cpu_ticks_ = std::stod(field);
+            else if (i == 15) cpu_ticks_ += std::stod(field);
+        return cpu_ticks_ / double(sysconf(_SC_CLK_TCK));
+    }
+
     int terminate() {
         kill(pid_, SIGTERM);
         int status = subprocess::wait_for(pid_);
@@ -169,6 +183,7 @@ class Collector {
   private:
     pid_t pid_ = -1;
     int port_ = 0;
+    mutable double cpu_ticks_ = 0;
     std::string log_, db_;
 };
 
@@ -410,6 +425,27 @@ TEST(CollectDaemon, RoutersOutsideTheAllowListAndOverTheSessionLimitAreRefused) 
     s.insert(s.end(), e.bytes().begin(), e.bytes().end());
     ASSERT_TRUE(first.send(s));
     EXPECT_TRUE(c.wait_show("0", mac_text(4, 9))) << c.log();
+}
+
+TEST(CollectDaemon, RoutersBeyondTheDescriptorLimitAreRefusedWithoutSpinning) {
+    TempDir dir;
+    Collector c(dir, {}, {"/usr/bin/prlimit", "--nofile=24", "--"});
+    ASSERT_GT(c.port(), 0) << c.log();
+    std::vector<std::unique_ptr<Router>> routers;
+    for (int i = 0; i < 30; i++) routers.push_back(std::make_unique<Router>(c.port()));
+    EXPECT_TRUE(c.wait_log(": refused: out of file descriptors")) << c.log();
+    double before = c.cpu_seconds();
+    std::this_thread::sleep_for(1s);
+    EXPECT_LT(c.cpu_seconds() - before, 0.3) << "the collector spins while descriptors are out";
+    // Once routers leave, the next one is served.
+    routers.clear();
+    Router r(c.port());
+    std::vector<uint8_t> s = router_start(6);
+    bmp::Encoder e;
+    mac_route(e, 6, 1);
+    s.insert(s.end(), e.bytes().begin(), e.bytes().end());
+    ASSERT_TRUE(r.send(s));
+    EXPECT_TRUE(c.wait_show("0", mac_text(6, 1))) << c.log();
 }
 
 TEST(CollectDaemon, SigtermEndsTheSessionsCommitsAndLeavesALoadableStore) {
