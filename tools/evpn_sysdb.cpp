@@ -4,6 +4,8 @@
 //   evpn_sysdb dump [PATH] [--db FILE] [--root ROOT]
 //   evpn_sysdb dump [SHOW OPTIONS] COMMAND [--db FILE]
 //   evpn_sysdb gen [--routes N] [--evis E] [--<kind> N ...] [--seed S] [--db FILE] [--json FILE]
+//   evpn_sysdb collect --bmp [ADDR:]PORT | --bmp-file FILE [--db FILE] [...]
+//   evpn_sysdb gen-bmp --routes N [--evis E] [--peers P] [--seed S] [--withdraw] --out FILE
 //   evpn_sysdb listings
 //   evpn_sysdb --help | --version
 #include <sys/stat.h>
@@ -19,6 +21,8 @@
 #include <string>
 #include <vector>
 
+#include "collector.h"
+#include "evpn_bmp/bmp_gen.h"
 #include "evpn_show_print.h"
 #include "evpn_show_words.h"
 #include "generator.h"
@@ -51,6 +55,9 @@ void help(FILE *out) {
             "       evpn_sysdb dump [SHOW OPTIONS] COMMAND [--db FILE]\n"
             "       evpn_sysdb gen [--routes N] [--evis E] [--KIND N ...] [--seed S] [--db FILE]\n"
             "                      [--json FILE]\n"
+            "       evpn_sysdb collect --bmp [ADDRESS:]PORT | --bmp-file FILE [--db FILE] ...\n"
+            "       evpn_sysdb gen-bmp --routes N [--evis E] [--peers P] [--seed S] [--withdraw]\n"
+            "                          --out FILE\n"
             "       evpn_sysdb listings\n"
             "       evpn_sysdb --help | --version\n"
             "\n"
@@ -66,7 +73,11 @@ void help(FILE *out) {
             "the snapshot loads.\n"
             "gen fills FILE (and, with --json, a snapshot of the same data) with N\n"
             "synthetic MAC routes over E EVIs (default 0 routes, 1 EVI) and N records of\n"
-            "each KIND asked for; the same seed gives the same data. listings names the\n"
+            "each KIND asked for; the same seed gives the same data. gen-bmp writes a\n"
+            "BMP stream (\"-\": standard output) of N routes of each EVPN route type, 1 to 5,\n"
+            "over E EVIs (default 100) from P peers (default 1), then with --withdraw\n"
+            "their withdraws, for a collector to replay. collect keeps FILE current from\n"
+            "routers' BMP sessions (evpn_sysdb collect --help). listings names the\n"
             "listings a database can hold. Kinds:\n");
     for (const evpn::GenKindInfo &k : evpn::kGenKinds)
         fprintf(out, "  %-16s %s\n", kind_option(k).c_str(), k.what);
@@ -554,6 +565,67 @@ int cmd_gen(int argc, char **argv) {
     return 0;
 }
 
+// ---- gen-bmp: a BMP stream for a collector to replay ---------------------------
+
+int cmd_gen_bmp(int argc, char **argv) {
+    evpn::bmp::GenBmpOptions opt;
+    std::string out;
+    bool routes_given = false;
+    for (int i = 2; i < argc; i++) {
+        const std::string s = argv[i];
+        if (s == "--withdraw") {
+            opt.withdraw = true;
+            continue;
+        }
+        if (s != "--routes" && s != "--evis" && s != "--peers" && s != "--seed" && s != "--out")
+            return bad_usage("gen-bmp", "unknown option '" + s + "'");
+        if (i + 1 >= argc) return bad_usage("gen-bmp", s + " wants a value");
+        const char *v = argv[++i];
+        if (s == "--out") {
+            out = v;
+            continue;
+        }
+        char *end = nullptr;
+        errno = 0;
+        const unsigned long long n = strtoull(v, &end, 0);
+        if (!*v || *end || errno || *v == '-')
+            return bad_usage("gen-bmp", s + " wants a whole number, got '" + std::string(v) + "'");
+        if ((s == "--evis" || s == "--peers") && (n == 0 || n > 0xffffffffull))
+            return bad_usage("gen-bmp", s + " wants 1 to 4294967295, got '" + std::string(v) + "'");
+        if (s == "--routes") opt.routes = n, routes_given = true;
+        if (s == "--evis") opt.evis = uint32_t(n);
+        if (s == "--peers") opt.peers = uint32_t(n);
+        if (s == "--seed") opt.seed = n;
+    }
+    if (!routes_given) return bad_usage("gen-bmp", "how many routes? give --routes N");
+    if (out.empty()) return bad_usage("gen-bmp", "where to? give --out FILE");
+
+    FILE *f = out == "-" ? stdout : fopen(out.c_str(), "wb");
+    if (!f) {
+        fprintf(stderr, "evpn_sysdb: gen-bmp: %s: %s\n", out.c_str(), strerror(errno));
+        return 1;
+    }
+    evpn::bmp::GenBmpCounts c;
+    bool ok = evpn::bmp::gen_bmp_stream(opt, [&](std::span<const uint8_t> b) {
+        return fwrite(b.data(), 1, b.size(), f) == b.size();
+    }, &c);
+    int saved = ok ? 0 : errno;
+    if (f == stdout ? fflush(f) != 0 : fclose(f) != 0) {
+        saved = errno;
+        ok = false;
+    }
+    if (!ok) {
+        fprintf(stderr, "evpn_sysdb: gen-bmp: %s: %s\n", out.c_str(), strerror(saved ? saved : EIO));
+        struct stat st;  // a half-written file goes, when it is a file of its own
+        if (out != "-" && lstat(out.c_str(), &st) == 0 && S_ISREG(st.st_mode)) unlink(out.c_str());
+        return 1;
+    }
+    fprintf(stderr, "evpn_sysdb: wrote %llu BMP messages (%llu routes announced, %llu withdrawn, %llu bytes) to %s\n",
+            static_cast<unsigned long long>(c.messages), static_cast<unsigned long long>(c.announced),
+            static_cast<unsigned long long>(c.withdrawn), static_cast<unsigned long long>(c.bytes), out.c_str());
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -568,6 +640,8 @@ int main(int argc, char **argv) {
         return fflush(stdout) == 0 && !ferror(stdout) ? 0 : 1;
     }
     if (command == "gen") return cmd_gen(argc, argv);
+    if (command == "collect") return evpn::collector::collect_main(argc, argv);
+    if (command == "gen-bmp") return cmd_gen_bmp(argc, argv);
     if (command == "dump" && is_show_form(argc, argv)) return cmd_dump_show(argc, argv);
     if (command == "listings" && argc == 2) {
         for (const ListingDef &l : sysdb_registry())

@@ -17,7 +17,7 @@ struct LiveStoreOptions {
     std::string db;                  // the store; made if missing, refused if not ours
     std::string evi_map;             // optional file of "RT EVI" lines (see docs/collector.md)
     std::string root = "/oper/evpn/gl/";
-    uint32_t batch_max_changes = 20000;  // a transaction commits at this many record changes
+    uint32_t batch_max_changes = 50000;  // a transaction commits at this many record changes
     // One line per event worth an operator's eye (an unmapped route target,
     // a route refused); the daemon prefixes the router's address.
     std::function<void(uint32_t session, std::string_view line)> log;

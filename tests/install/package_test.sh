@@ -17,7 +17,8 @@ for f in bin/evpn_show_client bin/evpn_sysdb bin/evpn_shell share/man/man1/evpn_
          share/doc/evpn-show/README.md share/doc/evpn-show/snapshot-format.md share/doc/evpn-show/json-view.md \
          share/doc/evpn-show/copyright share/doc/evpn-show/changelog.gz \
          share/bash-completion/completions/evpn_sysdb share/bash-completion/completions/evpn_shell \
-         share/bash-completion/completions/evpn_show_client; do
+         share/bash-completion/completions/evpn_show_client \
+         lib/systemd/system/evpn-collector.service lib/sysusers.d/evpn-show.conf; do
   [ -e "$work/prefix/$f" ] || fail "install: $f missing"
 done
 
@@ -79,6 +80,27 @@ grep -aq "@(#)evpn_show_client $(dpkg-deb -f "$deb" Version)" "$work/root/usr/bi
 [ "$("$work/root/usr/bin/evpn_sysdb" --version)" = "evpn_sysdb $(dpkg-deb -f "$deb" Version)" ] ||
   fail "evpn_sysdb --version is not the package's version"
 
+# ---- the collector's unit: the packaged program, the installed store, its own user ----
+unit="$work/root/usr/lib/systemd/system/evpn-collector.service"
+[ -f "$unit" ] || fail "package: no evpn-collector.service"
+exec_start=$(sed -n 's/^ExecStart=//p' "$unit")
+read -r -a words <<<"$exec_start"
+[ -x "$work/root${words[0]}" ] || fail "unit: ExecStart runs ${words[0]}, not in the package"
+installed_db=$(env -u EVPN_SYSDB "$work/root/usr/bin/evpn_sysdb" --help | sed -n 's/^Here: \(.*\) (installed)\.$/\1/p')
+[[ " $exec_start " == *" --db ${installed_db#"$work/root"} "* ]] ||
+  fail "unit: ExecStart '$exec_start' does not keep the installed store ${installed_db#"$work/root"}"
+user=$(sed -n 's/^User=//p' "$unit")
+grep -q "^u $user " "$work/root/usr/lib/sysusers.d/evpn-show.conf" || fail "unit: user '$user' is not made by sysusers.d"
+grep -qx "StateDirectory=$(basename "$(dirname "${installed_db#"$work/root"}")")" "$unit" ||
+  fail "unit: StateDirectory is not the store's folder"
+dpkg-deb -I "$deb" postinst | grep -q systemd-sysusers || fail "package: postinst does not make the user"
+# systemd's own check, on a copy that runs the unpacked program (this machine
+# has no /usr/bin/evpn_sysdb, and its systemd no system to boot).
+if command -v systemd-analyze >/dev/null; then
+  sed "s|^ExecStart=${words[0]}|ExecStart=$work/root${words[0]}|" "$unit" >"$work/evpn-collector.service"
+  out=$(systemd-analyze verify --man=no "$work/evpn-collector.service" 2>&1) && [ -z "$out" ] || fail "unit: $out"
+fi
+
 # ---- man pages render without a warning ----
 for page in "$work"/root/usr/share/man/man1/*.1*; do
   warnings=$(MANWIDTH=80 man --warnings -E UTF-8 -l "$page" 2>&1 >/dev/null)
@@ -115,4 +137,5 @@ client_words=$(PATH="$work/root/usr/bin:$PATH" bash -c '
     COMP_WORDS=(evpn_show_client -d 1); COMP_CWORD=2; _evpn_show_client; printf "%s\n" "${COMPREPLY[@]}"' \
     _ "$work/root/usr/share/bash-completion/completions/evpn_show_client")
 [ "$client_words" = "$(printf 'standby\n1\n10\n11\n12\n13')" ] || fail "client completion: $client_words"
+complete_words evpn_sysdb gen-bmp --wi | grep -x -- --withdraw >/dev/null || fail "completion: gen-bmp --wi"
 echo "package test: ok ($(basename "$deb"), Depends: $depends)"

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <string>
 
 #include "subprocess.h"
@@ -47,6 +48,10 @@ TEST(SysdbCli, EveryMistakeNamesTheArgumentThatIsWrong) {
         {{"dump", "--depth", "evpn_evi"}, "unknown option '--depth'"},
         {{"load", "--db"}, "--db wants a value"},
         {{"load", "--db", db}, "which snapshot?"},
+        {{"gen-bmp", "--out", db}, "how many routes? give --routes N"},
+        {{"gen-bmp", "--routes", "5"}, "where to? give --out FILE"},
+        {{"gen-bmp", "--routes", "5", "--peers", "0", "--out", db}, "--peers wants 1 to 4294967295, got '0'"},
+        {{"gen-bmp", "--routes", "5", "--frob", "--out", db}, "unknown option '--frob'"},
     };
     for (const auto &c : cases) {
         subprocess::Run r = sysdb(c.args);
@@ -58,6 +63,36 @@ TEST(SysdbCli, EveryMistakeNamesTheArgumentThatIsWrong) {
         EXPECT_EQ(r.out, "") << line;
         EXPECT_NE(access(db.c_str(), F_OK), 0) << line << ": wrote " << db;
     }
+}
+
+std::string file_text(const std::string &path) {
+    std::string s;
+    if (FILE *f = fopen(path.c_str(), "rb")) {
+        char buf[65536];
+        for (size_t n; (n = fread(buf, 1, sizeof buf, f)) > 0;) s.append(buf, n);
+        fclose(f);
+    }
+    return s;
+}
+
+TEST(SysdbCli, GenBmpWritesTheSameStreamForTheSameSeedAndReportsAFullDisk) {
+    const std::string a = "/tmp/evpn_cli_bmp_a_" + std::to_string(getpid());
+    const std::string b = "/tmp/evpn_cli_bmp_b_" + std::to_string(getpid());
+    for (const std::string &out : {a, b}) {
+        subprocess::Run r = sysdb({"gen-bmp", "--routes", "300", "--peers", "3", "--withdraw", "--out", out});
+        EXPECT_EQ(r.status, 0) << r.err;
+        EXPECT_NE(r.err.find("1500 routes announced, 1500 withdrawn"), std::string::npos) << r.err;
+    }
+    const std::string text = file_text(a);
+    ASSERT_GT(text.size(), 6u);
+    EXPECT_EQ(text[0], 3) << "BMP version 3";
+    EXPECT_EQ(text, file_text(b));
+    unlink(a.c_str());
+    unlink(b.c_str());
+
+    subprocess::Run full = sysdb({"gen-bmp", "--routes", "100000", "--out", "/dev/full"});
+    EXPECT_EQ(full.status, 1);
+    EXPECT_NE(full.err.find("/dev/full: No space left on device"), std::string::npos) << full.err;
 }
 
 TEST(SysdbCli, ListingsNameEveryRegisteredListing) {

@@ -10,6 +10,7 @@
 #include <sqlite3.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <condition_variable>
@@ -146,8 +147,8 @@ struct SysdbWriter::Impl {
     std::map<std::pair<std::string, std::string>, int64_t> lists;
     int64_t next_list = 1;
     bool committed = false;
-    std::string encoded, packed, skey, name, ikey;
-    std::vector<std::string> sort, text;
+    std::string encoded, packed, skey, name;
+    std::vector<std::string> sort, text, ikeys;
 
     // Per listing and root, what add() would otherwise work out for every
     // record: the registry entry, the listing ids and the kept orderings.
@@ -159,6 +160,10 @@ struct SysdbWriter::Impl {
         std::vector<std::vector<uint8_t>> layouts;  // of each ordering's rows
         std::vector<const BagField *> key_fields;   // of def->keys
         std::vector<int64_t> ordering_lists;  // -1 until the first entry
+        // Orderings holding a key field that is not an item-key field: an
+        // item replaced may have had other rows there.
+        std::vector<bool> volatile_rows;
+        bool any_volatile = false;
         bool any = false;
         std::string last_skey;  // greatest sort key stored so far
     };
@@ -186,6 +191,13 @@ struct SysdbWriter::Impl {
         if (!l->singleton) t->orderings = sysdb_keys::stored_orderings(*l);
         for (const auto &o : t->orderings) t->layouts.push_back(sysdb_keys::row_layout(*l, o));
         t->ordering_lists.assign(t->orderings.size(), -1);
+        for (const auto &layout : t->layouts) {
+            bool v = false;
+            for (uint8_t pos : layout)
+                v = v || std::find(l->item_key.begin(), l->item_key.end(), pos) == l->item_key.end();
+            t->volatile_rows.push_back(v);
+            t->any_volatile = t->any_volatile || v;
+        }
         targets.push_back(std::move(t));
         return last = targets.back().get();
     }
@@ -202,11 +214,23 @@ struct SysdbWriter::Impl {
         int64_t list;
         uint32_t key, key_len, name, name_len, data, data_len;
     };
+    // Live mode's changes of stored items, done in their order, one row a
+    // statement (a statement of one row needs no statement journal). A batch
+    // holds new rows or these, never both: runs of each keep their order.
+    enum class OpKind : uint8_t { ReplaceItem, DeleteItem, DeleteIndex };
+    struct Op {
+        OpKind kind;
+        Row row;
+    };
     struct Batch {
         std::string bytes;
         std::vector<Row> items, index;
+        std::vector<Op> ops;
     };
     static constexpr size_t kBatchBytes = 512 * 1024, kQueued = 2;
+    // Live mode hands smaller batches over: a commit waits for the queue.
+    static constexpr size_t kLiveBatchBytes = 64 * 1024;
+    size_t batch_bytes = kBatchBytes;
     std::thread worker;
     std::mutex mu;
     std::condition_variable cv;
@@ -247,6 +271,15 @@ struct SysdbWriter::Impl {
         };
         if (!insert(b.items, ins_items, ins_item, 4, bind_item)) return fail(err, "items");
         if (!insert(b.index, ins_indexes, ins_index, 2, bind_index)) return fail(err, "index rows");
+        for (const Op &op : b.ops) {
+            sqlite3_stmt *st = op.kind == OpKind::ReplaceItem  ? put_item
+                               : op.kind == OpKind::DeleteItem ? del_item
+                                                               : del_index;
+            sqlite3_reset(st);
+            if (op.kind == OpKind::ReplaceItem) bind_item(st, 0, op.row);
+            else bind_index(st, 0, op.row);
+            if (sqlite3_step(st) != SQLITE_DONE) return fail(err, "changing an item");
+        }
         return true;
     }
 
@@ -271,6 +304,7 @@ struct SysdbWriter::Impl {
             b->bytes.clear();
             b->items.clear();
             b->index.clear();
+            b->ops.clear();
             spare.push_back(std::move(b));
             cv.notify_all();
         }
@@ -289,9 +323,22 @@ struct SysdbWriter::Impl {
         return *filling;
     }
 
+    // The batch to add live changes to: changes of stored items (ops) or new
+    // rows, a batch holding the other kind handed over first.
+    Batch &batch_for(bool ops) {
+        if (filling && (ops ? !filling->items.empty() || !filling->index.empty() : !filling->ops.empty()))
+            submit();
+        return batch();
+    }
+    static uint32_t put(Batch &b, std::string_view v) {
+        b.bytes.append(v);
+        return static_cast<uint32_t>(b.bytes.size() - v.size());
+    }
+
     // Hands the batch being filled to the worker (started with the first).
     void submit() {
-        if (!filling || (filling->items.empty() && filling->index.empty())) return;
+        if (!filling || (filling->items.empty() && filling->index.empty() && filling->ops.empty()))
+            return;
         if (!worker.joinable()) worker = std::thread([this] { work(); });
         std::unique_lock<std::mutex> lk(mu);
         cv.wait(lk, [&] { return queued.size() < kQueued; });
@@ -321,11 +368,49 @@ struct SysdbWriter::Impl {
         worker.join();
     }
 
+    // Live mode's statements and state.
+    bool live = false, in_txn = false;
+    sqlite3_stmt *put_item = nullptr, *get_item = nullptr, *del_item = nullptr,
+                 *put_index = nullptr, *del_index = nullptr;
+    std::string old_data;
+    std::vector<uint64_t> old_record;
+    std::vector<std::string> new_ikeys;
+
+    void finalize_all() {
+        for (sqlite3_stmt **s : {&ins_list, &ins_item, &ins_index, &ins_cap, &ins_if, &ins_stats,
+                                 &ins_meta, &ins_items, &ins_indexes, &put_item, &get_item,
+                                 &del_item, &put_index, &del_index}) {
+            sqlite3_finalize(*s);
+            *s = nullptr;
+        }
+    }
+
+    // Live: what is not committed is dropped; the file goes back to the
+    // rollback journal, so that it stays readable without its -wal and -shm.
+    bool close_live(std::string &err) {
+        if (!db) return true;
+        std::string lost;
+        drain(lost);  // rolled back below in any case
+        stop_worker();
+        finalize_all();
+        if (in_txn) sqlite3_exec(db, "ROLLBACK", nullptr, nullptr, nullptr);
+        in_txn = false;
+        bool ok = exec(db, "PRAGMA wal_checkpoint(TRUNCATE); PRAGMA journal_mode = DELETE", err);
+        if (sqlite3_close(db) != SQLITE_OK && ok) {
+            err = "closing " + target + " failed";
+            ok = false;
+        }
+        db = nullptr;
+        return ok;
+    }
+
     ~Impl() {
         stop_worker();
-        for (sqlite3_stmt *s : {ins_list, ins_item, ins_index, ins_cap, ins_if, ins_stats, ins_meta,
-                                ins_items, ins_indexes})
-            sqlite3_finalize(s);
+        if (live) {
+            std::string ignored;
+            close_live(ignored);
+        }
+        finalize_all();
         if (db) sqlite3_close(db);
         if (!committed && !temp.empty()) unlink(temp.c_str());
     }
@@ -394,6 +479,50 @@ struct SysdbWriter::Impl {
             return false;
         }
         return rc == SQLITE_DONE || fail(err, "item " + base + "/" + name);
+    }
+
+    // Item name, sort key and index rows of a record (as sysdb_keys::item_name
+    // and item_skey make them) into skey, name and ikeys, one per stored
+    // ordering (empty: the record has no row there), in buffers kept across
+    // records.
+    bool keys_of(Target &t, const void *record, std::string &err) {
+        const ListingDef *l = t.def;
+        if (!sysdb_keys::from_record(*l, t.key_fields.data(), record, sort, text, err)) return false;
+        for (uint8_t pos : l->item_key)
+            if (sort[pos].empty()) {
+                err = std::string("key field ") + l->keys[pos].field + " is empty";
+                return false;
+            }
+        if (!item_key(*l, err)) return false;
+        ikeys.resize(t.orderings.size());
+        for (size_t o = 0; o < t.orderings.size(); o++) {
+            std::string &ikey = ikeys[o];
+            ikey.clear();
+            for (uint8_t pos : t.layouts[o]) {
+                if (sort[pos].empty()) {
+                    ikey.clear();
+                    break;
+                }
+                ikey += sort[pos];
+            }
+        }
+        return true;
+    }
+
+    // The listing row of a stored ordering, made with its first entry.
+    int64_t ordering_list(Target &t, size_t o, std::string &err) {
+        int64_t &ix = t.ordering_lists[o];
+        if (ix < 0)
+            ix = list_id(t.root, sysdb_keys::ordering_path(*t.def, t.orderings[o]), t.def->desc->name,
+                         err);
+        return ix;
+    }
+
+    bool insert_index(int64_t list, const std::string &ikey, std::string &err) {
+        sqlite3_reset(ins_index);
+        sqlite3_bind_int64(ins_index, 1, list);
+        sqlite3_bind_blob(ins_index, 2, ikey.data(), static_cast<int>(ikey.size()), SQLITE_STATIC);
+        return sqlite3_step(ins_index) == SQLITE_DONE || fail(err, "index of " + name);
     }
 };
 
@@ -482,14 +611,8 @@ bool SysdbWriter::add(const std::string &root, std::string_view base, const void
     if (t->list < 0 && (t->list = m.list_id(root, t->base, l->desc->name, err)) < 0) return false;
     if (l->singleton) return m.drain(err) && m.insert_item(t->list, std::string(), l->base, m.encoded, l->base, err);
 
-    if (!sysdb_keys::from_record(*l, t->key_fields.data(), record, m.sort, m.text, err)) return false;
-    for (uint8_t pos : l->item_key)
-        if (m.sort[pos].empty()) {
-            err = std::string("key field ") + l->keys[pos].field + " is empty";
-            return false;
-        }
-    if (!m.item_key(*l, err)) return false;
-    const std::string &skey = m.skey, &name = m.name;
+    if (!m.keys_of(*t, record, err)) return false;
+    std::string &skey = m.skey, &name = m.name;
     if (m.worker_failed) return m.drain(err);
     const bool in_order = !t->any || skey > t->last_skey;
     if (in_order) {
@@ -510,20 +633,10 @@ bool SysdbWriter::add(const std::string &root, std::string_view base, const void
     }
 
     for (size_t o = 0; o < t->orderings.size(); o++) {
-        std::string &ikey = m.ikey;
-        ikey.clear();
-        bool complete = true;
-        for (uint8_t pos : t->layouts[o]) {
-            if (m.sort[pos].empty()) complete = false;
-            ikey += m.sort[pos];
-        }
-        if (!complete) continue;  // an empty key text has no index entry
-        // The listing row of an ordering appears with its first entry.
-        int64_t &ix = t->ordering_lists[o];
-        if (ix < 0 &&
-            (ix = m.list_id(root, sysdb_keys::ordering_path(*l, t->orderings[o]), l->desc->name,
-                            err)) < 0)
-            return false;
+        const std::string &ikey = m.ikeys[o];
+        if (ikey.empty()) continue;  // an empty key text has no index entry
+        int64_t ix = m.ordering_list(*t, o, err);
+        if (ix < 0) return false;
         if (in_order) {
             Impl::Batch &b = m.batch();
             b.index.push_back({ix, static_cast<uint32_t>(b.bytes.size()),
@@ -531,12 +644,9 @@ bool SysdbWriter::add(const std::string &root, std::string_view base, const void
             b.bytes += ikey;
             continue;
         }
-        sqlite3_reset(m.ins_index);
-        sqlite3_bind_int64(m.ins_index, 1, ix);
-        sqlite3_bind_blob(m.ins_index, 2, ikey.data(), static_cast<int>(ikey.size()), SQLITE_STATIC);
-        if (sqlite3_step(m.ins_index) != SQLITE_DONE) return m.fail(err, "index of " + name);
+        if (!m.insert_index(ix, ikey, err)) return false;
     }
-    if (in_order && m.filling && m.filling->bytes.size() >= Impl::kBatchBytes) m.submit();
+    if (in_order && m.filling && m.filling->bytes.size() >= m.batch_bytes) m.submit();
     return true;
 }
 
@@ -635,16 +745,19 @@ bool SysdbWriter::set_meta(const std::string &key, const std::string &value, std
 
 bool SysdbWriter::commit(std::string &err) {
     Impl &m = *impl_;
+    if (m.live) {
+        if (!m.drain(err)) return false;
+        if (!m.in_txn) return true;
+        if (!exec(m.db, "COMMIT", err)) return false;
+        m.in_txn = false;
+        return true;
+    }
     if (!m.drain(err)) return false;
     m.stop_worker();
     if (!exec(m.db, "INSERT OR REPLACE INTO meta(key, value) VALUES ('format', 'evpn-sysdb')", err) ||
         !exec(m.db, "COMMIT", err))
         return false;
-    for (sqlite3_stmt **s : {&m.ins_list, &m.ins_item, &m.ins_index, &m.ins_cap, &m.ins_if,
-                             &m.ins_stats, &m.ins_meta, &m.ins_items, &m.ins_indexes}) {
-        sqlite3_finalize(*s);
-        *s = nullptr;
-    }
+    m.finalize_all();
     if (sqlite3_close(m.db) != SQLITE_OK) {
         err = "closing " + m.temp + " failed";
         return false;
@@ -654,10 +767,10 @@ bool SysdbWriter::commit(std::string &err) {
     int fd = ::open(m.temp.c_str(), O_RDONLY);
     if (fd < 0 || fsync(fd) != 0) {
         err = "syncing " + m.temp + ": " + strerror(errno);
-        if (fd >= 0) close(fd);
+        if (fd >= 0) ::close(fd);
         return false;
     }
-    close(fd);
+    ::close(fd);
     if (!target_replaceable(m.target, err)) return false;
     // A database replaced keeps its mode, group (and owner, when we may set
     // it): a reload must not make a private database readable by all.
@@ -679,9 +792,389 @@ bool SysdbWriter::commit(std::string &err) {
     int dfd = ::open(dir.empty() ? "." : dir.c_str(), O_RDONLY | O_DIRECTORY);
     if (dfd >= 0) {
         fsync(dfd);
-        close(dfd);
+        ::close(dfd);
     }
     return true;
+}
+
+// ---- Live mode ---------------------------------------------------------------
+
+std::unique_ptr<SysdbWriter> SysdbWriter::open_live(const std::string &named, std::string &err) {
+    const std::string target = follow_links(named);
+    struct stat st;
+    if (stat(target.c_str(), &st) != 0 && errno == ENOENT) {
+        // An empty database of ours, made as a load makes one.
+        auto fresh = open(target, err);
+        if (!fresh || !fresh->commit(err)) return nullptr;
+    }
+    if (!target_replaceable(target, err)) return nullptr;
+    auto impl = std::make_unique<Impl>();
+    Impl &m = *impl;
+    m.target = target;
+    m.live = true;
+    if (sqlite3_open_v2(target.c_str(), &m.db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX,
+                        nullptr) != SQLITE_OK) {
+        err = "cannot open " + target + ": " + sqlite3_errmsg(m.db);
+        return nullptr;
+    }
+    sqlite3_busy_timeout(m.db, 5000);
+    // A file in rollback mode has no log of its own: a -wal beside it was
+    // left by an earlier file of that name (a crash, then a load renamed a
+    // new file in), and replaying it into this one would corrupt it.
+    {
+        sqlite3_stmt *s = nullptr;
+        bool rollback = false;
+        if (sqlite3_prepare_v2(m.db, "PRAGMA journal_mode", -1, &s, nullptr) == SQLITE_OK &&
+            sqlite3_step(s) == SQLITE_ROW)
+            rollback = strcmp(reinterpret_cast<const char *>(sqlite3_column_text(s, 0)), "wal") != 0;
+        sqlite3_finalize(s);
+        if (rollback) {
+            unlink((target + "-wal").c_str());
+            unlink((target + "-shm").c_str());
+        }
+    }
+    {
+        sqlite3_stmt *s = nullptr;
+        int version = -1;
+        if (sqlite3_prepare_v2(m.db, "PRAGMA user_version", -1, &s, nullptr) == SQLITE_OK &&
+            sqlite3_step(s) == SQLITE_ROW)
+            version = sqlite3_column_int(s, 0);
+        sqlite3_finalize(s);
+        if (version != sysdb_schema::kVersion) {
+            err = target + " has an older layout; rebuild it with evpn_sysdb load";
+            return nullptr;
+        }
+    }
+    // Write-ahead log: a reader's transaction reads the state of its start
+    // while commits go on, and never blocks them. The -wal and -shm take the
+    // database file's mode and owner, so whoever may read the file may read
+    // them. synchronous = NORMAL: a commit is durable at the next
+    // checkpoint; a crash loses the last commits, never the file.
+    char pragmas[160];
+    snprintf(pragmas, sizeof pragmas,
+             "PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL; PRAGMA cache_size = -%d;",
+             16 * 1024);
+    if (!exec(m.db, pragmas, err)) return nullptr;
+    {
+        sqlite3_stmt *s = nullptr;
+        bool wal = false;
+        if (sqlite3_prepare_v2(m.db, "PRAGMA journal_mode", -1, &s, nullptr) == SQLITE_OK &&
+            sqlite3_step(s) == SQLITE_ROW)
+            wal = strcmp(reinterpret_cast<const char *>(sqlite3_column_text(s, 0)), "wal") == 0;
+        sqlite3_finalize(s);
+        if (!wal) {
+            err = target + ": cannot switch to the write-ahead log";
+            return nullptr;
+        }
+    }
+    struct {
+        sqlite3_stmt **s;
+        const char *sql;
+    } stmts[] = {
+        {&m.ins_list, "INSERT INTO listing(id, root, path, record_type) VALUES (?1, ?2, ?3, ?4)"},
+        {&m.ins_item, "INSERT OR IGNORE INTO item(list, skey, name, data) VALUES (?1, ?2, ?3, ?4)"},
+        {&m.ins_index, "INSERT OR IGNORE INTO item_index(list, ikey) VALUES (?1, ?2)"},
+        {&m.put_item, "INSERT OR REPLACE INTO item(list, skey, name, data) VALUES (?1, ?2, ?3, ?4)"},
+        {&m.get_item, "SELECT data FROM item WHERE list = ?1 AND skey = ?2"},
+        {&m.del_item, "DELETE FROM item WHERE list = ?1 AND skey = ?2"},
+        {&m.put_index, "INSERT OR IGNORE INTO item_index(list, ikey) VALUES (?1, ?2)"},
+        {&m.del_index, "DELETE FROM item_index WHERE list = ?1 AND ikey = ?2"},
+    };
+    for (auto &st : stmts)
+        if (sqlite3_prepare_v2(m.db, st.sql, -1, st.s, nullptr) != SQLITE_OK) {
+            err = target + ": " + sqlite3_errmsg(m.db);
+            return nullptr;
+        }
+    // New items go to the worker thread as a load's do (Impl::store). A
+    // statement of many rows that may abort half done keeps a statement
+    // journal (every page it changes copied to a temporary file); one whose
+    // conflicts replace or skip never aborts, so it keeps none. The rows are
+    // new: neither happens.
+    std::string items_sql = "INSERT OR IGNORE INTO item(list, skey, name, data) VALUES (?, ?, ?, ?)",
+                index_sql = "INSERT OR IGNORE INTO item_index(list, ikey) VALUES (?, ?)";
+    for (size_t i = 1; i < Impl::kRowsPerInsert; i++) {
+        items_sql += ", (?, ?, ?, ?)";
+        index_sql += ", (?, ?)";
+    }
+    if (sqlite3_prepare_v2(m.db, items_sql.c_str(), -1, &m.ins_items, nullptr) != SQLITE_OK ||
+        sqlite3_prepare_v2(m.db, index_sql.c_str(), -1, &m.ins_indexes, nullptr) != SQLITE_OK) {
+        err = target + ": " + sqlite3_errmsg(m.db);
+        return nullptr;
+    }
+    m.batch_bytes = Impl::kLiveBatchBytes;
+    // The listings the file has already.
+    sqlite3_stmt *s = nullptr;
+    if (sqlite3_prepare_v2(m.db, "SELECT id, root, path FROM listing", -1, &s, nullptr) != SQLITE_OK) {
+        err = target + ": " + sqlite3_errmsg(m.db);
+        return nullptr;
+    }
+    int rc;
+    while ((rc = sqlite3_step(s)) == SQLITE_ROW) {
+        const int64_t id = sqlite3_column_int64(s, 0);
+        auto text = [&](int c) {
+            const char *t = reinterpret_cast<const char *>(sqlite3_column_text(s, c));
+            return std::string(t ? t : "");
+        };
+        m.lists.emplace(std::make_pair(text(1), text(2)), id);
+        m.next_list = std::max(m.next_list, id + 1);
+    }
+    sqlite3_finalize(s);
+    if (rc != SQLITE_DONE) {
+        err = target + ": " + sqlite3_errmsg(m.db);
+        return nullptr;
+    }
+    return std::unique_ptr<SysdbWriter>(new SysdbWriter(std::move(impl)));
+}
+
+bool SysdbWriter::begin(std::string &err) {
+    Impl &m = *impl_;
+    if (!m.live) {
+        err = "begin: not a live writer";
+        return false;
+    }
+    if (m.in_txn) return true;
+    // IMMEDIATE: a second writer of the file waits here, not at its first change.
+    if (!exec(m.db, "BEGIN IMMEDIATE", err)) return false;
+    m.in_txn = true;
+    return true;
+}
+
+namespace {
+
+// Reads the stored item (list, skey) into m.old_record, decoded: found false
+// when there is none or it does not decode (a corrupt item is replaced; its
+// index rows cannot be known).
+struct LiveOps {
+    static bool stored(SysdbWriter::Impl &m, const ListingDef &l, int64_t list,
+                       const std::string &skey, std::string &err, bool &found) {
+        found = false;
+        sqlite3_reset(m.get_item);
+        sqlite3_bind_int64(m.get_item, 1, list);
+        sqlite3_bind_blob(m.get_item, 2, skey.data(), static_cast<int>(skey.size()), SQLITE_STATIC);
+        const int rc = sqlite3_step(m.get_item);
+        if (rc == SQLITE_DONE) return true;
+        if (rc != SQLITE_ROW) return m.fail(err, "reading " + std::string(l.base) + "/" + m.name);
+        m.old_data.clear();
+        const void *data = sqlite3_column_blob(m.get_item, 0);
+        const size_t len = static_cast<size_t>(sqlite3_column_bytes(m.get_item, 0));
+        const bool unpacked = sysdb_schema::unpack_record(data, len, BAG_MAX_RECORD, m.old_data);
+        sqlite3_reset(m.get_item);
+        if (!unpacked) return true;  // a corrupt item: replaced, its rows unknown
+        m.old_record.assign((l.desc->size + 7) / 8 + 1, 0);
+        if (bag_decode(m.old_data.data(), static_cast<uint32_t>(m.old_data.size()),
+                       m.old_record.data(), static_cast<uint32_t>(m.old_record.size() * 8), l.desc))
+            return true;
+        found = true;
+        return true;
+    }
+
+    // The listing id of a stored ordering's rows; -1 when it has none yet.
+    static int64_t rows_list(SysdbWriter::Impl &m, SysdbWriter::Impl::Target &t, size_t o) {
+        if (t.ordering_lists[o] >= 0) return t.ordering_lists[o];
+        auto it = m.lists.find(std::make_pair(t.root, sysdb_keys::ordering_path(*t.def, t.orderings[o])));
+        return it == m.lists.end() ? -1 : (t.ordering_lists[o] = it->second);
+    }
+
+    static bool delete_row(SysdbWriter::Impl &m, int64_t list, const std::string &ikey,
+                           std::string &err) {
+        sqlite3_reset(m.del_index);
+        sqlite3_bind_int64(m.del_index, 1, list);
+        sqlite3_bind_blob(m.del_index, 2, ikey.data(), static_cast<int>(ikey.size()), SQLITE_STATIC);
+        return sqlite3_step(m.del_index) == SQLITE_DONE || m.fail(err, "index of " + m.name);
+    }
+};
+
+}  // namespace
+
+bool SysdbWriter::upsert(const std::string &root, std::string_view base, const void *record,
+                         std::string &err, Known known) {
+    const bool fresh = known == Known::Absent;
+    Impl &m = *impl_;
+    if (!m.in_txn) {
+        err = "upsert outside a transaction";
+        return false;
+    }
+    Impl::Target *t = m.target_of(root, base, err);
+    if (!t) return false;
+    const ListingDef *l = t->def;
+    m.encoded.clear();
+    if (uint32_t rc = bag_encode(record, l->desc, m.encoded)) {
+        err = std::string("cannot encode ") + l->desc->name + ": " + cerr_strerror(rc);
+        return false;
+    }
+    if (t->list < 0 && (t->list = m.list_id(root, t->base, l->desc->name, err)) < 0) return false;
+    if (!l->singleton && !m.keys_of(*t, record, err)) return false;
+    if (known == Known::SameKeys && !l->singleton) {
+        // The item's index rows stay as they are: the row alone is replaced.
+        if (m.worker_failed) return m.drain(err);
+        Impl::Batch &b = m.batch_for(true);
+        Impl::Row r{t->list, m.put(b, m.skey), static_cast<uint32_t>(m.skey.size()), m.put(b, m.name),
+                    static_cast<uint32_t>(m.name.size()), static_cast<uint32_t>(b.bytes.size()), 0};
+        sysdb_schema::pack_record(m.encoded.data(), m.encoded.size(), b.bytes);
+        r.data_len = static_cast<uint32_t>(b.bytes.size() - r.data);
+        b.ops.push_back({Impl::OpKind::ReplaceItem, r});
+        if (b.bytes.size() >= m.batch_bytes) m.submit();
+        return true;
+    }
+    if (fresh && !l->singleton) {
+        // A new item: its row and index rows are stored by the worker
+        // thread while the caller maps and encodes the next ones.
+        if (m.worker_failed) return m.drain(err);
+        for (size_t o = 0; o < t->orderings.size(); o++)
+            if (!m.ikeys[o].empty() && m.ordering_list(*t, o, err) < 0) return false;
+        Impl::Batch &b = m.batch_for(false);
+        Impl::Row r{t->list, m.put(b, m.skey), static_cast<uint32_t>(m.skey.size()), m.put(b, m.name),
+                    static_cast<uint32_t>(m.name.size()), static_cast<uint32_t>(b.bytes.size()), 0};
+        sysdb_schema::pack_record(m.encoded.data(), m.encoded.size(), b.bytes);
+        r.data_len = static_cast<uint32_t>(b.bytes.size() - r.data);
+        b.items.push_back(r);
+        for (size_t o = 0; o < t->orderings.size(); o++) {
+            if (m.ikeys[o].empty()) continue;
+            b.index.push_back({t->ordering_lists[o], m.put(b, m.ikeys[o]),
+                               static_cast<uint32_t>(m.ikeys[o].size()), 0, 0, 0, 0});
+        }
+        if (b.bytes.size() >= m.batch_bytes) m.submit();
+        return true;
+    }
+    if (!m.drain(err)) return false;
+    if (l->singleton) {
+        m.skey.clear();
+        m.name = l->base;
+    }
+    // Rows of the stored item that the new one does not have.
+    if (t->any_volatile && !fresh) {
+        bool found = false;
+        if (!LiveOps::stored(m, *l, t->list, m.skey, err, found)) return false;
+        if (found) {
+            std::swap(m.new_ikeys, m.ikeys);
+            const std::string skey = m.skey, name = m.name;
+            const bool ok = m.keys_of(*t, m.old_record.data(), err);
+            bag_free_indirections(m.old_record.data(), l->desc);
+            m.skey = skey;
+            m.name = name;
+            if (ok)
+                for (size_t o = 0; o < t->orderings.size(); o++) {
+                    if (!t->volatile_rows[o] || m.ikeys[o].empty() || m.ikeys[o] == m.new_ikeys[o])
+                        continue;
+                    const int64_t ix = LiveOps::rows_list(m, *t, o);
+                    if (ix >= 0 && !LiveOps::delete_row(m, ix, m.ikeys[o], err)) return false;
+                }
+            std::swap(m.new_ikeys, m.ikeys);
+        }
+    }
+    m.packed.clear();
+    sysdb_schema::pack_record(m.encoded.data(), m.encoded.size(), m.packed);
+    sqlite3_reset(m.put_item);
+    sqlite3_bind_int64(m.put_item, 1, t->list);
+    sqlite3_bind_blob(m.put_item, 2, m.skey.data(), static_cast<int>(m.skey.size()), SQLITE_STATIC);
+    sqlite3_bind_text(m.put_item, 3, m.name.data(), static_cast<int>(m.name.size()), SQLITE_STATIC);
+    sqlite3_bind_blob(m.put_item, 4, m.packed.data(), static_cast<int>(m.packed.size()), SQLITE_STATIC);
+    if (sqlite3_step(m.put_item) != SQLITE_DONE) return m.fail(err, "item " + std::string(base) + "/" + m.name);
+    if (l->singleton) return true;
+    for (size_t o = 0; o < t->orderings.size(); o++) {
+        if (m.ikeys[o].empty()) continue;
+        const int64_t ix = m.ordering_list(*t, o, err);
+        if (ix < 0) return false;
+        sqlite3_reset(m.put_index);
+        sqlite3_bind_int64(m.put_index, 1, ix);
+        sqlite3_bind_blob(m.put_index, 2, m.ikeys[o].data(), static_cast<int>(m.ikeys[o].size()),
+                          SQLITE_STATIC);
+        if (sqlite3_step(m.put_index) != SQLITE_DONE) return m.fail(err, "index of " + m.name);
+    }
+    return true;
+}
+
+bool SysdbWriter::remove(const std::string &root, std::string_view base, const void *record,
+                         std::string &err, Known known) {
+    Impl &m = *impl_;
+    if (!m.in_txn) {
+        err = "remove outside a transaction";
+        return false;
+    }
+    if (known == Known::SameKeys) {
+        Impl::Target *t = m.target_of(root, base, err);
+        if (!t) return false;
+        const ListingDef *l = t->def;
+        if (!l->singleton && t->list >= 0) {
+            if (m.worker_failed) return m.drain(err);
+            if (!m.keys_of(*t, record, err)) return false;
+            for (size_t o = 0; o < t->orderings.size(); o++)
+                if (!m.ikeys[o].empty()) LiveOps::rows_list(m, *t, o);
+            Impl::Batch &b = m.batch_for(true);
+            b.ops.push_back({Impl::OpKind::DeleteItem,
+                             {t->list, m.put(b, m.skey), static_cast<uint32_t>(m.skey.size()), 0, 0, 0, 0}});
+            for (size_t o = 0; o < t->orderings.size(); o++)
+                if (!m.ikeys[o].empty() && t->ordering_lists[o] >= 0)
+                    b.ops.push_back({Impl::OpKind::DeleteIndex,
+                                     {t->ordering_lists[o], m.put(b, m.ikeys[o]),
+                                      static_cast<uint32_t>(m.ikeys[o].size()), 0, 0, 0, 0}});
+            if (b.bytes.size() >= m.batch_bytes) m.submit();
+            return true;
+        }
+    }
+    if (!m.drain(err)) return false;
+    Impl::Target *t = m.target_of(root, base, err);
+    if (!t) return false;
+    const ListingDef *l = t->def;
+    if (t->list < 0) {
+        auto it = m.lists.find(std::make_pair(root, t->base));
+        if (it == m.lists.end()) return true;  // the listing has no item at all
+        t->list = it->second;
+    }
+    if (l->singleton) {
+        m.skey.clear();
+        m.name = l->base;
+    } else if (!m.keys_of(*t, record, err)) {
+        return false;
+    }
+    // The stored item's own index rows: its non-key fields may differ from
+    // the caller's record.
+    if (t->any_volatile) {
+        bool found = false;
+        if (!LiveOps::stored(m, *l, t->list, m.skey, err, found)) return false;
+        if (found) {
+            const std::string skey = m.skey, name = m.name;
+            const bool ok = m.keys_of(*t, m.old_record.data(), err);
+            bag_free_indirections(m.old_record.data(), l->desc);
+            m.skey = skey;
+            m.name = name;
+            if (!ok) return false;
+        }
+    }
+    sqlite3_reset(m.del_item);
+    sqlite3_bind_int64(m.del_item, 1, t->list);
+    sqlite3_bind_blob(m.del_item, 2, m.skey.data(), static_cast<int>(m.skey.size()), SQLITE_STATIC);
+    if (sqlite3_step(m.del_item) != SQLITE_DONE) return m.fail(err, "item " + std::string(base) + "/" + m.name);
+    if (l->singleton) return true;
+    for (size_t o = 0; o < t->orderings.size(); o++) {
+        if (m.ikeys[o].empty()) continue;
+        const int64_t ix = LiveOps::rows_list(m, *t, o);
+        if (ix >= 0 && !LiveOps::delete_row(m, ix, m.ikeys[o], err)) return false;
+    }
+    return true;
+}
+
+bool SysdbWriter::clear(const std::string &root, std::string_view base, std::string &err) {
+    Impl &m = *impl_;
+    if (!m.in_txn) {
+        err = "clear outside a transaction";
+        return false;
+    }
+    if (!m.drain(err)) return false;
+    const std::string prefix = std::string(base) + "#";
+    for (const auto &[key, id] : m.lists) {
+        if (key.first != root || (key.second != base && key.second.rfind(prefix, 0) != 0)) continue;
+        const std::string sql = "DELETE FROM item WHERE list = " + std::to_string(id) +
+                                "; DELETE FROM item_index WHERE list = " + std::to_string(id);
+        if (!exec(m.db, sql.c_str(), err)) return false;
+    }
+    return true;
+}
+
+bool SysdbWriter::close(std::string &err) {
+    Impl &m = *impl_;
+    if (!m.live) return true;
+    return m.close_live(err);
 }
 
 }  // namespace evpn

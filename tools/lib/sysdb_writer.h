@@ -1,5 +1,10 @@
-// Writes an operational database: a new file built beside the target and
-// renamed over it on commit, so readers see the old database or the new one.
+// Writes an operational database, in one of two ways:
+// - a load: a new file built beside the target and renamed over it on
+//   commit, so readers see the old database or the new one (open, add...,
+//   commit);
+// - live: the target itself changed in place, item by item, in transactions
+//   that readers see whole or not at all (open_live, then begin, upsert or
+//   remove..., commit, as often as needed; close).
 #pragma once
 #include <memory>
 #include <string>
@@ -36,8 +41,38 @@ class SysdbWriter {
                       std::string &err);
     bool set_meta(const std::string &key, const std::string &value, std::string &err);
 
-    // Makes the new database the target, atomically.
+    // A load: makes the new database the target, atomically. Live: commits
+    // the transaction begun.
     bool commit(std::string &err);
+
+    // Opens target for changes in place, making an empty database there when
+    // it is missing; refuses a file that is not a database of ours. Readers
+    // keep reading while it writes (write-ahead log; see docs/collector.md).
+    static std::unique_ptr<SysdbWriter> open_live(const std::string &target, std::string &err);
+    bool begin(std::string &err);
+    // What the caller knows of the stored item a record names. Without
+    // knowledge, the stored item is read to find its index rows; with it,
+    // the change goes to the worker thread and the caller goes on.
+    enum class Known : uint8_t {
+        Nothing,
+        Absent,    // no such item is stored
+        SameKeys,  // it is stored, with the record's values in every key field
+    };
+    // Stores a record as the item its keys name, replacing the item and its
+    // index rows when it is there.
+    bool upsert(const std::string &root, std::string_view base, const void *record,
+                std::string &err, Known known = Known::Nothing);
+    // Removes the item named by the record's item-key fields (the other
+    // fields are not read unless known is SameKeys) with its index rows;
+    // absent already is no error.
+    bool remove(const std::string &root, std::string_view base, const void *record,
+                std::string &err, Known known = Known::Nothing);
+    // Removes every item of a listing below root, with its index rows.
+    bool clear(const std::string &root, std::string_view base, std::string &err);
+    // Live: rolls back what is not committed and leaves the file in the
+    // rollback-journal mode, which a reader without write permission on the
+    // directory can read. The destructor does it too, without reporting.
+    bool close(std::string &err);
 
     struct Impl;
 

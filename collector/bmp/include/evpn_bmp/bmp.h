@@ -59,6 +59,7 @@ struct PeerHeader {
     uint32_t as = 0;
     uint32_t bgp_id = 0;
     uint32_t ts_sec = 0, ts_usec = 0;
+    bool operator==(const PeerHeader &) const = default;
 };
 
 // What names one monitored peer for its whole session: the routes a peer
@@ -85,6 +86,7 @@ struct EvpnNlri {
     IpAddr gateway;           // type 5
     uint8_t label_count = 0;  // labels present: 1 for types 1, 5; 1 or 2 for type 2
     uint32_t label[2] = {};   // each the raw 24 bits of the field (label << 4 | bits, or a VNI)
+    bool operator==(const EvpnNlri &) const = default;
 };
 
 // One SRv6 service SID from the Prefix-SID attribute (RFC 9252).
@@ -96,6 +98,7 @@ struct Srv6ServiceSid {
     bool has_structure = false;
     uint8_t locator_block_len = 0, locator_node_len = 0, function_len = 0,
             argument_len = 0, transposition_len = 0, transposition_offset = 0;
+    bool operator==(const Srv6ServiceSid &) const = default;
 };
 
 // The attributes of an UPDATE that the EVPN displays use.
@@ -127,6 +130,7 @@ struct RouteAttrs {
     IpAddr pmsi_endpoint;
     std::vector<Srv6ServiceSid> srv6_sids;
     void clear();                    // keeps the vectors' capacity
+    bool operator==(const RouteAttrs &) const = default;
 };
 
 // How one path attribute fault was handled (RFC 7606).
@@ -146,6 +150,7 @@ struct Update {
     RouteAttrs attrs;
     bool treat_as_withdraw = false;  // the announced routes are to be taken as withdrawn
     uint32_t other_family_routes = 0;
+    uint32_t unknown_route_types = 0;  // EVPN routes of a type other than 1-5, skipped by their length
     std::vector<AttrFault> attr_faults;
     void clear();                    // keeps the vectors' capacity
 };
@@ -203,6 +208,7 @@ enum class BmpErrc : uint8_t {
     TooManyAttributes,
     TooManyRoutes,
     BadNlri,          // an EVPN NLRI that cannot be framed
+    BadBody,          // a message's fixed fields (Peer Up, Peer Down, Statistics) run past its end
 };
 const char *bmp_strerror(BmpErrc e);
 
@@ -238,12 +244,14 @@ class Framer {
     std::vector<uint8_t> buf_;
     size_t start_ = 0;
     uint64_t consumed_ = 0;
+    BmpError failed_;  // a framing error, returned from then on
 };
 
 // ---- Words for logs -------------------------------------------------------------
 
 const char *msg_type_name(MsgType t);      // "Route Monitoring", ...
 const char *peer_type_name(PeerType t);    // "global", "rd-instance", "local", "loc-rib"
+const char *attr_name(uint8_t code);       // "ORIGIN", "MP_REACH_NLRI", ...; "unknown" for others
 // "192.0.2.1", "2001:db8::1"; "-" for an absent address. buf of 46 bytes at least.
 const char *ip_text(const IpAddr &a, char *buf, size_t size);
 

@@ -23,7 +23,8 @@ class Encoder {
     void peer_down(const PeerHeader &peer, uint8_t reason);
     void statistics(const PeerHeader &peer, std::span<const StatEntry> stats);
     // One Route Monitoring message holding one UPDATE: reach in MP_REACH_NLRI
-    // with attrs, unreach in MP_UNREACH_NLRI. Either may be empty.
+    // with attrs (ORIGIN where has_origin, an empty AS_PATH), unreach in
+    // MP_UNREACH_NLRI. Either may be empty.
     void route_monitoring(const PeerHeader &peer, std::span<const EvpnNlri> reach,
                           const RouteAttrs &attrs, std::span<const EvpnNlri> unreach);
 

@@ -1,0 +1,80 @@
+// Writes the collector benchmark's BMP stream: N MAC/IP routes (type 2) from
+// one monitored peer, one route per Route Monitoring message as gobgpd and
+// FRR send them, spread over E EVIs. Also the BGP UPDATEs alone (--bgp), for
+// a BGP speaker to feed a router the same routes.
+//
+//   bench_bmp_macs N E FIRST_EVI PEER OUT [--bgp]
+//
+// PEER (1-250) sets the peer's address 10.254.0.PEER, its RDs and next hop,
+// so that two streams of distinct peers and EVI ranges do not overlap.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "evpn_bmp/bmp_encode.h"
+
+namespace bmp = evpn::bmp;
+
+int main(int argc, char **argv) {
+    if (argc < 6) {
+        fprintf(stderr, "usage: bench_bmp_macs N EVIS FIRST_EVI PEER OUT [--bgp]\n");
+        return 2;
+    }
+    const uint64_t n = strtoull(argv[1], nullptr, 10);
+    const uint32_t evis = uint32_t(strtoul(argv[2], nullptr, 10)), first = uint32_t(strtoul(argv[3], nullptr, 10));
+    const uint8_t pe = uint8_t(strtoul(argv[4], nullptr, 10));
+    const bool bgp_only = argc > 6 && strcmp(argv[6], "--bgp") == 0;
+    FILE *out = fopen(argv[5], "wb");
+    if (!out || evis == 0) {
+        perror(argv[5]);
+        return 1;
+    }
+    bmp::PeerHeader peer;
+    peer.address.len = 4;
+    peer.address.b = {10, 254, 0, pe};
+    peer.as = 65000;
+    peer.bgp_id = 0x0afe0000u | pe;
+    bmp::Encoder e;
+    e.initiation("bench", "collector benchmark stream");
+    bmp::PeerUp up;
+    up.local_address.len = 4;
+    up.local_address.b = {10, 254, 1, pe};
+    up.sent_open_as = up.received_open_as = 65000;
+    e.peer_up(peer, up);
+    if (bgp_only) e.bytes().clear();
+    bmp::EvpnNlri r;
+    r.route_type = 2;
+    r.label_count = 1;
+    r.ip.len = 4;
+    bmp::RouteAttrs a;
+    a.has_origin = true;
+    a.next_hop.len = 4;
+    a.next_hop.b = {10, 254, 2, pe};
+    a.has_encap = true;
+    a.encap = 8;  // VXLAN
+    a.route_targets.resize(1);
+    for (uint64_t i = 0; i < n; i++) {
+        const uint32_t evi = first + uint32_t(i % evis);
+        const uint64_t host = i / evis;
+        r.rd = {0, 1, 10, 254, 2, pe, uint8_t(evi >> 8), uint8_t(evi)};
+        r.mac = {0x02, pe, uint8_t(evi >> 8), uint8_t(evi), uint8_t(host >> 8), uint8_t(host)};
+        r.ip.b = {10, uint8_t(evi >> 8), uint8_t(evi), uint8_t(host)};
+        r.label[0] = 10000 + evi;
+        a.route_targets[0] = 0x0002fde800000000ull | evi;  // 65000:EVI
+        const size_t before = e.bytes().size();
+        e.route_monitoring(peer, {&r, 1}, a, {});
+        if (bgp_only) {  // drop the BMP common and per-peer headers: the UPDATE is left
+            auto &b = e.bytes();
+            b.erase(b.begin() + long(before), b.begin() + long(before) + 6 + 42);
+        }
+        if (e.bytes().size() > (1u << 20)) {
+            if (fwrite(e.bytes().data(), 1, e.bytes().size(), out) != e.bytes().size()) return 1;
+            e.bytes().clear();
+        }
+    }
+    if (fwrite(e.bytes().data(), 1, e.bytes().size(), out) != e.bytes().size() || fclose(out) != 0) {
+        perror(argv[5]);
+        return 1;
+    }
+    return 0;
+}
