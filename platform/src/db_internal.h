@@ -8,6 +8,10 @@
 
 namespace platform_db {
 
+// SQLite's heap for a reader: a request that reads a row past it fails with
+// SYSDB_ERR_TOO_BIG before the row is read (see open_readonly).
+constexpr sqlite3_int64 kReadHeapLimit = 4 * sqlite3_int64(16777216);  // 4 records at the codec's limit
+
 // Opens path read-only and checks that it is a database of ours with every
 // table and column the platform reads. Returns 0 and the connection, or an
 // error code: SYSDB_ERR_NO_LIBRARY for a missing or unreadable file or one

@@ -90,7 +90,7 @@ uint32_t open_readonly(const char *path, sqlite3 **out) {
     // meet it: searches use indices that hold keys alone. The limit holds
     // for the process; a reader's page cache and one record at the codec's
     // limit fit well below it.
-    constexpr sqlite3_int64 kReadHeapLimit = 4 * sqlite3_int64(BAG_MAX_RECORD);
+    static_assert(kReadHeapLimit == 4 * sqlite3_int64(BAG_MAX_RECORD));
     const sqlite3_int64 limit = sqlite3_hard_heap_limit64(-1);
     if (limit == 0 || limit > kReadHeapLimit) sqlite3_hard_heap_limit64(kReadHeapLimit);
     if (!path || access(path, R_OK) != 0) return SYSDB_ERR_NO_LIBRARY;

@@ -122,6 +122,18 @@ TEST(DamagedStore, ADumpThatLeavesOutWhatItCannotDecodeLoadsBackToTheSameDatabas
     }
 }
 
+// The show client counts SQLite's heap itself (its statistics are off for a
+// faster start): a walk whose batch reaches a row past the read limit still
+// fails that request (one batch: every EVI) and never reads the row.
+TEST(DamagedStore, TheClientsWalkStopsAtARowPastTheReadLimit) {
+    const std::string db = evis("client-huge.db", [](std::string e) { return e; });
+    sql(db, std::string("UPDATE item SET data = zeroblob(65 * 1024 * 1024) WHERE ") + kItem3);
+    auto r = spine_test::run_client({"5"}, {"EVPN_SYSDB=" + db, "EVPN_DEBUG=400001"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_NE(r.err.find(cerr_strerror(SYSDB_ERR_TOO_BIG)), std::string::npos) << r.err;
+    EXPECT_EQ(r.out.find("QQQQ"), std::string::npos) << r.out;
+}
+
 // The last tunnel endpoint's row set past the read limit: the other
 // endpoints and their registration listings read as before, without taking
 // more memory than their own rows; only requests that read the row fail.

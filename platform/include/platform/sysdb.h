@@ -27,6 +27,13 @@ const char *sysdb_library_path(void);
 // tree" or "installed".
 const char *sysdb_library_path_origin(void);
 
+// Sets the store's SQLite up for a single-threaded process that reads one
+// command's items and exits (the show client): no locking, SQLite's heap
+// counted and capped here rather than by its statistics, no page cache
+// allocated ahead. Call before anything touches the store; false, and
+// nothing changed, once it has.
+bool sysdb_reader_process_setup(void);
+
 // Opens the database read-only and binds root ("/oper/evpn/gl/", ...).
 uint32_t _sysdb_bind(sysdb_handle_td *handle, const char *root, uint32_t mode);
 uint32_t _sysdb_unbind(sysdb_handle_td handle);

@@ -1,0 +1,70 @@
+// SQLite set up for a process that runs one show command and exits: the
+// settings that make a short run's start cheap, each measured against the
+// start of a static do-nothing program (docs/decisions.md, start-up).
+#include <sqlite3.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "db_internal.h"
+#include "platform/sysdb.h"
+
+namespace {
+
+// SQLite's heap, counted here rather than by SQLite's own statistics: those
+// take a mutex and update several counters on every allocation (a tenth of
+// a short run's instructions). Each block carries its size in front.
+constexpr size_t kHeader = 8;  // SQLite needs 8-byte alignment, no more
+sqlite3_int64 g_heap_used;
+
+void *heap_malloc(int n) {
+    if (n <= 0 || g_heap_used + n > platform_db::kReadHeapLimit) return nullptr;
+    auto *p = static_cast<sqlite3_int64 *>(malloc(kHeader + static_cast<size_t>(n)));
+    if (!p) return nullptr;
+    *p = n;
+    g_heap_used += n;
+    return p + 1;
+}
+
+void heap_free(void *block) {
+    if (!block) return;
+    sqlite3_int64 *p = static_cast<sqlite3_int64 *>(block) - 1;
+    g_heap_used -= *p;
+    free(p);
+}
+
+int heap_size(void *block) {
+    return block ? static_cast<int>(static_cast<sqlite3_int64 *>(block)[-1]) : 0;
+}
+
+void *heap_realloc(void *block, int n) {
+    const sqlite3_int64 old = heap_size(block);
+    if (n <= 0 || g_heap_used - old + n > platform_db::kReadHeapLimit) return nullptr;
+    auto *p = static_cast<sqlite3_int64 *>(
+        realloc(static_cast<sqlite3_int64 *>(block) - 1, kHeader + static_cast<size_t>(n)));
+    if (!p) return nullptr;
+    *p = n;
+    g_heap_used += n - old;
+    return p + 1;
+}
+
+int heap_roundup(int n) { return (n + 7) & ~7; }
+int heap_init(void *) { return SQLITE_OK; }
+void heap_shutdown(void *) {}
+
+const sqlite3_mem_methods kHeap = {heap_malloc, heap_free,   heap_realloc, heap_size,
+                                   heap_roundup, heap_init, heap_shutdown, nullptr};
+
+}  // namespace
+
+bool sysdb_reader_process_setup(void) {
+    // Each setting applies only before SQLite starts; the first refusal
+    // means it has, and the rest would be refused too.
+    if (sqlite3_config(SQLITE_CONFIG_SINGLETHREAD) != SQLITE_OK) return false;
+    sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
+    sqlite3_config(SQLITE_CONFIG_MALLOC, &kHeap);
+    // No page cache block allocated up front (20 pages of 16 KiB): pages come
+    // one by one as a run needs them.
+    sqlite3_config(SQLITE_CONFIG_PAGECACHE, nullptr, 0, 0);
+    return true;
+}
