@@ -20,8 +20,11 @@ struct Interface {
     std::string name, state;
 };
 
+// Capabilities and interfaces are read each on its first query: a command
+// that asks only for a capability (every route listing) compiles one
+// statement, not two (a fiftieth of a short run's instructions).
 struct Caps {
-    bool loaded = false;
+    bool loaded = false, interfaces_loaded = false;
     int srv6 = 0, srv6_elan = 0;
     std::unordered_map<uint32_t, Interface> interfaces;
     std::unordered_set<std::string> names;
@@ -34,7 +37,7 @@ int env_override(const char *name, int fallback) {
     return strcmp(v, "0") != 0;
 }
 
-void load_tables(sqlite3 *db) {
+void load_capabilities(sqlite3 *db) {
     if (!db) return;
     sqlite3_stmt *s = nullptr;
     if (sqlite3_prepare_v2(db, "SELECT name, value FROM capability", -1, &s, nullptr) == SQLITE_OK) {
@@ -47,7 +50,11 @@ void load_tables(sqlite3 *db) {
         }
     }
     sqlite3_finalize(s);
-    s = nullptr;
+}
+
+void load_interfaces(sqlite3 *db) {
+    if (!db) return;
+    sqlite3_stmt *s = nullptr;
     if (sqlite3_prepare_v2(db, "SELECT handle, name, state FROM interface", -1, &s, nullptr) ==
         SQLITE_OK) {
         while (sqlite3_step(s) == SQLITE_ROW) {
@@ -66,13 +73,19 @@ void load_tables(sqlite3 *db) {
 void load() {
     if (g_caps.loaded) return;
     g_caps.loaded = true;
-    load_tables(platform_db::shared());
+    load_capabilities(platform_db::shared());
     g_caps.srv6 = env_override("EVPN_SRV6", g_caps.srv6);
     g_caps.srv6_elan = env_override("EVPN_SRV6_ELAN", g_caps.srv6_elan);
 }
 
+void load_interface_table() {
+    if (g_caps.interfaces_loaded) return;
+    g_caps.interfaces_loaded = true;
+    load_interfaces(platform_db::shared());
+}
+
 const Interface *find(uint32_t handle) {
-    load();
+    load_interface_table();
     auto it = g_caps.interfaces.find(handle);
     return it == g_caps.interfaces.end() ? nullptr : &it->second;
 }
@@ -104,7 +117,7 @@ int im_display_namestring(const char *name, char *buf, size_t size, uint32_t) {
     if (buf == nullptr || size == 0) return EINVAL;
     buf[0] = '\0';
     if (name == nullptr || *name == '\0') return EINVAL;
-    load();
+    load_interface_table();
     if (!g_caps.names.count(name)) return ENOENT;
     return im_display_form(name, buf, size);
 }
