@@ -70,10 +70,13 @@ constexpr const char *kBdStatsColumns[] = {BD_FORWARDING_COUNTERS(BD_STATS_COLUM
 constexpr int kBdStatsCount = sizeof(kBdStatsColumns) / sizeof(kBdStatsColumns[0]);
 static_assert(kBdStatsCount * sizeof(uint64_t) == sizeof(bd_forwarding_stats));
 
-// CREATE TABLE statement of bd_stats.
+// CREATE TABLE statement of bd_stats. Every reader's open parses the whole
+// schema, so the counters are declared in the fewest words: the writer
+// always inserts every one, and a NULL (a store written by other means)
+// reads as 0, as the default did (stores with the longer text read alike).
 inline std::string bd_stats_create() {
     std::string sql = "CREATE TABLE bd_stats (\n  node INTEGER NOT NULL,\n  bd_id INTEGER NOT NULL,\n";
-    for (const char *c : kBdStatsColumns) sql += std::string("  ") + c + " INTEGER NOT NULL DEFAULT 0,\n";
+    for (const char *c : kBdStatsColumns) sql += std::string("  ") + c + " INTEGER,\n";
     return sql + "  PRIMARY KEY (node, bd_id)\n) WITHOUT ROWID;\n";
 }
 
