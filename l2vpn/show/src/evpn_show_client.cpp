@@ -465,6 +465,8 @@ bool parse_option(int option, const char *arg) {
 
 }  // namespace
 
+bool evpn_show_store_left_open;
+
 int evpn_show_main(int argc, char **argv) {
     safe_init_logger(1, l2vpn_safe_logger_stderr);
     if (argc < 2) {
@@ -518,6 +520,6 @@ int evpn_show_main(int argc, char **argv) {
     const int status = evpn_show_dispatch(command);
 
     l2fib_stats_client_deinit();
-    if (check_sysdb_library()) _sysdb_unbind(sysdb_handle);
+    if (check_sysdb_library() && !evpn_show_store_left_open) _sysdb_unbind(sysdb_handle);
     return status;
 }

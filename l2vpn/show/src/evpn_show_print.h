@@ -118,6 +118,10 @@ void evpn_bulk_statistics_collect(sysdb_datalist_h_td list, size_t count,
 int evpn_show_dispatch(uint32_t command);
 // The process's main routine.
 int evpn_show_main(int argc, char **argv);
+// Set by a program that exits when evpn_show_main returns: the store is left
+// open at the end, since closing it only frees what the exit frees (a
+// twentieth of a filtered listing's instructions).
+extern bool evpn_show_store_left_open;
 
 // ---- Show commands ----------------------------------------------------------
 // A command's header, paths and record types stand with its printer in the
