@@ -1,7 +1,7 @@
 // bench_run: runs one command with its standard output into a pipe that it
 // drains and counts, and prints what the run cost, on one line:
 //
-//   <wall s> <user s> <system s> <peak RSS KiB> <output bytes> <exit status>
+//   <wall s> <user s> <system s> <peak RSS KiB> <output bytes> <page faults> <exit status>
 //
 //   bench_run [--timeout SECONDS] COMMAND [ARGS...]
 //
@@ -99,7 +99,7 @@ int main(int argc, char **argv) {
         snprintf(status, sizeof status, "timeout");
     else
         snprintf(status, sizeof status, "%d", WIFEXITED(ws) ? WEXITSTATUS(ws) : 128 + WTERMSIG(ws));
-    printf("%.6f %.6f %.6f %ld %llu %s\n", wall, seconds(ru.ru_utime), seconds(ru.ru_stime),
-           ru.ru_maxrss, bytes, status);
+    printf("%.6f %.6f %.6f %ld %llu %ld %s\n", wall, seconds(ru.ru_utime), seconds(ru.ru_stime),
+           ru.ru_maxrss, bytes, ru.ru_minflt + ru.ru_majflt, status);
     return 0;
 }
