@@ -17,9 +17,10 @@ struct LiveStoreOptions {
     std::string db;                  // the store; made if missing, refused if not ours
     std::string evi_map;             // optional file of "RT EVI" lines (see docs/collector.md)
     std::string root = "/oper/evpn/gl/";
-    // A transaction commits at this many record changes: large enough that a
-    // full-speed stream does not rewrite the key indexes' pages every few
-    // hundred milliseconds, small enough that its pages stay in the writer's cache.
+    // A transaction commits at this many record changes. A commit writes out
+    // every index page its transaction touched, most of them under a
+    // full-speed stream, so such a stream is committed in large transactions;
+    // the daemon's commit pacing still bounds how long a change waits.
     uint32_t batch_max_changes = 250000;
     // One line per event worth an operator's eye (an unmapped route target,
     // a route refused); the daemon prefixes the router's address.
