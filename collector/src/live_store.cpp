@@ -86,10 +86,13 @@ struct LiveStore::Impl : RecordSink {
 
     Impl() = default;
 
+    // The mapper's records never change what an item's index rows hold: a
+    // derived record (not known to be stored or not) keeps the key fields of
+    // what it replaces, since the listings were emptied when the store opened.
     static SysdbWriter::Known known(Stored stored) {
         return stored == Stored::No    ? SysdbWriter::Known::Absent
                : stored == Stored::Yes ? SysdbWriter::Known::SameKeys
-                                       : SysdbWriter::Known::Nothing;
+                                       : SysdbWriter::Known::SameRows;
     }
     bool upsert(std::string_view base, const void *record, Stored stored, std::string &err) override {
         changes++;

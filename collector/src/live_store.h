@@ -17,7 +17,11 @@ struct LiveStoreOptions {
     std::string db;                  // the store; made if missing, refused if not ours
     std::string evi_map;             // optional file of "RT EVI" lines (see docs/collector.md)
     std::string root = "/oper/evpn/gl/";
-    uint32_t batch_max_changes = 50000;  // a transaction commits at this many record changes
+    // A transaction commits at this many record changes. A commit writes out
+    // every index page its transaction touched, most of them under a
+    // full-speed stream, so such a stream is committed in large transactions;
+    // the daemon's commit pacing still bounds how long a change waits.
+    uint32_t batch_max_changes = 250000;
     // One line per event worth an operator's eye (an unmapped route target,
     // a route refused); the daemon prefixes the router's address.
     std::function<void(uint32_t session, std::string_view line)> log;

@@ -93,6 +93,19 @@ TEST_F(LiveWriter, ChangesTheCallerVouchesForKeepTheirOrder) {
     EXPECT_EQ(macs({"-O", "11", "-P", "2233", "-Q", "4403"}).size(), 1u);
 }
 
+TEST_F(LiveWriter, ChangesWhoseIndexRowsTheCallerVouchesForAddAndDropTheRows) {
+    // New, then replaced in the same transaction, without a look at the store.
+    change([&] { return put(Mac(5, "bd-a", 16), Known::SameRows) && put(Mac(5, "bd-a", 17), Known::SameRows); });
+    ASSERT_EQ(macs().size(), 1u);
+    EXPECT_NE(macs()[0].find(" 17"), std::string::npos) << macs()[0];
+    EXPECT_EQ(macs({"-b", "bd-a"}).size(), 1u);
+    EXPECT_EQ(macs({"-O", "11", "-P", "2233", "-Q", "4405"}).size(), 1u);
+    change([&] { return drop(Mac(5, "bd-a", 0), Known::SameRows) && drop(Mac(6, "bd-a", 0), Known::SameRows); });
+    EXPECT_EQ(macs(), Rows{});
+    EXPECT_EQ(macs({"-b", "bd-a"}), Rows{});
+    EXPECT_EQ(macs({"-O", "11", "-P", "2233", "-Q", "4405"}), Rows{});
+}
+
 TEST_F(LiveWriter, ALoadStillReplacesTheFileAfterALiveRun) {
     change([&] { return put(Mac(4, "", 16)); });
     ASSERT_TRUE(w->close(err)) << err;

@@ -217,7 +217,7 @@ struct SysdbWriter::Impl {
     // Live mode's changes of stored items, done in their order, one row a
     // statement (a statement of one row needs no statement journal). A batch
     // holds new rows or these, never both: runs of each keep their order.
-    enum class OpKind : uint8_t { ReplaceItem, DeleteItem, DeleteIndex };
+    enum class OpKind : uint8_t { ReplaceItem, DeleteItem, PutIndex, DeleteIndex };
     struct Op {
         OpKind kind;
         Row row;
@@ -274,6 +274,7 @@ struct SysdbWriter::Impl {
         for (const Op &op : b.ops) {
             sqlite3_stmt *st = op.kind == OpKind::ReplaceItem  ? put_item
                                : op.kind == OpKind::DeleteItem ? del_item
+                               : op.kind == OpKind::PutIndex   ? put_index
                                                                : del_index;
             sqlite3_reset(st);
             if (op.kind == OpKind::ReplaceItem) bind_item(st, 0, op.row);
@@ -850,10 +851,18 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open_live(const std::string &named, st
     // database file's mode and owner, so whoever may read the file may read
     // them. synchronous = NORMAL: a commit is durable at the next
     // checkpoint; a crash loses the last commits, never the file.
-    char pragmas[160];
+    // Routes arrive in no key order, so a transaction's inserts land all over
+    // the key indexes (110 MB for 1M routes). A cache smaller than the pages
+    // a transaction dirties spills them to the log and reads them back, again
+    // and again: with 16 MiB, a 1M-route replay wrote 5 GB of log for a
+    // 300 MB file. 96 MiB holds most of them; the log is checkpointed into
+    // the file once it holds 8192 pages (128 MiB) rather than 1000, so a page
+    // changed by several commits in a row is copied once.
+    char pragmas[192];
     snprintf(pragmas, sizeof pragmas,
-             "PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL; PRAGMA cache_size = -%d;",
-             16 * 1024);
+             "PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL; PRAGMA cache_size = -%d;"
+             "PRAGMA wal_autocheckpoint = %d;",
+             96 * 1024, 8192);
     if (!exec(m.db, pragmas, err)) return nullptr;
     {
         sqlite3_stmt *s = nullptr;
@@ -1004,15 +1013,30 @@ bool SysdbWriter::upsert(const std::string &root, std::string_view base, const v
     }
     if (t->list < 0 && (t->list = m.list_id(root, t->base, l->desc->name, err)) < 0) return false;
     if (!l->singleton && !m.keys_of(*t, record, err)) return false;
-    if (known == Known::SameKeys && !l->singleton) {
-        // The item's index rows stay as they are: the row alone is replaced.
+    // Where every index row is made of item-key fields, a stored item has
+    // the rows this record makes: the change needs no look at it and goes to
+    // the worker like the known ones.
+    const bool rows_known = known == Known::SameKeys || known == Known::SameRows ||
+                            (known == Known::Nothing && !t->any_volatile);
+    if (rows_known && !l->singleton) {
         if (m.worker_failed) return m.drain(err);
+        if (known != Known::SameKeys)
+            for (size_t o = 0; o < t->orderings.size(); o++)
+                if (!m.ikeys[o].empty() && m.ordering_list(*t, o, err) < 0) return false;
         Impl::Batch &b = m.batch_for(true);
         Impl::Row r{t->list, m.put(b, m.skey), static_cast<uint32_t>(m.skey.size()), m.put(b, m.name),
                     static_cast<uint32_t>(m.name.size()), static_cast<uint32_t>(b.bytes.size()), 0};
         sysdb_schema::pack_record(m.encoded.data(), m.encoded.size(), b.bytes);
         r.data_len = static_cast<uint32_t>(b.bytes.size() - r.data);
         b.ops.push_back({Impl::OpKind::ReplaceItem, r});
+        // SameKeys: the item's index rows stay as they are. Otherwise the
+        // item may be new: its rows are added where missing.
+        if (known != Known::SameKeys)
+            for (size_t o = 0; o < t->orderings.size(); o++)
+                if (!m.ikeys[o].empty())
+                    b.ops.push_back({Impl::OpKind::PutIndex,
+                                     {t->ordering_lists[o], m.put(b, m.ikeys[o]),
+                                      static_cast<uint32_t>(m.ikeys[o].size()), 0, 0, 0, 0}});
         if (b.bytes.size() >= m.batch_bytes) m.submit();
         return true;
     }
@@ -1091,11 +1115,12 @@ bool SysdbWriter::remove(const std::string &root, std::string_view base, const v
         err = "remove outside a transaction";
         return false;
     }
-    if (known == Known::SameKeys) {
+    if (known != Known::Absent) {
         Impl::Target *t = m.target_of(root, base, err);
         if (!t) return false;
         const ListingDef *l = t->def;
-        if (!l->singleton && t->list >= 0) {
+        // As in upsert: the record's own index rows are the stored item's.
+        if (!l->singleton && t->list >= 0 && (known != Known::Nothing || !t->any_volatile)) {
             if (m.worker_failed) return m.drain(err);
             if (!m.keys_of(*t, record, err)) return false;
             for (size_t o = 0; o < t->orderings.size(); o++)

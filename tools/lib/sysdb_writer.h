@@ -57,6 +57,9 @@ class SysdbWriter {
         Nothing,
         Absent,    // no such item is stored
         SameKeys,  // it is stored, with the record's values in every key field
+        // Stored or not; if stored, with the values of this record in every
+        // key field an index row holds (its non-key fields may differ).
+        SameRows,
     };
     // Stores a record as the item its keys name, replacing the item and its
     // index rows when it is there.
