@@ -1,11 +1,11 @@
 // Writes the collector benchmark's BMP stream: N MAC/IP routes (type 2) from
 // one monitored peer, one route per Route Monitoring message as gobgpd and
-// FRR send them, spread over E EVIs. Also the BGP UPDATEs alone (--bgp), for
-// a BGP speaker to feed a router the same routes: K routes to an UPDATE where
-// K is given, an EVI's routes (one attribute set) together, as a BGP speaker
-// packs them; one to an UPDATE, EVIs taken in turn, without it.
+// FRR send them, spread over E EVIs, the EVIs taken in turn. --pack K puts K
+// routes of one EVI (one attribute set) in each UPDATE instead, an EVI's
+// routes together, as a BGP speaker packs them. --bgp writes the UPDATEs
+// alone, for a BGP speaker to feed a router the same routes.
 //
-//   bench_bmp_macs N E FIRST_EVI PEER OUT [--bgp [K]]
+//   bench_bmp_macs N E FIRST_EVI PEER OUT [--bgp] [--pack K]
 //
 // PEER (1-250) sets the peer's address 10.254.0.PEER, its RDs and next hop,
 // so that two streams of distinct peers and EVI ranges do not overlap.
@@ -20,16 +20,34 @@ namespace bmp = evpn::bmp;
 
 int main(int argc, char **argv) {
     if (argc < 6) {
-        fprintf(stderr, "usage: bench_bmp_macs N EVIS FIRST_EVI PEER OUT [--bgp [K]]\n");
+        fprintf(stderr, "usage: bench_bmp_macs N EVIS FIRST_EVI PEER OUT [--bgp] [--pack K]\n");
         return 2;
     }
     const uint64_t n = strtoull(argv[1], nullptr, 10);
     const uint32_t evis = uint32_t(strtoul(argv[2], nullptr, 10)), first = uint32_t(strtoul(argv[3], nullptr, 10));
     const uint8_t pe = uint8_t(strtoul(argv[4], nullptr, 10));
-    const bool bgp_only = argc > 6 && strcmp(argv[6], "--bgp") == 0;
-    const uint64_t per_update = bgp_only && argc > 7 ? strtoull(argv[7], nullptr, 10) : 0;
+    bool bgp_only = false;
+    uint64_t per_update = 0;  // 0: one route a message, EVIs in turn
+    for (int i = 6; i < argc; i++) {
+        if (strcmp(argv[i], "--bgp") == 0) {
+            bgp_only = true;
+        } else if (strcmp(argv[i], "--pack") == 0 && i + 1 < argc) {
+            per_update = strtoull(argv[++i], nullptr, 10);
+            if (per_update == 0) {
+                fprintf(stderr, "bench_bmp_macs: --pack takes a count of at least 1\n");
+                return 2;
+            }
+        } else {
+            fprintf(stderr, "bench_bmp_macs: unknown or incomplete option %s\n", argv[i]);
+            return 2;
+        }
+    }
+    if (evis == 0) {
+        fprintf(stderr, "bench_bmp_macs: EVIS must be at least 1\n");
+        return 2;
+    }
     FILE *out = fopen(argv[5], "wb");
-    if (!out || evis == 0 || (argc > 7 && per_update == 0)) {
+    if (!out) {
         perror(argv[5]);
         return 1;
     }
@@ -75,18 +93,18 @@ int main(int argc, char **argv) {
         return ok;
     };
     // Appends one message of routes; in --bgp, drops the BMP common and
-    // per-peer headers: the UPDATE is left.
+    // per-peer headers: the UPDATE is left. An UPDATE stays within BGP's 4096
+    // bytes with room for the LOCAL_PREF (7 bytes) that scripts/bgp-feed adds.
+    constexpr size_t bmp_headers = 6 + 42;
     const auto emit = [&](std::span<const bmp::EvpnNlri> routes) {
-        const size_t before = e.bytes().size();
+        auto &b = e.bytes();
+        const size_t before = b.size();
         e.route_monitoring(peer, routes, a, {});
-        if (bgp_only) {
-            auto &b = e.bytes();
-            b.erase(b.begin() + long(before), b.begin() + long(before) + 6 + 42);
-            if (b.size() - before > 4096 - 7) {  // the feed adds LOCAL_PREF's 7 bytes
-                fprintf(stderr, "bench_bmp_macs: %zu routes do not fit in one UPDATE\n", routes.size());
-                return false;
-            }
+        if (b.size() - before - bmp_headers > 4096 - 7) {
+            fprintf(stderr, "bench_bmp_macs: %zu routes do not fit in one UPDATE\n", routes.size());
+            return false;
         }
+        if (bgp_only) b.erase(b.begin() + long(before), b.begin() + long(before + bmp_headers));
         return flush(1u << 20);
     };
     if (per_update == 0) {
