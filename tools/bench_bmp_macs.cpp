@@ -1,15 +1,18 @@
 // Writes the collector benchmark's BMP stream: N MAC/IP routes (type 2) from
 // one monitored peer, one route per Route Monitoring message as gobgpd and
-// FRR send them, spread over E EVIs. Also the BGP UPDATEs alone (--bgp), for
-// a BGP speaker to feed a router the same routes.
+// FRR send them, spread over E EVIs, the EVIs taken in turn. --pack K puts K
+// routes of one EVI (one attribute set) in each UPDATE instead, an EVI's
+// routes together, as a BGP speaker packs them. --bgp writes the UPDATEs
+// alone, for a BGP speaker to feed a router the same routes.
 //
-//   bench_bmp_macs N E FIRST_EVI PEER OUT [--bgp]
+//   bench_bmp_macs N E FIRST_EVI PEER OUT [--bgp] [--pack K]
 //
 // PEER (1-250) sets the peer's address 10.254.0.PEER, its RDs and next hop,
 // so that two streams of distinct peers and EVI ranges do not overlap.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 
 #include "evpn_bmp/bmp_encode.h"
 
@@ -17,15 +20,34 @@ namespace bmp = evpn::bmp;
 
 int main(int argc, char **argv) {
     if (argc < 6) {
-        fprintf(stderr, "usage: bench_bmp_macs N EVIS FIRST_EVI PEER OUT [--bgp]\n");
+        fprintf(stderr, "usage: bench_bmp_macs N EVIS FIRST_EVI PEER OUT [--bgp] [--pack K]\n");
         return 2;
     }
     const uint64_t n = strtoull(argv[1], nullptr, 10);
     const uint32_t evis = uint32_t(strtoul(argv[2], nullptr, 10)), first = uint32_t(strtoul(argv[3], nullptr, 10));
     const uint8_t pe = uint8_t(strtoul(argv[4], nullptr, 10));
-    const bool bgp_only = argc > 6 && strcmp(argv[6], "--bgp") == 0;
+    bool bgp_only = false;
+    uint64_t per_update = 0;  // 0: one route a message, EVIs in turn
+    for (int i = 6; i < argc; i++) {
+        if (strcmp(argv[i], "--bgp") == 0) {
+            bgp_only = true;
+        } else if (strcmp(argv[i], "--pack") == 0 && i + 1 < argc) {
+            per_update = strtoull(argv[++i], nullptr, 10);
+            if (per_update == 0) {
+                fprintf(stderr, "bench_bmp_macs: --pack takes a count of at least 1\n");
+                return 2;
+            }
+        } else {
+            fprintf(stderr, "bench_bmp_macs: unknown or incomplete option %s\n", argv[i]);
+            return 2;
+        }
+    }
+    if (evis == 0) {
+        fprintf(stderr, "bench_bmp_macs: EVIS must be at least 1\n");
+        return 2;
+    }
     FILE *out = fopen(argv[5], "wb");
-    if (!out || evis == 0) {
+    if (!out) {
         perror(argv[5]);
         return 1;
     }
@@ -53,26 +75,59 @@ int main(int argc, char **argv) {
     a.has_encap = true;
     a.encap = 8;  // VXLAN
     a.route_targets.resize(1);
-    for (uint64_t i = 0; i < n; i++) {
+    // Route i of the set: EVI first + i % evis, host i / evis.
+    const auto route = [&](uint64_t i, bmp::EvpnNlri &nlri) {
         const uint32_t evi = first + uint32_t(i % evis);
         const uint64_t host = i / evis;
-        r.rd = {0, 1, 10, 254, 2, pe, uint8_t(evi >> 8), uint8_t(evi)};
-        r.mac = {0x02, pe, uint8_t(evi >> 8), uint8_t(evi), uint8_t(host >> 8), uint8_t(host)};
-        r.ip.b = {10, uint8_t(evi >> 8), uint8_t(evi), uint8_t(host)};
-        r.label[0] = 10000 + evi;
+        nlri = r;
+        nlri.rd = {0, 1, 10, 254, 2, pe, uint8_t(evi >> 8), uint8_t(evi)};
+        nlri.mac = {0x02, pe, uint8_t(evi >> 8), uint8_t(evi), uint8_t(host >> 8), uint8_t(host)};
+        nlri.ip.b = {10, uint8_t(evi >> 8), uint8_t(evi), uint8_t(host)};
+        nlri.label[0] = 10000 + evi;
         a.route_targets[0] = 0x0002fde800000000ull | evi;  // 65000:EVI
-        const size_t before = e.bytes().size();
-        e.route_monitoring(peer, {&r, 1}, a, {});
-        if (bgp_only) {  // drop the BMP common and per-peer headers: the UPDATE is left
-            auto &b = e.bytes();
-            b.erase(b.begin() + long(before), b.begin() + long(before) + 6 + 42);
+    };
+    const auto flush = [&](size_t at_least) {
+        if (e.bytes().size() < at_least) return true;
+        const bool ok = fwrite(e.bytes().data(), 1, e.bytes().size(), out) == e.bytes().size();
+        e.bytes().clear();
+        return ok;
+    };
+    // Appends one message of routes; in --bgp, drops the BMP common and
+    // per-peer headers: the UPDATE is left. An UPDATE stays within BGP's 4096
+    // bytes with room for the LOCAL_PREF (7 bytes) that scripts/bgp-feed adds.
+    constexpr size_t bmp_headers = 6 + 42;
+    const auto emit = [&](std::span<const bmp::EvpnNlri> routes) {
+        auto &b = e.bytes();
+        const size_t before = b.size();
+        e.route_monitoring(peer, routes, a, {});
+        if (b.size() - before - bmp_headers > 4096 - 7) {
+            fprintf(stderr, "bench_bmp_macs: %zu routes do not fit in one UPDATE\n", routes.size());
+            return false;
         }
-        if (e.bytes().size() > (1u << 20)) {
-            if (fwrite(e.bytes().data(), 1, e.bytes().size(), out) != e.bytes().size()) return 1;
-            e.bytes().clear();
+        if (bgp_only) b.erase(b.begin() + long(before), b.begin() + long(before + bmp_headers));
+        return flush(1u << 20);
+    };
+    if (per_update == 0) {
+        bmp::EvpnNlri one;
+        for (uint64_t i = 0; i < n; i++) {
+            route(i, one);
+            if (!emit({&one, 1})) return 1;
+        }
+    } else {
+        std::vector<bmp::EvpnNlri> batch(per_update);
+        for (uint64_t j = 0; j < evis && j < n; j++) {
+            size_t k = 0;
+            for (uint64_t i = j; i < n; i += evis) {
+                route(i, batch[k++]);
+                if (k == per_update) {
+                    if (!emit({batch.data(), k})) return 1;
+                    k = 0;
+                }
+            }
+            if (k && !emit({batch.data(), k})) return 1;
         }
     }
-    if (fwrite(e.bytes().data(), 1, e.bytes().size(), out) != e.bytes().size() || fclose(out) != 0) {
+    if (!flush(0) || fclose(out) != 0) {
         perror(argv[5]);
         return 1;
     }
