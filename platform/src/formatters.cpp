@@ -749,6 +749,34 @@ int imc_internal_namestring(const char *name, char *buf, size_t size, uint32_t /
     return 0;
 }
 
+size_t l2vpn_month_day_time(time_t secs, unsigned fraction, int digits, char (&out)[32]) {
+    struct tm tm;
+    out[0] = '\0';
+    if (!gmtime_r(&secs, &tm)) return 0;
+    // Every field of a converted time has two digits (the year is not shown).
+    const auto two = [](char *p, int v) {
+        p[0] = static_cast<char>('0' + v / 10 % 10);
+        p[1] = static_cast<char>('0' + v % 10);
+    };
+    two(out, tm.tm_mon + 1);
+    out[2] = '/';
+    two(out + 3, tm.tm_mday);
+    out[5] = ' ';
+    two(out + 6, tm.tm_hour);
+    out[8] = ':';
+    two(out + 9, tm.tm_min);
+    out[11] = ':';
+    two(out + 12, tm.tm_sec);
+    size_t n = 14;
+    if (digits > 0) {
+        out[n++] = '.';
+        for (int i = digits - 1; i >= 0; i--, fraction /= 10) out[n + i] = static_cast<char>('0' + fraction % 10);
+        n += static_cast<size_t>(digits);
+    }
+    out[n] = '\0';
+    return n;
+}
+
 const char *l2vpn_timeval_to_str(const timeval *tv) {
     char *out = ring_next();
     if (tv == nullptr) {
@@ -758,13 +786,11 @@ const char *l2vpn_timeval_to_str(const timeval *tv) {
     // Microseconds of a second or more carry into the seconds.
     const time_t secs = static_cast<time_t>(tv->tv_sec) + static_cast<time_t>(tv->tv_usec / 1000000);
     const unsigned usec = static_cast<unsigned>(tv->tv_usec % 1000000);
-    struct tm tm;
-    const size_t n =
-        gmtime_r(&secs, &tm) ? strftime(out, kRingSlotSize, "%m/%d %H:%M:%S", &tm) : 0;
-    if (n == 0)
+    char text[32];
+    if (l2vpn_month_day_time(secs, usec, 6, text) == 0)
         bounded_printf(out, kRingSlotSize, "%s", "?");
     else
-        bounded_printf(out + n, kRingSlotSize - n, ".%06u", usec);
+        memcpy(out, text, sizeof text);
     return out;
 }
 

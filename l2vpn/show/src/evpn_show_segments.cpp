@@ -672,7 +672,10 @@ void print_es_diagnostics(const l2vpn_evpn_es_bag &es) {
 // Rows of six items under "title tag: ": a row starts before every sixth item;
 // every item but the last and the list's sixth is followed by a comma.
 void print_carving_row_header(const char *title, const char *tag, bool first) {
-    show_printf(first ? "%15s %-4.4s: " : "\n%15s %-4.4s: ", title, tag);
+    if (first)
+        show_print<"%15s %-4.4s: ">(title, tag);
+    else
+        show_print<"\n%15s %-4.4s: ">(title, tag);
 }
 
 void print_carving_wrap(uint32_t k, const char *title, const char *tag) {
