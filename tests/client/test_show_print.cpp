@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "evpn_show_format.h"
 #include "stdout_capture.h"
@@ -16,16 +17,44 @@ namespace {
 
 enum Colour { kRed = 0, kBlue = 7 };
 
+// What show_sprint made in an array of one size, and whether the bytes
+// after the array stayed as they were.
+struct Made {
+    size_t size;
+    int result;
+    std::string text;
+    bool guard_kept;
+};
+
+// show_sprint into an array of N bytes followed by watched bytes.
+template <size_t N, class Make>
+Made made_in(Make make) {
+    struct {
+        char buf[N];
+        char guard[64];
+    } at;
+    memset(&at, '#', sizeof at);
+    const int n = make(at.buf);
+    return {N, n, at.buf, std::string(at.guard, sizeof at.guard) == std::string(64, '#')};
+}
+
 struct Case {
     const char *what;
     void (*ours)();
     int (*libc)(char *buf, size_t size);
+    std::vector<Made> (*into_arrays)();
 };
 
-#define CASE(format, ...)                                                          \
-    Case {                                                                         \
-        format " <- " #__VA_ARGS__, [] { show_print<format>(__VA_ARGS__); },       \
-            [](char *buf, size_t size) { return snprintf(buf, size, format, __VA_ARGS__); } \
+#define SPRINT_IN(N, format, ...) \
+    made_in<N>([](char(&b)[N]) { return show_sprint<format>(b __VA_OPT__(, ) __VA_ARGS__); })
+#define CASE(format, ...)                                                                          \
+    Case {                                                                                         \
+        format " <- " #__VA_ARGS__, [] { show_print<format>(__VA_ARGS__); },                       \
+            [](char *buf, size_t size) { return snprintf(buf, size, format, __VA_ARGS__); },       \
+            [] {                                                                                   \
+                return std::vector<Made>{SPRINT_IN(8, format, __VA_ARGS__), SPRINT_IN(100, format, __VA_ARGS__), \
+                                         SPRINT_IN(200, format, __VA_ARGS__), SPRINT_IN(700, format, __VA_ARGS__)}; \
+            }                                                                                      \
     }
 
 // A null text the compiler cannot see is null (it would warn of the calls).
@@ -121,4 +150,17 @@ TEST(ShowPrint, LinesAtEveryRoomLeftInTheBufferComeOutWholeWithoutWritingPastIt)
                 << c.what << " room " << room;
         }
     }
+}
+
+// Made into arrays too small, about right and large for each line, a text
+// and result are snprintf's and nothing is written past the array.
+TEST(ShowPrint, TextsMadeIntoArraysAreSnprintfsAndStayInThem) {
+    for (const Case &c : kCases)
+        for (const Made &m : c.into_arrays()) {
+            std::vector<char> want(m.size);
+            const int n = c.libc(want.data(), want.size());
+            EXPECT_EQ(m.result, n) << c.what << " in " << m.size;
+            EXPECT_EQ(m.text, std::string(want.data())) << c.what << " in " << m.size;
+            EXPECT_TRUE(m.guard_kept) << c.what << " in " << m.size;
+        }
 }

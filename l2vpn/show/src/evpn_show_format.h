@@ -1,5 +1,6 @@
 // Report lines whose format is a literal: show_print<"format">(args...)
-// prints what show_printf(format, args...) prints, with the format taken
+// prints what show_printf(format, args...) prints (show_sprint<"format">
+// makes it into an array, as show_snprintf), with the format taken
 // apart by the compiler. Each argument is checked against its conversion
 // when the program is built (a mismatch does not compile), and at run time
 // the line is written straight into standard output's buffer: no format is
@@ -31,6 +32,12 @@ struct Format {
 };
 
 enum : uint8_t { kLeft = 1, kZero = 2 };
+
+// Block stores may write up to this far past a field (and a format's
+// slack_of past its line): they land in the room checked for and are
+// overwritten by what follows.
+constexpr size_t kSlack = 64;
+constexpr size_t kDigitBlock = 24;  // integers' digits are copied as one block
 
 // One conversion and the literal text before it; the last has conv 0 and
 // holds the text after the last conversion.
@@ -114,8 +121,26 @@ consteval size_t bound_of(const Conv &c) {
     case 's': return c.prec < 0 ? w : (w > static_cast<size_t>(c.prec) ? w : static_cast<size_t>(c.prec));
     case 'c': return w > 1 ? w : 1;
     case 0: return 0;
-    default: return w > 24 ? w : 24;  // sign and up to 20 digits
+    default: {
+        const size_t digits = c.size >= 1 ? 21 : 11;  // a sign and up to 20 or 10 digits
+        return w > digits ? w : digits;
     }
+    }
+}
+
+// Blanks or zeros pad a field of width up to the block size with one store
+// of the width rounded up to 8 bytes.
+consteval size_t pad_block(int width) { return static_cast<size_t>(width + 7) / 8 * 8; }
+
+template <size_t K>
+consteval size_t slack_of(const Parsed<K> &p) {
+    size_t n = 0;
+    for (const Conv &c : p.conv) {
+        size_t s = c.width > 0 && c.width <= static_cast<int>(kSlack) ? pad_block(c.width) : 0;
+        if (c.conv != 0 && c.conv != 's' && c.conv != 'c' && s < kDigitBlock) s = kDigitBlock;
+        if (s > n) n = s;
+    }
+    return n;
 }
 
 template <size_t K>
@@ -125,9 +150,24 @@ consteval size_t bound_of(const Parsed<K> &p) {
     return n;
 }
 
-// Block stores may write this far past a field: they land in the room
-// checked for and are overwritten by what follows.
-constexpr size_t kSlack = 64;
+// For each conversion, the most the line may still take after its text
+// (its padding and whatever follows): an unbounded text fits when its
+// length and this fit before the limit.
+template <size_t K>
+struct Rest {
+    size_t after[K + 1];
+};
+template <size_t K>
+consteval Rest<K> rest_of(const Parsed<K> &p) {
+    Rest<K> r{};
+    size_t n = 0;
+    for (size_t i = K + 1; i-- > 0;) {
+        r.after[i] = n + static_cast<size_t>(p.conv[i].width);
+        n += p.conv[i].text_len + bound_of(p.conv[i]);
+    }
+    return r;
+}
+
 inline constexpr char kBlanks[kSlack + 1] = "                                                                ";
 inline constexpr char kZeros[kSlack + 1] = "0000000000000000000000000000000000000000000000000000000000000000";
 
@@ -163,7 +203,7 @@ inline void copy_text(char *d, const char *s, size_t n) {
 template <int W>
 inline void pad(char *p, const char (&run)[kSlack + 1], int fill) {
     if constexpr (W <= static_cast<int>(kSlack)) {
-        memcpy(p, run, kSlack);
+        memcpy(p, run, pad_block(W));
     } else if (fill > 0) {
         memset(p, run[0], static_cast<size_t>(fill));
     }
@@ -237,14 +277,14 @@ inline void put_integer(char *&p, T v) {
     } else {
         u = v;
     }
-    char text[48];  // digits end at 24; the 24 bytes after them let them be copied as a block
-    char *const end = text + 24;
+    char text[2 * kDigitBlock];  // digits end at the middle: they are copied as a block
+    char *const end = text + kDigitBlock;
     const char *first = digits<C.conv == 'x' || C.conv == 'X', C.conv == 'X'>(u, end);
     const int nd = static_cast<int>(end - first);
     const int fill = C.width - nd - negative;
     if constexpr ((C.flags & kLeft) != 0) {
         if (negative) *p++ = '-';
-        memcpy(p, first, 24);
+        memcpy(p, first, kDigitBlock);
         p += nd;
         if (fill > 0) {
             pad<C.width>(p, kBlanks, fill);
@@ -264,13 +304,13 @@ inline void put_integer(char *&p, T v) {
             }
             if (negative) *p++ = '-';
         }
-        memcpy(p, first, 24);
+        memcpy(p, first, kDigitBlock);
         p += nd;
     }
 }
 
 // Writes a text field; false when an unbounded text would pass limit
-// (with rest, the room the whole line was checked for, still after it).
+// (with rest, the room what follows it may take, still after it).
 template <Conv C>
 inline bool put_text(char *&p, const char *limit, size_t rest, const char *s) {
     // A null text prints as the C library prints it (the array's length
@@ -339,13 +379,14 @@ inline void print(std::index_sequence<I...>, A... a) {
     static constexpr size_t K = conversions_in(F.text);
     static_assert(K == sizeof...(A), "the format's conversions and the arguments differ in number");
     static constexpr Parsed<K> P = parse<K>(F.text);
-    static constexpr size_t kBound = bound_of(P);
+    static constexpr size_t kBound = bound_of(P), kOver = slack_of(P);
+    [[maybe_unused]] static constexpr Rest<K> R = rest_of(P);
 #ifdef __GLIBC__
     FILE *out = stdout;
     char *p = out->_IO_write_ptr;
-    if (p && out->_IO_write_end - p >= static_cast<ptrdiff_t>(kBound + kSlack)) {
-        [[maybe_unused]] const char *const limit = out->_IO_write_end - kSlack;
-        if ((put<F, P.conv[I]>(p, limit, kBound, a) && ...)) {
+    if (p && out->_IO_write_end - p >= static_cast<ptrdiff_t>(kBound + kOver)) {
+        [[maybe_unused]] const char *const limit = out->_IO_write_end - kOver;
+        if ((put<F, P.conv[I]>(p, limit, R.after[I], a) && ...)) {
             put_literal<F, P.conv[K]>(p);
             out->_IO_write_ptr = p;
             return;
@@ -355,9 +396,36 @@ inline void print(std::index_sequence<I...>, A... a) {
     show_printf(F.text, a...);  // too long for the buffer's room: the whole line again
 }
 
+template <Format F, size_t N, class... A, size_t... I>
+inline int sprint(std::index_sequence<I...>, char (&buf)[N], A... a) {
+    static constexpr size_t K = conversions_in(F.text);
+    static_assert(K == sizeof...(A), "the format's conversions and the arguments differ in number");
+    static constexpr Parsed<K> P = parse<K>(F.text);
+    static constexpr size_t kBound = bound_of(P), kOver = slack_of(P);
+    [[maybe_unused]] static constexpr Rest<K> R = rest_of(P);
+    if constexpr (N > kBound + kOver) {
+        char *p = buf;
+        [[maybe_unused]] const char *const limit = buf + N - 1 - kOver;
+        if ((put<F, P.conv[I]>(p, limit, R.after[I], a) && ...)) {
+            put_literal<F, P.conv[K]>(p);
+            *p = '\0';
+            return static_cast<int>(p - buf);
+        }
+    }
+    return show_snprintf(buf, N, F.text, a...);  // a buffer too small for the fast path
+}
+
 }  // namespace show_format
 
 template <show_format::Format F, class... A>
 inline void show_print(A... a) {
     show_format::print<F>(std::index_sequence_for<A...>{}, a...);
+}
+
+// snprintf(buf, sizeof buf, format, args...) for a text made into an array:
+// the same text and result; like show_snprintf, it may use the whole array
+// (past the text's NUL its bytes are unspecified).
+template <show_format::Format F, size_t N, class... A>
+inline int show_sprint(char (&buf)[N], A... a) {
+    return show_format::sprint<F>(std::index_sequence_for<A...>{}, buf, a...);
 }

@@ -114,7 +114,7 @@ __attribute__((format(printf, 2, 3))) void print_detail_line(const char *label,
 constexpr size_t kRouteColumnsSize = 128;
 size_t format_route_columns(const l2vpn_evpn_mac_bag *mac, uint8_t bgp_encap,
                             char (&columns)[kRouteColumnsSize]) {
-    const int n = show_snprintf(columns, sizeof columns, "%-10u %-10s %-14.14s %-40.40s", mac->evi,
+    const int n = show_sprint<"%-10u %-10s %-14.14s %-40.40s">(columns, mac->evi,
                                 evpn_bgp_encap_type_to_str(bgp_encap), macstring(mac->mac_address, 6),
                                 l2vpn_inet_ntop(&mac->ip_address));
     return n < 0 ? 0 : std::min(static_cast<size_t>(n), sizeof columns - 1);
@@ -128,7 +128,7 @@ void print_route_sid_column(const bag_array<Srv6Sid> *sids, int supported) {
     if (!supported)
         return;
     if (!indent[0])
-        show_snprintf(indent, sizeof indent, "%102s", "");
+        show_sprint<"%102s">(indent, "");
     print_srv6_sid_list(sids, indent, false, false, true);
 }
 
@@ -533,7 +533,7 @@ const char *upper_true_false(uint32_t flag) { return flag ? "TRUE" : "FALSE"; }
 void print_label_sids(const bag_array<Srv6Sid> *sids, bool mark_empty) {
     static char indent[kSidIndentSize];
     if (!indent[0])
-        show_snprintf(indent, sizeof indent, "     %-10s %41s", "", "");  // 57 blanks
+        show_sprint<"     %-10s %41s">(indent, "", "");  // 57 blanks
     print_srv6_sid_list(sids, indent, true, mark_empty, false);
 }
 
@@ -581,7 +581,7 @@ void print_label_private(const l2vpn_evpn_label_bag *entry, bool label_mode) {
         show_print<"   Local ignore MTU mismatch: Not set\n">();
     show_print<"   Next path version: %u\n">(entry->next_path_version);
     char title[EVPN_LABEL_TEXT_SIZE];
-    show_snprintf(title, sizeof title, "EVPN Internal-%s event history", label_mode ? "Label" : "ID");
+    show_sprint<"EVPN Internal-%s event history">(title, label_mode ? "Label" : "ID");
     infra_db_print_evt_hist_bag(&entry->event_history, &entry->event_history_info, title);
 }
 
@@ -657,7 +657,7 @@ void print_evpn_neighbor_leaf_evis(const void *record, const char *, PrintContex
     int room = kLeafEvisWidth;
     for (uint32_t i = 0; i < count_of(n.leaf_evi_list); i++) {
         char text[kLeafEviTextSize];
-        const int len = show_snprintf(text, sizeof text, "%u", n.leaf_evi_list.data[i]);
+        const int len = show_sprint<"%u">(text, n.leaf_evi_list.data[i]);
         if (len > room) {
             show_print<"\n%-10.10s %-6.6s %-40.40s ">("", "", "");
             room = kLeafEvisWidth;
@@ -766,9 +766,9 @@ void print_label_path_entries(const bag_array<EvpnPath> *paths, const char *name
         const char *role = role_word(path);
         show_print<"    %-7s ">(i == 0 ? name : "");
         bool sr_te_line = false;
-        if (with_sr_te) {
+        if (with_sr_te && path.SR_TEInfo.SR_TEType != kSrTeNone) {  // else no SR-TE line
             char prefix[16];
-            show_snprintf(prefix, sizeof prefix, "%s SR-TE ", role);
+            show_sprint<"%s SR-TE ">(prefix, role);
             sr_te_line = print_sr_te_info(prefix, &path.SR_TEInfo) != 0;
         }
         // A steered path shows its next hop only in the private view.

@@ -242,7 +242,7 @@ void print_evpn_evi_detail_bag(const void *record, const char *, PrintContext *c
     }
     const bool priv = show_filter.private_view != 0;
     char sid_indent[kSidIndentSize];
-    show_snprintf(sid_indent, sizeof sid_indent, "%19s", "");
+    show_sprint<"%19s">(sid_indent, "");
 
     print_evi_line(evi->vpn_id, evi->encap, evi->bd_name, evi->evi_type);
     if (!is_empty(evi->description))
@@ -513,7 +513,7 @@ void print_evpn_tep_bag(const void *record, const char *, const char *tag) {
                     evpn_bgp_encap_type_to_str(tep->remote_encap));
     show_print<"  Notification registrations:\n">();
     char path[EVPN_PATH_SIZE];
-    show_snprintf(path, sizeof path, EVPN_PATH_TEP "/%s/notification", text_of(tag));
+    show_sprint<EVPN_PATH_TEP "/%s/notification">(path, text_of(tag));
     evpn_show_walk(kTepNotification, path);
     if (show_filter.private_view) {
         show_print<"  L3FIB Status: ">();
@@ -534,7 +534,7 @@ void print_evpn_tep_notification_entry(const void *record, const char *, PrintCo
 // The list display's step for one endpoint name: fetch and print its record.
 void show_evpn_tep_info(const void *, const char *item_name, const char *) {
     char path[EVPN_PATH_SIZE];
-    show_snprintf(path, sizeof path, EVPN_PATH_TEP "/%s/info", item_name);
+    show_sprint<EVPN_PATH_TEP "/%s/info">(path, item_name);
     const l2vpn_show_context_t one{path,         print_evpn_tep_bag,
                                    kTep.desc(),  kTep.record_size,
                                    0,            EVPN_DATALIST_OPT_NONE,
@@ -587,7 +587,7 @@ void show_evpn_tep(const ShowCommandDef &) {
     }
     // The VPN ID serves as the endpoint identifier.
     char key[EVPN_PATH_SIZE], path[EVPN_PATH_SIZE];
-    show_snprintf(key, sizeof key, "%x", show_filter.value);
+    show_sprint<"%x">(key, show_filter.value);
     compose_path(path, EVPN_PATH_TEP "/%s/info", key);
     const l2vpn_show_context_t one{path,  print_evpn_tep_bag,  kTep.desc(), kTep.record_size, 0,
                                    EVPN_DATALIST_OPT_NONE, sysdb_handle, key};

@@ -161,14 +161,14 @@ void print_srv6_locator(const l2vpn_evpn_srv6_locator_entry &loc, int width, boo
                         bool detail) {
     char prefix[kSrv6PrefixSize], services[kSrv6NumberSize], sids[kSrv6NumberSize];
     char locator_id[kSrv6NumberSize], flags[kSrv6FlagsSize] = "";
-    show_snprintf(prefix, sizeof prefix, "%s/%d", l2vpn_inet_ntop(&loc.prefix), loc.prefix_len);
-    show_snprintf(services, sizeof services, "%u", loc.service_count);
-    show_snprintf(sids, sizeof sids, "%u", loc.sid_count);
+    show_sprint<"%s/%d">(prefix, l2vpn_inet_ntop(&loc.prefix), loc.prefix_len);
+    show_sprint<"%u">(services, loc.service_count);
+    show_sprint<"%u">(sids, loc.sid_count);
     if (priv)
-        show_snprintf(locator_id, sizeof locator_id, "%u", loc.locator_id);
+        show_sprint<"%u">(locator_id, loc.locator_id);
     char flags_text[kSrv6FlagsSize];
     if (srv6_util_locator_flags_print(loc.flags, flags_text, sizeof flags_text))
-        show_snprintf(flags, sizeof flags, "%s", flags_text);
+        show_sprint<"%s">(flags, flags_text);
     if (priv)
         show_printf(kLocatorColumnsPrivate, width, text_of(loc.name), prefix, locator_id,
                     true_false(loc.oor), true_false(loc.in_use), flags, services, sids);
@@ -957,16 +957,16 @@ void print_evpn_igmp_bag(const void *record, const char *, PrintContext *) {
     // before the group's is made.
     char sg[kIgmpColumnTextSize];
     if (is_zero_address(r.source)) {
-        show_snprintf(sg, sizeof sg, "(*,%s)", l2vpn_inet_ntop(&r.group));
+        show_sprint<"(*,%s)">(sg, l2vpn_inet_ntop(&r.group));
     } else {
         char source[kIgmpSourceSize] = {};
         strcpy_s(source, sizeof source, l2vpn_inet_ntop(&r.source));
-        show_snprintf(sg, sizeof sg, "(%s,%s)", source, l2vpn_inet_ntop(&r.group));
+        show_sprint<"(%s,%s)">(sg, source, l2vpn_inet_ntop(&r.group));
     }
     show_print<"%-43.43s ">(sg);
 
     char from[kIgmpColumnTextSize];
-    show_snprintf(from, sizeof from, "%s%s",
+    show_sprint<"%s%s">(from,
                   r.source_is_remote ? l2vpn_inet_ntop(&r.route_source.address)
                                 : text_of(r.route_source.interface_name),
              r.resolved ? "" : "[UR]");
@@ -1051,7 +1051,7 @@ void print_carving_evi_etags(const l2vpn_evpn_es_evi_etag *entries, uint32_t cou
     for (uint32_t k = 0; k < count; k++) {
         print_carving_wrap(k, kTitle, tag);
         char item[kCarvingItemSize] = {};
-        const int n = show_snprintf(item, sizeof item, "%u:", entries[k].evi);
+        const int n = show_sprint<"%u:">(item, entries[k].evi);
         format_ethernet_tag(item + n, sizeof item - n, entries[k].etag_type, entries[k].etag);
         show_print<"%8s">(item);
         show_print<"%s">(carving_separator(k, k, count));
