@@ -1012,19 +1012,28 @@ void print_carving_values(const uint32_t *values, uint32_t count, const char *ta
         show_print<"\n">();
         return;
     }
+    // Every further row starts with the same header: made once per list.
+    char header[80];
+    const int header_len = show_sprint<"\n%15s %-4.4s: ">(header, title, tag);
+    const bool header_made = header_len > 0 && header_len < static_cast<int>(sizeof header);
+    const auto next_row = [&] {
+        if (header_made)
+            show_write(header, static_cast<size_t>(header_len));
+        else
+            print_carving_row_header(title, tag, false);
+    };
     // With compress, a run of consecutive values is one item, and every item
     // but the last stands on a row of its own.
     for (uint32_t i = 0, k = 0; i < count; i++, k++) {
-        print_carving_wrap(k, title, tag);
+        if (k != 0 && k % kCarvingItemsPerRow == 0) next_row();
         uint32_t end = i;
         if (compress)
             while (end + 1 < count && values[end + 1] == values[end] + 1) end++;
         if (values[end] != values[i])
-            show_print<"%u-%u">(values[i], values[end]);
+            show_print<"%u-%u%s">(values[i], values[end], carving_separator(k, end, count));
         else
-            show_print<"%8u">(values[i]);
-        show_print<"%s">(carving_separator(k, end, count));
-        if (compress && end + 1 != count) print_carving_row_header(title, tag, false);
+            show_print<"%8u%s">(values[i], carving_separator(k, end, count));
+        if (compress && end + 1 != count) next_row();
         i = end;  // the next item starts after the run
     }
     show_print<"\n">();
