@@ -305,52 +305,51 @@ void print_es_brief(const l2vpn_evpn_es_bag &es, bool etree, bool priv) {
 void print_es_interface(const l2vpn_evpn_es_bag &es, bool priv) {
     const char *state = code_word(kEsStateWords, es.state, "Invalid");
     if (es_is_pw_or_vfi(es.es_kind)) {
-        show_print<"  %-18.18s:\n">("Virtual Access");
-        show_print<"     %-15.15s: %s\n">("Name", text_of(es.name));
-        show_print<"     %-15.15s: %s\n">("State", state);
-        show_print<"     %-15.15s: %u\n">("Num PW Up", es.num_pw_up);
+        show_print<"  Virtual Access    :\n">();
+        show_print<"     Name           : %s\n">(text_of(es.name));
+        show_print<"     State          : %s\n">(state);
+        show_print<"     Num PW Up      : %u\n">(es.num_pw_up);
     } else {
         const bool vai = es.es_kind == kEsKindVirtualAccessIf;
         show_print<"  %-18.18s:\n">(vai ? "Virtual Access" : "Main port");
-        show_print<"     %-15.15s: ">("Interface name");
+        show_print<"     Interface name : ">();
         print_es_display_name(es.name);
-        if (!vai) show_print<"     %-15.15s: %s\n">(
-                "Interface MAC", macstring(es.interface_mac, 6));
-        show_print<"     %-15.15s: 0x%08x\n">("IfHandle", es.ifhandle);
-        show_print<"     %-15.15s: %s%s\n">("State", state,
-                    es.staggered_bringup ? " (in staggered bring-up)" : "");
+        if (!vai) show_print<"     Interface MAC  : %s\n">(macstring(es.interface_mac, 6));
+        show_print<"     IfHandle       : 0x%08x\n">(es.ifhandle);
+        show_print<"     State          : %s%s\n">(
+                state, es.staggered_bringup ? " (in staggered bring-up)" : "");
         if (!vai) {
             if (es.redundancy < std::size(kEsRedundancyWords))
-                show_print<"     %-15.15s: %s\n">("Redundancy", kEsRedundancyWords[es.redundancy]);
+                show_print<"     Redundancy     : %s\n">(kEsRedundancyWords[es.redundancy]);
             else
-                show_print<"     %-15.15s: 0x%08x\n">("Redundancy", es.redundancy);
+                show_print<"     Redundancy     : 0x%08x\n">(es.redundancy);
             if (es.ves_main_port) {
-                show_print<"  %-18.18s:\n">("VES Main port");
-                show_print<"     %-15.15s: %s\n">("Grouping MAC", macstring(es.grouping_mac, 6));
+                show_print<"  VES Main port     :\n">();
+                show_print<"     Grouping MAC   : %s\n">(macstring(es.grouping_mac, 6));
                 show_print<"     %-15.15s: %u\n">("vES subinterfaces linked", es.ves_subif_count);
-                if (priv) show_print<"     %-15.15s: %u\n">("Peering count", es.ves_peering_count);
+                if (priv) show_print<"     Peering count  : %u\n">(es.ves_peering_count);
             }
         }
     }
-    if (priv) show_print<"  %-18.18s: 0x%x\n">("ESI ID", es.esi_id);
+    if (priv) show_print<"  ESI ID            : 0x%x\n">(es.esi_id);
 }
 
 void print_es_esi_type(const l2vpn_evpn_es_bag &es) {
     switch (es.esi_type) {
     case 0:
-        show_print<"  %-18.18s: %d\n">("ESI type", 0);
-        show_print<"     %-15.15s: %s\n">("Value", text_of(es.esi_text));
+        show_print<"  ESI type          : %d\n">(0);
+        show_print<"     Value          : %s\n">(text_of(es.esi_text));
         break;
     case 1:
-        show_print<"  %-18.18s: %d\n">("ESI type", 1);
-        show_print<"     %-15.15s: %s\n">("System-id", text_of(es.system_id));
-        show_print<"     %-15.15s: %04x\n">("Port key", es.port_key);
+        show_print<"  ESI type          : %d\n">(1);
+        show_print<"     System-id      : %s\n">(text_of(es.system_id));
+        show_print<"     Port key       : %04x\n">(es.port_key);
         break;
     case 2: case 3: case 4: case 5:
-        show_print<"  %-18.18s: %d\n">("ESI type", static_cast<int>(es.esi_type));
+        show_print<"  ESI type          : %d\n">(static_cast<int>(es.esi_type));
         break;
     default:
-        show_print<"  %-18.18s: %s\n">("ESI type", "Invalid");
+        show_print<"  ESI type          : %s\n">("Invalid");
     }
 }
 
@@ -362,33 +361,33 @@ void print_es_manual_list(const char *label, const bag_array<uint32_t> &list, co
     show_print<"%u\n">(count_of(list));
     if (count_of(list)) print_carving_values(list.data, list.count, tag, true, "");
     if (priv) {
-        show_print<"     %-15.15s: ">("Input String");
+        show_print<"     Input String   : ">();
         show_print<"%s\n">(input && input[0] ? input : "None");
     }
 }
 
 void print_es_carving(const l2vpn_evpn_es_bag &es, bool priv) {
-    show_print<"  %-18.18s: ">("Service Carving");
+    show_print<"  Service Carving   : ">();
     show_print<"%s">(code_word(kEsCarvingModeTexts, es.carving_mode, "Invalid\n"));
     if (es.carving_mode == kEsCarvingManual) {
         print_es_manual_list("Primary", es.manual_primary, "Pri", es.manual_primary_input, priv);
         print_es_manual_list("Secondary", es.manual_secondary, "Sec", es.manual_secondary_input,
                              priv);
     } else if (es.carving_mode == kEsCarvingPreferential && priv) {
-        show_print<"     %-15.15s: ">("Config Weight");
+        show_print<"     Config Weight  : ">();
         show_print<"%d\n">(es.pref_config_weight);
-        show_print<"     %-15.15s: ">("Oper Weight");
+        show_print<"     Oper Weight    : ">();
         show_print<"%d\n">(es.pref_oper_weight);
-        show_print<"     %-15.15s: ">("Access Driven");
+        show_print<"     Access Driven  : ">();
         show_print<"%s\n">(es.pref_access_driven ? "Enabled" : "Disabled");
     }
-    show_print<"     %-15.15s: ">("Multicast");
+    show_print<"     Multicast      : ">();
     show_print<"%s">(code_word(kEsMcastCarvingTexts, es.mcast_carving_mode, "Invalid\n"));
 }
 
 void print_es_convergence(const l2vpn_evpn_es_bag &es) {
     const bool mobility = es.conv_mac_mobility, reroute = es.conv_reroute;
-    show_print<"  %-18.18s: %s">("Convergence", mobility ? "MAC-Mobility" : "");
+    show_print<"  Convergence       : %s">(mobility ? "MAC-Mobility" : "");
     show_print<"%s">(reroute ? (mobility ? ", Reroute" : "Reroute") : "");
     show_print<"%s">(
             es.conv_nh_tracking ? (mobility || reroute ? ", NH-Tracking" : "NH-Tracking") : "");
@@ -396,17 +395,17 @@ void print_es_convergence(const l2vpn_evpn_es_bag &es) {
     if (mobility) {
         char last[kEsTimeSize] = {};
         l2vpn_timespec_string(&es.mobility_flush_last, last, sizeof last);
-        show_print<"     %-15.15s: Debounce %u sec, Count %u, Skip %u\n">("Mobility-Flush",
-                    es.mobility_flush_debounce, es.mobility_flush_count, es.mobility_flush_skip);
+        show_print<"     Mobility-Flush : Debounce %u sec, Count %u, Skip %u\n">(
+                es.mobility_flush_debounce, es.mobility_flush_count, es.mobility_flush_skip);
         show_print<"     %-15.15s: Last %s\n">("", es.mobility_flush_count ? last : "n/a");
     }
     if (es.conv_nh_tracking)
-        show_print<"     %-15.15s: %s\n">("Tracked Nexthop", l2vpn_inet_ntop(&es.tracked_nexthop));
+        show_print<"     Tracked Nexthop: %s\n">(l2vpn_inet_ntop(&es.tracked_nexthop));
 }
 
 void print_es_peers(const l2vpn_evpn_es_bag &es, bool priv) {
     const uint32_t n = count_of(es.nexthops);
-    show_print<"  %-18.18s: %u Nexthops\n">("Peering Details", n);
+    show_print<"  Peering Details   : %u Nexthops\n">(n);
     for (uint32_t i = 0; i < n; i++) {
         const l2vpn_evpn_es_nexthop &nh = es.nexthops.data[i];
         show_print<"     %s [%s:%s:%02x%s]">(l2vpn_inet_ntop(&nh.address),
@@ -416,10 +415,10 @@ void print_es_peers(const l2vpn_evpn_es_bag &es, bool priv) {
         if (priv) show_print<"[%u]">(nh.df_info);
         show_print<"\n">();
     }
-    show_print<"  %s:\n">("Service Carving Synchronization");
-    show_print<"     %-15.15s: %s\n">(
-            "Mode", code_word(kEsCarvingSyncWords, es.carving_sync_mode, "INVALID"));
-    show_print<"     %-15.15s:\n">("Peer Updates");
+    show_print<"  Service Carving Synchronization:\n">();
+    show_print<"     Mode           : %s\n">(
+            code_word(kEsCarvingSyncWords, es.carving_sync_mode, "INVALID"));
+    show_print<"     Peer Updates   :\n">();
     for (uint32_t i = 0; i < n; i++) {
         const l2vpn_evpn_es_nexthop &nh = es.nexthops.data[i];
         const char *sct = "N/A";
@@ -450,13 +449,13 @@ void print_es_vpws_list(const char *label, const bag_array<l2vpn_evpn_es_evi_eta
 }
 
 void print_es_results(const l2vpn_evpn_es_bag &es, bool carving) {
-    show_print<"  %s:\n">("Service Carving Results");
-    show_print<"     %-15.15s: %d\n">("Forwarders", static_cast<int>(es.forwarder_count));
-    show_print<"     %-15.15s: %d\n">("Elected", static_cast<int>(es.elected_count));
+    show_print<"  Service Carving Results:\n">();
+    show_print<"     Forwarders     : %d\n">(static_cast<int>(es.forwarder_count));
+    show_print<"     Elected        : %d\n">(static_cast<int>(es.elected_count));
     if (carving)
         print_es_carving_lists(es.elected_isids, es.elected_evis, es.elected_vnis,
                                es.elected_srv6, "E");
-    show_print<"     %-15.15s: %d">("Not Elected", static_cast<int>(es.not_elected_count));
+    show_print<"     Not Elected    : %d">(static_cast<int>(es.not_elected_count));
     if (es.carving_mode == kEsCarvingManual)
         show_print<" (incl. %d Not Configured)">(static_cast<int>(es.not_configured_count));
     show_print<"\n">();
@@ -464,7 +463,7 @@ void print_es_results(const l2vpn_evpn_es_bag &es, bool carving) {
         print_es_carving_lists(es.not_elected_isids, es.not_elected_evis, es.not_elected_vnis,
                                es.not_elected_srv6, "NE");
 
-    show_print<"  %s:\n">("EVPN-VPWS Service Carving Results");
+    show_print<"  EVPN-VPWS Service Carving Results:\n">();
     print_es_vpws_list("Primary", es.vpws_primary, "P", carving);
     print_es_vpws_list("Backup", es.vpws_backup, "B", carving);
     print_es_vpws_list("Non-DF", es.vpws_non_df, "NDF", carving);
@@ -482,8 +481,7 @@ void print_es_timers(const l2vpn_evpn_es_bag &es, bool priv) {
     print_es_timer("Carving timer", es.carving_timer, es.carving_left);
     print_es_timer("HRW Reset timer", es.hrw_reset_timer, es.hrw_reset_left);
     if (priv) {
-        show_print<"  %-18.18s: %d msec ">(
-                "AC Debounce timer", static_cast<int>(es.ac_debounce_timer));
+        show_print<"  AC Debounce timer : %d msec ">(static_cast<int>(es.ac_debounce_timer));
         print_running_suffix(es.ac_debounce_left);
     }
 }
@@ -493,12 +491,12 @@ void print_es_labels(const l2vpn_evpn_es_bag &es, bool etree) {
     char label[EVPN_LABEL_TEXT_SIZE];
     es_label_text(es.local_label_valid ? es.local_label : kNoLabel, label);
     if (etree) {
-        show_print<"  %-18.18s: %s\n">("Local ETree label", label);
+        show_print<"  Local ETree label : %s\n">(label);
         return;
     }
-    show_print<"  %-18.18s: %s\n">("Local SHG label", label);
+    show_print<"  Local SHG label   : %s\n">(label);
     const uint32_t n = count_of(es.remote_shg_labels);
-    show_print<"  %-18.18s: %zu\n">("Remote SHG labels", static_cast<size_t>(n));
+    show_print<"  Remote SHG labels : %zu\n">(static_cast<size_t>(n));
     for (uint32_t i = 0; i < n; i++) {
         const l2vpn_evpn_remote_shg_label_entry &r = es.remote_shg_labels.data[i];
         es_label_text(r.label, label);
@@ -593,8 +591,8 @@ void print_es_counters(const l2vpn_evpn_es_bag &es) {
     print_es_two("Peering Done   :", es.peering_done, "Carving Done   :", es.carving_done);
     print_es_two("Peering Chkpt  :", es.peering_chkpt, "Peering Block  :", es.peering_block);
     if (es_is_pw_or_vfi(es.es_kind))
-        show_print<"%s%-15.15s: %s\n">("   ", "VES FSM State",
-                    code_word(kEsVesFsmWords, es.ves_fsm_state, "Invalid"));
+        show_print<"%sVES FSM State  : %s\n">(
+                "   ", code_word(kEsVesFsmWords, es.ves_fsm_state, "Invalid"));
     print_es_two("RedundFWD      :", es.redund_fwd, "Inval NH       :", es.inval_nh);
     print_es_two("CarvReadvertise:", es.carv_readvertise, "SubIfIMRegistrd:",
                  es.subif_im_registered);
@@ -610,14 +608,13 @@ void print_es_counters(const l2vpn_evpn_es_bag &es) {
 // Checkpointed peers show the MAC of the peering nexthop of the same rank;
 // a rank the peering list does not reach shows "N/A".
 void print_es_checkpoint(const l2vpn_evpn_es_bag &es) {
-    show_print<"   %-15.15s:\n">("Checkpoint Info");
-    show_print<"     %-13.13s: %d                       %-15.15s: 0x%0x\n">(
-            "IF Type", es.ckpt_if_type,
-                "MSTi Mask", es.ckpt_msti_mask);
-    show_print<"     %-13.13s: %d\n">("Peering Done", static_cast<int>(es.ckpt_peering_done));
+    show_print<"   Checkpoint Info:\n">();
+    show_print<"     IF Type      : %d                       MSTi Mask      : 0x%0x\n">(
+            es.ckpt_if_type, es.ckpt_msti_mask);
+    show_print<"     Peering Done : %d\n">(static_cast<int>(es.ckpt_peering_done));
     const uint32_t n = count_of(es.ckpt_nexthops), peers = count_of(es.nexthops);
     if (n == 0) return;
-    show_print<"     %-13.13s:\n">("Nexthop Info");
+    show_print<"     Nexthop Info :\n">();
     for (uint32_t i = 0; i < n; i++) {
         const l2vpn_evpn_es_ckpt_nexthop &c = es.ckpt_nexthops.data[i];
         show_print<"       %s [%s:%s:%02x][%u][%s]\n">(l2vpn_inet_ntop(&c.address),
@@ -629,7 +626,7 @@ void print_es_checkpoint(const l2vpn_evpn_es_bag &es) {
 
 void print_es_ead_update(const char *label, const bag_array<l2vpn_evpn_rd_rt_entry> &rds) {
     show_print<"   %-15.15s:\n">(label);
-    show_print<"     %-13.13s: %d\n">("Num RDs: ", static_cast<int>(count_of(rds)));
+    show_print<"     Num RDs:     : %d\n">(static_cast<int>(count_of(rds)));
     print_evpn_rd_rt_list(rds.data, count_of(rds));
 }
 
@@ -641,10 +638,10 @@ void print_es_diagnostics(const l2vpn_evpn_es_bag &es) {
 
     const uint32_t ves = count_of(es.ves_nexthops);
     if (ves) {
-        show_print<"   %-15.15s:\n">("Subif vES Info");
-        show_print<"     %-24.24s: 0x%x\n">("MP vES MSTI FWD BDF Mask", es.mp_ves_bdf_mask);
-        show_print<"     %-24.24s:\n">("vES Nexthop Info on MP");
-        show_print<"       %-16.16s: %u\n">("Number of vES NH", ves);
+        show_print<"   Subif vES Info :\n">();
+        show_print<"     MP vES MSTI FWD BDF Mask: 0x%x\n">(es.mp_ves_bdf_mask);
+        show_print<"     vES Nexthop Info on MP  :\n">();
+        show_print<"       Number of vES NH: %u\n">(ves);
         for (uint32_t i = 0; i < ves; i++) {
             const l2vpn_evpn_es_nexthop &nh = es.ves_nexthops.data[i];
             show_print<"       %s : %s [%u][%u]\n">(l2vpn_inet_ntop(&nh.address),
@@ -652,14 +649,14 @@ void print_es_diagnostics(const l2vpn_evpn_es_bag &es) {
         }
     }
     print_es_checkpoint(es);
-    show_print<"   %-15.15s: %s\n">("Forced State",
-                code_word(kEsForcedStateWords, es.forced_state, "Invalid"));
-    show_print<"   %-15.15s:">("VI member info");
+    show_print<"   Forced State   : %s\n">(
+            code_word(kEsForcedStateWords, es.forced_state, "Invalid"));
+    show_print<"   VI member info :">();
     if (es.vi_present) {
         show_print<"\n">();
-        show_print<"     %-13.13s: %u/%u\n">("Active", es.vi_active, es.vi_total);
-        show_print<"     %-13.13s: %u/%u\n">("Standby", es.vi_standby, es.vi_total);
-        show_print<"     %-13.13s: %u/%u\n">("Down", es.vi_down, es.vi_total);
+        show_print<"     Active       : %u/%u\n">(es.vi_active, es.vi_total);
+        show_print<"     Standby      : %u/%u\n">(es.vi_standby, es.vi_total);
+        show_print<"     Down         : %u/%u\n">(es.vi_down, es.vi_total);
     } else {
         show_print<" not present\n">();
     }
@@ -929,7 +926,7 @@ void print_evpn_remote_shg_bag(const void *record, const char *, PrintContext *)
 
     show_print<"%-10u %-6.6s %-24.24s\n">(shg.vpn_id, evpn_bgp_encap_type_to_str(shg.encap),
                 text_of(shg.esi_text));
-    show_print<"  %-18.18s: %zu\n">("Remote SHG labels", static_cast<size_t>(n));
+    show_print<"  Remote SHG labels : %zu\n">(static_cast<size_t>(n));
     for (uint32_t i = 0; i < n; i++) {
         char label[EVPN_LABEL_TEXT_SIZE] = {};
         l2vpn_mpls_label_to_str(labels.data[i].label, label, sizeof label, EVPN_ENCAP_MPLS);
@@ -1082,11 +1079,11 @@ void print_evpn_es_bag(const void *record, const char *, PrintContext *) {
     print_es_brief(es, etree, priv);
     if (!detail && !priv) return;
 
-    show_print<"  %-18.18s: %s\n">("ES to BGP Gates", text_of(es.bgp_gates));
-    show_print<"  %-18.18s: %s\n">("ES to L2FIB Gates", text_of(es.l2fib_gates));
+    show_print<"  ES to BGP Gates   : %s\n">(text_of(es.bgp_gates));
+    show_print<"  ES to L2FIB Gates : %s\n">(text_of(es.l2fib_gates));
     const uint32_t warnings = count_of(es.warnings);
     if (warnings) {
-        show_print<"  %-18.18s: ">("ES Warning(s)");
+        show_print<"  ES Warning(s)     : ">();
         for (uint32_t i = 0; i < warnings; i++)
             show_print<"%s\n">(es.warnings.data[i] == kEsWarningVesConflict
                                ? "VES Conflict on this interface"
@@ -1096,7 +1093,7 @@ void print_evpn_es_bag(const void *record, const char *, PrintContext *) {
     print_es_esi_type(es);
     print_es_origin("ES Import RT", es.import_rt, kEsImportRtOriginWords, es.import_rt_origin);
     print_es_origin("Source MAC", es.source_mac, kEsSourceMacOriginWords, es.source_mac_origin);
-    show_print<"  %-18.18s:\n">("Topology");
+    show_print<"  Topology          :\n">();
     print_es_topology("Operational", kEsOperTopologyWords, es.operational_topology,
                    es.forced_single_homed ? " (forced SH)" : "");
     print_es_topology("Configured", kEsConfTopologyWords, es.configured_topology,
@@ -1106,10 +1103,9 @@ void print_evpn_es_bag(const void *record, const char *, PrintContext *) {
     print_es_peers(es, priv);
     print_es_results(es, f.carving_detail != 0);
     if (es.mac_flush_mode >= 0 && es.mac_flush_mode < static_cast<int32_t>(std::size(kEsMacFlushWords)))
-        show_print<"  %-18.18s: %s\n">("MAC Flushing mode", kEsMacFlushWords[es.mac_flush_mode]);
+        show_print<"  MAC Flushing mode : %s\n">(kEsMacFlushWords[es.mac_flush_mode]);
     else
-        show_print<"  %-18.18s: %u\n">(
-                "MAC Flushing mode", static_cast<uint32_t>(es.mac_flush_mode));
+        show_print<"  MAC Flushing mode : %u\n">(static_cast<uint32_t>(es.mac_flush_mode));
     print_es_timers(es, priv);
     print_es_labels(es, etree);
     show_print<"  Access signal mode: %s\n">(
