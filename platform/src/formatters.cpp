@@ -752,7 +752,27 @@ int imc_internal_namestring(const char *name, char *buf, size_t size, uint32_t /
 size_t l2vpn_month_day_time(time_t secs, unsigned fraction, int digits, char (&out)[32]) {
     struct tm tm;
     out[0] = '\0';
-    if (!gmtime_r(&secs, &tm)) return 0;
+    constexpr time_t kNear = 1000000000000000;  // some 31 million years: the arithmetic below holds
+    if (secs > -kNear && secs < kNear) {
+        // The proleptic Gregorian calendar's day from the days since the
+        // epoch, counted in 400-year eras from 0000-03-01; what gmtime does
+        // for the month, day and time, without its other fields.
+        time_t days = secs / 86400, rest = secs % 86400;
+        if (rest < 0) rest += 86400, days--;
+        const int64_t z = static_cast<int64_t>(days) + 719468;
+        const int64_t era = (z >= 0 ? z : z - 146096) / 146097;
+        const unsigned doe = static_cast<unsigned>(z - era * 146097);                   // [0, 146096]
+        const unsigned yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;  // [0, 399]
+        const unsigned doy = doe - (365 * yoe + yoe / 4 - yoe / 100);                // [0, 365]
+        const unsigned mp = (5 * doy + 2) / 153;                                     // March = 0
+        tm.tm_mday = static_cast<int>(doy - (153 * mp + 2) / 5 + 1);
+        tm.tm_mon = static_cast<int>(mp < 10 ? mp + 2 : mp - 10);
+        tm.tm_hour = static_cast<int>(rest / 3600);
+        tm.tm_min = static_cast<int>(rest / 60 % 60);
+        tm.tm_sec = static_cast<int>(rest % 60);
+    } else if (!gmtime_r(&secs, &tm)) {
+        return 0;
+    }
     // Every field of a converted time has two digits (the year is not shown).
     const auto two = [](char *p, int v) {
         p[0] = static_cast<char>('0' + v / 10 % 10);

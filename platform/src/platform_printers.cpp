@@ -87,7 +87,9 @@ void l2vpn_timespec_string(const l2vpn_timespec_bag *time, char *buf, size_t siz
     if (buf == nullptr || size == 0)
         return;
     if (time == nullptr || (time->tv_sec == 0 && time->tv_nsec == 0)) {
-        snprintf(buf, size, "%s", "never");
+        const size_t n = size - 1 < 5 ? size - 1 : 5;
+        memcpy(buf, "never", n);
+        buf[n] = '\0';
         return;
     }
     // Nanoseconds of a second or more carry into the seconds. The whole text

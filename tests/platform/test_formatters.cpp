@@ -438,6 +438,8 @@ TEST(Formatters, TimeTextsCarryFractionsAndKeepToTheirBuffers) {
     EXPECT_EQ(buf[6], 'x') << "nothing past the buffer";
     l2vpn_timespec_string(nullptr, buf, sizeof buf);
     EXPECT_STREQ(buf, "never");
+    l2vpn_timespec_string(nullptr, buf, 3);
+    EXPECT_STREQ(buf, "ne");
 
     const timeval carry{0, 2000001}, zero{0, 0};
     EXPECT_STREQ(l2vpn_timeval_to_str(&carry), "01/01 00:00:02.000001");
@@ -450,7 +452,11 @@ TEST(Formatters, TimeTextsCarryFractionsAndKeepToTheirBuffers) {
 // and a time gmtime cannot convert leaves an empty text.
 TEST(Formatters, MonthDayTimeIsWhatStrftimeWrites) {
     std::mt19937_64 rng(5);
-    std::vector<time_t> times = {0, -1, 59, 86399, 951782400 /* 2000-02-29 */, 4102444799, -2208988800};
+    std::vector<time_t> times = {0,          -1,           59,          86399, 951782400 /* 2000-02-29 */,
+                                 4102444799, -2208988800, -62135596800 /* 0001-01-01 */,
+                                 253402300799 /* 9999-12-31 */, 999999999999999, -999999999999999,
+                                 1000000000000000, -1000000000000000};
+    for (int i = 0; i < 2000; i++) times.push_back(static_cast<time_t>(rng() % 2000000000000000ull) - 1000000000000000);
     for (int i = 0; i < 20000; i++) times.push_back(static_cast<time_t>(rng() % 20000000000ull) - 5000000000);
     for (time_t secs : times)
         for (int digits : {0, 3, 6}) {
