@@ -272,8 +272,8 @@ void print_evpn_evi_detail_bag(const void *record, const char *, PrintContext *c
     if (evi->encap == EVPN_ENCAP_VXLAN)
         show_print<"   VNI: %d\n">(static_cast<int>(evi->unicast_label));
     if (evi->encap != EVPN_ENCAP_SRV6) {
-        show_print<"%sFlow Label: %s%s\n">("   ", evi->flow_label ? "Y" : "N",
-                    evi->flow_label_global ? " [Global]" : "");
+        show_print<"   Flow Label: %s%s\n">(
+                evi->flow_label ? "Y" : "N", evi->flow_label_global ? " [Global]" : "");
         show_print<"   Control-Word: %s\n">(enabled_unless(evi->control_word_disabled));
     }
 

@@ -427,7 +427,7 @@ void print_es_peers(const l2vpn_evpn_es_bag &es, bool priv) {
                              static_cast<suseconds_t>(nh.sct_usec % 1000000)};
             sct = l2vpn_timeval_to_str(&tv);
         }
-        show_print<"%s%16s [SCT: %s]\n">("        ", l2vpn_inet_ntop(&nh.address), sct);
+        show_print<"        %16s [SCT: %s]\n">(l2vpn_inet_ntop(&nh.address), sct);
     }
 }
 
@@ -539,7 +539,7 @@ void print_es_stats(const l2vpn_evpn_es_bag &es) {
             "", "Cnt", "Last Time", "Last Arg", "Cnt",
                 "Last Time", "Last Arg");
     for (const EsStatsRow &row : kEsStatsRows) {
-        show_print<"%s%10.10s">("   ", row.label);
+        show_print<"   %10.10s">(row.label);
         show_print<"|">();
         l2vpn_diag_stats_print_bag(&(es.*row.adv));
         show_print<"|">();
@@ -551,36 +551,42 @@ void print_es_stats(const l2vpn_evpn_es_bag &es) {
 }
 
 void print_es_two(const char *left, uint32_t a, const char *right, uint32_t b) {
-    show_print<"%s%16.16s %d                       %16.16s %d\n">("   ", left, static_cast<int>(a),
-                right, static_cast<int>(b));
+    show_print<"   %16.16s %d                       %16.16s %d\n">(
+            left, static_cast<int>(a), right, static_cast<int>(b));
 }
 
 void print_es_masks(const char *left, uint32_t a, const char *right, uint32_t b) {
-    show_print<"%s%16.16s 0x%04x                  %16.16s 0x%x\n">("   ", left, a, right, b);
+    show_print<"   %16.16s 0x%04x                  %16.16s 0x%x\n">(left, a, right, b);
 }
 
 void print_es_counters(const l2vpn_evpn_es_bag &es) {
     const char *esi = is_nonzero_esi(es.diag_esi) ? esistring(es.diag_esi) : nullptr;
-    show_print<"%s%16.16s %-24.24s">("   ", "Diagnostic ESI :", esi ? esi : "N/A");
+    show_print<"   %16.16s %-24.24s">("Diagnostic ESI :", esi ? esi : "N/A");
     char ifname[kEsNameSize] = {};
     im_display_namestring(es.diag_ifname, ifname, kEsIfNameSize, 0);
     show_print<"%16.16s %s\n">("Interface Name :", ifname[0] ? ifname : "N/A");
 
-    show_print<"%s%16.16s 0x%08x\n">("   ", "Diagnostic Ifh :", es.diag_ifh);
-    show_print<"%s%16.16s 0x%08x              %16.16s %s\n">(
-            "   ", "Diagnostic Flag:", es.diag_flags,
-                "DiagnosticES-RT:", macstring(es.diag_es_rt, 6));
-    show_print<"%s%16.16s 0x%08x              %16.16s %d\n">("   ", "Port Key       :",
-                es.diag_port_key, "MAC winner     :", es.mac_winner);
-    show_print<"%s%16.16s %d\n">("   ", "Number of EVIs :", static_cast<int>(es.num_evis));
-    show_print<"%s%16.16s %-4d %-10.10s         %16.16s %-4d %-10.10s\n">("   ", "Recovery Timer :",
-                static_cast<int>(es.recovery_timer), local_or_global(es.recovery_timer_local),
-                "Peering Timer  :", static_cast<int>(es.peering_timer),
-                local_or_global(es.peering_timer_local));
-    show_print<"%s%16.16s %-4d %-10.10s\n">("   ", "Carving Timer  :",
-                static_cast<int>(es.carving_timer), local_or_global(es.carving_timer_local));
-    show_print<"%s%16.16s %-4d %-10.10s\n">("   ", "AC Dbnc Timer  :",
-                static_cast<int>(es.ac_debounce_timer), local_or_global(es.ac_debounce_local));
+    show_print<"   %16.16s 0x%08x\n">("Diagnostic Ifh :", es.diag_ifh);
+    show_print<"   %16.16s 0x%08x              %16.16s %s\n">(
+            "Diagnostic Flag:", es.diag_flags, "DiagnosticES-RT:", macstring(es.diag_es_rt, 6));
+    show_print<"   %16.16s 0x%08x              %16.16s %d\n">(
+            "Port Key       :", es.diag_port_key, "MAC winner     :", es.mac_winner);
+    show_print<"   %16.16s %d\n">("Number of EVIs :", static_cast<int>(es.num_evis));
+    show_print<"   %16.16s %-4d %-10.10s         %16.16s %-4d %-10.10s\n">(
+            "Recovery Timer :",
+            static_cast<int>(es.recovery_timer),
+            local_or_global(es.recovery_timer_local),
+            "Peering Timer  :",
+            static_cast<int>(es.peering_timer),
+            local_or_global(es.peering_timer_local));
+    show_print<"   %16.16s %-4d %-10.10s\n">(
+            "Carving Timer  :",
+            static_cast<int>(es.carving_timer),
+            local_or_global(es.carving_timer_local));
+    show_print<"   %16.16s %-4d %-10.10s\n">(
+            "AC Dbnc Timer  :",
+            static_cast<int>(es.ac_debounce_timer),
+            local_or_global(es.ac_debounce_local));
     print_es_two("RT Advertised  :", es.rt_advertised, "ESI Advertised :", es.esi_advertised);
     print_es_masks("MSTi state mask:", es.msti_state_mask, "HRW MSTi Set   :", es.hrw_msti_set);
     if (es.es_kind == kEsKindVirtualAccessIf)
@@ -591,8 +597,8 @@ void print_es_counters(const l2vpn_evpn_es_bag &es) {
     print_es_two("Peering Done   :", es.peering_done, "Carving Done   :", es.carving_done);
     print_es_two("Peering Chkpt  :", es.peering_chkpt, "Peering Block  :", es.peering_block);
     if (es_is_pw_or_vfi(es.es_kind))
-        show_print<"%sVES FSM State  : %s\n">(
-                "   ", code_word(kEsVesFsmWords, es.ves_fsm_state, "Invalid"));
+        show_print<"   VES FSM State  : %s\n">(
+                code_word(kEsVesFsmWords, es.ves_fsm_state, "Invalid"));
     print_es_two("RedundFWD      :", es.redund_fwd, "Inval NH       :", es.inval_nh);
     print_es_two("CarvReadvertise:", es.carv_readvertise, "SubIfIMRegistrd:",
                  es.subif_im_registered);
