@@ -749,6 +749,54 @@ int imc_internal_namestring(const char *name, char *buf, size_t size, uint32_t /
     return 0;
 }
 
+size_t l2vpn_month_day_time(time_t secs, unsigned fraction, int digits, char (&out)[32]) {
+    struct tm tm;
+    out[0] = '\0';
+    constexpr time_t kNear = 1000000000000000;  // some 31 million years: the arithmetic below holds
+    if (secs > -kNear && secs < kNear) {
+        // The proleptic Gregorian calendar's day from the days since the
+        // epoch, counted in 400-year eras from 0000-03-01; what gmtime does
+        // for the month, day and time, without its other fields.
+        time_t days = secs / 86400, rest = secs % 86400;
+        if (rest < 0) rest += 86400, days--;
+        const int64_t z = static_cast<int64_t>(days) + 719468;
+        const int64_t era = (z >= 0 ? z : z - 146096) / 146097;
+        const unsigned doe = static_cast<unsigned>(z - era * 146097);                   // [0, 146096]
+        const unsigned yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;  // [0, 399]
+        const unsigned doy = doe - (365 * yoe + yoe / 4 - yoe / 100);                // [0, 365]
+        const unsigned mp = (5 * doy + 2) / 153;                                     // March = 0
+        tm.tm_mday = static_cast<int>(doy - (153 * mp + 2) / 5 + 1);
+        tm.tm_mon = static_cast<int>(mp < 10 ? mp + 2 : mp - 10);
+        tm.tm_hour = static_cast<int>(rest / 3600);
+        tm.tm_min = static_cast<int>(rest / 60 % 60);
+        tm.tm_sec = static_cast<int>(rest % 60);
+    } else if (!gmtime_r(&secs, &tm)) {
+        return 0;
+    }
+    // Every field of a converted time has two digits (the year is not shown).
+    const auto two = [](char *p, int v) {
+        p[0] = static_cast<char>('0' + v / 10 % 10);
+        p[1] = static_cast<char>('0' + v % 10);
+    };
+    two(out, tm.tm_mon + 1);
+    out[2] = '/';
+    two(out + 3, tm.tm_mday);
+    out[5] = ' ';
+    two(out + 6, tm.tm_hour);
+    out[8] = ':';
+    two(out + 9, tm.tm_min);
+    out[11] = ':';
+    two(out + 12, tm.tm_sec);
+    size_t n = 14;
+    if (digits > 0) {
+        out[n++] = '.';
+        for (int i = digits - 1; i >= 0; i--, fraction /= 10) out[n + i] = static_cast<char>('0' + fraction % 10);
+        n += static_cast<size_t>(digits);
+    }
+    out[n] = '\0';
+    return n;
+}
+
 const char *l2vpn_timeval_to_str(const timeval *tv) {
     char *out = ring_next();
     if (tv == nullptr) {
@@ -758,13 +806,11 @@ const char *l2vpn_timeval_to_str(const timeval *tv) {
     // Microseconds of a second or more carry into the seconds.
     const time_t secs = static_cast<time_t>(tv->tv_sec) + static_cast<time_t>(tv->tv_usec / 1000000);
     const unsigned usec = static_cast<unsigned>(tv->tv_usec % 1000000);
-    struct tm tm;
-    const size_t n =
-        gmtime_r(&secs, &tm) ? strftime(out, kRingSlotSize, "%m/%d %H:%M:%S", &tm) : 0;
-    if (n == 0)
+    char text[32];
+    if (l2vpn_month_day_time(secs, usec, 6, text) == 0)
         bounded_printf(out, kRingSlotSize, "%s", "?");
     else
-        bounded_printf(out + n, kRingSlotSize - n, ".%06u", usec);
+        memcpy(out, text, sizeof text);
     return out;
 }
 

@@ -5,8 +5,11 @@
 
 #include <cinttypes>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <iterator>
+
+#include "platform/formatters.h"
 
 namespace {
 
@@ -84,7 +87,9 @@ void l2vpn_timespec_string(const l2vpn_timespec_bag *time, char *buf, size_t siz
     if (buf == nullptr || size == 0)
         return;
     if (time == nullptr || (time->tv_sec == 0 && time->tv_nsec == 0)) {
-        snprintf(buf, size, "%s", "never");
+        const size_t n = size - 1 < 5 ? size - 1 : 5;
+        memcpy(buf, "never", n);
+        buf[n] = '\0';
         return;
     }
     // Nanoseconds of a second or more carry into the seconds. The whole text
@@ -92,14 +97,12 @@ void l2vpn_timespec_string(const l2vpn_timespec_bag *time, char *buf, size_t siz
     time_t secs =
         static_cast<time_t>(time->tv_sec) + static_cast<time_t>(time->tv_nsec / 1000000000u);
     unsigned ms = (time->tv_nsec % 1000000000u) / 1000000u;
-    struct tm tm;
     char text[32];
-    size_t n = gmtime_r(&secs, &tm) ? strftime(text, sizeof text, "%m/%d %H:%M:%S", &tm) : 0;
-    if (n == 0)
-        snprintf(text, sizeof text, "%s", "?");
-    else
-        snprintf(text + n, sizeof text - n, ".%03u", ms);
-    snprintf(buf, size, "%s", text);
+    size_t n = l2vpn_month_day_time(secs, ms, 3, text);
+    if (n == 0) text[n++] = '?';
+    n = n < size - 1 ? n : size - 1;
+    memcpy(buf, text, n);
+    buf[n] = '\0';
 }
 
 void l2vpn_sync_print_hasi_object(const l2vpn_sync_hasi_object *object, int level) {

@@ -9,6 +9,15 @@
 
 namespace {
 constexpr size_t kNameSize = 256;
+
+// The decode buffer of l2vpn_show_get_display, kept until the thread ends.
+struct KeptRecord {
+    void *p = nullptr;
+    size_t size = 0;
+    bool busy = false;
+    ~KeptRecord() { free(p); }
+};
+thread_local KeptRecord t_record;
 }  // namespace
 
 uint32_t l2vpn_show_list_display(const l2vpn_show_context_t *ctx) {
@@ -53,17 +62,35 @@ uint32_t l2vpn_show_get_display(const l2vpn_show_context_t *ctx) {
         free(data);
         return rc;
     }
-    void *record = calloc_named(1, ctx->record_size, "L2VPN generic show bag");
-    if (!record) {
-        free(data);
-        return BAG_ERR_NOMEM;
+    // A listing display gets a record per item it lists: the decode buffer
+    // is kept from get to get (a decode needs no cleared buffer). A get made
+    // while it is in use, from another's operation, takes one of its own.
+    const bool kept = !t_record.busy;
+    void *record = nullptr;
+    if (kept && t_record.size >= ctx->record_size) {
+        record = t_record.p;
+    } else {
+        record = calloc_named(1, ctx->record_size, "L2VPN generic show bag");
+        if (!record) {
+            free(data);
+            return BAG_ERR_NOMEM;
+        }
+        if (kept) {
+            free(t_record.p);
+            t_record.p = record;
+            t_record.size = ctx->record_size;
+        }
     }
+    if (kept) t_record.busy = true;
     rc = bag_decode(data, len, record, static_cast<uint32_t>(ctx->record_size), ctx->bag);
     free(data);
     if (!rc) {
         ctx->operation(record, l2vpn_edm_sysdb_path_to_item_name(ctx->path), ctx->tag);
         rc = bag_free_indirections(record, ctx->bag);
     }
-    free(record);
+    if (kept)
+        t_record.busy = false;
+    else
+        free(record);
     return rc;
 }

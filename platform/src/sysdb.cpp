@@ -229,6 +229,7 @@ struct sysdb_datalist_s {
     // listing and the entry last handed out is served from here.
     sysdb_handle_td owner = nullptr;
     int64_t list = -1;
+    const ListingDef *def = nullptr;  // the listing whose items these are
 };
 
 namespace {
@@ -251,6 +252,7 @@ sysdb_datalist_s *take_datalist() {
     dl->more = false;
     dl->owner = nullptr;
     dl->list = -1;
+    dl->def = nullptr;
     return dl;
 }
 
@@ -274,6 +276,67 @@ const sysdb_datalist_s::Entry *held_entry(sysdb_handle_td h, int64_t list,
             dl = b;
             return &e;
         }
+    }
+    return nullptr;
+}
+
+// Whether every path "<base>/<name>" (or "<base>/<name>/<item_leaf>"), with
+// a name free of '/', resolves to an item of l named name: no other listing
+// of the registry lies below l's base or ends in its leaf. Then such a path
+// can be matched against a held batch's entry without resolving it.
+bool items_named_below_base(const ListingDef *l) {
+    struct Known {
+        const ListingDef *l;
+        bool yes;
+    };
+    thread_local Known known[8];
+    thread_local size_t count;
+    for (size_t i = 0; i < count; i++)
+        if (known[i].l == l) return known[i].yes;
+    const std::string_view base = l->base;
+    bool yes = !l->singleton && !l->child && base.find('/') == std::string_view::npos &&
+               sysdb_registry_find(base) == l;
+    for (const ListingDef &e : sysdb_registry()) {
+        if (!yes) break;
+        const std::string_view other = e.base;
+        if (other.size() > base.size() && other.starts_with(base) && other[base.size()] == '/') yes = false;
+        if (e.child && other == base &&
+            (!l->item_leaf || std::string_view(e.child) == l->item_leaf ||
+             std::string_view(e.child).find('/') != std::string_view::npos))
+            yes = false;
+    }
+    if (count < std::size(known)) known[count++] = Known{l, yes};
+    return yes;
+}
+
+// The entry a held batch of handle h last handed out when path names it,
+// as "<base>/<name>" or "<base>/<name>/<item_leaf>" of the batch's listing:
+// the item a listing display gets for each name it lists, found without
+// resolving its path against the registry or the store's listings.
+const sysdb_datalist_s::Entry *held_entry_at(sysdb_handle_td h, std::string_view path,
+                                             const sysdb_datalist_s *&dl) {
+    for (size_t i = t_held_batches.size(); i-- > 0;) {
+        const sysdb_datalist_s *b = t_held_batches[i];
+        if (b->owner != h || b->next == 0 || !b->def) continue;
+        const ListingDef *l = b->def;
+        const std::string_view base = l->base;
+        if (path.size() <= base.size() || !path.starts_with(base) || path[base.size()] != '/') continue;
+        const sysdb_datalist_s::Entry &e = b->entries[b->next - 1];
+        const std::string_view name(b->bytes.data() + e.name_off);
+        std::string_view rest = path.substr(base.size() + 1);
+        if (!rest.starts_with(name)) continue;
+        rest.remove_prefix(name.size());
+        if (l->item_leaf ? !(rest.size() == strlen(l->item_leaf) + 1 && rest[0] == '/' &&
+                             rest.substr(1) == l->item_leaf)
+                         : !rest.empty())
+            continue;
+        // A name the key fields cannot read names no item, as resolving says.
+        thread_local std::string skey;
+        if (name.empty() || name.find('/') != std::string_view::npos || !items_named_below_base(l) ||
+            !sysdb_keys::skey_from_name(*l, name, skey))
+            continue;
+        dl = b;
+        return &e;
     }
     return nullptr;
 }
@@ -581,6 +644,7 @@ uint32_t run_listing(sysdb_handle_td h, const char *path, const char *resume, ui
     if (base < 0) return h->no_listing(base);
     out.owner = h;
     out.list = q.on_items ? list : base;
+    out.def = q.l;
 
     std::string prefix;
     for (size_t i = 0; i < q.run; i++) prefix += q.given[q.layout[i]];
@@ -657,14 +721,19 @@ uint32_t item_get(sysdb_handle_td h, const char *path, uint32_t *type, void **da
     if (!h) return SYSDB_ERR_NOT_BOUND;
     if (!data || !len) return SYSDB_ERR_BAD_ARG;
     if (!path_ok(path)) return SYSDB_ERR_BAD_PATH;
+    const sysdb_datalist_s *held = nullptr;
+    const sysdb_datalist_s::Entry *e = held_entry_at(h, path, held);
     const ListingDef *l;
     std::string skey;
     std::string_view name;
-    if (uint32_t rc = resolve_item(path, l, skey, name)) return rc;
-    int64_t list = h->listing(l->base);
-    if (list < 0) return h->no_listing(list);
-    const sysdb_datalist_s *held = nullptr;
-    if (const sysdb_datalist_s::Entry *e = name.empty() ? nullptr : held_entry(h, list, name, held)) {
+    int64_t list = -1;
+    if (!e) {
+        if (uint32_t rc = resolve_item(path, l, skey, name)) return rc;
+        list = h->listing(l->base);
+        if (list < 0) return h->no_listing(list);
+        if (!name.empty()) e = held_entry(h, list, name, held);
+    }
+    if (e) {
         void *copy = malloc(e->data_len ? e->data_len : 1);
         if (!copy) return SYSDB_ERR_STORE;
         if (e->data_len) memcpy(copy, held->bytes.data() + e->data_off, e->data_len);

@@ -100,7 +100,7 @@ bool is_prefix(std::span<const uint8_t> a, std::span<const uint8_t> b) {
 
 }  // namespace
 
-bool parse_field(KeyText text, const std::vector<std::string_view> &comps, std::string &sort) {
+bool parse_field(KeyText text, std::span<const std::string_view> comps, std::string &sort) {
     switch (text) {
     case KeyText::HEX0X: case KeyText::HEX: {
         uint32_t v;
@@ -255,11 +255,15 @@ std::string item_skey(const ListingDef &l, const std::vector<std::string> &sort)
 
 bool skey_from_name(const ListingDef &l, std::string_view name, std::string &skey,
                     std::vector<std::string> *field_sort) {
-    std::vector<std::string_view> comps;
-    size_t start = 0;
-    while (true) {
+    // Components on the stack: an item get of a listing display resolves
+    // its name once per record. More than every key field can take names
+    // no item.
+    std::string_view comps[3 * kMaxKeys];
+    size_t count = 0;
+    for (size_t start = 0;;) {
+        if (count == std::size(comps)) return false;
         size_t comma = name.find(',', start);
-        comps.push_back(name.substr(start, comma == std::string_view::npos ? comma : comma - start));
+        comps[count++] = name.substr(start, comma == std::string_view::npos ? comma : comma - start);
         if (comma == std::string_view::npos) break;
         start = comma + 1;
     }
@@ -269,15 +273,13 @@ bool skey_from_name(const ListingDef &l, std::string_view name, std::string &ske
     for (uint8_t pos : l.item_key) {
         KeyText t = l.keys[pos].text;
         size_t n = key_text_components(t);
-        if (at + n > comps.size()) return false;
-        std::vector<std::string_view> part(comps.begin() + at, comps.begin() + at + n);
-        std::string s;
-        if (!parse_field(t, part, s)) return false;
-        skey += s;
-        if (field_sort) (*field_sort)[pos] = s;
+        if (at + n > count) return false;
+        const size_t from = skey.size();
+        if (!parse_field(t, std::span<const std::string_view>(comps + at, n), skey)) return false;
+        if (field_sort) (*field_sort)[pos] = skey.substr(from);
         at += n;
     }
-    return at == comps.size();
+    return at == count;
 }
 
 namespace {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <limits>
 #include <random>
 #include <string>
 #include <vector>
@@ -437,11 +438,41 @@ TEST(Formatters, TimeTextsCarryFractionsAndKeepToTheirBuffers) {
     EXPECT_EQ(buf[6], 'x') << "nothing past the buffer";
     l2vpn_timespec_string(nullptr, buf, sizeof buf);
     EXPECT_STREQ(buf, "never");
+    l2vpn_timespec_string(nullptr, buf, 3);
+    EXPECT_STREQ(buf, "ne");
 
     const timeval carry{0, 2000001}, zero{0, 0};
     EXPECT_STREQ(l2vpn_timeval_to_str(&carry), "01/01 00:00:02.000001");
     EXPECT_STREQ(l2vpn_timeval_to_str(&zero), "01/01 00:00:00.000000");
     EXPECT_STREQ(l2vpn_timeval_to_str(nullptr), "(null)");
+}
+
+// Times are written digit by digit; across centuries, leap days, the epoch's
+// two sides and each fraction width the text is strftime's and snprintf's,
+// and a time gmtime cannot convert leaves an empty text.
+TEST(Formatters, MonthDayTimeIsWhatStrftimeWrites) {
+    std::mt19937_64 rng(5);
+    std::vector<time_t> times = {0,          -1,           59,          86399, 951782400 /* 2000-02-29 */,
+                                 4102444799, -2208988800, -62135596800 /* 0001-01-01 */,
+                                 253402300799 /* 9999-12-31 */, 999999999999999, -999999999999999,
+                                 1000000000000000, -1000000000000000};
+    for (int i = 0; i < 2000; i++) times.push_back(static_cast<time_t>(rng() % 2000000000000000ull) - 1000000000000000);
+    for (int i = 0; i < 20000; i++) times.push_back(static_cast<time_t>(rng() % 20000000000ull) - 5000000000);
+    for (time_t secs : times)
+        for (int digits : {0, 3, 6}) {
+            const unsigned fraction = static_cast<unsigned>(rng() % (digits == 6 ? 1000000 : 1000));
+            struct tm tm;
+            ASSERT_TRUE(gmtime_r(&secs, &tm));
+            char want[48];
+            size_t n = strftime(want, sizeof want, "%m/%d %H:%M:%S", &tm);
+            if (digits) n += static_cast<size_t>(snprintf(want + n, sizeof want - n, ".%0*u", digits, fraction));
+            char got[32];
+            ASSERT_EQ(l2vpn_month_day_time(secs, fraction, digits, got), n) << secs;
+            ASSERT_STREQ(got, want) << secs;
+        }
+    char got[32] = "x";
+    EXPECT_EQ(l2vpn_month_day_time(std::numeric_limits<time_t>::max(), 0, 3, got), 0u);
+    EXPECT_STREQ(got, "");
 }
 
 // (Level one, with the counters, is in the private segment report.)

@@ -811,7 +811,14 @@ TEST_F(Store, AGetOfTheItemAHeldBatchLastGaveServesTheSameBytes) {
     EXPECT_EQ(get(h, "tep/3/info"), seek[2]);    // not yet handed out: a seek
     EXPECT_EQ(get(other, "tep/2/info"), seek[1]);
     EXPECT_EQ(get(h, "tep/2/notification"), "rc " + std::to_string(SYSDB_ERR_NOT_FOUND));
+    // Paths that only look like the held entry's answer as they would with
+    // no batch held.
+    const char *near[] = {"tep/2",      "tep/2/",      "tep/2/info/", "tep/2/infox", "tep/22/info",
+                          "tep/02/info", "tep/2,3/info", "tep//info",  "tepx/2/info", "tep/2/inf"};
+    std::vector<std::string> held;
+    for (const char *p : near) held.push_back(get(h, p));
     sysdb_datalist_free(list);
+    for (size_t i = 0; i < std::size(near); i++) EXPECT_EQ(held[i], get(h, near[i])) << near[i];
     EXPECT_EQ(get(h, "tep/2/info"), seek[1]);
 }
 

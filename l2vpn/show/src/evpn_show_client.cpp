@@ -14,6 +14,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "evpn_show_format.h"
 #include "evpn_show_print.h"
 #include "platform/caps.h"
 #include "platform/cerr.h"
@@ -390,7 +391,7 @@ bool check_sysdb_library(void) {
 
 // Reads a hexadecimal option value; a failed scan leaves value as it was.
 void scan_hex(const char *arg, uint32_t *value, const char *complaint) {
-    if (sscanf(arg, "%x", value) != 1) show_printf("%s", complaint);
+    if (sscanf(arg, "%x", value) != 1) show_print<"%s">(complaint);
 }
 
 // Parses one option into show_filter; false ends the process with status 1.
@@ -418,7 +419,7 @@ bool parse_option(int option, const char *arg) {
     case 'M': f.value_set = 1; scan_hex(arg, &f.value, ": sscanf(value) error. \n"); break;
     case 'N':
         f.ip_set = 1;
-        if (!l2vpn_inet_pton(arg, &f.ip_addr)) show_printf(": inet_pton failed.");
+        if (!l2vpn_inet_pton(arg, &f.ip_addr)) show_print<": inet_pton failed.">();
         break;
     case 'O': f.mac_set = 1; f.mac[0] = static_cast<uint32_t>(strtoul(arg, nullptr, 16)); break;
     case 'P': f.mac_set = 1; f.mac[1] = static_cast<uint32_t>(strtoul(arg, nullptr, 16)); break;
@@ -451,7 +452,7 @@ bool parse_option(int option, const char *arg) {
     case '1': f.local_only = 1; break;
     case '5':
         f.pw_neighbor_set = 1;
-        if (!l2vpn_inet_pton(arg, &f.pw_neighbor)) show_printf(": inet_pton failed.");
+        if (!l2vpn_inet_pton(arg, &f.pw_neighbor)) show_print<": inet_pton failed.">();
         break;
     case '6': f.pw_id = static_cast<uint32_t>(strtoul(arg, nullptr, 10)); break;
     case '7': f.vfi_name_set = 1; f.vfi_name = arg; break;

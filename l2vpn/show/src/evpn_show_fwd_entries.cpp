@@ -10,6 +10,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "evpn_show_format.h"
 #include "evpn_show_print.h"
 #include "platform/caps.h"
 #include "platform/printers.h"
@@ -94,7 +95,7 @@ const char *leaf_root(uint32_t leaf) { return leaf ? "Leaf" : "Root"; }
 // ---- MAC route lines ---------------------------------------------------------
 
 // "   <label, 40 columns>: " - the start of every detail line.
-void print_detail_label(const char *label) { show_printf("   %-40.40s: ", label); }
+void print_detail_label(const char *label) { show_print<"   %-40.40s: ">(label); }
 
 // One whole detail line: the label, the value and the line end.
 __attribute__((format(printf, 2, 3))) void print_detail_line(const char *label,
@@ -113,7 +114,7 @@ __attribute__((format(printf, 2, 3))) void print_detail_line(const char *label,
 constexpr size_t kRouteColumnsSize = 128;
 size_t format_route_columns(const l2vpn_evpn_mac_bag *mac, uint8_t bgp_encap,
                             char (&columns)[kRouteColumnsSize]) {
-    const int n = show_snprintf(columns, sizeof columns, "%-10u %-10s %-14.14s %-40.40s", mac->evi,
+    const int n = show_sprint<"%-10u %-10s %-14.14s %-40.40s">(columns, mac->evi,
                                 evpn_bgp_encap_type_to_str(bgp_encap), macstring(mac->mac_address, 6),
                                 l2vpn_inet_ntop(&mac->ip_address));
     return n < 0 ? 0 : std::min(static_cast<size_t>(n), sizeof columns - 1);
@@ -127,7 +128,7 @@ void print_route_sid_column(const bag_array<Srv6Sid> *sids, int supported) {
     if (!supported)
         return;
     if (!indent[0])
-        show_snprintf(indent, sizeof indent, "%102s", "");
+        show_sprint<"%102s">(indent, "");
     print_srv6_sid_list(sids, indent, false, false, true);
 }
 
@@ -146,16 +147,16 @@ void print_local_nexthop(const l2vpn_evpn_mac_bag *mac, const char *label_text) 
     if (is_pw_ves(name) || is_vfi_ves(name) || is_access_evi(name)) {
         char converted[kAttachNameSize] = {};
         convert_pw_or_vfi_ves_namestring(name, converted);
-        show_printf(" %-39.39s %-8s", converted, label_text);
+        show_print<" %-39.39s %-8s">(converted, label_text);
         return;
     }
-    show_printf(" %-39.39s %-8s", name, label_text);
+    show_print<" %-39.39s %-8s">(name, label_text);
 }
 
 // "0x%08x " and, when any bit is set, the words of the set bits in parentheses.
 void print_ext_flags_line(uint32_t ext_flags) {
     print_detail_label("Ext Flags");
-    show_printf("0x%08x ", ext_flags);
+    show_print<"0x%08x ">(ext_flags);
     if (ext_flags != 0) {
         putchar('(');
         for (size_t bit = 0; bit < std::size(kExtFlagWords); bit++)
@@ -228,8 +229,8 @@ void print_l2_attributes(const L2Attributes &attrs) {
     static constexpr char kIndent[] = "      ";
     if (!attrs.Valid)
         return;
-    show_printf("%sLayer 2 Attributes:\n%s DF Role : %s\n%s CW      : %s\n%s MTU     : %u\n",
-                kIndent, kIndent, evpn_bag_df_role_to_str(attrs.DesignatedForwarderRole), kIndent,
+    show_print<"%sLayer 2 Attributes:\n%s DF Role : %s\n%s CW      : %s\n%s MTU     : %u\n">(
+            kIndent, kIndent, evpn_bag_df_role_to_str(attrs.DesignatedForwarderRole), kIndent,
                 control_word_word(attrs.ControlWord), kIndent, attrs.MTU);
 }
 
@@ -239,25 +240,25 @@ void print_ead_nexthop(const l2vpn_ip_addr_t &nexthop, uint32_t label, uint32_t 
                        const bag_array<Srv6Sid> *sids) {
     char label_text[EVPN_LABEL_TEXT_SIZE];
     l2vpn_mpls_label_to_str(label, label_text, sizeof label_text, encap);
-    show_printf("%-39.39s %-8.8s", l2vpn_inet_ntop(&nexthop), label_text);
+    show_print<"%-39.39s %-8.8s">(l2vpn_inet_ntop(&nexthop), label_text);
     print_route_sid_column(sids, l2vpn_platform_srv6_supported());
     putchar('\n');
 }
 
 void print_ead_path_attributes(const l2vpn_evpn_ead_bag *ead, const EvpnPath &path) {
     const bool per_segment = ead->ethernet_tag == kEthernetTagMax;
-    show_printf("     %-39.39s ", l2vpn_inet_ntop(&path.NextHop));
+    show_print<"     %-39.39s ">(l2vpn_inet_ntop(&path.NextHop));
     if (!print_sr_te_info("SR-TE ", &path.SR_TEInfo))
         fputs("SR-TE N/A\n", stdout);
     static constexpr l2vpn_ip_addr_t kNoAddress{};
     if (memcmp(&path.OriginatingPE, &kNoAddress, sizeof kNoAddress) != 0)
-        show_printf("       Originating IP: %-39.39s\n", l2vpn_inet_ntop(&path.OriginatingPE));
+        show_print<"       Originating IP: %-39.39s\n">(l2vpn_inet_ntop(&path.OriginatingPE));
     if (!per_segment) {
         char label_text[EVPN_LABEL_TEXT_SIZE];
         l2vpn_mpls_label_to_str(path.RerouteLabel, label_text, sizeof label_text, ead->encap);
-        show_printf("      FRR Label: %-8.8s\n", label_text);
+        show_print<"      FRR Label: %-8.8s\n">(label_text);
     } else if (is_valid_mac(path.GES_MACAddress)) {
-        show_printf("      Grouping MAC: %s\n", macstring(path.GES_MACAddress, 6));
+        show_print<"      Grouping MAC: %s\n">(macstring(path.GES_MACAddress, 6));
     }
     // A per-segment route of an all-active segment shows its paths' layer-2
     // attributes only in the private view.
@@ -270,22 +271,22 @@ void print_ead_detail(const l2vpn_evpn_ead_bag *ead) {
     const uint32_t paths = count_of(ead->path_buffer);
     char tag[kEthernetTagTextSize];
     format_ethernet_tag(tag, sizeof tag, ead->etag_type, ead->ethernet_tag);
-    show_printf("   EtherTag: %s\n", tag);
-    show_printf("   Source: %s%s%s\n", ead->local ? "Local, " : "", paths ? "Remote, " : "",
+    show_print<"   EtherTag: %s\n">(tag);
+    show_print<"   Source: %s%s%s\n">(ead->local ? "Local, " : "", paths ? "Remote, " : "",
                 evpn_bgp_encap_type_to_str(ead->encap));
     if (ead->local) {
         char label_text[EVPN_LABEL_TEXT_SIZE];
         l2vpn_mpls_label_to_str(ead->local_frr_label, label_text, sizeof label_text, ead->encap);
-        show_printf("   Local:\n      FRR Label: %-8.8s\n", label_text);
+        show_print<"   Local:\n      FRR Label: %-8.8s\n">(label_text);
         print_l2_attributes(ead->local_l2_attributes);
     }
-    show_printf("   Num Nexthops: %u\n   Path Attributes:\n", paths);
+    show_print<"   Num Nexthops: %u\n   Path Attributes:\n">(paths);
     for (uint32_t i = 0; i < paths; i++)
         print_ead_path_attributes(ead, ead->path_buffer.data[i]);
 }
 
 void print_ead_private(const l2vpn_evpn_ead_bag *ead) {
-    show_printf("   EVI: %u\n", ead->evi);
+    show_print<"   EVI: %u\n">(ead->evi);
     if (ead->ethernet_tag == kEthernetTagMax) {
         if (ead->remote_single_active)
             fputs("   Remote redundancy: single-active\n", stdout);
@@ -296,14 +297,14 @@ void print_ead_private(const l2vpn_evpn_ead_bag *ead) {
     }
     char name[kInterfaceNameSize];
     im_display_namestring(ead->vlan_aware_local_ac, name, sizeof name, 0);
-    show_printf("   VLAN-Aware Local AC: %s\n", name);
+    show_print<"   VLAN-Aware Local AC: %s\n">(name);
     const uint32_t conflicts = count_of(ead->vlan_aware_conflict_acs);
-    show_printf("   VLAN-Aware Conflict ACs: %d\n", static_cast<int>(conflicts));
+    show_print<"   VLAN-Aware Conflict ACs: %d\n">(static_cast<int>(conflicts));
     for (uint32_t i = 0; i < conflicts; i++) {
         im_display_namestring(ead->vlan_aware_conflict_acs.data[i], name, sizeof name, 0);
-        show_printf("    Conflict AC: %s\n", name);
+        show_print<"    Conflict AC: %s\n">(name);
     }
-    show_printf("   Registered with TEP: %s\n", ead->registered_with_tep ? "yes" : "no");
+    show_print<"   Registered with TEP: %s\n">(ead->registered_with_tep ? "yes" : "no");
     infra_db_print_evt_hist_bag(&ead->event_history, &ead->event_history_info,
                                 kEadHistoryTitle);
     putchar('\n');
@@ -319,19 +320,19 @@ void print_srv6_sid_list(const bag_array<Srv6Sid> *sids, const char *indent, boo
     for (uint32_t i = 0; i < sids->count; i++) {
         const Srv6Sid &sid = sids->data[i];
         if (i > 0)
-            show_printf("\n%s", indent);
-        show_printf(" %-39.39s", l2vpn_inet_ntop(&sid.SRv6_SID));
+            show_print<"\n%s">(indent);
+        show_print<" %-39.39s">(l2vpn_inet_ntop(&sid.SRv6_SID));
         if (!details)
             continue;
-        show_printf("\n%s   SID flags: %u, Endpt behavior: %u", indent, sid.SRv6_SIDFlags,
+        show_print<"\n%s   SID flags: %u, Endpt behavior: %u">(indent, sid.SRv6_SIDFlags,
                     sid.SRv6EndpointBehavior);
         if (!sid.SIDStructurePresent)
             continue;
         const SidStructure &st = sid.sid_struct;
-        show_printf("\n%s   SID struct: Block  Node  Func  Arg", indent);
-        show_printf("\n%s               %u     %u    %u    %u", indent, st.LocatorBlockLen,
+        show_print<"\n%s   SID struct: Block  Node  Func  Arg">(indent);
+        show_print<"\n%s               %u     %u    %u    %u">(indent, st.LocatorBlockLen,
                     st.LocatorNodeLen, st.FunctionLen, st.ArgumentLen);
-        show_printf("\n%s   Transposition (len, offset): %u, %u", indent, st.TranspositionLen,
+        show_print<"\n%s   Transposition (len, offset): %u, %u">(indent, st.TranspositionLen,
                     st.TranspositionOffset);
     }
     if (sids->count == 0 && mark_empty)
@@ -367,14 +368,14 @@ int print_sr_te_info(const char *prefix, const SrTeInfo *info) {
     case kSrTeNone:
         return 0;
     case kSrTeInterface:
-        show_printf("%sIFH 0x%x (%s)\n", prefix, info->SR_TEInterfaceName,
+        show_print<"%sIFH 0x%x (%s)\n">(prefix, info->SR_TEInterfaceName,
                     l2vpn_if_name(info->SR_TEInterfaceName, 0));
         break;
     case kSrTeMplsBsid:
-        show_printf("%sBSID %u\n", prefix, info->SR_TE_BSID);
+        show_print<"%sBSID %u\n">(prefix, info->SR_TE_BSID);
         break;
     case kSrTeSrv6Bsid:
-        show_printf("%sBSIDv6 %s\n", prefix, l2vpn_inet_ntop(&info->SRv6_TE_BSID));
+        show_print<"%sBSIDv6 %s\n">(prefix, l2vpn_inet_ntop(&info->SRv6_TE_BSID));
         break;
     default:  // steered, by a kind this display does not render
         break;
@@ -385,7 +386,7 @@ int print_sr_te_info(const char *prefix, const SrTeInfo *info) {
 void print_path_issues(const bag_array<uint32_t> *issues, uint32_t encap, const char *indent) {
     if (issues->count == 0)
         return;
-    show_printf("%sPath Issues: ", indent);
+    show_print<"%sPath Issues: ">(indent);
     for (uint32_t i = 0; i < issues->count; i++) {
         const uint32_t code = issues->data[i];
         if (i > 0)
@@ -401,7 +402,7 @@ void print_path_issues(const bag_array<uint32_t> *issues, uint32_t encap, const 
         if (word)
             fputs(word, stdout);
         else
-            show_printf("unknown issue %u", code);
+            show_print<"unknown issue %u">(code);
     }
     putchar('\n');
 }
@@ -452,13 +453,13 @@ void print_evpn_mac_bag(const void *record, const char *, PrintContext *) {
         columns_len = format_route_columns(mac, mac->remote_encap, columns);
     if (mac->path_buffer.count == 0 && mac->remote) {
         show_write(columns, columns_len);
-        show_printf(" %-39.39s %-8s\n", "No remote pathlist", "");
+        show_print<" %-39.39s %-8s\n">("No remote pathlist", "");
     }
     for (uint32_t i = 0; i < mac->path_buffer.count; i++) {
         const EvpnPath &path = mac->path_buffer.data[i];
         show_write(columns, columns_len);
         l2vpn_mpls_label_to_str(path.OutputLabel, label_text, EVPN_LABEL_TEXT_SIZE, mac->encap);
-        show_printf(" %-39.39s %-8s", l2vpn_inet_ntop(&path.NextHop), label_text);
+        show_print<" %-39.39s %-8s">(l2vpn_inet_ntop(&path.NextHop), label_text);
         print_route_sid_column(&path.SRv6_SIDInfo, l2vpn_platform_srv6_elan_supported());
         putchar('\n');
     }
@@ -532,7 +533,7 @@ const char *upper_true_false(uint32_t flag) { return flag ? "TRUE" : "FALSE"; }
 void print_label_sids(const bag_array<Srv6Sid> *sids, bool mark_empty) {
     static char indent[kSidIndentSize];
     if (!indent[0])
-        show_snprintf(indent, sizeof indent, "     %-10s %41s", "", "");  // 57 blanks
+        show_sprint<"     %-10s %41s">(indent, "", "");  // 57 blanks
     print_srv6_sid_list(sids, indent, true, mark_empty, false);
 }
 
@@ -542,44 +543,45 @@ bool is_single_path(const l2vpn_evpn_label_bag *entry) {
 
 void print_label_resolution(const l2vpn_evpn_label_bag *entry, bool label_mode) {
     if (label_mode || entry->id_type == kIdTypeMultiPath) {
-        show_printf("   Multi-paths resolved: %s", upper_true_false(entry->resolved));
+        show_print<"   Multi-paths resolved: %s">(upper_true_false(entry->resolved));
         if (entry->remote_single_active)
             fputs(" (Remote single-active)", stdout);
         if (entry->remote_single_flow_active)
             fputs(" (Remote single-flow-active)", stdout);
         if (!entry->remote_single_active && !entry->remote_single_flow_active)
-            show_printf(" (Remote all-active) %s",
-                        code_word(kAllActiveModes, entry->all_active_mode, ""));
+            show_print<" (Remote all-active) %s">(
+                    code_word(kAllActiveModes, entry->all_active_mode, ""));
     } else {
-        show_printf("   Path resolved: %s", upper_true_false(entry->resolved));
+        show_print<"   Path resolved: %s">(upper_true_false(entry->resolved));
     }
     if (!entry->resolved && entry->unresolved_reason != 0)
-        show_printf("\n    Reason: %s", code_word(kUnresolvedReasons, entry->unresolved_reason, "Unknown"));
+        show_print<"\n    Reason: %s">(
+                code_word(kUnresolvedReasons, entry->unresolved_reason, "Unknown"));
 }
 
 void print_label_private(const l2vpn_evpn_label_bag *entry, bool label_mode) {
-    show_printf("   Num EAD objects linked: %d\n", static_cast<int>(entry->num_ead_objects));
-    show_printf("   Source: %s\n", evpn_bgp_encap_type_to_str(entry->encap));
+    show_print<"   Num EAD objects linked: %d\n">(static_cast<int>(entry->num_ead_objects));
+    show_print<"   Source: %s\n">(evpn_bgp_encap_type_to_str(entry->encap));
     if (!label_mode) {
         char format[SRV6_SID_FORMAT_STR_SIZE] = {};
         srv6_mgmt_util_edm_fmt_print(&entry->locator_format, format, 0, 1);
-        show_printf("   Locator format type: %s\n", format);
+        show_print<"   Locator format type: %s\n">(format);
     }
-    show_printf("   Local CW: %s\n",
-                entry->local_cw_set ? code_word(kControlWords, entry->local_cw, "Unsupported value")
+    show_print<"   Local CW: %s\n">(
+            entry->local_cw_set ? code_word(kControlWords, entry->local_cw, "Unsupported value")
                                : "Not set");
     if (entry->local_mtu_set)
-        show_printf("   Local MTU: %d\n", entry->local_mtu);
+        show_print<"   Local MTU: %d\n">(entry->local_mtu);
     else
-        show_printf("   Local MTU: Not set\n");
+        show_print<"   Local MTU: Not set\n">();
     if (entry->local_ignore_mtu_mismatch_set)
-        show_printf("   Local ignore MTU mismatch: %s\n",
-                    entry->local_ignore_mtu_mismatch ? "Enabled" : "Disabled");
+        show_print<"   Local ignore MTU mismatch: %s\n">(
+                entry->local_ignore_mtu_mismatch ? "Enabled" : "Disabled");
     else
-        show_printf("   Local ignore MTU mismatch: Not set\n");
-    show_printf("   Next path version: %u\n", entry->next_path_version);
+        show_print<"   Local ignore MTU mismatch: Not set\n">();
+    show_print<"   Next path version: %u\n">(entry->next_path_version);
     char title[EVPN_LABEL_TEXT_SIZE];
-    show_snprintf(title, sizeof title, "EVPN Internal-%s event history", label_mode ? "Label" : "ID");
+    show_sprint<"EVPN Internal-%s event history">(title, label_mode ? "Label" : "ID");
     infra_db_print_evt_hist_bag(&entry->event_history, &entry->event_history_info, title);
 }
 
@@ -595,36 +597,36 @@ void print_evpn_imcast_bag(const void *record, const char *, PrintContext *) {
 
     if (f.local_only && !r.local)
         return;
-    show_printf("%-10u %-6s %-10u %-40.40s\n", r.evi, evpn_bgp_encap_type_to_str(r.encap),
+    show_print<"%-10u %-6s %-10u %-40.40s\n">(r.evi, evpn_bgp_encap_type_to_str(r.encap),
                 r.ethernet_tag, l2vpn_inet_ntop(&r.originating_ip));
     if (!f.detail && !f.private_view)
         return;
 
-    show_printf("    TEPid  : 0x%08x\n", r.tep_id);
-    show_printf("    PMSI Type: %u\n", r.pmsi_type);
-    show_printf("    Nexthop: %s\n", l2vpn_inet_ntop(&r.nexthop));
+    show_print<"    TEPid  : 0x%08x\n">(r.tep_id);
+    show_print<"    PMSI Type: %u\n">(r.pmsi_type);
+    show_print<"    Nexthop: %s\n">(l2vpn_inet_ntop(&r.nexthop));
     if (r.encap == EVPN_ENCAP_MPLS) {
         char label_text[EVPN_LABEL_TEXT_SIZE] = {};
         l2vpn_mpls_label_to_str(r.label, label_text, sizeof label_text, EVPN_ENCAP_MPLS);
-        show_printf("    Label  : %s\n", label_text);
+        show_print<"    Label  : %s\n">(label_text);
     }
     fputs("    SR-TE Info: ", stdout);
     if (!print_sr_te_info("", &r.sr_te_info))
         fputs("N/A\n", stdout);
     if (r.encap == EVPN_ENCAP_VXLAN) {
-        show_printf("    VNI    : %d\n", static_cast<int>(r.label));
+        show_print<"    VNI    : %d\n">(static_cast<int>(r.label));
     } else if (r.encap == EVPN_ENCAP_SRV6) {
         fputs("    SID    :", stdout);
         print_srv6_sid_list(&r.sids, kImcastSidIndent, true, true, f.private_view != 0);
     }
-    show_printf("    Source : %s%s\n", r.local ? "Local" : "Remote", r.proxy ? " Proxy" : "");
+    show_print<"    Source : %s%s\n">(r.local ? "Local" : "Remote", r.proxy ? " Proxy" : "");
     if (r.igmp_snooping_proxy || r.mld_snooping_proxy) {
-        show_printf("    Proxy  : %s%s%s\n", r.igmp_snooping_proxy ? "IGMPsn" : "",
+        show_print<"    Proxy  : %s%s%s\n">(r.igmp_snooping_proxy ? "IGMPsn" : "",
                     r.igmp_snooping_proxy && r.mld_snooping_proxy ? ", " : "",
                     r.mld_snooping_proxy ? "MLDsn" : "");
-        show_printf("      Resolved : %u\n", r.proxy_resolved);
+        show_print<"      Resolved : %u\n">(r.proxy_resolved);
     }
-    show_printf("    E-Tree : %s\n", leaf_root(r.etree_leaf));
+    show_print<"    E-Tree : %s\n">(leaf_root(r.etree_leaf));
     if (f.private_view) {
         infra_db_print_evt_hist_bag(&r.event_history, &r.event_history_info,
                                     kImcastHistoryTitle);
@@ -637,7 +639,7 @@ void print_evpn_neighbor_bag(const void *record, const char *, PrintContext *) {
     const auto &n = *static_cast<const l2vpn_evpn_neighbor_bag *>(record);
     if (neighbor_filtered_out(n))
         return;
-    show_printf("%-10u %-6s %-40.40s\n", n.evi, evpn_bgp_encap_type_to_str(n.encap),
+    show_print<"%-10u %-6s %-40.40s\n">(n.evi, evpn_bgp_encap_type_to_str(n.encap),
                 l2vpn_inet_ntop(&n.neighbor));
     print_neighbor_history(n);
 }
@@ -650,17 +652,17 @@ void print_evpn_neighbor_leaf_evis(const void *record, const char *, PrintContex
     const auto &n = *static_cast<const l2vpn_evpn_neighbor_bag *>(record);
     if (neighbor_filtered_out(n))
         return;
-    show_printf("%-10u %-6s %-40.40s ", n.evi, evpn_bgp_encap_type_to_str(n.encap),
+    show_print<"%-10u %-6s %-40.40s ">(n.evi, evpn_bgp_encap_type_to_str(n.encap),
                 l2vpn_inet_ntop(&n.neighbor));
     int room = kLeafEvisWidth;
     for (uint32_t i = 0; i < count_of(n.leaf_evi_list); i++) {
         char text[kLeafEviTextSize];
-        const int len = show_snprintf(text, sizeof text, "%u", n.leaf_evi_list.data[i]);
+        const int len = show_sprint<"%u">(text, n.leaf_evi_list.data[i]);
         if (len > room) {
-            show_printf("\n%-10.10s %-6.6s %-40.40s ", "", "", "");
+            show_print<"\n%-10.10s %-6.6s %-40.40s ">("", "", "");
             room = kLeafEvisWidth;
         }
-        show_printf("%s ", text);
+        show_print<"%s ">(text);
         room -= len + 1;
     }
     putchar('\n');
@@ -716,24 +718,25 @@ void print_evpn_label_bag(const l2vpn_evpn_label_bag *entry, bool label_mode) {
         l2vpn_mpls_label_to_str(entry->label, value, sizeof value, entry->encap);
     else
         l2vpn_l3rib_internal_id_to_str(entry->internal_id, value, sizeof value);
-    show_printf("%-10u %-6s %-27.27s %-10u   %-8s\n", entry->evi, evpn_bgp_encap_type_to_str(entry->encap),
+    show_print<"%-10u %-6s %-27.27s %-10u   %-8s\n">(
+            entry->evi, evpn_bgp_encap_type_to_str(entry->encap),
                 is_single_path(entry) ? l2vpn_inet_ntop(&entry->nexthop) : text_of(entry->esi),
                 entry->ethernet_tag, value);
 
     if (f.detail || f.private_view) {
         print_label_resolution(entry, label_mode);
         if (label_mode) {
-            show_printf("\n   Multi-paths Internal label: %s", value);
+            show_print<"\n   Multi-paths Internal label: %s">(value);
             if (entry->alternate_label != 0) {
                 char alternate[EVPN_LABEL_TEXT_SIZE] = {};
                 l2vpn_mpls_label_to_str(entry->alternate_label, alternate, sizeof alternate,
                                         entry->encap);
-                show_printf(", alternate: %s", alternate);
+                show_print<", alternate: %s">(alternate);
             }
             putchar('\n');
         } else {
-            show_printf("\n   %s Internal ID: %s\n",
-                        entry->id_type == kIdTypeMultiPath ? "Multi-paths" : "Path", value);
+            show_print<"\n   %s Internal ID: %s\n">(
+                    entry->id_type == kIdTypeMultiPath ? "Multi-paths" : "Path", value);
         }
         print_label_path_entries(&entry->mac_paths, "MAC", entry->encap, label_mode, false, false);
         print_label_path_entries(&entry->ead_es_paths, "EAD/ES", entry->encap, label_mode, false,
@@ -761,29 +764,29 @@ void print_label_path_entries(const bag_array<EvpnPath> *paths, const char *name
     for (uint32_t i = 0; i < count_of(*paths); i++) {
         const EvpnPath &path = paths->data[i];
         const char *role = role_word(path);
-        show_printf("    %-7s ", i == 0 ? name : "");
+        show_print<"    %-7s ">(i == 0 ? name : "");
         bool sr_te_line = false;
-        if (with_sr_te) {
+        if (with_sr_te && path.SR_TEInfo.SR_TEType != kSrTeNone) {  // else no SR-TE line
             char prefix[16];
-            show_snprintf(prefix, sizeof prefix, "%s SR-TE ", role);
+            show_sprint<"%s SR-TE ">(prefix, role);
             sr_te_line = print_sr_te_info(prefix, &path.SR_TEInfo) != 0;
         }
         // A steered path shows its next hop only in the private view.
         if (!sr_te_line || show_filter.private_view) {
-            show_printf("%s%-3.3s %-40.40s ", sr_te_line ? kNexthopUnderName : "", role,
+            show_print<"%s%-3.3s %-40.40s ">(sr_te_line ? kNexthopUnderName : "", role,
                         l2vpn_inet_ntop(&path.NextHop));
             if (label_mode) {
                 l2vpn_mpls_label_to_str(path.OutputLabel, label, sizeof label, encap);
-                show_printf("  %-15.15s\n", label);
+                show_print<"  %-15.15s\n">(label);
             } else {
                 print_label_sids(&path.SRv6_SIDInfo, mark_empty);
             }
             if (show_filter.private_view)
-                show_printf("%sPath Version:%u, Originating PE:%s\n", kDetailIndent, path.PathVerion,
+                show_print<"%sPath Version:%u, Originating PE:%s\n">(kDetailIndent, path.PathVerion,
                             l2vpn_inet_ntop(&path.OriginatingPE));
         }
         if (is_valid_mac(path.GES_MACAddress))
-            show_printf("%30s %s\n", "Grouping MAC:", macstring(path.GES_MACAddress, 6));
+            show_print<"%30s %s\n">("Grouping MAC:", macstring(path.GES_MACAddress, 6));
         print_path_issues(&path.Issues, encap, kDetailIndent);
     }
 }
@@ -794,18 +797,18 @@ void print_label_pathlist(const char *title, const bag_array<EvpnPath> *paths, u
                           bool label_mode) {
     if (count_of(*paths) == 0)
         return;
-    show_printf("   %7s pathlist:\n", title);
+    show_print<"   %7s pathlist:\n">(title);
     char label[EVPN_LABEL_TEXT_SIZE];
     for (uint32_t i = 0; i < count_of(*paths); i++) {
         const EvpnPath &path = paths->data[i];
-        show_printf(" 0x%08x ", path.TunnelEndpointID);
-        show_printf("%s ", role_word(path));
+        show_print<" 0x%08x ">(path.TunnelEndpointID);
+        show_print<"%s ">(role_word(path));
         if (print_sr_te_info("SR-TE ", &path.SR_TEInfo))
             continue;
-        show_printf("%-40.40s ", l2vpn_inet_ntop(&path.NextHop));
+        show_print<"%-40.40s ">(l2vpn_inet_ntop(&path.NextHop));
         if (label_mode) {
             l2vpn_mpls_label_to_str(path.OutputLabel, label, sizeof label, encap);
-            show_printf("  %-15.15s\n", label);
+            show_print<"  %-15.15s\n">(label);
         } else {
             print_label_sids(&path.SRv6_SIDInfo, true);
         }
@@ -823,17 +826,18 @@ void print_evpn_pl_bag(const void *record, const char *, PrintContext *) {
         const EvpnPath &path = pl->paths.data[i];
         memset(label, 0, sizeof label);
         l2vpn_mpls_label_to_str(path.OutputLabel, label, sizeof label, pl->encap);
-        show_printf("%-40.40s %-15.15s\n", l2vpn_inet_ntop(&path.NextHop), label);
+        show_print<"%-40.40s %-15.15s\n">(l2vpn_inet_ntop(&path.NextHop), label);
     }
-    show_printf("%-40.40s %-15.15s\n", kColumnRule, kColumnRule);
+    show_print<"%-40.40s %-15.15s\n">(kColumnRule, kColumnRule);
     if (!show_filter.private_view)
         return;
-    show_printf("   Ethernet Segment Id: %s\n", text_of(pl->esi));
-    show_printf("   Num objects linked: %d (printing %d)\n", static_cast<int>(pl->num_objects_linked),
+    show_print<"   Ethernet Segment Id: %s\n">(text_of(pl->esi));
+    show_print<"   Num objects linked: %d (printing %d)\n">(
+            static_cast<int>(pl->num_objects_linked),
                 static_cast<int>(count_of(pl->linked_objects)));
     for (uint32_t i = 0; i < count_of(pl->linked_objects); i++) {
         const l2vpn_evpn_pl_linked_object &object = pl->linked_objects.data[i];
-        show_printf("   %-14.14s %-15.15s\n", macstring(object.mac, 6), l2vpn_inet_ntop(&object.ip));
+        show_print<"   %-14.14s %-15.15s\n">(macstring(object.mac, 6), l2vpn_inet_ntop(&object.ip));
     }
     infra_db_print_evt_hist_bag(&pl->event_history, &pl->event_history_info, kHistoryTitle);
     putchar('\n');
@@ -849,7 +853,7 @@ void print_evpn_ead_bag(const void *record, const char *, PrintContext *) {
     if (show_filter.local_only && !ead->local)
         return;
 
-    show_printf("%-10u %-6s %-24.24s 0x%-8x ", ead->evi, evpn_bgp_encap_type_to_str(ead->encap),
+    show_print<"%-10u %-6s %-24.24s 0x%-8x ">(ead->evi, evpn_bgp_encap_type_to_str(ead->encap),
                 text_of(ead->esi), ead->ethernet_tag);
     if (ead->local)
         print_ead_nexthop(ead->local_nexthop, ead->local_label, ead->encap, &ead->local_sids);
@@ -857,7 +861,7 @@ void print_evpn_ead_bag(const void *record, const char *, PrintContext *) {
     for (uint32_t i = 0; i < paths; i++) {
         const EvpnPath &path = ead->path_buffer.data[i];
         if (i > 0 || ead->local)
-            show_printf("%54s", "");  // under the route's columns
+            show_print<"%54s">("");  // under the route's columns
         print_ead_nexthop(path.NextHop, path.OutputLabel, ead->encap, &path.SRv6_SIDInfo);
     }
     if (!ead->local && paths == 0)
@@ -885,7 +889,7 @@ void show_evpn_mac(const ShowCommandDef &cmd) {
     if (sid) show_printf(kSidColumn, "SID");
     show_printf(kColumns, kColumnRule, kColumnRule, kColumnRule, kColumnRule, kColumnRule, kColumnRule);
     if (sid) show_printf(kSidColumn, kColumnRule);
-    show_printf("\n");
+    show_print<"\n">();
 
     const uint32_t *m = f.mac;
     if (f.value_set && f.mac_set)
@@ -1022,13 +1026,13 @@ void show_evpn_ead(const ShowCommandDef &cmd) {
     char path[EVPN_PATH_SIZE] = EVPN_PATH_EAD;
 
     const bool sid = l2vpn_platform_srv6_supported() != 0;
-    show_printf("\n");
+    show_print<"\n">();
     show_printf(kColumns, "VPN-ID", "Encap", "Ethernet Segment Id", "EtherTag", "Nexthop", "Label");
     if (sid) show_printf(kSidColumn, "SID");
-    show_printf("\n");
+    show_print<"\n">();
     show_printf(kColumns, kColumnRule, kColumnRule, kColumnRule, kColumnRule, kColumnRule, kColumnRule);
     if (sid) show_printf(kSidColumn, kColumnRule);
-    show_printf("\n");
+    show_print<"\n">();
 
     const char *esi = nullptr;
     if (f.esi_set && !(esi = esi_key(cmd, kEsiExtractFailed))) return;

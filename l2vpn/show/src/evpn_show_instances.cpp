@@ -7,6 +7,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "evpn_show_format.h"
 #include "evpn_show_print.h"
 #include "evpn_show_words.h"
 #include "platform/caps.h"
@@ -109,9 +110,9 @@ bool rt_text(const l2vpn_bag_rt_t *value, char (&buf)[L2VPN_RT_STR_SIZE]) {
 void print_evi_line(uint32_t vpn_id, uint32_t encap, const char *bd_name, uint32_t evi_type) {
     const char *encap_word = evpn_bgp_encap_type_to_str(encap);
     if (is_empty(bd_name))
-        show_printf("%-10u %-10s %-28.28s %-19.19s\n", vpn_id, encap_word, "Not set", "Not set");
+        show_print<"%-10u %-10s %-28.28s %-19.19s\n">(vpn_id, encap_word, "Not set", "Not set");
     else
-        show_printf("%-10u %-10s %-28.28s %-19.19s\n", vpn_id, encap_word, bd_name,
+        show_print<"%-10u %-10s %-28.28s %-19.19s\n">(vpn_id, encap_word, bd_name,
                     evpn_type_2_string(evi_type));
 }
 
@@ -144,28 +145,29 @@ TrafficCounters bytes_of(const bd_forwarding_stats &s) {
 unsigned long ul(uint64_t v) { return static_cast<unsigned long>(v); }
 
 void print_packets_heading() {
-    show_printf("%s  Packets            Sent                 Received\n", kStatsIndent);
+    show_print<"%s  Packets            Sent                 Received\n">(kStatsIndent);
 }
 
 void print_bytes_heading() {
-    show_printf("%s  Bytes              Sent                 Received\n", kStatsIndent);
+    show_print<"%s  Bytes              Sent                 Received\n">(kStatsIndent);
 }
 
 void print_total_unicast(const TrafficCounters &c) {
-    show_printf("%s    Total          : %-20lu %-20lu\n", kStatsIndent, ul(c.tx_total), ul(c.rx_total));
-    show_printf("%s    Unicast        : %-20lu %-20lu\n", kStatsIndent, ul(c.tx_unicast),
+    show_print<"%s    Total          : %-20lu %-20lu\n">(
+            kStatsIndent, ul(c.tx_total), ul(c.rx_total));
+    show_print<"%s    Unicast        : %-20lu %-20lu\n">(kStatsIndent, ul(c.tx_unicast),
                 ul(c.rx_unicast));
 }
 
 void print_broadcast_multicast(const TrafficCounters &c) {
-    show_printf("%s    Broadcast      : %-20lu %-20lu\n", kStatsIndent, ul(c.tx_broadcast),
+    show_print<"%s    Broadcast      : %-20lu %-20lu\n">(kStatsIndent, ul(c.tx_broadcast),
                 ul(c.rx_broadcast));
-    show_printf("%s    Multicast      : %-20lu %-20lu\n", kStatsIndent, ul(c.tx_multicast),
+    show_print<"%s    Multicast      : %-20lu %-20lu\n">(kStatsIndent, ul(c.tx_multicast),
                 ul(c.rx_multicast));
 }
 
 void print_bum(const TrafficCounters &c) {
-    show_printf("%s    BUM            : %-20lu %-20lu\n", kStatsIndent, ul(c.tx_bum), ul(c.rx_bum));
+    show_print<"%s    BUM            : %-20lu %-20lu\n">(kStatsIndent, ul(c.tx_bum), ul(c.rx_bum));
 }
 
 // The per-kind table is worth printing only when broadcast, multicast or
@@ -194,25 +196,25 @@ uint32_t rt_counter(const l2vpn_evpn_evi_detail_bag *evi, uint32_t row, uint32_t
 }
 
 void print_evi_private_tail(const l2vpn_evpn_evi_detail_bag *evi) {
-    show_printf("    Access: %s\n", evi->access ? "TRUE" : "FALSE");
-    show_printf("    BD PTR: 0x%lx\n", ul(evi->bd_ptr));
-    show_printf("    BD ID:  %u\n", evi->bd_id);
-    show_printf("    RT Counters:\n");
-    show_printf("       DEF - B:%10u I:%10u E:%10u\n", rt_counter(evi, 0, 0), rt_counter(evi, 0, 1),
+    show_print<"    Access: %s\n">(evi->access ? "TRUE" : "FALSE");
+    show_print<"    BD PTR: 0x%lx\n">(ul(evi->bd_ptr));
+    show_print<"    BD ID:  %u\n">(evi->bd_id);
+    show_print<"    RT Counters:\n">();
+    show_print<"       DEF - B:%10u I:%10u E:%10u\n">(rt_counter(evi, 0, 0), rt_counter(evi, 0, 1),
                 rt_counter(evi, 0, 2));
-    show_printf("       ADD - B:%10u I:%10u E:%10u\n", rt_counter(evi, 1, 0), rt_counter(evi, 1, 1),
+    show_print<"       ADD - B:%10u I:%10u E:%10u\n">(rt_counter(evi, 1, 0), rt_counter(evi, 1, 1),
                 rt_counter(evi, 1, 2));
-    show_printf("       DEL - B:%10u I:%10u E:%10u\n", rt_counter(evi, 2, 0), rt_counter(evi, 2, 1),
+    show_print<"       DEL - B:%10u I:%10u E:%10u\n">(rt_counter(evi, 2, 0), rt_counter(evi, 2, 1),
                 rt_counter(evi, 2, 2));
-    show_printf("    Counters:\n");
-    show_printf("      Num Upd MACs to L2RIB  : %u\n", evi->upd_macs);
-    show_printf("      Num Upd Error to L2RIB : %u\n", evi->upd_mac_errors);
-    show_printf("      Num Del MACs to L2RIB  : %u\n", evi->del_macs);
-    show_printf("      Num Del Error to L2RIB : %u\n", evi->del_mac_errors);
-    show_printf("      Num Upd IMETs to L2RIB    : %u\n", evi->upd_imets);
-    show_printf("      Num Upd IMET Err to L2RIB : %u\n", evi->upd_imet_errors);
-    show_printf("      Num Del IMETs to L2RIB    : %u\n", evi->del_imets);
-    show_printf("      Num Del IMET Err to L2RIB : %u\n", evi->del_imet_errors);
+    show_print<"    Counters:\n">();
+    show_print<"      Num Upd MACs to L2RIB  : %u\n">(evi->upd_macs);
+    show_print<"      Num Upd Error to L2RIB : %u\n">(evi->upd_mac_errors);
+    show_print<"      Num Del MACs to L2RIB  : %u\n">(evi->del_macs);
+    show_print<"      Num Del Error to L2RIB : %u\n">(evi->del_mac_errors);
+    show_print<"      Num Upd IMETs to L2RIB    : %u\n">(evi->upd_imets);
+    show_print<"      Num Upd IMET Err to L2RIB : %u\n">(evi->upd_imet_errors);
+    show_print<"      Num Del IMETs to L2RIB    : %u\n">(evi->del_imets);
+    show_print<"      Num Del IMET Err to L2RIB : %u\n">(evi->del_imet_errors);
     infra_db_print_evt_hist_bag(&evi->event_history, &evi->event_history_info,
                                 "EVPN VPN-ID event history");
 }
@@ -235,84 +237,84 @@ void print_evpn_evi_detail_bag(const void *record, const char *, PrintContext *c
     l2vpn_rd_t rd_auto;
     memset(&rd_auto, 0, sizeof rd_auto);
     if (!l2vpn_bag_rd_convert(&evi->rd_auto, &rd_auto)) {
-        show_printf("%s", kRdError);
+        show_print<"%s">(kRdError);
         return;
     }
     const bool priv = show_filter.private_view != 0;
     char sid_indent[kSidIndentSize];
-    show_snprintf(sid_indent, sizeof sid_indent, "%19s", "");
+    show_sprint<"%19s">(sid_indent, "");
 
     print_evi_line(evi->vpn_id, evi->encap, evi->bd_name, evi->evi_type);
     if (!is_empty(evi->description))
-        show_printf("   Description    : %s\n", evi->description);
-    show_printf("   Stitching: %s\n", evi->stitching ? "Stitching" : "Regular");
+        show_print<"   Description    : %s\n">(evi->description);
+    show_print<"   Stitching: %s\n">(evi->stitching ? "Stitching" : "Regular");
 
     if (evi->encap == EVPN_ENCAP_SRV6) {
         if (l2vpn_platform_srv6_elan_supported()) {
-            show_printf("   Unicast SID: ");
+            show_print<"   Unicast SID: ">();
             print_srv6_sid_list(&evi->unicast_sids, sid_indent, true, true, true);
-            show_printf("   Multicast SID: ");
+            show_print<"   Multicast SID: ">();
             print_srv6_sid_list(&evi->multicast_sids, sid_indent, true, true, true);
         }
     } else if (evi->encap == EVPN_ENCAP_MPLS) {
         char label[EVPN_LABEL_TEXT_SIZE];
         memset(label, 0, sizeof label);
         l2vpn_mpls_label_to_str(evi->unicast_label, label, sizeof label, EVPN_ENCAP_MPLS);
-        show_printf("   Unicast Label  : %s\n", label);
+        show_print<"   Unicast Label  : %s\n">(label);
         l2vpn_mpls_label_to_str(evi->multicast_label, label, sizeof label, evi->encap);
-        show_printf("   Multicast Label: %s\n", label);
+        show_print<"   Multicast Label: %s\n">(label);
         l2vpn_mpls_label_to_str(evi->reroute_label, label, sizeof label, evi->encap);
         if (priv)
-            show_printf("   Reroute Label: %s (FRR AC count: %u)\n", label, evi->frr_ac_count);
+            show_print<"   Reroute Label: %s (FRR AC count: %u)\n">(label, evi->frr_ac_count);
         else
-            show_printf("   Reroute Label: %s\n", label);
+            show_print<"   Reroute Label: %s\n">(label);
     }
     if (evi->encap == EVPN_ENCAP_VXLAN)
-        show_printf("   VNI: %d\n", static_cast<int>(evi->unicast_label));
+        show_print<"   VNI: %d\n">(static_cast<int>(evi->unicast_label));
     if (evi->encap != EVPN_ENCAP_SRV6) {
-        show_printf("%sFlow Label: %s%s\n", "   ", evi->flow_label ? "Y" : "N",
-                    evi->flow_label_global ? " [Global]" : "");
-        show_printf("   Control-Word: %s\n", enabled_unless(evi->control_word_disabled));
+        show_print<"   Flow Label: %s%s\n">(
+                evi->flow_label ? "Y" : "N", evi->flow_label_global ? " [Global]" : "");
+        show_print<"   Control-Word: %s\n">(enabled_unless(evi->control_word_disabled));
     }
 
-    show_printf("   E-Tree: %s\n", etree_word(evi->etree_leaf, evi->etree_rt_leaf));
+    show_print<"   E-Tree: %s\n">(etree_word(evi->etree_leaf, evi->etree_rt_leaf));
     if (!is_empty(evi->table_policy))
-        show_printf("   Table-policy Name: %s\n", evi->table_policy);
+        show_print<"   Table-policy Name: %s\n">(evi->table_policy);
     if (!is_empty(evi->route_policy_import))
-        show_printf("   Route-policy Import: %s\n", evi->route_policy_import);
+        show_print<"   Route-policy Import: %s\n">(evi->route_policy_import);
     if (!is_empty(evi->route_policy_export))
-        show_printf("   Route-policy Export: %s\n", evi->route_policy_export);
-    show_printf("   Forward-class: %u\n", evi->forward_class);
-    show_printf("   Advertise MACs: %s\n", Yes_or_No_str(evi->advertise_macs));
-    show_printf("   Advertise BVI MACs: %s\n", Yes_or_No_str(evi->advertise_bvi_macs));
-    show_printf("   Aliasing: %s\n", enabled_unless(evi->aliasing_disabled));
-    show_printf("   UUF: %s\n", enabled_unless(evi->uuf_disabled));
-    show_printf("   Re-origination: %s\n", enabled_unless(evi->reorigination_disabled));
-    show_printf("   Multicast:\n");
-    show_printf("     Source connected   : %s\n", Yes_or_No_str(evi->mcast_source_connected));
-    show_printf("     IGMP-Snooping Proxy: %s\n", Yes_or_No_str(evi->igmp_snooping_proxy));
-    show_printf("     MLD-Snooping Proxy : %s\n", Yes_or_No_str(evi->mld_snooping_proxy));
-    show_printf("   BGP Implicit Import: %s\n", enabled_unless(evi->implicit_import_disabled));
-    show_printf("   VRF Name: %s\n", text_of(evi->vrf_name));
+        show_print<"   Route-policy Export: %s\n">(evi->route_policy_export);
+    show_print<"   Forward-class: %u\n">(evi->forward_class);
+    show_print<"   Advertise MACs: %s\n">(Yes_or_No_str(evi->advertise_macs));
+    show_print<"   Advertise BVI MACs: %s\n">(Yes_or_No_str(evi->advertise_bvi_macs));
+    show_print<"   Aliasing: %s\n">(enabled_unless(evi->aliasing_disabled));
+    show_print<"   UUF: %s\n">(enabled_unless(evi->uuf_disabled));
+    show_print<"   Re-origination: %s\n">(enabled_unless(evi->reorigination_disabled));
+    show_print<"   Multicast:\n">();
+    show_print<"     Source connected   : %s\n">(Yes_or_No_str(evi->mcast_source_connected));
+    show_print<"     IGMP-Snooping Proxy: %s\n">(Yes_or_No_str(evi->igmp_snooping_proxy));
+    show_print<"     MLD-Snooping Proxy : %s\n">(Yes_or_No_str(evi->mld_snooping_proxy));
+    show_print<"   BGP Implicit Import: %s\n">(enabled_unless(evi->implicit_import_disabled));
+    show_print<"   VRF Name: %s\n">(text_of(evi->vrf_name));
     if (priv)
-        show_printf("   VRF Table EOD: %s\n     Expected: %s\n     Why     : %s\n",
-                    Yes_or_No_str(evi->vrf_table_eod), Yes_or_No_str(evi->vrf_table_eod_expected),
+        show_print<"   VRF Table EOD: %s\n     Expected: %s\n     Why     : %s\n">(
+                Yes_or_No_str(evi->vrf_table_eod), Yes_or_No_str(evi->vrf_table_eod_expected),
                     text_of(evi->vrf_table_eod_why));
     if (!is_empty(evi->srv6_locator_name)) {
-        show_printf("   SRv6 Locator Name: %s\n", evi->srv6_locator_name);
+        show_print<"   SRv6 Locator Name: %s\n">(evi->srv6_locator_name);
         if (priv)
-            show_printf("   SRv6 Locator ID: %u\n", evi->srv6_locator_id);
+            show_print<"   SRv6 Locator ID: %u\n">(evi->srv6_locator_id);
     }
-    show_printf("   Preferred Nexthop Mode: %s\n", nexthop_mode_word(evi->preferred_nexthop_mode));
+    show_print<"   Preferred Nexthop Mode: %s\n">(nexthop_mode_word(evi->preferred_nexthop_mode));
     if (priv)
-        show_printf("   ECMP Disable: %s\n", enabled_if(evi->ecmp_disable));
+        show_print<"   ECMP Disable: %s\n">(enabled_if(evi->ecmp_disable));
     if (has_mtu_settings(evi->evi_kind)) {
-        show_printf("   Ignore MTU Mismatch: %s\n", enabled_if(evi->ignore_mtu_mismatch));
-        show_printf("   Transmit MTU Zero: %s\n", enabled_if(evi->transmit_mtu_zero));
+        show_print<"   Ignore MTU Mismatch: %s\n">(enabled_if(evi->ignore_mtu_mismatch));
+        show_print<"   Transmit MTU Zero: %s\n">(enabled_if(evi->transmit_mtu_zero));
     }
-    show_printf("   BVI Coupled Mode: %s\n", Yes_or_No_str(evi->bvi_coupled_mode));
-    show_printf("   BVI Subnet Withheld: ipv4 %s, ipv6 %s\n",
-                Yes_or_No_str(evi->bvi_subnet_withheld_ipv4),
+    show_print<"   BVI Coupled Mode: %s\n">(Yes_or_No_str(evi->bvi_coupled_mode));
+    show_print<"   BVI Subnet Withheld: ipv4 %s, ipv6 %s\n">(
+            Yes_or_No_str(evi->bvi_subnet_withheld_ipv4),
                 Yes_or_No_str(evi->bvi_subnet_withheld_ipv6));
 
     if (evi->has_statistics)
@@ -346,17 +348,17 @@ void print_evpn_evi_detail_stats(const l2vpn_evpn_evi_detail_bag *evi, const Pri
 
     const TrafficCounters packets = packets_of(stats);
     const TrafficCounters bytes = bytes_of(stats);
-    show_printf("\n%sStatistics:\n", kStatsIndent);
+    show_print<"\n%sStatistics:\n">(kStatsIndent);
     if (wants_detailed_form(stats)) {
         print_packets_heading();
         print_total_unicast(packets);
         print_broadcast_multicast(packets);
-        show_printf("%s    Unknown Unicast: N/A                  %-20lu\n", kStatsIndent,
+        show_print<"%s    Unknown Unicast: N/A                  %-20lu\n">(kStatsIndent,
                     ul(packets.rx_unknown_unicast));
         print_bytes_heading();
         print_total_unicast(bytes);
         print_broadcast_multicast(bytes);
-        show_printf("%s    Unknown Unicast: N/A                  %-20lu\n\n", kStatsIndent,
+        show_print<"%s    Unknown Unicast: N/A                  %-20lu\n\n">(kStatsIndent,
                     ul(bytes.rx_unknown_unicast));
     } else {
         print_packets_heading();
@@ -375,29 +377,29 @@ void print_evpn_evi_rd_rt_section(const l2vpn_evpn_evi_detail_bag *evi) {
         return;
     char rd[L2VPN_RD_STR_SIZE];
     if (!rd_text(&evi->rd_config, rd)) {
-        show_printf("%s", kRdError);
+        show_print<"%s">(kRdError);
         return;
     }
-    show_printf("   RD Config: %s\n", rd);
+    show_print<"   RD Config: %s\n">(rd);
     if (!rd_text(&evi->rd_auto, rd)) {
-        show_printf("%s", kRdError);
+        show_print<"%s">(kRdError);
         return;
     }
-    show_printf("   RD Auto  : %s\n", rd);
+    show_print<"   RD Auto  : %s\n">(rd);
     char rt[L2VPN_RT_STR_SIZE];
     if (!rt_text(&evi->rt_auto, rt)) {
-        show_printf("%s", kRtError);
+        show_print<"%s">(kRtError);
         return;
     }
-    show_printf("   RT Auto  : %s", rt);
-    show_printf("\n");
+    show_print<"   RT Auto  : %s">(rt);
+    show_print<"\n">();
     if (evi->rt_import_none)
-        show_printf("    RT Import None Set\n");
+        show_print<"    RT Import None Set\n">();
     if (evi->rt_export_none)
-        show_printf("    RT Export None Set\n");
+        show_print<"    RT Export None Set\n">();
 
-    show_printf("   %-30.30s %-21.21s\n", "Route Targets in Use", "Type");
-    show_printf("   %-30.30s %-21.21s\n", kColumnRule, kColumnRule);
+    show_print<"   %-30.30s %-21.21s\n">("Route Targets in Use", "Type");
+    show_print<"   %-30.30s %-21.21s\n">(kColumnRule, kColumnRule);
     char path[EVPN_PATH_SIZE];
     show_snprintf(path, sizeof path, EVPN_PATH_EVI_RT "-evi_encap/0x%x,0x%x", evi->vpn_id, evi->encap);
     // A nested walk: it collects no statistics, so the outer batch's table stays.
@@ -405,7 +407,7 @@ void print_evpn_evi_rd_rt_section(const l2vpn_evpn_evi_detail_bag *evi) {
 
     if (show_filter.private_view)
         print_evi_private_tail(evi);
-    show_printf("\n");
+    show_print<"\n">();
 }
 
 // ---- Route targets and route distinguishers ----------------------------------------
@@ -416,16 +418,16 @@ void print_evpn_evi_bgp_rt_bag(const void *record, const char *, PrintContext *)
         return;
     char text[L2VPN_RT_STR_SIZE];
     if (!rt_text(&rt->rt, text)) {
-        show_printf("%s", kRtError);
+        show_print<"%s">(kRtError);
         return;
     }
-    show_printf("   %-30.30s ", text);
-    show_printf("%-9.9s%-12.12s", rt_type_word(rt->rt_type, rt->vpn_id),
+    show_print<"   %-30.30s ">(text);
+    show_print<"%-9.9s%-12.12s">(rt_type_word(rt->rt_type, rt->vpn_id),
                 rt->stitching ? "(stitching)" : "");
     if (show_filter.private_view)
         infra_db_print_evt_hist_bag(&rt->event_history, &rt->event_history_info,
                                     "EVPN RT event history");
-    show_printf("\n");
+    show_print<"\n">();
 }
 
 // Five RTs to a line; a value that does not convert ends the whole list.
@@ -436,32 +438,32 @@ void print_evpn_rd_rt_list(const l2vpn_evpn_rd_rt_entry *entries, uint32_t count
         const l2vpn_evpn_rd_rt_entry &entry = entries[i];
         char rd[L2VPN_RD_STR_SIZE];
         if (!rd_text(&entry.rd, rd)) {
-            show_printf("%s", kRdError);
+            show_print<"%s">(kRdError);
             return;
         }
-        show_printf("\n     RD: %s, Num RTs: %d %s", rd, static_cast<int>(entry.rts.count),
+        show_print<"\n     RD: %s, Num RTs: %d %s">(rd, static_cast<int>(entry.rts.count),
                     entry.stitching ? "(Stitching)" : "");
-        show_printf("     RT List:\n");
-        show_printf("%s", kRtListIndent);
+        show_print<"     RT List:\n">();
+        show_print<"%s">(kRtListIndent);
         if (entry.rts.data == nullptr)
             continue;
         uint32_t on_line = 0;
         for (uint32_t j = 0; j < entry.rts.count; j++) {
             char rt[L2VPN_RT_STR_SIZE];
             if (!rt_text(&entry.rts.data[j], rt)) {
-                show_printf("%s", kRtError);
+                show_print<"%s">(kRtError);
                 return;
             }
-            show_printf("%s, ", rt);
+            show_print<"%s, ">(rt);
             if (++on_line == kRtsPerLine) {
-                show_printf("\n");
+                show_print<"\n">();
                 on_line = 0;
                 if (j + 1 < entry.rts.count)
-                    show_printf("%s", kRtListIndent);
+                    show_print<"%s">(kRtListIndent);
             }
         }
         if (on_line > 0)
-            show_printf("\n");
+            show_print<"\n">();
     }
 }
 
@@ -470,18 +472,18 @@ void print_evpn_rd_private_bag(const void *record, const char *, PrintContext *)
         return;
     const auto *entry = static_cast<const l2vpn_evpn_rd_private_bag *>(record);
     if (entry == nullptr) {
-        show_printf("\n Error! a pointer is null");
-        show_printf("\n");
+        show_print<"\n Error! a pointer is null">();
+        show_print<"\n">();
         return;
     }
     char rd[L2VPN_RD_STR_SIZE];
     if (rd_text(&entry->rd, rd))
-        show_printf(" Route Distinguisher:  %s", rd);
+        show_print<" Route Distinguisher:  %s">(rd);
     else
-        show_printf("%s", kRdError);
+        show_print<"%s">(kRdError);
     infra_db_print_evt_hist_bag(&entry->event_history, &entry->event_history_info,
                                 "EVPN RD DB event history");
-    show_printf("\n");
+    show_print<"\n">();
 }
 
 // ---- Tunnel endpoints ----------------------------------------------------------------
@@ -492,47 +494,47 @@ void print_evpn_tep_bag(const void *record, const char *, const char *tag) {
     if (tep == nullptr)
         return;
     // The address text is overwritten by the next address formatted.
-    show_printf("0x%08x %-12s %-40.40s ", tep->tep_id, tep_type_word(tep->tep_type),
+    show_print<"0x%08x %-12s %-40.40s ">(tep->tep_id, tep_type_word(tep->tep_type),
                 l2vpn_inet_ntop(&tep->local_nexthop));
-    show_printf("%-40.40s\n", l2vpn_inet_ntop(&tep->remote_nexthop));
+    show_print<"%-40.40s\n">(l2vpn_inet_ntop(&tep->remote_nexthop));
     if (!show_filter.detail && !show_filter.private_view) {
-        show_printf("\n");
+        show_print<"\n">();
         return;
     }
-    show_printf("  In-use count: %u\n", tep->in_use_count);
-    show_printf("  VRF: Name '%s', Table-Id 0x%08x\n", text_of(tep->vrf_name), tep->vrf_table_id);
+    show_print<"  In-use count: %u\n">(tep->in_use_count);
+    show_print<"  VRF: Name '%s', Table-Id 0x%08x\n">(text_of(tep->vrf_name), tep->vrf_table_id);
     // No line end: the UDP port follows on the same line.
     if (tep->local_vpn_id != 0)
-        show_printf("  Local VPN-ID: %-8u Encap:%-6s", tep->local_vpn_id,
+        show_print<"  Local VPN-ID: %-8u Encap:%-6s">(tep->local_vpn_id,
                     evpn_bgp_encap_type_to_str(tep->local_encap));
-    show_printf("  UDP port: %d\n", static_cast<int>(tep->udp_port));
+    show_print<"  UDP port: %d\n">(static_cast<int>(tep->udp_port));
     if (tep->remote_vpn_id != 0)
-        show_printf("  Remote VPN-ID: %-8u Encap:%-6s\n", tep->remote_vpn_id,
+        show_print<"  Remote VPN-ID: %-8u Encap:%-6s\n">(tep->remote_vpn_id,
                     evpn_bgp_encap_type_to_str(tep->remote_encap));
-    show_printf("  Notification registrations:\n");
+    show_print<"  Notification registrations:\n">();
     char path[EVPN_PATH_SIZE];
-    show_snprintf(path, sizeof path, EVPN_PATH_TEP "/%s/notification", text_of(tag));
+    show_sprint<EVPN_PATH_TEP "/%s/notification">(path, text_of(tag));
     evpn_show_walk(kTepNotification, path);
     if (show_filter.private_view) {
-        show_printf("  L3FIB Status: ");
-        show_printf("%s", tep->l3fib_registered ? "Registered" : "Not Registered");
-        show_printf(", %s\n", tep->l3fib_reachable ? "Reachable" : "Not Reachable");
+        show_print<"  L3FIB Status: ">();
+        show_print<"%s">(tep->l3fib_registered ? "Registered" : "Not Registered");
+        show_print<", %s\n">(tep->l3fib_reachable ? "Reachable" : "Not Reachable");
         infra_db_print_evt_hist_bag(&tep->event_history, &tep->event_history_info,
                                     "L2VPN TEP event history");
     }
-    show_printf("\n");
+    show_print<"\n">();
 }
 
 void print_evpn_tep_notification_entry(const void *record, const char *, PrintContext *) {
     const auto *entry = static_cast<const l2vpn_evpn_tep_notification_entry_bag *>(record);
     if (entry != nullptr)
-        show_printf("   %s\n", text_of(entry->name));
+        show_print<"   %s\n">(text_of(entry->name));
 }
 
 // The list display's step for one endpoint name: fetch and print its record.
 void show_evpn_tep_info(const void *, const char *item_name, const char *) {
     char path[EVPN_PATH_SIZE];
-    show_snprintf(path, sizeof path, EVPN_PATH_TEP "/%s/info", item_name);
+    show_sprint<EVPN_PATH_TEP "/%s/info">(path, item_name);
     const l2vpn_show_context_t one{path,         print_evpn_tep_bag,
                                    kTep.desc(),  kTep.record_size,
                                    0,            EVPN_DATALIST_OPT_NONE,
@@ -546,8 +548,8 @@ void show_evpn_tep_info(const void *, const char *item_name, const char *) {
 
 void show_evpn_rd(const ShowCommandDef &) {
     if (!show_filter.private_view) return;
-    show_printf("Route Distinguisher (RD) database\n");
-    show_printf("---------------------------------\n");
+    show_print<"Route Distinguisher (RD) database\n">();
+    show_print<"---------------------------------\n">();
     evpn_show_walk(kRdPrivate, EVPN_PATH_RD);
 }
 
@@ -558,7 +560,7 @@ void show_evpn_evi(const ShowCommandDef &) {
 
     show_printf(kColumns, "VPN-ID", "Encap", "Bridge Domain", "Type");
     show_printf(kColumns, kColumnRule, kColumnRule, kColumnRule, kColumnRule);
-    show_printf("\n");
+    show_print<"\n">();
 
     const bool detailed = f.detail || f.private_view;
     const char *base = detailed ? EVPN_PATH_EVI_DETAIL : EVPN_PATH_EVI;
@@ -585,7 +587,7 @@ void show_evpn_tep(const ShowCommandDef &) {
     }
     // The VPN ID serves as the endpoint identifier.
     char key[EVPN_PATH_SIZE], path[EVPN_PATH_SIZE];
-    show_snprintf(key, sizeof key, "%x", show_filter.value);
+    show_sprint<"%x">(key, show_filter.value);
     compose_path(path, EVPN_PATH_TEP "/%s/info", key);
     const l2vpn_show_context_t one{path,  print_evpn_tep_bag,  kTep.desc(), kTep.record_size, 0,
                                    EVPN_DATALIST_OPT_NONE, sysdb_handle, key};

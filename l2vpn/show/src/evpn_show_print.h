@@ -240,6 +240,7 @@ void show_evpn_ges_map(const ShowCommandDef &cmd);      // 19
 // formatted there, at a fraction of the C library's cost; any other format
 // goes to the C library. show_vsnprintf and show_snprintf may use the whole
 // buffer they are given: past the text's NUL its bytes are unspecified.
+// A literal format is better served by show_print (evpn_show_format.h).
 __attribute__((format(printf, 1, 2))) int show_printf(const char *format, ...);
 int show_vprintf(const char *format, va_list ap);
 int show_vsnprintf(char *buf, size_t size, const char *format, va_list ap);

@@ -8,6 +8,7 @@
 #include <iterator>
 #include <type_traits>
 
+#include "evpn_show_format.h"
 #include "evpn_show_print.h"
 #include "evpn_show_words.h"
 #include "platform/caps.h"
@@ -60,17 +61,17 @@ static_assert(std::size(kEsDiagLabels) ==
 // A route total split into plain MACs and MAC-IP routes; the plain count is
 // taken in 32-bit arithmetic, so a total lagging its parts wraps.
 void print_mac_split(uint32_t total, uint32_t ipv4, uint32_t ipv6) {
-    show_printf("          MAC                      : %u\n", total - ipv4 - ipv6);
-    show_printf("          MAC-IPv4                 : %u\n", ipv4);
-    show_printf("          MAC-IPv6                 : %u\n", ipv6);
+    show_print<"          MAC                      : %u\n">(total - ipv4 - ipv6);
+    show_print<"          MAC-IPv4                 : %u\n">(ipv4);
+    show_print<"          MAC-IPv6                 : %u\n">(ipv6);
 }
 
 // Ends a timer line with its running state; the time left is cut to tenths.
 void print_running_suffix(uint32_t left_ms) {
     if (left_ms == 0)
-        show_printf("[not running]\n");
+        show_print<"[not running]\n">();
     else
-        show_printf("[running, %d.%d sec left]\n", static_cast<int>(left_ms / 1000),
+        show_print<"[running, %d.%d sec left]\n">(static_cast<int>(left_ms / 1000),
                     static_cast<int>(left_ms % 1000 / 100));
 }
 
@@ -85,7 +86,7 @@ constexpr const char *kClientTypes[] = {"IGMPSN", "IGMP", "MRIB", "MLD", "MLDSN"
 bool print_grp_interfaces(const bag_array<evpn_grp_intf_entry> &list) {
     const uint32_t n = count_of(list);
     for (uint32_t i = 0; i < n; i++)
-        show_printf("     %s: %s\n", text_of(list.data[i].name),
+        show_print<"     %s: %s\n">(text_of(list.data[i].name),
                     im_state_reverse_lookup(list.data[i].if_state, 0));
     return n != 0;
 }
@@ -96,13 +97,13 @@ uint32_t trace_word(const evt_hist_entry_bag &e, uint32_t i) {
 }
 
 void print_es_diag_section(const l2vpn_evpn_summary_bag &s) {
-    show_printf("Ethernet Segment Section\n");
-    show_printf("%-18.18s|%4s %-18s %8s\n", "", "Cnt", "Last Time", "Last Arg");
+    show_print<"Ethernet Segment Section\n">();
+    show_print<"%-18.18s|%4s %-18s %8s\n">("", "Cnt", "Last Time", "Last Arg");
     for (size_t i = 0; i < std::size(kEsDiagLabels); i++) {
         show_printf(i == 0 ? "%19.19s" : "\n%19.19s", kEsDiagLabels[i]);
         l2vpn_diag_stats_print_bag(&s.es_diag[i]);
     }
-    show_printf("\n");
+    show_print<"\n">();
 }
 
 // ---- SRv6 ------------------------------------------------------------------
@@ -123,7 +124,7 @@ void print_srv6_item_list(const void *items, uint32_t count, const char *title,
     const uint8_t indent = static_cast<uint8_t>(show_printf("   %s: ", title));
     uint8_t column = indent;
     if (items == nullptr || count == 0) {
-        show_printf("\n");
+        show_print<"\n">();
         return;
     }
     for (uint32_t i = 0; i < count; i++) {
@@ -139,14 +140,14 @@ void print_srv6_item_list(const void *items, uint32_t count, const char *title,
         const uint8_t len = static_cast<uint8_t>(strlen(item));
         if (column + len > kSrv6ItemLineEnd) {
             show_printf("\n%*s", indent, " ");
-            show_printf("%s", item);
+            show_print<"%s">(item);
             column = static_cast<uint8_t>(indent + len);
         } else {
-            show_printf("%s", item);
+            show_print<"%s">(item);
             column = static_cast<uint8_t>(column + len);
         }
     }
-    show_printf("\n");
+    show_print<"\n">();
 }
 
 // Headings and rows share one format per view; the first column is as wide
@@ -160,14 +161,14 @@ void print_srv6_locator(const l2vpn_evpn_srv6_locator_entry &loc, int width, boo
                         bool detail) {
     char prefix[kSrv6PrefixSize], services[kSrv6NumberSize], sids[kSrv6NumberSize];
     char locator_id[kSrv6NumberSize], flags[kSrv6FlagsSize] = "";
-    show_snprintf(prefix, sizeof prefix, "%s/%d", l2vpn_inet_ntop(&loc.prefix), loc.prefix_len);
-    show_snprintf(services, sizeof services, "%u", loc.service_count);
-    show_snprintf(sids, sizeof sids, "%u", loc.sid_count);
+    show_sprint<"%s/%d">(prefix, l2vpn_inet_ntop(&loc.prefix), loc.prefix_len);
+    show_sprint<"%u">(services, loc.service_count);
+    show_sprint<"%u">(sids, loc.sid_count);
     if (priv)
-        show_snprintf(locator_id, sizeof locator_id, "%u", loc.locator_id);
+        show_sprint<"%u">(locator_id, loc.locator_id);
     char flags_text[kSrv6FlagsSize];
     if (srv6_util_locator_flags_print(loc.flags, flags_text, sizeof flags_text))
-        show_snprintf(flags, sizeof flags, "%s", flags_text);
+        show_sprint<"%s">(flags, flags_text);
     if (priv)
         show_printf(kLocatorColumnsPrivate, width, text_of(loc.name), prefix, locator_id,
                     true_false(loc.oor), true_false(loc.in_use), flags, services, sids);
@@ -177,7 +178,7 @@ void print_srv6_locator(const l2vpn_evpn_srv6_locator_entry &loc, int width, boo
     if (!detail)
         return;
     if (loc.is_default)
-        show_printf("   Default locator\n");
+        show_print<"   Default locator\n">();
     if (count_of(loc.evis))
         print_srv6_item_list(loc.evis.data, loc.evis.count, "Configured on EVIs <evi>",
                              kSrv6ItemEvis);
@@ -244,18 +245,18 @@ template <size_t N>
 void print_es_origin(const char *label, const uint8_t *mac, const char *const (&words)[N],
                      int32_t origin) {
     if (origin >= 0 && origin < static_cast<int32_t>(N))
-        show_printf("  %-18.18s: %s %s\n", label, macstring(mac, 6), words[origin]);
+        show_print<"  %-18.18s: %s %s\n">(label, macstring(mac, 6), words[origin]);
     else
-        show_printf("  %-18.18s: %s %u\n", label, macstring(mac, 6), static_cast<uint32_t>(origin));
+        show_print<"  %-18.18s: %s %u\n">(label, macstring(mac, 6), static_cast<uint32_t>(origin));
 }
 
 template <size_t N>
 void print_es_topology(const char *label, const char *const (&words)[N], int32_t topology,
                        const char *suffix) {
     if (topology >= 0 && topology < static_cast<int32_t>(N))
-        show_printf("     %-15.15s: %s%s\n", label, words[topology], suffix);
+        show_print<"     %-15.15s: %s%s\n">(label, words[topology], suffix);
     else
-        show_printf("     %-15.15s: %u%s\n", label, static_cast<uint32_t>(topology), suffix);
+        show_print<"     %-15.15s: %u%s\n">(label, static_cast<uint32_t>(topology), suffix);
 }
 
 const char *local_or_global(uint32_t local) { return local ? "(local)" : "(global)"; }
@@ -270,85 +271,85 @@ void es_label_text(uint32_t label, char (&buf)[EVPN_LABEL_TEXT_SIZE]) {
 void print_es_display_name(const char *name) {
     char buf[kEsNameSize] = {};
     im_display_namestring(name, buf, kEsIfNameSize, 0);
-    show_printf("%s\n", buf[0] ? buf : "N/A");
+    show_print<"%s\n">(buf[0] ? buf : "N/A");
 }
 
 void print_es_brief(const l2vpn_evpn_es_bag &es, bool etree, bool priv) {
     const char *esi = text_of(es.esi_text);
-    show_printf("%-24.24s ", etree || is_nonzero_show_esi_string(esi) ? esi : "N/A");
+    show_print<"%-24.24s ">(etree || is_nonzero_show_esi_string(esi) ? esi : "N/A");
 
     char name[kEsNameSize] = {};
     if (es_named_by_ves(es.es_kind)) {
         // A name with no display form leaves the column out.
         convert_pw_or_vfi_ves_namestring(es.name, name);
-        if (name[0]) show_printf("%-34.34s", name);
+        if (name[0]) show_print<"%-34.34s">(name);
     } else {
         im_display_namestring(es.name, name, kEsIfNameSize, 1);
-        show_printf("%-34.34s", name[0] ? name : "N/A");
+        show_print<"%-34.34s">(name[0] ? name : "N/A");
     }
 
     const uint32_t n = count_of(es.nexthops);
     if (n == 0) {
-        show_printf(" %-30.30s\n", "N/A");
+        show_print<" %-30.30s\n">("N/A");
         return;
     }
     for (uint32_t i = 0; i < n; i++) {
         const l2vpn_evpn_es_nexthop &nh = es.nexthops.data[i];
-        if (i > 0) show_printf("%-59.59s", "");  // under the first address
-        show_printf(" %s", l2vpn_inet_ntop(&nh.address));
-        if (priv) show_printf(" %s%s", nh.nh_standby ? "S" : " ", nh.nh_up ? "U" : " ");
-        show_printf("\n");
+        if (i > 0) show_print<"%-59.59s">("");  // under the first address
+        show_print<" %s">(l2vpn_inet_ntop(&nh.address));
+        if (priv) show_print<" %s%s">(nh.nh_standby ? "S" : " ", nh.nh_up ? "U" : " ");
+        show_print<"\n">();
     }
 }
 
 void print_es_interface(const l2vpn_evpn_es_bag &es, bool priv) {
     const char *state = code_word(kEsStateWords, es.state, "Invalid");
     if (es_is_pw_or_vfi(es.es_kind)) {
-        show_printf("  %-18.18s:\n", "Virtual Access");
-        show_printf("     %-15.15s: %s\n", "Name", text_of(es.name));
-        show_printf("     %-15.15s: %s\n", "State", state);
-        show_printf("     %-15.15s: %u\n", "Num PW Up", es.num_pw_up);
+        show_print<"  Virtual Access    :\n">();
+        show_print<"     Name           : %s\n">(text_of(es.name));
+        show_print<"     State          : %s\n">(state);
+        show_print<"     Num PW Up      : %u\n">(es.num_pw_up);
     } else {
         const bool vai = es.es_kind == kEsKindVirtualAccessIf;
-        show_printf("  %-18.18s:\n", vai ? "Virtual Access" : "Main port");
-        show_printf("     %-15.15s: ", "Interface name");
+        show_print<"  %-18.18s:\n">(vai ? "Virtual Access" : "Main port");
+        show_print<"     Interface name : ">();
         print_es_display_name(es.name);
-        if (!vai) show_printf("     %-15.15s: %s\n", "Interface MAC", macstring(es.interface_mac, 6));
-        show_printf("     %-15.15s: 0x%08x\n", "IfHandle", es.ifhandle);
-        show_printf("     %-15.15s: %s%s\n", "State", state,
-                    es.staggered_bringup ? " (in staggered bring-up)" : "");
+        if (!vai) show_print<"     Interface MAC  : %s\n">(macstring(es.interface_mac, 6));
+        show_print<"     IfHandle       : 0x%08x\n">(es.ifhandle);
+        show_print<"     State          : %s%s\n">(
+                state, es.staggered_bringup ? " (in staggered bring-up)" : "");
         if (!vai) {
             if (es.redundancy < std::size(kEsRedundancyWords))
-                show_printf("     %-15.15s: %s\n", "Redundancy", kEsRedundancyWords[es.redundancy]);
+                show_print<"     Redundancy     : %s\n">(kEsRedundancyWords[es.redundancy]);
             else
-                show_printf("     %-15.15s: 0x%08x\n", "Redundancy", es.redundancy);
+                show_print<"     Redundancy     : 0x%08x\n">(es.redundancy);
             if (es.ves_main_port) {
-                show_printf("  %-18.18s:\n", "VES Main port");
-                show_printf("     %-15.15s: %s\n", "Grouping MAC", macstring(es.grouping_mac, 6));
-                show_printf("     %-15.15s: %u\n", "vES subinterfaces linked", es.ves_subif_count);
-                if (priv) show_printf("     %-15.15s: %u\n", "Peering count", es.ves_peering_count);
+                show_print<"  VES Main port     :\n">();
+                show_print<"     Grouping MAC   : %s\n">(macstring(es.grouping_mac, 6));
+                show_print<"     %-15.15s: %u\n">("vES subinterfaces linked", es.ves_subif_count);
+                if (priv) show_print<"     Peering count  : %u\n">(es.ves_peering_count);
             }
         }
     }
-    if (priv) show_printf("  %-18.18s: 0x%x\n", "ESI ID", es.esi_id);
+    if (priv) show_print<"  ESI ID            : 0x%x\n">(es.esi_id);
 }
 
 void print_es_esi_type(const l2vpn_evpn_es_bag &es) {
     switch (es.esi_type) {
     case 0:
-        show_printf("  %-18.18s: %d\n", "ESI type", 0);
-        show_printf("     %-15.15s: %s\n", "Value", text_of(es.esi_text));
+        show_print<"  ESI type          : %d\n">(0);
+        show_print<"     Value          : %s\n">(text_of(es.esi_text));
         break;
     case 1:
-        show_printf("  %-18.18s: %d\n", "ESI type", 1);
-        show_printf("     %-15.15s: %s\n", "System-id", text_of(es.system_id));
-        show_printf("     %-15.15s: %04x\n", "Port key", es.port_key);
+        show_print<"  ESI type          : %d\n">(1);
+        show_print<"     System-id      : %s\n">(text_of(es.system_id));
+        show_print<"     Port key       : %04x\n">(es.port_key);
         break;
     case 2: case 3: case 4: case 5:
-        show_printf("  %-18.18s: %d\n", "ESI type", static_cast<int>(es.esi_type));
+        show_print<"  ESI type          : %d\n">(static_cast<int>(es.esi_type));
         break;
     default:
-        show_printf("  %-18.18s: %s\n", "ESI type", "Invalid");
+        show_print<"  ESI type          : %s\n">("Invalid");
     }
 }
 
@@ -356,66 +357,68 @@ void print_es_esi_type(const l2vpn_evpn_es_bag &es) {
 // -p the text it was configured with.
 void print_es_manual_list(const char *label, const bag_array<uint32_t> &list, const char *tag,
                           const char *input, bool priv) {
-    show_printf("     %-15.15s: ", label);
-    show_printf("%u\n", count_of(list));
+    show_print<"     %-15.15s: ">(label);
+    show_print<"%u\n">(count_of(list));
     if (count_of(list)) print_carving_values(list.data, list.count, tag, true, "");
     if (priv) {
-        show_printf("     %-15.15s: ", "Input String");
-        show_printf("%s\n", input && input[0] ? input : "None");
+        show_print<"     Input String   : ">();
+        show_print<"%s\n">(input && input[0] ? input : "None");
     }
 }
 
 void print_es_carving(const l2vpn_evpn_es_bag &es, bool priv) {
-    show_printf("  %-18.18s: ", "Service Carving");
-    show_printf("%s", code_word(kEsCarvingModeTexts, es.carving_mode, "Invalid\n"));
+    show_print<"  Service Carving   : ">();
+    show_print<"%s">(code_word(kEsCarvingModeTexts, es.carving_mode, "Invalid\n"));
     if (es.carving_mode == kEsCarvingManual) {
         print_es_manual_list("Primary", es.manual_primary, "Pri", es.manual_primary_input, priv);
         print_es_manual_list("Secondary", es.manual_secondary, "Sec", es.manual_secondary_input,
                              priv);
     } else if (es.carving_mode == kEsCarvingPreferential && priv) {
-        show_printf("     %-15.15s: ", "Config Weight");
-        show_printf("%d\n", es.pref_config_weight);
-        show_printf("     %-15.15s: ", "Oper Weight");
-        show_printf("%d\n", es.pref_oper_weight);
-        show_printf("     %-15.15s: ", "Access Driven");
-        show_printf("%s\n", es.pref_access_driven ? "Enabled" : "Disabled");
+        show_print<"     Config Weight  : ">();
+        show_print<"%d\n">(es.pref_config_weight);
+        show_print<"     Oper Weight    : ">();
+        show_print<"%d\n">(es.pref_oper_weight);
+        show_print<"     Access Driven  : ">();
+        show_print<"%s\n">(es.pref_access_driven ? "Enabled" : "Disabled");
     }
-    show_printf("     %-15.15s: ", "Multicast");
-    show_printf("%s", code_word(kEsMcastCarvingTexts, es.mcast_carving_mode, "Invalid\n"));
+    show_print<"     Multicast      : ">();
+    show_print<"%s">(code_word(kEsMcastCarvingTexts, es.mcast_carving_mode, "Invalid\n"));
 }
 
 void print_es_convergence(const l2vpn_evpn_es_bag &es) {
     const bool mobility = es.conv_mac_mobility, reroute = es.conv_reroute;
-    show_printf("  %-18.18s: %s", "Convergence", mobility ? "MAC-Mobility" : "");
-    show_printf("%s", reroute ? (mobility ? ", Reroute" : "Reroute") : "");
-    show_printf("%s", es.conv_nh_tracking ? (mobility || reroute ? ", NH-Tracking" : "NH-Tracking") : "");
-    show_printf("\n");
+    show_print<"  Convergence       : %s">(mobility ? "MAC-Mobility" : "");
+    show_print<"%s">(reroute ? (mobility ? ", Reroute" : "Reroute") : "");
+    show_print<"%s">(
+            es.conv_nh_tracking ? (mobility || reroute ? ", NH-Tracking" : "NH-Tracking") : "");
+    show_print<"\n">();
     if (mobility) {
         char last[kEsTimeSize] = {};
         l2vpn_timespec_string(&es.mobility_flush_last, last, sizeof last);
-        show_printf("     %-15.15s: Debounce %u sec, Count %u, Skip %u\n", "Mobility-Flush",
-                    es.mobility_flush_debounce, es.mobility_flush_count, es.mobility_flush_skip);
-        show_printf("     %-15.15s: Last %s\n", "", es.mobility_flush_count ? last : "n/a");
+        show_print<"     Mobility-Flush : Debounce %u sec, Count %u, Skip %u\n">(
+                es.mobility_flush_debounce, es.mobility_flush_count, es.mobility_flush_skip);
+        show_print<"     %-15.15s: Last %s\n">("", es.mobility_flush_count ? last : "n/a");
     }
     if (es.conv_nh_tracking)
-        show_printf("     %-15.15s: %s\n", "Tracked Nexthop", l2vpn_inet_ntop(&es.tracked_nexthop));
+        show_print<"     Tracked Nexthop: %s\n">(l2vpn_inet_ntop(&es.tracked_nexthop));
 }
 
 void print_es_peers(const l2vpn_evpn_es_bag &es, bool priv) {
     const uint32_t n = count_of(es.nexthops);
-    show_printf("  %-18.18s: %u Nexthops\n", "Peering Details", n);
+    show_print<"  Peering Details   : %u Nexthops\n">(n);
     for (uint32_t i = 0; i < n; i++) {
         const l2vpn_evpn_es_nexthop &nh = es.nexthops.data[i];
-        show_printf("     %s [%s:%s:%02x%s]", l2vpn_inet_ntop(&nh.address),
+        show_print<"     %s [%s:%s:%02x%s]">(l2vpn_inet_ntop(&nh.address),
                     code_word(kEsDfTypeWords, nh.df_type, "Invalid"), nh.dont_preempt ? "DP" : "P",
                     nh.df_preference, nh.time_sync ? ":T" : "");
-        if (is_valid_mac(nh.mac)) show_printf("[%s]", macstring(nh.mac, 6));
-        if (priv) show_printf("[%u]", nh.df_info);
-        show_printf("\n");
+        if (is_valid_mac(nh.mac)) show_print<"[%s]">(macstring(nh.mac, 6));
+        if (priv) show_print<"[%u]">(nh.df_info);
+        show_print<"\n">();
     }
-    show_printf("  %s:\n", "Service Carving Synchronization");
-    show_printf("     %-15.15s: %s\n", "Mode", code_word(kEsCarvingSyncWords, es.carving_sync_mode, "INVALID"));
-    show_printf("     %-15.15s:\n", "Peer Updates");
+    show_print<"  Service Carving Synchronization:\n">();
+    show_print<"     Mode           : %s\n">(
+            code_word(kEsCarvingSyncWords, es.carving_sync_mode, "INVALID"));
+    show_print<"     Peer Updates   :\n">();
     for (uint32_t i = 0; i < n; i++) {
         const l2vpn_evpn_es_nexthop &nh = es.nexthops.data[i];
         const char *sct = "N/A";
@@ -424,7 +427,7 @@ void print_es_peers(const l2vpn_evpn_es_bag &es, bool priv) {
                              static_cast<suseconds_t>(nh.sct_usec % 1000000)};
             sct = l2vpn_timeval_to_str(&tv);
         }
-        show_printf("%s%16s [SCT: %s]\n", "        ", l2vpn_inet_ntop(&nh.address), sct);
+        show_print<"        %16s [SCT: %s]\n">(l2vpn_inet_ntop(&nh.address), sct);
     }
 }
 
@@ -441,26 +444,26 @@ void print_es_carving_lists(const bag_array<uint32_t> &isids,
 
 void print_es_vpws_list(const char *label, const bag_array<l2vpn_evpn_es_evi_etag> &list,
                         const char *tag, bool carving) {
-    show_printf("     %-15.15s: %d\n", label, static_cast<int>(count_of(list)));
+    show_print<"     %-15.15s: %d\n">(label, static_cast<int>(count_of(list)));
     if (carving && count_of(list)) print_carving_evi_etags(list.data, list.count, tag);
 }
 
 void print_es_results(const l2vpn_evpn_es_bag &es, bool carving) {
-    show_printf("  %s:\n", "Service Carving Results");
-    show_printf("     %-15.15s: %d\n", "Forwarders", static_cast<int>(es.forwarder_count));
-    show_printf("     %-15.15s: %d\n", "Elected", static_cast<int>(es.elected_count));
+    show_print<"  Service Carving Results:\n">();
+    show_print<"     Forwarders     : %d\n">(static_cast<int>(es.forwarder_count));
+    show_print<"     Elected        : %d\n">(static_cast<int>(es.elected_count));
     if (carving)
         print_es_carving_lists(es.elected_isids, es.elected_evis, es.elected_vnis,
                                es.elected_srv6, "E");
-    show_printf("     %-15.15s: %d", "Not Elected", static_cast<int>(es.not_elected_count));
+    show_print<"     Not Elected    : %d">(static_cast<int>(es.not_elected_count));
     if (es.carving_mode == kEsCarvingManual)
-        show_printf(" (incl. %d Not Configured)", static_cast<int>(es.not_configured_count));
-    show_printf("\n");
+        show_print<" (incl. %d Not Configured)">(static_cast<int>(es.not_configured_count));
+    show_print<"\n">();
     if (carving)
         print_es_carving_lists(es.not_elected_isids, es.not_elected_evis, es.not_elected_vnis,
                                es.not_elected_srv6, "NE");
 
-    show_printf("  %s:\n", "EVPN-VPWS Service Carving Results");
+    show_print<"  EVPN-VPWS Service Carving Results:\n">();
     print_es_vpws_list("Primary", es.vpws_primary, "P", carving);
     print_es_vpws_list("Backup", es.vpws_backup, "B", carving);
     print_es_vpws_list("Non-DF", es.vpws_non_df, "NDF", carving);
@@ -468,7 +471,7 @@ void print_es_results(const l2vpn_evpn_es_bag &es, bool carving) {
 
 // A timer line: its configured value, then whether it runs and for how long.
 void print_es_timer(const char *label, uint32_t value, uint32_t left_ms) {
-    show_printf("  %-18.18s: %d sec ", label, static_cast<int>(value));
+    show_print<"  %-18.18s: %d sec ">(label, static_cast<int>(value));
     print_running_suffix(left_ms);
 }
 
@@ -478,7 +481,7 @@ void print_es_timers(const l2vpn_evpn_es_bag &es, bool priv) {
     print_es_timer("Carving timer", es.carving_timer, es.carving_left);
     print_es_timer("HRW Reset timer", es.hrw_reset_timer, es.hrw_reset_left);
     if (priv) {
-        show_printf("  %-18.18s: %d msec ", "AC Debounce timer", static_cast<int>(es.ac_debounce_timer));
+        show_print<"  AC Debounce timer : %d msec ">(static_cast<int>(es.ac_debounce_timer));
         print_running_suffix(es.ac_debounce_left);
     }
 }
@@ -488,16 +491,16 @@ void print_es_labels(const l2vpn_evpn_es_bag &es, bool etree) {
     char label[EVPN_LABEL_TEXT_SIZE];
     es_label_text(es.local_label_valid ? es.local_label : kNoLabel, label);
     if (etree) {
-        show_printf("  %-18.18s: %s\n", "Local ETree label", label);
+        show_print<"  Local ETree label : %s\n">(label);
         return;
     }
-    show_printf("  %-18.18s: %s\n", "Local SHG label", label);
+    show_print<"  Local SHG label   : %s\n">(label);
     const uint32_t n = count_of(es.remote_shg_labels);
-    show_printf("  %-18.18s: %zu\n", "Remote SHG labels", static_cast<size_t>(n));
+    show_print<"  Remote SHG labels : %zu\n">(static_cast<size_t>(n));
     for (uint32_t i = 0; i < n; i++) {
         const l2vpn_evpn_remote_shg_label_entry &r = es.remote_shg_labels.data[i];
         es_label_text(r.label, label);
-        show_printf("  %17.17s : nexthop %s\n", label, l2vpn_inet_ntop(&r.address));
+        show_print<"  %17.17s : nexthop %s\n">(label, l2vpn_inet_ntop(&r.address));
     }
 }
 
@@ -530,51 +533,60 @@ constexpr EsStatsRow kEsStatsRows[] = {
 };
 
 void print_es_stats(const l2vpn_evpn_es_bag &es) {
-    show_printf("   EVPN ES Statistics\n");
-    show_printf("   %-10.10s|%-32.32s|%-32.32s\n", "", "Adv", "Wdw");
-    show_printf("   %-10.10s|%4s %-18s %8s|%4s %-18s %8s\n", "", "Cnt", "Last Time", "Last Arg", "Cnt",
+    show_print<"   EVPN ES Statistics\n">();
+    show_print<"   %-10.10s|%-32.32s|%-32.32s\n">("", "Adv", "Wdw");
+    show_print<"   %-10.10s|%4s %-18s %8s|%4s %-18s %8s\n">(
+            "", "Cnt", "Last Time", "Last Arg", "Cnt",
                 "Last Time", "Last Arg");
     for (const EsStatsRow &row : kEsStatsRows) {
-        show_printf("%s%10.10s", "   ", row.label);
-        show_printf("|");
+        show_print<"   %10.10s">(row.label);
+        show_print<"|">();
         l2vpn_diag_stats_print_bag(&(es.*row.adv));
-        show_printf("|");
+        show_print<"|">();
         if (row.wdw) l2vpn_diag_stats_print_bag(&(es.*row.wdw));
-        show_printf("\n");
+        show_print<"\n">();
     }
-    show_printf("   ----------------------------------------------------------------------------\n");
+    show_print<"   ----------------------------------------------------------------------------\n">(
+            );
 }
 
 void print_es_two(const char *left, uint32_t a, const char *right, uint32_t b) {
-    show_printf("%s%16.16s %d                       %16.16s %d\n", "   ", left, static_cast<int>(a),
-                right, static_cast<int>(b));
+    show_print<"   %16.16s %d                       %16.16s %d\n">(
+            left, static_cast<int>(a), right, static_cast<int>(b));
 }
 
 void print_es_masks(const char *left, uint32_t a, const char *right, uint32_t b) {
-    show_printf("%s%16.16s 0x%04x                  %16.16s 0x%x\n", "   ", left, a, right, b);
+    show_print<"   %16.16s 0x%04x                  %16.16s 0x%x\n">(left, a, right, b);
 }
 
 void print_es_counters(const l2vpn_evpn_es_bag &es) {
     const char *esi = is_nonzero_esi(es.diag_esi) ? esistring(es.diag_esi) : nullptr;
-    show_printf("%s%16.16s %-24.24s", "   ", "Diagnostic ESI :", esi ? esi : "N/A");
+    show_print<"   %16.16s %-24.24s">("Diagnostic ESI :", esi ? esi : "N/A");
     char ifname[kEsNameSize] = {};
     im_display_namestring(es.diag_ifname, ifname, kEsIfNameSize, 0);
-    show_printf("%16.16s %s\n", "Interface Name :", ifname[0] ? ifname : "N/A");
+    show_print<"%16.16s %s\n">("Interface Name :", ifname[0] ? ifname : "N/A");
 
-    show_printf("%s%16.16s 0x%08x\n", "   ", "Diagnostic Ifh :", es.diag_ifh);
-    show_printf("%s%16.16s 0x%08x              %16.16s %s\n", "   ", "Diagnostic Flag:", es.diag_flags,
-                "DiagnosticES-RT:", macstring(es.diag_es_rt, 6));
-    show_printf("%s%16.16s 0x%08x              %16.16s %d\n", "   ", "Port Key       :",
-                es.diag_port_key, "MAC winner     :", es.mac_winner);
-    show_printf("%s%16.16s %d\n", "   ", "Number of EVIs :", static_cast<int>(es.num_evis));
-    show_printf("%s%16.16s %-4d %-10.10s         %16.16s %-4d %-10.10s\n", "   ", "Recovery Timer :",
-                static_cast<int>(es.recovery_timer), local_or_global(es.recovery_timer_local),
-                "Peering Timer  :", static_cast<int>(es.peering_timer),
-                local_or_global(es.peering_timer_local));
-    show_printf("%s%16.16s %-4d %-10.10s\n", "   ", "Carving Timer  :",
-                static_cast<int>(es.carving_timer), local_or_global(es.carving_timer_local));
-    show_printf("%s%16.16s %-4d %-10.10s\n", "   ", "AC Dbnc Timer  :",
-                static_cast<int>(es.ac_debounce_timer), local_or_global(es.ac_debounce_local));
+    show_print<"   %16.16s 0x%08x\n">("Diagnostic Ifh :", es.diag_ifh);
+    show_print<"   %16.16s 0x%08x              %16.16s %s\n">(
+            "Diagnostic Flag:", es.diag_flags, "DiagnosticES-RT:", macstring(es.diag_es_rt, 6));
+    show_print<"   %16.16s 0x%08x              %16.16s %d\n">(
+            "Port Key       :", es.diag_port_key, "MAC winner     :", es.mac_winner);
+    show_print<"   %16.16s %d\n">("Number of EVIs :", static_cast<int>(es.num_evis));
+    show_print<"   %16.16s %-4d %-10.10s         %16.16s %-4d %-10.10s\n">(
+            "Recovery Timer :",
+            static_cast<int>(es.recovery_timer),
+            local_or_global(es.recovery_timer_local),
+            "Peering Timer  :",
+            static_cast<int>(es.peering_timer),
+            local_or_global(es.peering_timer_local));
+    show_print<"   %16.16s %-4d %-10.10s\n">(
+            "Carving Timer  :",
+            static_cast<int>(es.carving_timer),
+            local_or_global(es.carving_timer_local));
+    show_print<"   %16.16s %-4d %-10.10s\n">(
+            "AC Dbnc Timer  :",
+            static_cast<int>(es.ac_debounce_timer),
+            local_or_global(es.ac_debounce_local));
     print_es_two("RT Advertised  :", es.rt_advertised, "ESI Advertised :", es.esi_advertised);
     print_es_masks("MSTi state mask:", es.msti_state_mask, "HRW MSTi Set   :", es.hrw_msti_set);
     if (es.es_kind == kEsKindVirtualAccessIf)
@@ -585,8 +597,8 @@ void print_es_counters(const l2vpn_evpn_es_bag &es) {
     print_es_two("Peering Done   :", es.peering_done, "Carving Done   :", es.carving_done);
     print_es_two("Peering Chkpt  :", es.peering_chkpt, "Peering Block  :", es.peering_block);
     if (es_is_pw_or_vfi(es.es_kind))
-        show_printf("%s%-15.15s: %s\n", "   ", "VES FSM State",
-                    code_word(kEsVesFsmWords, es.ves_fsm_state, "Invalid"));
+        show_print<"   VES FSM State  : %s\n">(
+                code_word(kEsVesFsmWords, es.ves_fsm_state, "Invalid"));
     print_es_two("RedundFWD      :", es.redund_fwd, "Inval NH       :", es.inval_nh);
     print_es_two("CarvReadvertise:", es.carv_readvertise, "SubIfIMRegistrd:",
                  es.subif_im_registered);
@@ -602,16 +614,16 @@ void print_es_counters(const l2vpn_evpn_es_bag &es) {
 // Checkpointed peers show the MAC of the peering nexthop of the same rank;
 // a rank the peering list does not reach shows "N/A".
 void print_es_checkpoint(const l2vpn_evpn_es_bag &es) {
-    show_printf("   %-15.15s:\n", "Checkpoint Info");
-    show_printf("     %-13.13s: %d                       %-15.15s: 0x%0x\n", "IF Type", es.ckpt_if_type,
-                "MSTi Mask", es.ckpt_msti_mask);
-    show_printf("     %-13.13s: %d\n", "Peering Done", static_cast<int>(es.ckpt_peering_done));
+    show_print<"   Checkpoint Info:\n">();
+    show_print<"     IF Type      : %d                       MSTi Mask      : 0x%0x\n">(
+            es.ckpt_if_type, es.ckpt_msti_mask);
+    show_print<"     Peering Done : %d\n">(static_cast<int>(es.ckpt_peering_done));
     const uint32_t n = count_of(es.ckpt_nexthops), peers = count_of(es.nexthops);
     if (n == 0) return;
-    show_printf("     %-13.13s:\n", "Nexthop Info");
+    show_print<"     Nexthop Info :\n">();
     for (uint32_t i = 0; i < n; i++) {
         const l2vpn_evpn_es_ckpt_nexthop &c = es.ckpt_nexthops.data[i];
-        show_printf("       %s [%s:%s:%02x][%u][%s]\n", l2vpn_inet_ntop(&c.address),
+        show_print<"       %s [%s:%s:%02x][%u][%s]\n">(l2vpn_inet_ntop(&c.address),
                     code_word(kEsDfTypeWords, c.df_type, "Invalid"), c.dont_preempt ? "DP" : "P",
                     c.df_preference, c.df_info,
                     i < peers ? macstring(es.nexthops.data[i].mac, 6) : "N/A");
@@ -619,8 +631,8 @@ void print_es_checkpoint(const l2vpn_evpn_es_bag &es) {
 }
 
 void print_es_ead_update(const char *label, const bag_array<l2vpn_evpn_rd_rt_entry> &rds) {
-    show_printf("   %-15.15s:\n", label);
-    show_printf("     %-13.13s: %d\n", "Num RDs: ", static_cast<int>(count_of(rds)));
+    show_print<"   %-15.15s:\n">(label);
+    show_print<"     Num RDs:     : %d\n">(static_cast<int>(count_of(rds)));
     print_evpn_rd_rt_list(rds.data, count_of(rds));
 }
 
@@ -632,27 +644,27 @@ void print_es_diagnostics(const l2vpn_evpn_es_bag &es) {
 
     const uint32_t ves = count_of(es.ves_nexthops);
     if (ves) {
-        show_printf("   %-15.15s:\n", "Subif vES Info");
-        show_printf("     %-24.24s: 0x%x\n", "MP vES MSTI FWD BDF Mask", es.mp_ves_bdf_mask);
-        show_printf("     %-24.24s:\n", "vES Nexthop Info on MP");
-        show_printf("       %-16.16s: %u\n", "Number of vES NH", ves);
+        show_print<"   Subif vES Info :\n">();
+        show_print<"     MP vES MSTI FWD BDF Mask: 0x%x\n">(es.mp_ves_bdf_mask);
+        show_print<"     vES Nexthop Info on MP  :\n">();
+        show_print<"       Number of vES NH: %u\n">(ves);
         for (uint32_t i = 0; i < ves; i++) {
             const l2vpn_evpn_es_nexthop &nh = es.ves_nexthops.data[i];
-            show_printf("       %s : %s [%u][%u]\n", l2vpn_inet_ntop(&nh.address),
+            show_print<"       %s : %s [%u][%u]\n">(l2vpn_inet_ntop(&nh.address),
                         macstring(nh.mac, 6), nh.df_info, nh.ves_value);
         }
     }
     print_es_checkpoint(es);
-    show_printf("   %-15.15s: %s\n", "Forced State",
-                code_word(kEsForcedStateWords, es.forced_state, "Invalid"));
-    show_printf("   %-15.15s:", "VI member info");
+    show_print<"   Forced State   : %s\n">(
+            code_word(kEsForcedStateWords, es.forced_state, "Invalid"));
+    show_print<"   VI member info :">();
     if (es.vi_present) {
-        show_printf("\n");
-        show_printf("     %-13.13s: %u/%u\n", "Active", es.vi_active, es.vi_total);
-        show_printf("     %-13.13s: %u/%u\n", "Standby", es.vi_standby, es.vi_total);
-        show_printf("     %-13.13s: %u/%u\n", "Down", es.vi_down, es.vi_total);
+        show_print<"\n">();
+        show_print<"     Active       : %u/%u\n">(es.vi_active, es.vi_total);
+        show_print<"     Standby      : %u/%u\n">(es.vi_standby, es.vi_total);
+        show_print<"     Down         : %u/%u\n">(es.vi_down, es.vi_total);
     } else {
-        show_printf(" not present\n");
+        show_print<" not present\n">();
     }
     print_es_ead_update("ES EAD Update", es.es_ead_rds);
     if (es.ves_main_port) print_es_ead_update("GES EAD Update", es.ges_ead_rds);
@@ -663,7 +675,10 @@ void print_es_diagnostics(const l2vpn_evpn_es_bag &es) {
 // Rows of six items under "title tag: ": a row starts before every sixth item;
 // every item but the last and the list's sixth is followed by a comma.
 void print_carving_row_header(const char *title, const char *tag, bool first) {
-    show_printf(first ? "%15s %-4.4s: " : "\n%15s %-4.4s: ", title, tag);
+    if (first)
+        show_print<"%15s %-4.4s: ">(title, tag);
+    else
+        show_print<"\n%15s %-4.4s: ">(title, tag);
 }
 
 void print_carving_wrap(uint32_t k, const char *title, const char *tag) {
@@ -681,104 +696,105 @@ void print_evt_trace_history(const evt_hist_bag *history) {
         return;
     const uint32_t n = count_of(history->evt_entry);
     if (n == 0) {
-        show_printf("\nNo event in the Event Trace History\n");
+        show_print<"\nNo event in the Event Trace History\n">();
         return;
     }
-    show_printf("\n   Event Trace History [Total events: %d]\n", static_cast<int>(n));
-    show_printf("%s", kTraceRule);
-    show_printf("     %-19s %-20s %-12s %-12s %-12s %-12s\n", "Time", "Event", "Info1", "Info2",
+    show_print<"\n   Event Trace History [Total events: %d]\n">(static_cast<int>(n));
+    show_print<"%s">(kTraceRule);
+    show_print<"     %-19s %-20s %-12s %-12s %-12s %-12s\n">("Time", "Event", "Info1", "Info2",
                 "Info3", "Info4");
-    show_printf("     %-19s %-20s %-12s %-12s %-12s %-12s\n", "====", "=====", "=====", "=====",
+    show_print<"     %-19s %-20s %-12s %-12s %-12s %-12s\n">("====", "=====", "=====", "=====",
                 "=====", "=====");
     for (uint32_t i = 0; i < n; i++) {
         const evt_hist_entry_bag &e = history->evt_entry.data[i];
-        show_printf("     %-19s %-20s 0x%-10x 0x%-10x 0x%-10x 0x%-10x %-2s %-2s\n",
-                    text_of(e.evt_timestamp), text_of(e.evt_name), trace_word(e, 0),
+        show_print<"     %-19s %-20s 0x%-10x 0x%-10x 0x%-10x 0x%-10x %-2s %-2s\n">(
+                text_of(e.evt_timestamp), text_of(e.evt_name), trace_word(e, 0),
                     trace_word(e, 1), trace_word(e, 2), trace_word(e, 3), e.evt_many ? "M" : "-",
                     e.evt_sticky ? "S" : "-");
     }
-    show_printf("%s\n", kTraceRule);
+    show_print<"%s\n">(kTraceRule);
 }
 
 void print_evpn_summary_bag(const void *record, const char *, PrintContext *) {
     const auto &s = *static_cast<const l2vpn_evpn_summary_bag *>(record);
     const bool priv = show_filter.private_view != 0;
 
-    show_printf("%s", kDashLine);
-    show_printf("Global Information\n");
-    show_printf("%s", kDashLine);
+    show_print<"%s">(kDashLine);
+    show_print<"Global Information\n">();
+    show_print<"%s">(kDashLine);
 
-    show_printf("Number of EVIs                     : %u\n", s.evi_count);
-    show_printf("Number of TEPs                     : %u\n", s.tep_count);
-    show_printf("Number of Local EAD Entries        : %u\n", s.local_ead_count);
-    show_printf("Number of Remote EAD Entries       : %u\n", s.remote_ead_count);
-    show_printf("Number of Local MAC Routes         : %u\n", s.local_mac_count);
+    show_print<"Number of EVIs                     : %u\n">(s.evi_count);
+    show_print<"Number of TEPs                     : %u\n">(s.tep_count);
+    show_print<"Number of Local EAD Entries        : %u\n">(s.local_ead_count);
+    show_print<"Number of Remote EAD Entries       : %u\n">(s.remote_ead_count);
+    show_print<"Number of Local MAC Routes         : %u\n">(s.local_mac_count);
     print_mac_split(s.local_mac_count, s.local_mac_ipv4_count, s.local_mac_ipv6_count);
-    show_printf("Number of Local ES:Global MAC      : %u\n", s.local_es_global_mac_count);
-    show_printf("Number of Remote MAC Routes        : %u\n", s.remote_mac_count);
+    show_print<"Number of Local ES:Global MAC      : %u\n">(s.local_es_global_mac_count);
+    show_print<"Number of Remote MAC Routes        : %u\n">(s.remote_mac_count);
     print_mac_split(s.remote_mac_count, s.remote_mac_ipv4_count, s.remote_mac_ipv6_count);
-    show_printf("Number of Remote SYNC MAC Routes   : %u\n", s.remote_sync_mac_count);
-    show_printf("Number of Local IMCAST Routes      : %u\n", s.local_imcast_count);
-    show_printf("Number of Remote IMCAST Routes     : %u\n", s.remote_imcast_count);
-    show_printf("Number of Internal Labels          : %u\n", s.internal_label_count);
-    show_printf("Number of single-home Internal IDs : %u\n", s.sh_internal_id_count);
-    show_printf("Number of multi-home Internal IDs  : %u\n", s.mh_internal_id_count);
-    show_printf("Number of ES Entries               : %u\n", s.es_count);
-    show_printf("Number of Neighbor Entries         : %u\n", s.neighbor_count);
+    show_print<"Number of Remote SYNC MAC Routes   : %u\n">(s.remote_sync_mac_count);
+    show_print<"Number of Local IMCAST Routes      : %u\n">(s.local_imcast_count);
+    show_print<"Number of Remote IMCAST Routes     : %u\n">(s.remote_imcast_count);
+    show_print<"Number of Internal Labels          : %u\n">(s.internal_label_count);
+    show_print<"Number of single-home Internal IDs : %u\n">(s.sh_internal_id_count);
+    show_print<"Number of multi-home Internal IDs  : %u\n">(s.mh_internal_id_count);
+    show_print<"Number of ES Entries               : %u\n">(s.es_count);
+    show_print<"Number of Neighbor Entries         : %u\n">(s.neighbor_count);
 
-    show_printf("EVPN Router ID                     : %s\n", l2vpn_inet_ntop(&s.evpn_router_id));
+    show_print<"EVPN Router ID                     : %s\n">(l2vpn_inet_ntop(&s.evpn_router_id));
     if (priv)
-        show_printf("BGP Router ID                      : %s\n", l2vpn_inet_ntop(&s.bgp_router_id));
+        show_print<"BGP Router ID                      : %s\n">(l2vpn_inet_ntop(&s.bgp_router_id));
     if (s.bgp_asn != 0)
-        show_printf("BGP ASN                            : %u\n", s.bgp_asn);
+        show_print<"BGP ASN                            : %u\n">(s.bgp_asn);
     else
-        show_printf("BGP ASN                            : Invalid\n");
-    show_printf("PBB BSA MAC address                : %s\n", macstring(s.pbb_bsa_mac, 6));
+        show_print<"BGP ASN                            : Invalid\n">();
+    show_print<"PBB BSA MAC address                : %s\n">(macstring(s.pbb_bsa_mac, 6));
 
-    show_printf("Global peering timer               : %6u seconds\n", s.peering_timer);
-    show_printf("Global recovery timer              : %6u seconds\n", s.recovery_timer);
-    show_printf("Global carving timer               : %6u seconds\n", s.carving_timer);
-    show_printf("Global MAC postpone timer          : %6u seconds ", s.mac_postpone_timer);
+    show_print<"Global peering timer               : %6u seconds\n">(s.peering_timer);
+    show_print<"Global recovery timer              : %6u seconds\n">(s.recovery_timer);
+    show_print<"Global carving timer               : %6u seconds\n">(s.carving_timer);
+    show_print<"Global MAC postpone timer          : %6u seconds ">(s.mac_postpone_timer);
     print_running_suffix(s.mac_postpone_left);
-    show_printf("Global core de-isolation timer     : %6u seconds ", s.core_deisolation_timer);
+    show_print<"Global core de-isolation timer     : %6u seconds ">(s.core_deisolation_timer);
     print_running_suffix(s.core_deisolation_left);
-    show_printf("EVPN services costed out on node   : %s\n", Yes_or_No_str(s.costed_out));
+    show_print<"EVPN services costed out on node   : %s\n">(Yes_or_No_str(s.costed_out));
     if (s.startup_cost_in_timer != 0) {
-        show_printf("          Startup-cost-in timer    : %6u seconds ", s.startup_cost_in_timer);
+        show_print<"          Startup-cost-in timer    : %6u seconds ">(s.startup_cost_in_timer);
         print_running_suffix(s.startup_cost_in_left);
     } else {
-        show_printf("          Startup-cost-in timer    : Not configured\n");
+        show_print<"          Startup-cost-in timer    : Not configured\n">();
     }
-    show_printf("          EVPN manual cost-out     : %s\n", Yes_or_No_str(s.manual_cost_out));
-    show_printf("          EVPN Bundle Convergence  : %s\n", Yes_or_No_str(s.bundle_convergence));
+    show_print<"          EVPN manual cost-out     : %s\n">(Yes_or_No_str(s.manual_cost_out));
+    show_print<"          EVPN Bundle Convergence  : %s\n">(Yes_or_No_str(s.bundle_convergence));
     if (!priv)
         return;
 
-    show_printf("Staggered bring-up timer           : %6u milliseconds ", s.bringup_timer);
+    show_print<"Staggered bring-up timer           : %6u milliseconds ">(s.bringup_timer);
     print_running_suffix(s.bringup_left);
-    show_printf("          Items in bring-up queue  : %u, In-Progress %u\n", s.bringup_queue_items,
+    show_print<"          Items in bring-up queue  : %u, In-Progress %u\n">(s.bringup_queue_items,
                 s.bringup_in_progress);
-    show_printf("Global AC debounce timer           : %6u milliseconds\n", s.ac_debounce_timer);
-    show_printf("Backup replacement timer           : %6u milliseconds ", s.backup_replacement_timer);
+    show_print<"Global AC debounce timer           : %6u milliseconds\n">(s.ac_debounce_timer);
+    show_print<"Backup replacement timer           : %6u milliseconds ">(
+            s.backup_replacement_timer);
     print_running_suffix(s.backup_replacement_left);
-    show_printf("DF Election logging                : %s\n",
-                s.df_election_logging ? "enabled" : "disabled");
-    show_printf("BGP Nexthop Resolution Pfx Len IPv6: %u\n", s.bgp_nh_pfx_len_ipv6);
+    show_print<"DF Election logging                : %s\n">(
+            s.df_election_logging ? "enabled" : "disabled");
+    show_print<"BGP Nexthop Resolution Pfx Len IPv6: %u\n">(s.bgp_nh_pfx_len_ipv6);
 
-    show_printf("%s", kDashLine);
-    show_printf("High Availability Information\n");
-    show_printf("%s", kDashLine);
-    show_printf("BGP EOD                            : %s\n", s.bgp_eod == 1 ? "Y" : "N");
-    show_printf("Number of Marked Remote MAC Routes : %u\n", s.marked_remote_mac_count);
-    show_printf("Number of Swept Remote MAC Routes  : %u\n", s.swept_remote_mac_count);
-    show_printf("Number of Marked Local MAC Routes  : %u\n", s.marked_local_mac_count);
-    show_printf("Number of Swept Local MAC Routes   : %u\n", s.swept_local_mac_count);
-    show_printf("Number of Marked IMCAST Routes     : %u\n", s.marked_imcast_count);
-    show_printf("Number of Swept IMCAST Routes      : %u\n", s.swept_imcast_count);
-    show_printf("Throttle send to L2RIB             : %s\n", s.throttle_to_l2rib ? "TRUE" : "FALSE");
-    show_printf("Number of ES/EAD pulses pending    : %lu\n",
-                static_cast<unsigned long>(s.es_ead_pulses_pending));
-    show_printf("NTP Configured and in sync         : %s\n", s.ntp_in_sync ? "TRUE" : "FALSE");
+    show_print<"%s">(kDashLine);
+    show_print<"High Availability Information\n">();
+    show_print<"%s">(kDashLine);
+    show_print<"BGP EOD                            : %s\n">(s.bgp_eod == 1 ? "Y" : "N");
+    show_print<"Number of Marked Remote MAC Routes : %u\n">(s.marked_remote_mac_count);
+    show_print<"Number of Swept Remote MAC Routes  : %u\n">(s.swept_remote_mac_count);
+    show_print<"Number of Marked Local MAC Routes  : %u\n">(s.marked_local_mac_count);
+    show_print<"Number of Swept Local MAC Routes   : %u\n">(s.swept_local_mac_count);
+    show_print<"Number of Marked IMCAST Routes     : %u\n">(s.marked_imcast_count);
+    show_print<"Number of Swept IMCAST Routes      : %u\n">(s.swept_imcast_count);
+    show_print<"Throttle send to L2RIB             : %s\n">(s.throttle_to_l2rib ? "TRUE" : "FALSE");
+    show_print<"Number of ES/EAD pulses pending    : %lu\n">(
+            static_cast<unsigned long>(s.es_ead_pulses_pending));
+    show_print<"NTP Configured and in sync         : %s\n">(s.ntp_in_sync ? "TRUE" : "FALSE");
 
     print_evt_trace_history(&s.event_history);
     print_es_diag_section(s);
@@ -790,21 +806,21 @@ void print_evpn_srv6_bag(const void *record, const char *, PrintContext *) {
     const bool detail = priv || show_filter.detail != 0;
 
     if (r.enabled) {
-        show_printf("\n");
-        show_printf("Configured default locator: %s\n", text_of(r.default_locator));
+        show_print<"\n">();
+        show_print<"Configured default locator: %s\n">(text_of(r.default_locator));
         if (priv) {
-            show_printf("Configured default locator ID: %u\n", r.default_locator_id);
-            show_printf("SRv6 registered: %s\n", true_false(r.registered));
+            show_print<"Configured default locator ID: %u\n">(r.default_locator_id);
+            show_print<"SRv6 registered: %s\n">(true_false(r.registered));
         }
     } else {
-        show_printf("EVPN SRv6 disabled\n");
+        show_print<"EVPN SRv6 disabled\n">();
     }
     const uint32_t evis = count_of(r.unknown_locator_evis);
-    show_printf("EVIs with unknown locator config: %u\n", evis);
+    show_print<"EVIs with unknown locator config: %u\n">(evis);
     if (detail && evis)
         print_srv6_item_list(r.unknown_locator_evis.data, evis, "Items <evi>", kSrv6ItemEvis);
     const uint32_t vpws = count_of(r.unknown_locator_vpws);
-    show_printf("VPWS with unknown locator config: %u\n", vpws);
+    show_print<"VPWS with unknown locator config: %u\n">(vpws);
     if (detail && vpws)
         print_srv6_item_list(r.unknown_locator_vpws.data, vpws, "Items <evi:ac-id>",
                              kSrv6ItemVpws);
@@ -812,7 +828,7 @@ void print_evpn_srv6_bag(const void *record, const char *, PrintContext *) {
     const uint32_t n = count_of(r.locators);
     if (n == 0) {
         if (r.enabled)
-            show_printf("No known SRv6 locators\n");
+            show_print<"No known SRv6 locators\n">();
         return;
     }
     // The width is a byte: name lengths count modulo 256.
@@ -830,10 +846,10 @@ void print_evpn_srv6_bag(const void *record, const char *, PrintContext *) {
     if (!r.enabled)
         return;
     if (!priv && !any_in_use) {
-        show_printf("No SRv6 locators in use\n");
+        show_print<"No SRv6 locators in use\n">();
         return;
     }
-    show_printf("\n");
+    show_print<"\n">();
     if (priv) {
         show_printf(kLocatorColumnsPrivate, width, kLocatorNameTitle, "Prefix", "Locator ID", "OOR",
                     "InUse", "Flags", "Service count", "SID count");
@@ -854,23 +870,23 @@ void print_evpn_srv6_bag(const void *record, const char *, PrintContext *) {
 
 void print_evpn_grp_info_bag(const void *record, const char *, PrintContext *) {
     const auto &g = *static_cast<const evpn_grp_info_bag *>(record);
-    show_printf("\nEVPN Group: %u\n", g.group_id);
-    show_printf("\n  state: %s\n", code_word(kGroupStates, g.group_state, "Invalid"));
-    show_printf("\n  Core Interfaces:\n");
-    if (!print_grp_interfaces(g.core_interfaces)) show_printf("     No core interfaces.\n");
-    show_printf("\n  Access Interfaces:\n");
-    if (!print_grp_interfaces(g.access_interfaces)) show_printf("     No access interfaces.\n");
-    show_printf("\n");
+    show_print<"\nEVPN Group: %u\n">(g.group_id);
+    show_print<"\n  state: %s\n">(code_word(kGroupStates, g.group_state, "Invalid"));
+    show_print<"\n  Core Interfaces:\n">();
+    if (!print_grp_interfaces(g.core_interfaces)) show_print<"     No core interfaces.\n">();
+    show_print<"\n  Access Interfaces:\n">();
+    if (!print_grp_interfaces(g.access_interfaces)) show_print<"     No access interfaces.\n">();
+    show_print<"\n">();
 }
 
 // The primary registration's trace, then the backup's when there is one.
 void print_evpn_client_bag(const void *record, const char *, PrintContext *) {
     const auto &c = *static_cast<const l2vpn_evpn_client_bag *>(record);
     const char *type = code_word(kClientTypes, c.client_type, "Invalid");
-    show_printf("Client %s, Primary\n", type);
+    show_print<"Client %s, Primary\n">(type);
     print_evt_trace_history(&c.primary_history);
     if (!c.has_backup) return;
-    show_printf("Client %s, Backup\n", type);
+    show_print<"Client %s, Backup\n">(type);
     print_evt_trace_history(&c.backup_history);
 }
 
@@ -879,18 +895,18 @@ void print_evpn_client_bag(const void *record, const char *, PrintContext *) {
 void print_ges_map_entry_bag(const void *record, const char *, PrintContext *) {
     if (!show_filter.private_view) return;
     const auto &m = *static_cast<const l2vpn_ges_map_entry_bag *>(record);
-    show_printf("\nGES Mac %s\n", macstring(m.ges_mac, 6));
-    show_printf("EVI refcount: %u\n", m.evi_refcount);
-    show_printf("VES count: %u\n", m.ves_count);
+    show_print<"\nGES Mac %s\n">(macstring(m.ges_mac, 6));
+    show_print<"EVI refcount: %u\n">(m.evi_refcount);
+    show_print<"VES count: %u\n">(m.ves_count);
     const uint32_t n = count_of(m.ves_entries);
     for (uint32_t i = 0; i < n; i++) {
         const l2vpn_ges_ves_entry &v = m.ves_entries.data[i];
-        show_printf("  %u VES name %s\n", i + 1, text_of(v.ves_name));
-        show_printf("     MP MSTI mask: 0x%x\n", v.mp_msti_mask);
-        show_printf("     MSTI instance ID: %u\n", v.msti_instance_id);
-        show_printf("     Peer stale: %u\n", v.peer_stale);
+        show_print<"  %u VES name %s\n">(i + 1, text_of(v.ves_name));
+        show_print<"     MP MSTI mask: 0x%x\n">(v.mp_msti_mask);
+        show_print<"     MSTI instance ID: %u\n">(v.msti_instance_id);
+        show_print<"     Peer stale: %u\n">(v.peer_stale);
     }
-    if (n == 0) show_printf("No VES\n");
+    if (n == 0) show_print<"No VES\n">();
 }
 
 // ---- AC IDs -------------------------------------------------------------------
@@ -898,7 +914,7 @@ void print_ges_map_entry_bag(const void *record, const char *, PrintContext *) {
 // Columns: 10 15 15, under the header of show_evpn_acid.
 void print_atom_acid_bag(const void *record, const char *, PrintContext *) {
     const auto &ac = *static_cast<const l2vpn_atom_acid_bag *>(record);
-    show_printf("%-10u %-15u %-15u\n", ac.vpn_id, ac.source_ac_id, ac.target_ac_id);
+    show_print<"%-10u %-15u %-15u\n">(ac.vpn_id, ac.source_ac_id, ac.target_ac_id);
     if (show_filter.private_view)
         infra_db_print_evt_hist_bag(&ac.event_history, &ac.event_history_info,
                                     "AC-ID event history");
@@ -914,18 +930,18 @@ void print_evpn_remote_shg_bag(const void *record, const char *, PrintContext *)
     const bag_array<l2vpn_evpn_remote_shg_label_entry> &labels = shg.remote_shg_labels;
     const uint32_t n = count_of(labels);
 
-    show_printf("%-10u %-6.6s %-24.24s\n", shg.vpn_id, evpn_bgp_encap_type_to_str(shg.encap),
+    show_print<"%-10u %-6.6s %-24.24s\n">(shg.vpn_id, evpn_bgp_encap_type_to_str(shg.encap),
                 text_of(shg.esi_text));
-    show_printf("  %-18.18s: %zu\n", "Remote SHG labels", static_cast<size_t>(n));
+    show_print<"  Remote SHG labels : %zu\n">(static_cast<size_t>(n));
     for (uint32_t i = 0; i < n; i++) {
         char label[EVPN_LABEL_TEXT_SIZE] = {};
         l2vpn_mpls_label_to_str(labels.data[i].label, label, sizeof label, EVPN_ENCAP_MPLS);
-        show_printf("  %17.17s : nexthop %s\n", label, l2vpn_inet_ntop(&labels.data[i].address));
+        show_print<"  %17.17s : nexthop %s\n">(label, l2vpn_inet_ntop(&labels.data[i].address));
     }
     if (show_filter.private_view)
         infra_db_print_evt_hist_bag(&shg.event_history, &shg.event_history_info,
                                     "EVPN Remote SHG event history");
-    show_printf("\n");
+    show_print<"\n">();
 }
 
 // ---- IGMP routes -----------------------------------------------------------------
@@ -937,55 +953,56 @@ void print_evpn_igmp_bag(const void *record, const char *, PrintContext *) {
     const auto &r = *static_cast<const l2vpn_evpn_igmp_bag *>(record);
     const ShowFilter &f = show_filter;
 
-    show_printf("%-5u ", r.evi);
-    show_printf("%-24.24s ", is_nonzero_show_esi_string(r.esi_text) ? r.esi_text : "N/A");
+    show_print<"%-5u ">(r.evi);
+    show_print<"%-24.24s ">(is_nonzero_show_esi_string(r.esi_text) ? r.esi_text : "N/A");
 
     // An address text lasts until the next conversion: the source's is copied
     // before the group's is made.
     char sg[kIgmpColumnTextSize];
     if (is_zero_address(r.source)) {
-        show_snprintf(sg, sizeof sg, "(*,%s)", l2vpn_inet_ntop(&r.group));
+        show_sprint<"(*,%s)">(sg, l2vpn_inet_ntop(&r.group));
     } else {
         char source[kIgmpSourceSize] = {};
         strcpy_s(source, sizeof source, l2vpn_inet_ntop(&r.source));
-        show_snprintf(sg, sizeof sg, "(%s,%s)", source, l2vpn_inet_ntop(&r.group));
+        show_sprint<"(%s,%s)">(sg, source, l2vpn_inet_ntop(&r.group));
     }
-    show_printf("%-43.43s ", sg);
+    show_print<"%-43.43s ">(sg);
 
     char from[kIgmpColumnTextSize];
-    show_snprintf(from, sizeof from, "%s%s",
+    show_sprint<"%s%s">(from,
                   r.source_is_remote ? l2vpn_inet_ntop(&r.route_source.address)
                                 : text_of(r.route_source.interface_name),
              r.resolved ? "" : "[UR]");
-    show_printf("%-30.30s ", from);
-    show_printf("%-6.6s", code_word(kIgmpRouteTypeWords, r.route_type, "ERROR"));
+    show_print<"%-30.30s ">(from);
+    show_print<"%-6.6s">(code_word(kIgmpRouteTypeWords, r.route_type, "ERROR"));
 
     if (!f.detail && !f.private_view) {
-        show_printf("\n");
+        show_print<"\n">();
         return;
     }
-    show_printf("\n  Ethernet Tag      : %d", r.ethernet_tag);
-    show_printf("\n  IGMP Version      : %s", code_word(kIgmpVersionWords, r.igmp_version, "Unknown"));
+    show_print<"\n  Ethernet Tag      : %d">(r.ethernet_tag);
+    show_print<"\n  IGMP Version      : %s">(
+            code_word(kIgmpVersionWords, r.igmp_version, "Unknown"));
     if (r.igmp_version == kIgmpVersion3)
-        show_printf(" [%s]", code_word(kIgmpFilterModeWords, r.filter_mode, "Unknown"));
+        show_print<" [%s]">(code_word(kIgmpFilterModeWords, r.filter_mode, "Unknown"));
     if (r.route_type == kIgmpRouteLeave)
-        show_printf("\n  Max Response Time : %u secs", static_cast<unsigned>(r.max_response_time));
+        show_print<"\n  Max Response Time : %u secs">(static_cast<unsigned>(r.max_response_time));
     if (f.private_view) {
-        show_printf("\n  Originating IP    : %s", l2vpn_inet_ntop(&r.originating_ip));
+        show_print<"\n  Originating IP    : %s">(l2vpn_inet_ntop(&r.originating_ip));
         if (r.route_type == kIgmpRouteProxy)
-            show_printf("\n  TEP-ID (cached)   : 0x%08x", r.tep_id);
+            show_print<"\n  TEP-ID (cached)   : 0x%08x">(r.tep_id);
         if (igmp_on_bridge_port(r.attachment_type)) {
-            show_printf("\n  BP XCID           : 0x%x", r.bp_xcid_or_subif_ifh);
-            show_printf("\n  BD ID             : 0x%x", r.bd_or_vrf_id);
+            show_print<"\n  BP XCID           : 0x%x">(r.bp_xcid_or_subif_ifh);
+            show_print<"\n  BD ID             : 0x%x">(r.bd_or_vrf_id);
         } else {
-            show_printf("\n  SUBIF IFH         : 0x%x", r.bp_xcid_or_subif_ifh);
-            show_printf("\n  VRF ID            : 0x%x", r.bd_or_vrf_id);
+            show_print<"\n  SUBIF IFH         : 0x%x">(r.bp_xcid_or_subif_ifh);
+            show_print<"\n  VRF ID            : 0x%x">(r.bd_or_vrf_id);
         }
-        show_printf("\n");
+        show_print<"\n">();
         infra_db_print_evt_hist_bag(&r.event_history, &r.event_history_info,
                                     "EVPN IGMP event history");
     }
-    show_printf("\n");
+    show_print<"\n">();
 }
 
 // ---- Service carving lists -------------------------------------------------------
@@ -995,25 +1012,34 @@ void print_carving_values(const uint32_t *values, uint32_t count, const char *ta
     if (values == nullptr) return;
     print_carving_row_header(title, tag, true);
     if (count == 0) {
-        show_printf("\n");
+        show_print<"\n">();
         return;
     }
+    // Every further row starts with the same header: made once per list.
+    char header[80];
+    const int header_len = show_sprint<"\n%15s %-4.4s: ">(header, title, tag);
+    const bool header_made = header_len > 0 && header_len < static_cast<int>(sizeof header);
+    const auto next_row = [&] {
+        if (header_made)
+            show_write(header, static_cast<size_t>(header_len));
+        else
+            print_carving_row_header(title, tag, false);
+    };
     // With compress, a run of consecutive values is one item, and every item
     // but the last stands on a row of its own.
     for (uint32_t i = 0, k = 0; i < count; i++, k++) {
-        print_carving_wrap(k, title, tag);
+        if (k != 0 && k % kCarvingItemsPerRow == 0) next_row();
         uint32_t end = i;
         if (compress)
             while (end + 1 < count && values[end + 1] == values[end] + 1) end++;
         if (values[end] != values[i])
-            show_printf("%u-%u", values[i], values[end]);
+            show_print<"%u-%u%s">(values[i], values[end], carving_separator(k, end, count));
         else
-            show_printf("%8u", values[i]);
-        show_printf("%s", carving_separator(k, end, count));
-        if (compress && end + 1 != count) print_carving_row_header(title, tag, false);
+            show_print<"%8u%s">(values[i], carving_separator(k, end, count));
+        if (compress && end + 1 != count) next_row();
         i = end;  // the next item starts after the run
     }
-    show_printf("\n");
+    show_print<"\n">();
 }
 
 void print_carving_ids(const l2vpn_evpn_es_id_entry *entries, uint32_t count, const char *tag,
@@ -1022,11 +1048,11 @@ void print_carving_ids(const l2vpn_evpn_es_id_entry *entries, uint32_t count, co
     print_carving_row_header(title, tag, true);
     for (uint32_t k = 0; k < count; k++) {
         print_carving_wrap(k, title, tag);
-        show_printf("%8u", entries[k].id);
-        if (show_filter.private_view) show_printf("[%u]", entries[k].extra);
-        show_printf("%s", carving_separator(k, k, count));
+        show_print<"%8u">(entries[k].id);
+        if (show_filter.private_view) show_print<"[%u]">(entries[k].extra);
+        show_print<"%s">(carving_separator(k, k, count));
     }
-    show_printf("\n");
+    show_print<"\n">();
 }
 
 void print_carving_evi_etags(const l2vpn_evpn_es_evi_etag *entries, uint32_t count,
@@ -1037,12 +1063,12 @@ void print_carving_evi_etags(const l2vpn_evpn_es_evi_etag *entries, uint32_t cou
     for (uint32_t k = 0; k < count; k++) {
         print_carving_wrap(k, kTitle, tag);
         char item[kCarvingItemSize] = {};
-        const int n = show_snprintf(item, sizeof item, "%u:", entries[k].evi);
+        const int n = show_sprint<"%u:">(item, entries[k].evi);
         format_ethernet_tag(item + n, sizeof item - n, entries[k].etag_type, entries[k].etag);
-        show_printf("%8s", item);
-        show_printf("%s", carving_separator(k, k, count));
+        show_print<"%8s">(item);
+        show_print<"%s">(carving_separator(k, k, count));
     }
-    show_printf("\n");
+    show_print<"\n">();
 }
 
 // ---- Ethernet segments -------------------------------------------------------------
@@ -1059,13 +1085,13 @@ void print_evpn_es_bag(const void *record, const char *, PrintContext *) {
     print_es_brief(es, etree, priv);
     if (!detail && !priv) return;
 
-    show_printf("  %-18.18s: %s\n", "ES to BGP Gates", text_of(es.bgp_gates));
-    show_printf("  %-18.18s: %s\n", "ES to L2FIB Gates", text_of(es.l2fib_gates));
+    show_print<"  ES to BGP Gates   : %s\n">(text_of(es.bgp_gates));
+    show_print<"  ES to L2FIB Gates : %s\n">(text_of(es.l2fib_gates));
     const uint32_t warnings = count_of(es.warnings);
     if (warnings) {
-        show_printf("  %-18.18s: ", "ES Warning(s)");
+        show_print<"  ES Warning(s)     : ">();
         for (uint32_t i = 0; i < warnings; i++)
-            show_printf("%s\n", es.warnings.data[i] == kEsWarningVesConflict
+            show_print<"%s\n">(es.warnings.data[i] == kEsWarningVesConflict
                                ? "VES Conflict on this interface"
                                : "Unknown");
     }
@@ -1073,7 +1099,7 @@ void print_evpn_es_bag(const void *record, const char *, PrintContext *) {
     print_es_esi_type(es);
     print_es_origin("ES Import RT", es.import_rt, kEsImportRtOriginWords, es.import_rt_origin);
     print_es_origin("Source MAC", es.source_mac, kEsSourceMacOriginWords, es.source_mac_origin);
-    show_printf("  %-18.18s:\n", "Topology");
+    show_print<"  Topology          :\n">();
     print_es_topology("Operational", kEsOperTopologyWords, es.operational_topology,
                    es.forced_single_homed ? " (forced SH)" : "");
     print_es_topology("Configured", kEsConfTopologyWords, es.configured_topology,
@@ -1083,15 +1109,15 @@ void print_evpn_es_bag(const void *record, const char *, PrintContext *) {
     print_es_peers(es, priv);
     print_es_results(es, f.carving_detail != 0);
     if (es.mac_flush_mode >= 0 && es.mac_flush_mode < static_cast<int32_t>(std::size(kEsMacFlushWords)))
-        show_printf("  %-18.18s: %s\n", "MAC Flushing mode", kEsMacFlushWords[es.mac_flush_mode]);
+        show_print<"  MAC Flushing mode : %s\n">(kEsMacFlushWords[es.mac_flush_mode]);
     else
-        show_printf("  %-18.18s: %u\n", "MAC Flushing mode", static_cast<uint32_t>(es.mac_flush_mode));
+        show_print<"  MAC Flushing mode : %u\n">(static_cast<uint32_t>(es.mac_flush_mode));
     print_es_timers(es, priv);
     print_es_labels(es, etree);
-    show_printf("  Access signal mode: %s\n",
-                code_word(kEsAccessSignalWords, es.access_signal_mode, "Invalid"));
+    show_print<"  Access signal mode: %s\n">(
+            code_word(kEsAccessSignalWords, es.access_signal_mode, "Invalid"));
     if (priv) print_es_diagnostics(es);
-    show_printf("\n");
+    show_print<"\n">();
     if (detail && priv && es.hasi_present) l2vpn_sync_print_hasi_object(&es.hasi_object, 1);
 }
 
@@ -1123,10 +1149,10 @@ void show_evpn_es(const ShowCommandDef &cmd) {
     const ShowFilter &f = show_filter;
     char path[EVPN_PATH_SIZE];
 
-    if (f.detail || f.private_view) show_printf("%s", kLegend);
+    if (f.detail || f.private_view) show_print<"%s">(kLegend);
     show_printf(kColumns, "Ethernet Segment Id", "Interface", "Nexthops");
     show_printf(kColumns, kColumnRule, kColumnRule, kColumnRule);
-    show_printf("\n");
+    show_print<"\n">();
 
     // Each filter that is present replaces the path of the one before it.
     compose_path(path, "%s", EVPN_PATH_ES);
@@ -1179,7 +1205,7 @@ void show_evpn_remote_shg(const ShowCommandDef &) {
     static constexpr char kColumns[] = "\n%-10.10s %-6.6s %-24.24s";
     show_printf(kColumns, "VPN-ID", "Encap", "Ethernet Segment Id");
     show_printf(kColumns, kColumnRule, kColumnRule, kColumnRule);
-    show_printf("\n");
+    show_print<"\n">();
     evpn_show_walk(kRemoteShg, EVPN_PATH_REMOTE_SHG);
 }
 
@@ -1202,7 +1228,7 @@ void show_evpn_igmp(const ShowCommandDef &cmd) {
 
     show_printf(kColumns, "EVI", "Ethernet Segment", "(S,G)", "Source", "Type");
     show_printf(kColumns, kColumnRule, kColumnRule, kColumnRule, kColumnRule, kColumnRule);
-    show_printf("\n");
+    show_print<"\n">();
 
     evpn_show_walk(kIgmpRoute, path);
 }
@@ -1251,13 +1277,13 @@ void show_evpn_srv6(const ShowCommandDef &) {
     if (l2vpn_platform_srv6_supported())
         evpn_show_item<kSrv6>(EVPN_PATH_SRV6);
     else
-        show_printf("EVPN SRv6 not supported on this platform.\n");
+        show_print<"EVPN SRv6 not supported on this platform.\n">();
 }
 
 void show_evpn_ges_map(const ShowCommandDef &) {
     if (!show_filter.private_view) return;
-    show_printf("GES Association Map\n");
-    show_printf("-------------------\n");
+    show_print<"GES Association Map\n">();
+    show_print<"-------------------\n">();
     evpn_show_walk(kGesMapEntry, EVPN_PATH_GES_MAP);
 }
 

@@ -90,6 +90,11 @@ enum evpn_encap_et : uint32_t { EVPN_ENCAP_WORDS(EVPN_ENCAP_ENUM) };
 // "MM/DD HH:MM:SS.uuuuuu" in UTC; microseconds of a second or more carry into
 // the seconds; "(null)" for null.
 const char *l2vpn_timeval_to_str(const struct timeval *tv);
+// Seconds since the epoch as "MM/DD HH:MM:SS" (UTC) followed by a fraction of
+// `digits` digits (0 for none: no point either) into out, NUL-terminated, as
+// strftime's "%m/%d %H:%M:%S" and a ".%0Nu" would write it; returns the
+// length, or 0 (out empty) for a time gmtime cannot convert.
+size_t l2vpn_month_day_time(time_t secs, unsigned fraction, int digits, char (&out)[32]);
 
 // Labels and identifiers.
 void l2vpn_mpls_label_to_str(uint32_t label, char *buf, size_t size, uint32_t encap);

@@ -32,7 +32,7 @@ bool skey_from_name(const ListingDef &l, std::string_view name, std::string &ske
                     std::vector<std::string> *field_sort = nullptr);
 
 // Sort bytes of one field from its path text (components already split).
-bool parse_field(KeyText text, const std::vector<std::string_view> &comps, std::string &sort);
+bool parse_field(KeyText text, std::span<const std::string_view> comps, std::string &sort);
 
 // The orderings whose rows the store keeps for a listing: every index
 // ordering that is neither a prefix of the item key nor a prefix of another
