@@ -270,7 +270,12 @@ struct SysdbWriter::Impl {
             return true;
         };
         if (!insert(b.items, ins_items, ins_item, 4, bind_item)) return fail(err, "items");
-        if (!insert(b.index, ins_indexes, ins_index, 2, bind_index)) return fail(err, "index rows");
+        if (defer_index) {
+            hold_index(b);
+            if (held_bytes >= kHeldBytes && !store_held(err)) return false;
+        } else if (!insert(b.index, ins_indexes, ins_index, 2, bind_index)) {
+            return fail(err, "index rows");
+        }
         for (const Op &op : b.ops) {
             sqlite3_stmt *st = op.kind == OpKind::ReplaceItem  ? put_item
                                : op.kind == OpKind::DeleteItem ? del_item
@@ -280,6 +285,79 @@ struct SysdbWriter::Impl {
             else bind_index(st, 0, op.row);
             if (sqlite3_step(st) != SQLITE_DONE) return fail(err, "changing an item");
         }
+        return true;
+    }
+
+    // A load's index rows are held back and stored in key order. Items come
+    // in their own key order, so each ordering's rows come in none: a b-tree
+    // filled at random costs about three times one filled in order (200k
+    // routes: 0.31 s of CPU against 0.10 s). Up to kHeldBytes are held, then
+    // stored as one sorted run, so a snapshot of any size loads in bounded
+    // memory. Only the worker touches them until it stops; then commit()
+    // stores the rest.
+    struct Held {
+        uint64_t head[2];  // first 16 bytes, big-endian: most comparisons end here
+        uint32_t off, len;
+    };
+    static constexpr size_t kHeldBytes = size_t(64) << 20;
+    bool defer_index = false;
+    std::string held_keys;
+    std::vector<std::pair<int64_t, std::vector<Held>>> held;  // per index listing
+    size_t held_bytes = 0;
+
+    void hold_index(const Batch &b) {
+        if (held_keys.capacity() < kHeldBytes) held_keys.reserve(kHeldBytes + kBatchBytes);
+        std::vector<Held> *to = nullptr;
+        int64_t to_list = -1;
+        for (const Row &r : b.index) {
+            if (!to || to_list != r.list) {
+                to = nullptr;
+                for (auto &[list, rows] : held)
+                    if (list == r.list) to = &rows;
+                if (!to) to = &held.emplace_back(r.list, std::vector<Held>()).second;
+                to_list = r.list;
+            }
+            const char *key = b.bytes.data() + r.key;
+            Held h{{0, 0}, static_cast<uint32_t>(held_keys.size()), r.key_len};
+            for (uint32_t i = 0; i < 16; i++)
+                h.head[i / 8] = h.head[i / 8] << 8 | (i < r.key_len ? static_cast<uint8_t>(key[i]) : 0);
+            to->push_back(h);
+            held_keys.append(key, r.key_len);
+            held_bytes += r.key_len + sizeof(Held);
+        }
+    }
+
+    // Stores the held rows, each listing's in key order (memcmp, then
+    // length: the store's order of blobs).
+    bool store_held(std::string &err) {
+        const char *keys = held_keys.data();
+        auto bind = [&](sqlite3_stmt *s, int at, int64_t list, const Held &h) {
+            sqlite3_bind_int64(s, at + 1, list);
+            sqlite3_bind_blob(s, at + 2, keys + h.off, static_cast<int>(h.len), SQLITE_STATIC);
+        };
+        std::sort(held.begin(), held.end(), [](const auto &a, const auto &b) { return a.first < b.first; });
+        for (auto &[list, rows] : held) {
+            std::sort(rows.begin(), rows.end(), [keys](const Held &a, const Held &b) {
+                if (a.head[0] != b.head[0]) return a.head[0] < b.head[0];
+                if (a.head[1] != b.head[1]) return a.head[1] < b.head[1];
+                const int c = memcmp(keys + a.off, keys + b.off, std::min(a.len, b.len));
+                return c != 0 ? c < 0 : a.len < b.len;
+            });
+            size_t i = 0;
+            for (; i + kRowsPerInsert <= rows.size(); i += kRowsPerInsert) {
+                sqlite3_reset(ins_indexes);
+                for (size_t k = 0; k < kRowsPerInsert; k++) bind(ins_indexes, static_cast<int>(k) * 2, list, rows[i + k]);
+                if (sqlite3_step(ins_indexes) != SQLITE_DONE) return fail(err, "index rows");
+            }
+            for (; i < rows.size(); i++) {
+                sqlite3_reset(ins_index);
+                bind(ins_index, 0, list, rows[i]);
+                if (sqlite3_step(ins_index) != SQLITE_DONE) return fail(err, "index rows");
+            }
+            rows.clear();
+        }
+        held_keys.clear();
+        held_bytes = 0;
         return true;
     }
 
@@ -536,6 +614,7 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &named, std::st
     if (!target_replaceable(target, err)) return nullptr;
     auto impl = std::make_unique<Impl>();
     impl->target = target;
+    impl->defer_index = true;
     remove_stale_temps(target);
     impl->temp = target + ".load-" + std::to_string(getpid());
     unlink(impl->temp.c_str());
@@ -754,6 +833,7 @@ bool SysdbWriter::commit(std::string &err) {
     }
     if (!m.drain(err)) return false;
     m.stop_worker();
+    if (!m.store_held(err)) return false;
     if (!exec(m.db, "INSERT OR REPLACE INTO meta(key, value) VALUES ('format', 'evpn-sysdb')", err) ||
         !exec(m.db, "COMMIT", err))
         return false;
