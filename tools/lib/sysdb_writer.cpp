@@ -226,6 +226,7 @@ struct SysdbWriter::Impl {
         std::string bytes;
         std::vector<Row> items, index;
         std::vector<Op> ops;
+        bool in_key_order = false;  // index rows a load merged: stored, not held
     };
     static constexpr size_t kBatchBytes = 512 * 1024, kQueued = 2;
     // Live mode hands smaller batches over: a commit waits for the queue.
@@ -270,7 +271,7 @@ struct SysdbWriter::Impl {
             return true;
         };
         if (!insert(b.items, ins_items, ins_item, 4, bind_item)) return fail(err, "items");
-        if (defer_index) {
+        if (defer_index && !b.in_key_order) {
             hold_index(b);
             if (held_bytes >= kHeldBytes && !store_held(err)) return false;
         } else if (!insert(b.index, ins_indexes, ins_index, 2, bind_index)) {
@@ -350,21 +351,12 @@ struct SysdbWriter::Impl {
             if (h.rows.size() - (h.runs.empty() ? 0 : h.runs.back()) >= kRunRows) sort_run(h);
     }
 
-    // Stores the held rows, each listing's runs merged into key order.
-    bool store_held(std::string &err) {
+    // Calls emit(list, key) for every held row, each listing's runs merged
+    // into key order, then lets the rows go.
+    template <class Emit>
+    void merge_held(Emit emit) {
         const char *tails = held_tails.data();
-        std::string keys[kRowsPerInsert];
-        size_t filled = 0;
-        auto flush = [&](int64_t list) {
-            sqlite3_reset(ins_indexes);
-            for (size_t k = 0; k < filled; k++) {
-                sqlite3_bind_int64(ins_indexes, static_cast<int>(2 * k + 1), list);
-                sqlite3_bind_blob(ins_indexes, static_cast<int>(2 * k + 2), keys[k].data(),
-                                  static_cast<int>(keys[k].size()), SQLITE_STATIC);
-            }
-            filled = 0;
-            return sqlite3_step(ins_indexes) == SQLITE_DONE;
-        };
+        std::string key;
         std::sort(held.begin(), held.end(), [](const HeldList &a, const HeldList &b) { return a.list < b.list; });
         for (HeldList &h : held) {
             sort_run(h);
@@ -378,28 +370,66 @@ struct SysdbWriter::Impl {
             while (!next.empty()) {
                 std::pop_heap(next.begin(), next.end(), later);
                 const Held &r = h.rows[next.back().first];
-                std::string &key = keys[filled++];
                 key.clear();
                 for (uint32_t i = 0; i < 16 && i < r.len; i++)
                     key.push_back(static_cast<char>(r.head[i / 8] >> (56 - 8 * (i % 8))));
                 if (r.len > 16) key.append(tails + r.off, r.len - 16);
                 if (++next.back().first == next.back().second) next.pop_back();
                 else std::push_heap(next.begin(), next.end(), later);
-                if (filled == kRowsPerInsert && !flush(h.list)) return fail(err, "index rows");
+                emit(h.list, key);
             }
-            for (size_t k = 0; k < filled; k++) {  // the last rows, one a statement
-                sqlite3_reset(ins_index);
-                sqlite3_bind_int64(ins_index, 1, h.list);
-                sqlite3_bind_blob(ins_index, 2, keys[k].data(), static_cast<int>(keys[k].size()), SQLITE_STATIC);
-                if (sqlite3_step(ins_index) != SQLITE_DONE) return fail(err, "index rows");
-            }
-            filled = 0;
             h.rows.clear();
             h.runs.clear();
         }
         held_tails.clear();
         held_bytes = 0;
-        return true;
+    }
+
+    // Stores the held rows in key order on this thread (the worker's, when
+    // they pass kHeldBytes).
+    bool store_held(std::string &err) {
+        std::string keys[kRowsPerInsert];
+        size_t filled = 0;
+        int64_t at = -1;
+        bool ok = true;
+        auto bind = [&](sqlite3_stmt *s, int param, const std::string &key) {
+            sqlite3_bind_int64(s, param, at);
+            sqlite3_bind_blob(s, param + 1, key.data(), static_cast<int>(key.size()), SQLITE_STATIC);
+        };
+        auto flush = [&]() {
+            if (ok && filled == kRowsPerInsert) {
+                sqlite3_reset(ins_indexes);
+                for (size_t j = 0; j < filled; j++) bind(ins_indexes, static_cast<int>(2 * j + 1), keys[j]);
+                ok = sqlite3_step(ins_indexes) == SQLITE_DONE;
+            }
+            for (size_t j = 0; ok && filled < kRowsPerInsert && j < filled; j++) {
+                sqlite3_reset(ins_index);
+                bind(ins_index, 1, keys[j]);
+                ok = sqlite3_step(ins_index) == SQLITE_DONE;
+            }
+            filled = 0;
+        };
+        merge_held([&](int64_t list, const std::string &key) {
+            if (list != at || filled == kRowsPerInsert) flush();
+            at = list;
+            keys[filled++] = key;
+        });
+        flush();
+        return ok || fail(err, "index rows");
+    }
+
+    // The same at commit, with the worker idle: this thread merges, the
+    // worker stores what it is handed meanwhile.
+    bool hand_over_held(std::string &err) {
+        merge_held([&](int64_t list, const std::string &key) {
+            Batch &b = batch();
+            b.in_key_order = true;
+            b.index.push_back({list, static_cast<uint32_t>(b.bytes.size()), static_cast<uint32_t>(key.size()),
+                               0, 0, 0, 0});
+            b.bytes += key;
+            if (b.bytes.size() >= kBatchBytes) submit();
+        });
+        return drain(err);
     }
 
     void work() {
@@ -424,6 +454,7 @@ struct SysdbWriter::Impl {
             b->items.clear();
             b->index.clear();
             b->ops.clear();
+            b->in_key_order = false;
             spare.push_back(std::move(b));
             cv.notify_all();
         }
@@ -872,9 +903,8 @@ bool SysdbWriter::commit(std::string &err) {
         m.in_txn = false;
         return true;
     }
-    if (!m.drain(err)) return false;
+    if (!m.drain(err) || !m.hand_over_held(err)) return false;
     m.stop_worker();
-    if (!m.store_held(err)) return false;
     if (!exec(m.db, "INSERT OR REPLACE INTO meta(key, value) VALUES ('format', 'evpn-sysdb')", err) ||
         !exec(m.db, "COMMIT", err))
         return false;
