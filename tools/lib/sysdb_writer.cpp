@@ -226,6 +226,7 @@ struct SysdbWriter::Impl {
         std::string bytes;
         std::vector<Row> items, index;
         std::vector<Op> ops;
+        bool in_key_order = false;  // index rows a load merged: stored, not held
     };
     static constexpr size_t kBatchBytes = 512 * 1024, kQueued = 2;
     // Live mode hands smaller batches over: a commit waits for the queue.
@@ -270,7 +271,12 @@ struct SysdbWriter::Impl {
             return true;
         };
         if (!insert(b.items, ins_items, ins_item, 4, bind_item)) return fail(err, "items");
-        if (!insert(b.index, ins_indexes, ins_index, 2, bind_index)) return fail(err, "index rows");
+        if (defer_index && !b.in_key_order) {
+            hold_index(b);
+            if (held_bytes >= kHeldBytes && !store_held(err)) return false;
+        } else if (!insert(b.index, ins_indexes, ins_index, 2, bind_index)) {
+            return fail(err, "index rows");
+        }
         for (const Op &op : b.ops) {
             sqlite3_stmt *st = op.kind == OpKind::ReplaceItem  ? put_item
                                : op.kind == OpKind::DeleteItem ? del_item
@@ -282,6 +288,150 @@ struct SysdbWriter::Impl {
             if (sqlite3_step(st) != SQLITE_DONE) return fail(err, "changing an item");
         }
         return true;
+    }
+
+    // A load's index rows are held back and stored in key order. Items come
+    // in their own key order, so each ordering's rows come in none, and a
+    // b-tree filled at random is slow: at 200k routes they took the worker
+    // 0.31 s of CPU, where storing every row of the load in key order (items
+    // and index) takes 0.26 s. The worker, mostly idle while
+    // the caller parses, sorts them in runs as they come; commit() merges the
+    // runs into the store. Up to kHeldBytes are held (a million MAC routes
+    // take about 110 MiB), then stored the same way, so a snapshot of any
+    // size loads in bounded memory.
+    struct Held {
+        uint64_t head[2];  // first 16 bytes, big-endian, zero-padded
+        uint32_t off, len;  // of the bytes past the head, in held_tails; the key's length
+    };
+    struct HeldList {
+        int64_t list;
+        std::vector<Held> rows;
+        std::vector<size_t> runs;  // where each sorted run of rows ends
+    };
+    static constexpr size_t kHeldBytes = size_t(128) << 20, kRunRows = 1 << 16;
+    bool defer_index = false;
+    std::string held_tails;
+    std::vector<HeldList> held;  // one per index listing
+    size_t held_bytes = 0;
+
+    // The store's order of blobs: memcmp, then length.
+    static bool held_less(const char *tails, const Held &a, const Held &b) {
+        if (a.head[0] != b.head[0]) return a.head[0] < b.head[0];
+        if (a.head[1] != b.head[1]) return a.head[1] < b.head[1];
+        const uint32_t n = std::min(a.len, b.len);
+        const int c = n > 16 ? memcmp(tails + a.off, tails + b.off, n - 16) : 0;
+        return c != 0 ? c < 0 : a.len < b.len;
+    }
+
+    void sort_run(HeldList &h) {
+        const size_t from = h.runs.empty() ? 0 : h.runs.back();
+        if (from == h.rows.size()) return;
+        const char *tails = held_tails.data();
+        std::sort(h.rows.begin() + static_cast<ptrdiff_t>(from), h.rows.end(),
+                  [tails](const Held &a, const Held &b) { return held_less(tails, a, b); });
+        h.runs.push_back(h.rows.size());
+    }
+
+    void hold_index(const Batch &b) {
+        if (held_tails.capacity() < kHeldBytes) held_tails.reserve(kHeldBytes / 2 + kBatchBytes);
+        HeldList *to = nullptr;
+        for (const Row &r : b.index) {
+            if (!to || to->list != r.list) {
+                to = nullptr;
+                for (HeldList &h : held)
+                    if (h.list == r.list) to = &h;
+                if (!to) to = &held.emplace_back(HeldList{r.list, {}, {}});
+            }
+            const uint8_t *key = reinterpret_cast<const uint8_t *>(b.bytes.data()) + r.key;
+            Held h{{0, 0}, static_cast<uint32_t>(held_tails.size()), r.key_len};
+            for (uint32_t i = 0; i < 16; i++) h.head[i / 8] = h.head[i / 8] << 8 | (i < r.key_len ? key[i] : 0);
+            if (r.key_len > 16) held_tails.append(reinterpret_cast<const char *>(key) + 16, r.key_len - 16);
+            to->rows.push_back(h);
+            held_bytes += sizeof(Held) + (r.key_len > 16 ? r.key_len - 16 : 0);
+        }
+        for (HeldList &h : held)
+            if (h.rows.size() - (h.runs.empty() ? 0 : h.runs.back()) >= kRunRows) sort_run(h);
+    }
+
+    // Calls emit(list, key) for every held row, each listing's runs merged
+    // into key order, then lets the rows go.
+    template <class Emit>
+    void merge_held(Emit emit) {
+        const char *tails = held_tails.data();
+        std::string key;
+        std::sort(held.begin(), held.end(), [](const HeldList &a, const HeldList &b) { return a.list < b.list; });
+        for (HeldList &h : held) {
+            sort_run(h);
+            // Each run's next row; the heap's top is the least of them.
+            std::vector<std::pair<size_t, size_t>> next;  // (at, end) per run
+            for (size_t i = 0, from = 0; i < h.runs.size(); from = h.runs[i++]) next.emplace_back(from, h.runs[i]);
+            auto later = [&](const std::pair<size_t, size_t> &a, const std::pair<size_t, size_t> &b) {
+                return held_less(tails, h.rows[b.first], h.rows[a.first]);
+            };
+            std::make_heap(next.begin(), next.end(), later);
+            while (!next.empty()) {
+                std::pop_heap(next.begin(), next.end(), later);
+                const Held &r = h.rows[next.back().first];
+                key.clear();
+                for (uint32_t i = 0; i < 16 && i < r.len; i++)
+                    key.push_back(static_cast<char>(r.head[i / 8] >> (56 - 8 * (i % 8))));
+                if (r.len > 16) key.append(tails + r.off, r.len - 16);
+                if (++next.back().first == next.back().second) next.pop_back();
+                else std::push_heap(next.begin(), next.end(), later);
+                emit(h.list, key);
+            }
+            h.rows.clear();
+            h.runs.clear();
+        }
+        held_tails.clear();
+        held_bytes = 0;
+    }
+
+    // Stores the held rows in key order on this thread (the worker's, when
+    // they pass kHeldBytes).
+    bool store_held(std::string &err) {
+        std::string keys[kRowsPerInsert];
+        size_t filled = 0;
+        int64_t at = -1;
+        bool ok = true;
+        auto bind = [&](sqlite3_stmt *s, int param, const std::string &key) {
+            sqlite3_bind_int64(s, param, at);
+            sqlite3_bind_blob(s, param + 1, key.data(), static_cast<int>(key.size()), SQLITE_STATIC);
+        };
+        auto flush = [&]() {
+            if (ok && filled == kRowsPerInsert) {
+                sqlite3_reset(ins_indexes);
+                for (size_t j = 0; j < filled; j++) bind(ins_indexes, static_cast<int>(2 * j + 1), keys[j]);
+                ok = sqlite3_step(ins_indexes) == SQLITE_DONE;
+            }
+            for (size_t j = 0; ok && filled < kRowsPerInsert && j < filled; j++) {
+                sqlite3_reset(ins_index);
+                bind(ins_index, 1, keys[j]);
+                ok = sqlite3_step(ins_index) == SQLITE_DONE;
+            }
+            filled = 0;
+        };
+        merge_held([&](int64_t list, const std::string &key) {
+            if (list != at || filled == kRowsPerInsert) flush();
+            at = list;
+            keys[filled++] = key;
+        });
+        flush();
+        return ok || fail(err, "index rows");
+    }
+
+    // The same at commit, with the worker idle: this thread merges, the
+    // worker stores what it is handed meanwhile.
+    bool hand_over_held(std::string &err) {
+        merge_held([&](int64_t list, const std::string &key) {
+            Batch &b = batch();
+            b.in_key_order = true;
+            b.index.push_back({list, static_cast<uint32_t>(b.bytes.size()), static_cast<uint32_t>(key.size()),
+                               0, 0, 0, 0});
+            b.bytes += key;
+            if (b.bytes.size() >= kBatchBytes) submit();
+        });
+        return drain(err);
     }
 
     void work() {
@@ -306,6 +456,7 @@ struct SysdbWriter::Impl {
             b->items.clear();
             b->index.clear();
             b->ops.clear();
+            b->in_key_order = false;
             spare.push_back(std::move(b));
             cv.notify_all();
         }
@@ -537,6 +688,7 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &named, std::st
     if (!target_replaceable(target, err)) return nullptr;
     auto impl = std::make_unique<Impl>();
     impl->target = target;
+    impl->defer_index = true;
     remove_stale_temps(target);
     impl->temp = target + ".load-" + std::to_string(getpid());
     unlink(impl->temp.c_str());
@@ -753,7 +905,7 @@ bool SysdbWriter::commit(std::string &err) {
         m.in_txn = false;
         return true;
     }
-    if (!m.drain(err)) return false;
+    if (!m.drain(err) || !m.hand_over_held(err)) return false;
     m.stop_worker();
     if (!exec(m.db, "INSERT OR REPLACE INTO meta(key, value) VALUES ('format', 'evpn-sysdb')", err) ||
         !exec(m.db, "COMMIT", err))
