@@ -110,13 +110,9 @@ struct LiveStore::Impl : RecordSink {
 
     bool begin(std::string &err) { return writer->begin(err); }
 
-    // Derived records, then the commit: what a reader sees next. Without
-    // wait, the writer's worker commits while the caller goes on with the
-    // next messages (a full transaction mid-stream).
-    bool commit(std::string &err, bool wait = true) {
-        if (!begin(err) || !mapper->flush(*this, err) ||
-            !(wait ? writer->commit(err) : writer->commit_pipelined(err)))
-            return false;
+    // Derived records, then the commit: what a reader sees next.
+    bool commit(std::string &err) {
+        if (!begin(err) || !mapper->flush(*this, err) || !writer->commit(err)) return false;
         counters.commits++;
         changes = 0;
         return true;
@@ -252,7 +248,7 @@ bool LiveStore::apply(uint32_t session, const bmp::Message &msg, std::string &er
         break;
     }
     // A whole message is applied: a commit here shows readers all of it.
-    if (m.changes >= m.opts.batch_max_changes) return m.commit(err, false);
+    if (m.changes >= m.opts.batch_max_changes) return m.commit(err);
     return true;
 }
 

@@ -1,10 +1,6 @@
 // The writer's live mode on its own: items replaced and removed in place
 // with their index rows, including the rows a non-key field decides.
-#include <sqlite3.h>
-
-#include <atomic>
 #include <functional>
-#include <thread>
 
 #include "collector_test.h"
 #include "platform/bag_types.h"
@@ -108,97 +104,6 @@ TEST_F(LiveWriter, ChangesWhoseIndexRowsTheCallerVouchesForAddAndDropTheRows) {
     EXPECT_EQ(macs(), Rows{});
     EXPECT_EQ(macs({"-b", "bd-a"}), Rows{});
     EXPECT_EQ(macs({"-O", "11", "-P", "2233", "-Q", "4405"}), Rows{});
-}
-
-// Items and index rows of the store, read in one transaction of a
-// connection of its own (as a client reads).
-struct Counts {
-    int64_t items = -1, rows = -1;
-};
-Counts counts(sqlite3 *c) {
-    Counts n;
-    if (sqlite3_exec(c, "BEGIN", nullptr, nullptr, nullptr) != SQLITE_OK) return n;
-    auto one = [&](const char *sql) {
-        sqlite3_stmt *s = nullptr;
-        int64_t v = -1;
-        if (sqlite3_prepare_v2(c, sql, -1, &s, nullptr) == SQLITE_OK && sqlite3_step(s) == SQLITE_ROW)
-            v = sqlite3_column_int64(s, 0);
-        sqlite3_finalize(s);
-        return v;
-    };
-    n.items = one("SELECT count(*) FROM item");
-    n.rows = one("SELECT count(*) FROM item_index");
-    sqlite3_exec(c, "COMMIT", nullptr, nullptr, nullptr);
-    return n;
-}
-
-struct Connection {
-    sqlite3 *c = nullptr;
-    Connection(const std::string &db, int flags) {
-        sqlite3_open_v2(db.c_str(), &c, flags, nullptr);
-        sqlite3_busy_timeout(c, 10000);
-    }
-    ~Connection() { sqlite3_close(c); }
-};
-
-TEST_F(LiveWriter, AReaderNeverSeesHalfAPipelinedTransaction) {
-    constexpr int kPerTxn = 200, kTxns = 40;
-    change([&] { return put(Mac(0, "", 16), Known::Absent); });  // starts the worker
-    const Counts base = counts(Connection(db, SQLITE_OPEN_READONLY).c);
-    ASSERT_EQ(base.items, 1);
-    const int64_t rows_per_item = base.rows;
-    std::atomic<bool> done{false};
-    std::atomic<int> reads{0}, torn{0};
-    std::thread reader([&] {
-        Connection r(db, SQLITE_OPEN_READONLY);
-        while (!done) {
-            const Counts n = counts(r.c);
-            if (n.items < 1 || (n.items - 1) % kPerTxn != 0 || n.rows != n.items * rows_per_item)
-                torn++;
-            reads++;
-        }
-    });
-    for (int t = 0; t < kTxns; t++) {
-        ASSERT_TRUE(w->begin(err)) << err;
-        for (int i = 0; i < kPerTxn; i++) {
-            Mac m(static_cast<uint8_t>(i), "", 16);
-            m.r.evi = static_cast<uint32_t>(1000 + t);
-            ASSERT_TRUE(put(m, Known::Absent)) << err;
-        }
-        ASSERT_TRUE(w->commit_pipelined(err)) << err;
-    }
-    ASSERT_TRUE(w->commit(err)) << err;  // waits for the last
-    done = true;
-    reader.join();
-    EXPECT_EQ(torn.load(), 0) << "of " << reads.load() << " reads";
-    const Counts end = counts(Connection(db, SQLITE_OPEN_READONLY).c);
-    EXPECT_EQ(end.items, 1 + kPerTxn * kTxns);
-}
-
-TEST_F(LiveWriter, AFailedPipelinedTransactionIsReportedAndKeepsWhatWasCommitted) {
-    change([&] { return put(Mac(1, "", 16), Known::Absent); });  // starts the worker
-    ASSERT_TRUE(w->begin(err)) << err;
-    ASSERT_TRUE(put(Mac(2, "", 16), Known::Absent)) << err;
-    ASSERT_TRUE(w->commit_pipelined(err)) << err;
-    // A second writer takes the file once that commit is done: the next
-    // transaction cannot begin (after the writer's busy timeout).
-    Connection other(db, SQLITE_OPEN_READWRITE);
-    ASSERT_EQ(sqlite3_exec(other.c, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
-    ASSERT_TRUE(w->begin(err)) << err;
-    ASSERT_TRUE(put(Mac(3, "", 16), Known::Absent)) << err;
-    ASSERT_TRUE(w->commit_pipelined(err)) << err;
-    err.clear();
-    EXPECT_FALSE(w->commit(err));
-    EXPECT_NE(err.find("locked"), std::string::npos) << err;
-    // Later calls keep failing: nothing is written after a lost change.
-    EXPECT_FALSE(w->begin(err));
-    sqlite3_exec(other.c, "ROLLBACK", nullptr, nullptr, nullptr);
-    w->close(err);
-    w.reset();
-    const Rows got = macs();
-    ASSERT_EQ(got.size(), 2u);
-    EXPECT_NE(got[0].find("0011.2233.4401"), std::string::npos) << got[0];
-    EXPECT_NE(got[1].find("0011.2233.4402"), std::string::npos) << got[1];
 }
 
 TEST_F(LiveWriter, ALoadStillReplacesTheFileAfterALiveRun) {

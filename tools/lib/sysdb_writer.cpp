@@ -222,14 +222,10 @@ struct SysdbWriter::Impl {
         OpKind kind;
         Row row;
     };
-    // Live mode's pipelined transactions: a batch may begin the transaction
-    // its rows belong to, and commit it after them (commit_pipelined).
     struct Batch {
         std::string bytes;
         std::vector<Row> items, index;
         std::vector<Op> ops;
-        bool begin = false, commit = false;
-        bool empty() const { return items.empty() && index.empty() && ops.empty() && !begin && !commit; }
     };
     static constexpr size_t kBatchBytes = 512 * 1024, kQueued = 2;
     // Live mode hands smaller batches over: a commit waits for the queue.
@@ -299,8 +295,7 @@ struct SysdbWriter::Impl {
             const bool skip = worker_failed.load();
             lk.unlock();
             std::string e;
-            const bool ok = skip || ((!b->begin || exec(db, "BEGIN IMMEDIATE", e)) && store(*b, e) &&
-                                     (!b->commit || exec(db, "COMMIT", e)));
+            const bool ok = skip || store(*b, e);
             lk.lock();
             busy = false;
             if (!ok) {
@@ -311,7 +306,6 @@ struct SysdbWriter::Impl {
             b->items.clear();
             b->index.clear();
             b->ops.clear();
-            b->begin = b->commit = false;
             spare.push_back(std::move(b));
             cv.notify_all();
         }
@@ -344,7 +338,8 @@ struct SysdbWriter::Impl {
 
     // Hands the batch being filled to the worker (started with the first).
     void submit() {
-        if (!filling || filling->empty()) return;
+        if (!filling || (filling->items.empty() && filling->index.empty() && filling->ops.empty()))
+            return;
         if (!worker.joinable()) worker = std::thread([this] { work(); });
         std::unique_lock<std::mutex> lk(mu);
         cv.wait(lk, [&] { return queued.size() < kQueued; });
@@ -399,7 +394,7 @@ struct SysdbWriter::Impl {
         drain(lost);  // rolled back below in any case
         stop_worker();
         finalize_all();
-        if (!sqlite3_get_autocommit(db)) sqlite3_exec(db, "ROLLBACK", nullptr, nullptr, nullptr);
+        if (in_txn) sqlite3_exec(db, "ROLLBACK", nullptr, nullptr, nullptr);
         in_txn = false;
         bool ok = exec(db, "PRAGMA wal_checkpoint(TRUNCATE); PRAGMA journal_mode = DELETE", err);
         if (sqlite3_close(db) != SQLITE_OK && ok) {
@@ -749,21 +744,6 @@ bool SysdbWriter::set_meta(const std::string &key, const std::string &value, std
     return sqlite3_step(m.ins_meta) == SQLITE_DONE || m.fail(err, "meta " + key);
 }
 
-bool SysdbWriter::commit_pipelined(std::string &err) {
-    Impl &m = *impl_;
-    if (!m.live) {
-        err = "commit_pipelined: not a live writer";
-        return false;
-    }
-    if (!m.in_txn) return true;
-    if (m.worker_failed) return m.drain(err);
-    if (!m.worker.joinable()) return commit(err);  // nothing for the worker to overlap
-    m.batch().commit = true;
-    m.submit();
-    m.in_txn = false;
-    return true;
-}
-
 bool SysdbWriter::commit(std::string &err) {
     Impl &m = *impl_;
     if (m.live) {
@@ -962,14 +942,6 @@ bool SysdbWriter::begin(std::string &err) {
         return false;
     }
     if (m.in_txn) return true;
-    if (m.worker_failed) return m.drain(err);
-    // With the worker running (a commit may be in flight), the transaction
-    // begins there, before the first batch of its changes.
-    if (m.worker.joinable()) {
-        m.batch().begin = true;
-        m.in_txn = true;
-        return true;
-    }
     // IMMEDIATE: a second writer of the file waits here, not at its first change.
     if (!exec(m.db, "BEGIN IMMEDIATE", err)) return false;
     m.in_txn = true;

@@ -50,12 +50,6 @@ class SysdbWriter {
     // keep reading while it writes (write-ahead log; see docs/collector.md).
     static std::unique_ptr<SysdbWriter> open_live(const std::string &target, std::string &err);
     bool begin(std::string &err);
-    // Live: hands the commit to the worker thread, after the changes given
-    // so far, and returns; the caller may begin the next transaction and go
-    // on while the worker commits (readers see this transaction whole, after
-    // it is written). A failure is returned by the next call made (a change,
-    // begin, commit or close); what was committed before it stays.
-    bool commit_pipelined(std::string &err);
     // What the caller knows of the stored item a record names. Without
     // knowledge, the stored item is read to find its index rows; with it,
     // the change goes to the worker thread and the caller goes on.
