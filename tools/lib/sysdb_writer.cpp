@@ -144,6 +144,17 @@ struct SysdbWriter::Impl {
     // The worker's inserts of kRowsPerInsert rows in one statement.
     static constexpr size_t kRowsPerInsert = 32;
     sqlite3_stmt *ins_items = nullptr, *ins_indexes = nullptr;
+    // ins_items and ins_indexes, each row of them added by `verb`.
+    bool prepare_multirow(const char *verb) {
+        std::string items_sql = std::string(verb) + " INTO item(list, skey, name, data) VALUES (?, ?, ?, ?)",
+                    index_sql = std::string(verb) + " INTO item_index(list, ikey) VALUES (?, ?)";
+        for (size_t i = 1; i < kRowsPerInsert; i++) {
+            items_sql += ", (?, ?, ?, ?)";
+            index_sql += ", (?, ?)";
+        }
+        return sqlite3_prepare_v2(db, items_sql.c_str(), -1, &ins_items, nullptr) == SQLITE_OK &&
+               sqlite3_prepare_v2(db, index_sql.c_str(), -1, &ins_indexes, nullptr) == SQLITE_OK;
+    }
     std::map<std::pair<std::string, std::string>, int64_t> lists;
     int64_t next_list = 1;
     bool committed = false;
@@ -727,14 +738,7 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &named, std::st
             err = sqlite3_errmsg(impl->db);
             return nullptr;
         }
-    std::string items_sql = "INSERT INTO item(list, skey, name, data) VALUES (?, ?, ?, ?)",
-                index_sql = "INSERT INTO item_index(list, ikey) VALUES (?, ?)";
-    for (size_t i = 1; i < Impl::kRowsPerInsert; i++) {
-        items_sql += ", (?, ?, ?, ?)";
-        index_sql += ", (?, ?)";
-    }
-    if (sqlite3_prepare_v2(impl->db, items_sql.c_str(), -1, &impl->ins_items, nullptr) != SQLITE_OK ||
-        sqlite3_prepare_v2(impl->db, index_sql.c_str(), -1, &impl->ins_indexes, nullptr) != SQLITE_OK) {
+    if (!impl->prepare_multirow("INSERT")) {
         err = sqlite3_errmsg(impl->db);
         return nullptr;
     }
@@ -1051,14 +1055,7 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open_live(const std::string &named, st
     // journal (every page it changes copied to a temporary file); one whose
     // conflicts replace or skip never aborts, so it keeps none. The rows are
     // new: neither happens.
-    std::string items_sql = "INSERT OR IGNORE INTO item(list, skey, name, data) VALUES (?, ?, ?, ?)",
-                index_sql = "INSERT OR IGNORE INTO item_index(list, ikey) VALUES (?, ?)";
-    for (size_t i = 1; i < Impl::kRowsPerInsert; i++) {
-        items_sql += ", (?, ?, ?, ?)";
-        index_sql += ", (?, ?)";
-    }
-    if (sqlite3_prepare_v2(m.db, items_sql.c_str(), -1, &m.ins_items, nullptr) != SQLITE_OK ||
-        sqlite3_prepare_v2(m.db, index_sql.c_str(), -1, &m.ins_indexes, nullptr) != SQLITE_OK) {
+    if (!m.prepare_multirow("INSERT OR IGNORE")) {
         err = target + ": " + sqlite3_errmsg(m.db);
         return nullptr;
     }
