@@ -130,7 +130,7 @@ consteval size_t bound_of(const Conv &c) {
 
 // Blanks or zeros pad a field of width up to the block size with one store
 // of the width rounded up to 8 bytes.
-consteval size_t pad_block(int width) { return static_cast<size_t>(width + 7) / 8 * 8; }
+constexpr size_t pad_block(int width) { return static_cast<size_t>(width + 7) / 8 * 8; }
 
 template <size_t K>
 consteval size_t slack_of(const Parsed<K> &p) {
@@ -176,7 +176,9 @@ inline constexpr char kZeros[kSlack + 1] = "000000000000000000000000000000000000
 // are never taken, which the compiler's bounds warning cannot see.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Warray-bounds"
+#if !defined(__clang__)
 #pragma GCC diagnostic ignored "-Wstringop-overread"
+#endif
 inline void copy_text(char *d, const char *s, size_t n) {
     if (n >= 8) {
         if (n <= 16) {
@@ -393,7 +395,13 @@ inline void print(std::index_sequence<I...>, A... a) {
         }
     }
 #endif
-    show_printf(F.text, a...);  // too long for the buffer's room: the whole line again
+    // Too long for the buffer's room: the whole line again. F.text is the
+    // literal the compiler took apart above.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-security"
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    show_printf(F.text, a...);
+#pragma GCC diagnostic pop
 }
 
 template <Format F, size_t N, class... A, size_t... I>
