@@ -284,7 +284,7 @@ struct SysdbWriter::Impl {
         if (!insert(b.items, ins_items, ins_item, 4, bind_item)) return fail(err, "items");
         if (defer_index && !b.in_key_order) {
             hold_index(b);
-            if (held_bytes >= kHeldBytes && !store_held(err)) return false;
+            if (held_bytes >= held_limit && !store_held(err)) return false;
         } else if (!insert(b.index, ins_indexes, ins_index, 2, bind_index)) {
             return fail(err, "index rows");
         }
@@ -320,6 +320,7 @@ struct SysdbWriter::Impl {
         std::vector<size_t> runs;  // where each sorted run of rows ends
     };
     static constexpr size_t kHeldBytes = size_t(128) << 20, kRunRows = 1 << 16;
+    size_t held_limit = kHeldBytes;  // set before the first record only
     bool defer_index = false;
     std::string held_tails;
     std::vector<HeldList> held;  // one per index listing
@@ -344,7 +345,7 @@ struct SysdbWriter::Impl {
     }
 
     void hold_index(const Batch &b) {
-        if (held_tails.capacity() < kHeldBytes) held_tails.reserve(kHeldBytes / 2 + kBatchBytes);
+        if (held_tails.capacity() < held_limit) held_tails.reserve(held_limit / 2 + kBatchBytes);
         HeldList *to = nullptr;
         for (const Row &r : b.index) {
             if (!to || to->list != r.list) {
@@ -399,7 +400,7 @@ struct SysdbWriter::Impl {
     }
 
     // Stores the held rows in key order on this thread (the worker's, when
-    // they pass kHeldBytes).
+    // they pass held_limit).
     bool store_held(std::string &err) {
         std::string keys[kRowsPerInsert];
         size_t filled = 0;
@@ -690,6 +691,8 @@ struct SysdbWriter::Impl {
 };
 
 SysdbWriter::SysdbWriter(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
+
+void SysdbWriter::hold_index_bytes(size_t limit) { impl_->held_limit = limit; }
 SysdbWriter::~SysdbWriter() = default;
 
 std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &named, std::string &err) {

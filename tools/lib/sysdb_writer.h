@@ -34,6 +34,10 @@ class SysdbWriter {
     bool add_raw(const std::string &root, std::string_view base, const std::string &name,
                  std::string_view data, std::string &err);
 
+    // A load holds index rows back to store them in key order, at most this
+    // many bytes of them at a time (128 MiB); call before the first record.
+    void hold_index_bytes(size_t limit);
+
     bool set_capability(const std::string &name, int64_t value, std::string &err);
     bool add_interface(uint32_t handle, const std::string &name, const std::string &state,
                        std::string &err);
