@@ -242,6 +242,27 @@ inline auto read_as(A a) {
     }
 }
 
+// Decimal digits of v written backwards to end, two at a time; returns the
+// first (none for 0: callers decide how zero prints).
+inline char *decimal_digits(unsigned long long v, char *end) {
+    static constexpr char kPairs[] =
+        "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+        "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+        "8081828384858687888990919293949596979899";
+    char *p = end;
+    for (; v >= 100; v /= 100) {
+        p -= 2;
+        memcpy(p, kPairs + 2 * (v % 100), 2);
+    }
+    if (v >= 10) {
+        p -= 2;
+        memcpy(p, kPairs + 2 * v, 2);
+    } else if (v) {
+        *--p = static_cast<char>('0' + v);
+    }
+    return p;
+}
+
 // Digits of v written backwards to end; returns the first.
 template <bool Hex, bool Upper>
 inline char *digits(unsigned long long v, char *end) {
@@ -251,20 +272,8 @@ inline char *digits(unsigned long long v, char *end) {
         do *--p = set[v & 15];
         while (v >>= 4);
     } else {
-        static constexpr char kPairs[] =
-            "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
-            "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
-            "8081828384858687888990919293949596979899";
-        for (; v >= 100; v /= 100) {
-            p -= 2;
-            memcpy(p, kPairs + 2 * (v % 100), 2);
-        }
-        if (v >= 10) {
-            p -= 2;
-            memcpy(p, kPairs + 2 * v, 2);
-        } else {
-            *--p = static_cast<char>('0' + v);
-        }
+        p = decimal_digits(v, end);
+        if (p == end) *--p = '0';
     }
     return p;
 }

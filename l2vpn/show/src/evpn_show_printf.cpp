@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "evpn_show_format.h"
 #include "evpn_show_print.h"
 
 namespace {
@@ -248,20 +249,7 @@ char *digits_of(unsigned long long v, char conv, char *end) {
     } else if (conv == 'o') {
         for (; v; v >>= 3) *--p = static_cast<char>('0' + (v & 7));
     } else {
-        static constexpr char kPairs[] =
-            "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
-            "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
-            "8081828384858687888990919293949596979899";
-        for (; v >= 100; v /= 100) {
-            p -= 2;
-            memcpy(p, kPairs + 2 * (v % 100), 2);
-        }
-        if (v >= 10) {
-            p -= 2;
-            memcpy(p, kPairs + 2 * v, 2);
-        } else if (v) {
-            *--p = static_cast<char>('0' + v);
-        }
+        p = show_format::decimal_digits(v, end);
     }
     return p;
 }
