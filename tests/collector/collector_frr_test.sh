@@ -47,21 +47,7 @@ $frr/bgpd -d "${frr_user[@]}" -M bmp -f "$work/bgpd.conf" -i "$work/bgpd.pid" --
 for i in $(seq 50); do [ -s "$work/bgpd.pid" ] && break; sleep 0.1; done
 logged 'Initiation: sysName'
 
-start_gobgpd "[global.config]
-  as = 65000
-  router-id = \"192.0.2.1\"
-  port = -1
-[[neighbors]]
-  [neighbors.config]
-    neighbor-address = \"127.0.0.1\"
-    peer-as = 65000
-  [neighbors.transport.config]
-    local-address = \"127.0.0.2\"
-    remote-port = $bgp_port
-  [[neighbors.afi-safis]]
-    [neighbors.afi-safis.config]
-      afi-safi-name = \"l2vpn-evpn\""
-logged 'Peer Up: peer 127\.0\.0\.2 AS 65000' 30
+start_originator "$bgp_port"
 
 add_routes
 shows 1000 '0200\.5e10\.2030' 0

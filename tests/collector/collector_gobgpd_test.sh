@@ -68,21 +68,7 @@ start_gobgpd "[global.config]
   [bmp-servers.config]
     address = \"127.0.0.1\"
     port = $bmp_port"
-start_gobgpd "[global.config]
-  as = 65000
-  router-id = \"192.0.2.1\"
-  port = -1
-[[neighbors]]
-  [neighbors.config]
-    neighbor-address = \"127.0.0.1\"
-    peer-as = 65000
-  [neighbors.transport.config]
-    local-address = \"127.0.0.2\"
-    remote-port = $bgp_port
-  [[neighbors.afi-safis]]
-    [neighbors.afi-safis.config]
-      afi-safi-name = \"l2vpn-evpn\""
-logged 'Peer Up: peer 127\.0\.0\.2 AS 65000' 30
+start_originator "$bgp_port"
 add_routes
 shows 3000 '0200\.5e10\.2030' 0
 shows 1000 '^0011\.2233\.4455\.6677\.8899 ' 3

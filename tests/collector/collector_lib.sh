@@ -95,6 +95,27 @@ logged() {
   fail "the collector did not log '$1'"
 }
 
+# start_originator PORT: a gobgpd without BMP of its own, from 127.0.0.2 an
+# iBGP peer of the router on 127.0.0.1:PORT, whose Peer Up the collector
+# logs; add_routes and del_routes then work through it.
+start_originator() {
+  start_gobgpd "[global.config]
+  as = 65000
+  router-id = \"192.0.2.1\"
+  port = -1
+[[neighbors]]
+  [neighbors.config]
+    neighbor-address = \"127.0.0.1\"
+    peer-as = 65000
+  [neighbors.transport.config]
+    local-address = \"127.0.0.2\"
+    remote-port = $1
+  [[neighbors.afi-safis]]
+    [neighbors.afi-safis.config]
+      afi-safi-name = \"l2vpn-evpn\""
+  logged 'Peer Up: peer 127\.0\.0\.2 AS 65000' 30
+}
+
 # start_gobgpd CONFIG_TEXT: gobgpd with that configuration and its API on a
 # free port; sets gobgpd_pid and api_port. g ARGS... runs "gobgp -p PORT ARGS".
 start_gobgpd() {

@@ -673,6 +673,22 @@ struct SysdbWriter::Impl {
         return true;
     }
 
+    // The record encoded into `encoded`; its target, with the listing row made
+    // on first use, or null with err set.
+    Target *encode_into(const std::string &root, std::string_view base, const void *record,
+                        std::string &err) {
+        Target *t = target_of(root, base, err);
+        if (!t) return nullptr;
+        const ListingDef *l = t->def;
+        encoded.clear();
+        if (uint32_t rc = bag_encode(record, l->desc, encoded)) {
+            err = std::string("cannot encode ") + l->desc->name + ": " + cerr_strerror(rc);
+            return nullptr;
+        }
+        if (t->list < 0 && (t->list = list_id(root, t->base, l->desc->name, err)) < 0) return nullptr;
+        return t;
+    }
+
     // The listing row of a stored ordering, made with its first entry.
     int64_t ordering_list(Target &t, size_t o, std::string &err) {
         int64_t &ix = t.ordering_lists[o];
@@ -760,15 +776,9 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &named, std::st
 bool SysdbWriter::add(const std::string &root, std::string_view base, const void *record,
                       std::string &err) {
     Impl &m = *impl_;
-    Impl::Target *t = m.target_of(root, base, err);
+    Impl::Target *t = m.encode_into(root, base, record, err);
     if (!t) return false;
     const ListingDef *l = t->def;
-    m.encoded.clear();
-    if (uint32_t rc = bag_encode(record, l->desc, m.encoded)) {
-        err = std::string("cannot encode ") + l->desc->name + ": " + cerr_strerror(rc);
-        return false;
-    }
-    if (t->list < 0 && (t->list = m.list_id(root, t->base, l->desc->name, err)) < 0) return false;
     if (l->singleton) return m.drain(err) && m.insert_item(t->list, std::string(), l->base, m.encoded, l->base, err);
 
     if (!m.keys_of(*t, record, err)) return false;
@@ -1155,15 +1165,9 @@ bool SysdbWriter::upsert(const std::string &root, std::string_view base, const v
         err = "upsert outside a transaction";
         return false;
     }
-    Impl::Target *t = m.target_of(root, base, err);
+    Impl::Target *t = m.encode_into(root, base, record, err);
     if (!t) return false;
     const ListingDef *l = t->def;
-    m.encoded.clear();
-    if (uint32_t rc = bag_encode(record, l->desc, m.encoded)) {
-        err = std::string("cannot encode ") + l->desc->name + ": " + cerr_strerror(rc);
-        return false;
-    }
-    if (t->list < 0 && (t->list = m.list_id(root, t->base, l->desc->name, err)) < 0) return false;
     if (!l->singleton && !m.keys_of(*t, record, err)) return false;
     // Where every index row is made of item-key fields, a stored item has
     // the rows this record makes: the change needs no look at it and goes to
