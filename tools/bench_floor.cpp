@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "platform/bag.h"
+#include "platform/sysdb.h"
 #include "platform/sysdb_schema.h"
 
 int main(int argc, char **argv) {
@@ -30,6 +31,7 @@ int main(int argc, char **argv) {
         fprintf(stderr, "bench_floor: BYTES_PER_ITEM must be 1..1048576\n");
         return 2;
     }
+    sysdb_reader_process_setup();  // SQLite set up as the client sets it up
     static char outbuf[64 * 1024];
     setvbuf(stdout, outbuf, _IOFBF, sizeof outbuf);
 

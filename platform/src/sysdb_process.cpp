@@ -58,13 +58,15 @@ const sqlite3_mem_methods kHeap = {heap_malloc, heap_free,   heap_realloc, heap_
 }  // namespace
 
 bool sysdb_reader_process_setup(void) {
-    // Each setting applies only before SQLite starts; the first refusal
-    // means it has, and the rest would be refused too.
-    if (sqlite3_config(SQLITE_CONFIG_SINGLETHREAD) != SQLITE_OK) return false;
+    // Each setting applies only before SQLite starts; the allocator's
+    // refusal means it has, and the rest would be refused too.
+    if (sqlite3_config(SQLITE_CONFIG_MALLOC, &kHeap) != SQLITE_OK) return false;
+    // A library built without mutexes (the client's) takes no threading mode.
+    if (sqlite3_threadsafe()) sqlite3_config(SQLITE_CONFIG_SINGLETHREAD);
     sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
-    sqlite3_config(SQLITE_CONFIG_MALLOC, &kHeap);
     // No page cache block allocated up front (20 pages of 16 KiB): pages come
     // one by one as a run needs them.
     sqlite3_config(SQLITE_CONFIG_PAGECACHE, nullptr, 0, 0);
-    return true;
+    // The client's library starts only when told to (no check on every call).
+    return sqlite3_initialize() == SQLITE_OK;
 }

@@ -13,8 +13,9 @@
 #include "platform/sysdb.h"
 
 // The version, found in the program file as "@(#)evpn_show_client <version>"
-// (the client's command line is the shell's and has no option for it).
-[[gnu::used]] static const char kWhat[] = "@(#)evpn_show_client " EVPN_VERSION;
+// (the client's command line is the shell's and has no option for it);
+// retained through the link's removal of unused sections.
+[[gnu::used, gnu::retain]] static const char kWhat[] = "@(#)evpn_show_client " EVPN_VERSION;
 
 namespace {
 

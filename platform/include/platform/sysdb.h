@@ -30,8 +30,8 @@ const char *sysdb_library_path_origin(void);
 // Sets the store's SQLite up for a single-threaded process that reads one
 // command's items and exits (the show client): no locking, SQLite's heap
 // counted and capped here rather than by its statistics, no page cache
-// allocated ahead. Call before anything touches the store; false, and
-// nothing changed, once it has.
+// allocated ahead; then starts SQLite. Call before anything touches the
+// store; false, and nothing changed, once it has.
 bool sysdb_reader_process_setup(void);
 
 // Opens the database read-only and binds root ("/oper/evpn/gl/", ...).
