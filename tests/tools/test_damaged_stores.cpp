@@ -4,11 +4,15 @@
 // database. A row too large to read fails only the requests that read it.
 #include <gtest/gtest.h>
 
+#include <sqlite3.h>
+
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "client/test_util.h"
@@ -175,6 +179,71 @@ TEST(DamagedStore, ARowPastTheReadLimitFailsOnlyTheRequestsThatReadIt) {
         _sysdb_unbind(h);
         unsetenv("EVPN_SYSDB");
     }
+}
+
+// The client reads through an SQLite of its own, built without what its
+// statements and our schema do not use; these hold what it must still take
+// from a store changed by other means, as the tools (on the system's SQLite) do.
+
+// A view or a trigger someone added with the sqlite3 tool changes nothing
+// the client reads.
+TEST(StoreByOtherMeans, AViewOrTriggerAddedLeavesTheReportsAsTheyWere) {
+    const std::string db = evis("with-view.db", [](std::string e) { return e; });
+    const auto before = spine_test::run_client({"5"}, {"EVPN_SYSDB=" + db});
+    ASSERT_EQ(before.status, 0) << before.err;
+    ASSERT_NE(before.out.find("QQQQ5"), std::string::npos) << before.out;
+    sql(db, "CREATE VIEW item_names AS SELECT name FROM item WHERE length(name) > 0; "
+            "CREATE TABLE audit (at INTEGER); "
+            "CREATE TRIGGER item_audit AFTER UPDATE ON item BEGIN INSERT INTO audit VALUES (1); END;");
+    const auto after = spine_test::run_client({"5"}, {"EVPN_SYSDB=" + db});
+    EXPECT_EQ(after.status, 0) << after.err;
+    EXPECT_EQ(after.out, before.out);
+    EXPECT_EQ(after.err, "");
+}
+
+// A schema entry the client's SQLite cannot parse (a virtual table, a
+// generated column) fails the binding with a named error: nothing is read
+// and nothing crashes.
+TEST(StoreByOtherMeans, SchemaTheClientCannotParseFailsTheBindingByName) {
+    const char *const additions[] = {
+        "CREATE VIRTUAL TABLE notes USING fts5(body)",
+        "CREATE TABLE sized (name TEXT, len INTEGER AS (length(name)))",
+    };
+    for (const char *sql_text : additions) {
+        SCOPED_TRACE(sql_text);
+        const std::string db = evis("unparsed-" + std::to_string(&sql_text - additions) + ".db", nullptr);
+        sql(db, sql_text);
+        const auto r = spine_test::run_client({"5"}, {"EVPN_SYSDB=" + db, "EVPN_DEBUG=400001"});
+        EXPECT_EQ(r.status, 1);
+        EXPECT_EQ(r.out, "");
+        EXPECT_NE(r.err.find(std::string("sysdb_bind failed for '/oper/evpn/gl/': ") +
+                             cerr_strerror(SYSDB_ERR_CORRUPT)), std::string::npos) << r.err;
+    }
+}
+
+// A writer's lock held for a moment delays a reader by about that moment:
+// the busy wait sleeps in milliseconds, not in whole seconds.
+TEST(StoreByOtherMeans, AReaderWaitsOutAShortWriteLockInMilliseconds) {
+    const std::string db = evis("locked.db", [](std::string e) { return e; });
+    const auto expected = spine_test::run_client({"5"}, {"EVPN_SYSDB=" + db});
+    ASSERT_EQ(expected.status, 0) << expected.err;
+    sqlite3 *writer = nullptr;
+    ASSERT_EQ(sqlite3_open(db.c_str(), &writer), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(writer, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK)
+        << sqlite3_errmsg(writer);
+    std::thread release([writer] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        sqlite3_exec(writer, "COMMIT", nullptr, nullptr, nullptr);
+    });
+    const auto start = std::chrono::steady_clock::now();
+    const auto r = spine_test::run_client({"5"}, {"EVPN_SYSDB=" + db, "EVPN_DEBUG=400001"});
+    const auto waited = std::chrono::steady_clock::now() - start;
+    release.join();
+    sqlite3_close(writer);
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, expected.out);
+    EXPECT_GE(waited, std::chrono::milliseconds(290)) << "the lock was not in the way";
+    EXPECT_LT(waited, std::chrono::milliseconds(900)) << "slept in whole seconds";
 }
 
 }  // namespace
