@@ -603,8 +603,15 @@ struct RouteMapper::Impl {
         if (evi_rts.size() != rts_before || evi_rds.size() != rds_before) dirty_evis.push_back(evi);
         if (a.has_nh) {
             AddrKey n{evi_number, a.nh};
-            if (delta > 0) neighbors[n].encap = a.encap;
-            count(neighbors, n, delta, dirty_neighbors);
+            // One look-up a route where it adds (count() would make another).
+            if (delta > 0) {
+                Counted &c = neighbors[n];
+                c.encap = a.encap;
+                if (c.count == 0) dirty_neighbors.push_back(n);
+                c.count += static_cast<uint32_t>(delta);
+            } else {
+                count(neighbors, n, delta, dirty_neighbors);
+            }
             // A VXLAN route's next hop is the far end of its tunnel.
             if (a.encap == EVPN_ENCAP_VXLAN) {
                 AddrKey t{a.encap, a.nh};
