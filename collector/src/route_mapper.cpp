@@ -1141,8 +1141,8 @@ bool RouteMapper::flush(RecordSink &sink, std::string &err) { return impl_->flus
 bool RouteMapper::dirty() const {
     const Impl &m = *impl_;
     return m.summary_dirty || m.run.delta || !m.runs.empty() || !m.dirty_evis.empty() ||
-           !m.dirty_evi_rts.empty() || !m.dirty_rds.empty() || !m.dirty_neighbors.empty() || !m.dirty_teps.empty() ||
-           !m.dirty_segments.empty();
+           !m.dirty_evi_rts.empty() || !m.dirty_rds.empty() || !m.dirty_neighbors.empty() ||
+           !m.dirty_teps.empty() || !m.dirty_segments.empty();
 }
 
 void RouteMapper::set_router(uint32_t bgp_id, uint32_t as) {
