@@ -484,6 +484,7 @@ struct RouteMapper::Impl {
         AttrSet &s = attr_sets[id];
         if (s.refs || s.key.empty()) return;
         if (run.delta && run.aid == id) settle();
+        if (id < run_of.size() && run_of[id]) settle_through(run_of[id] - 1);
         attrs_by_key.erase(s.key);
         s = AttrSet{};
         free_attrs.push_back(id);
@@ -534,16 +535,42 @@ struct RouteMapper::Impl {
         uint32_t evi = 0, aid = 0;
         bmp::Rd rd{};
         int delta = 0;
-    } run;
+    } run;  // withdrawals: the latest run
+    // Announcements: a run per attribute set, applied in the order the runs
+    // began, all of them before a withdrawal is counted and at the flush. A
+    // router that takes its EVIs in turn sends each EVI's routes with
+    // attributes of their own (its route target), one route an UPDATE:
+    // every route would end the run before it. Applied in order, the counts
+    // cross zero where they would route by route, so endpoints get the same
+    // ids; only positive runs wait, so no count is taken below what the
+    // routes before it gave.
+    std::vector<Run> runs;
+    size_t runs_done = 0;             // runs[0, runs_done) are applied
+    std::vector<uint32_t> run_of;     // per attribute set: its run's index + 1, or 0
 
     void advertisement(const RouteEntry &e, uint32_t aid, int delta) {
         attr_sets[aid].refs += delta;
         if (e.type == 4 || (e.type == 1 && e.tag == kEthernetTagMax)) {
+            if (delta < 0) settle();
             effects(&e, e.evi, e.rd, aid, delta);
             return;
         }
-        if (run.delta && run.evi == e.evi && run.aid == aid && run.rd == e.rd &&
-            (run.delta > 0) == (delta > 0)) {
+        if (delta > 0) {
+            settle_withdrawals();
+            if (run_of.size() <= aid) run_of.resize(attr_sets.size(), 0);
+            if (const uint32_t r = run_of[aid]) {
+                Run &open = runs[r - 1];
+                if (open.evi == e.evi && open.rd == e.rd) {
+                    open.delta += delta;
+                    return;
+                }
+                settle_through(r - 1);
+            }
+            runs.push_back({e.evi, aid, e.rd, delta});
+            run_of[aid] = static_cast<uint32_t>(runs.size());
+            return;
+        }
+        if (run.delta && run.evi == e.evi && run.aid == aid && run.rd == e.rd) {
             run.delta += delta;
             return;
         }
@@ -551,11 +578,30 @@ struct RouteMapper::Impl {
         run = {e.evi, aid, e.rd, delta};
     }
 
-    void settle() {
+    // Applies the announcement runs up to and including runs[last].
+    void settle_through(size_t last) {
+        for (; runs_done <= last; runs_done++) {
+            Run &r = runs[runs_done];
+            run_of[r.aid] = 0;
+            if (r.delta) effects(nullptr, r.evi, r.rd, r.aid, r.delta);
+        }
+        if (runs_done == runs.size()) {
+            runs.clear();
+            runs_done = 0;
+        }
+    }
+
+    void settle_withdrawals() {
         if (!run.delta) return;
         const int delta = run.delta;
         run.delta = 0;
         effects(nullptr, run.evi, run.rd, run.aid, delta);
+    }
+
+    // Every run counted.
+    void settle() {
+        if (!runs.empty()) settle_through(runs.size() - 1);
+        settle_withdrawals();
     }
 
     template <class M, class K, class D> void count(M &map, const K &key, int delta, D &dirty) {
@@ -603,8 +649,15 @@ struct RouteMapper::Impl {
         if (evi_rts.size() != rts_before || evi_rds.size() != rds_before) dirty_evis.push_back(evi);
         if (a.has_nh) {
             AddrKey n{evi_number, a.nh};
-            if (delta > 0) neighbors[n].encap = a.encap;
-            count(neighbors, n, delta, dirty_neighbors);
+            // One look-up a route where it adds (count() would make another).
+            if (delta > 0) {
+                Counted &c = neighbors[n];
+                c.encap = a.encap;
+                if (c.count == 0) dirty_neighbors.push_back(n);
+                c.count += static_cast<uint32_t>(delta);
+            } else {
+                count(neighbors, n, delta, dirty_neighbors);
+            }
             // A VXLAN route's next hop is the far end of its tunnel.
             if (a.encap == EVPN_ENCAP_VXLAN) {
                 AddrKey t{a.encap, a.nh};
@@ -1087,9 +1140,9 @@ bool RouteMapper::flush(RecordSink &sink, std::string &err) { return impl_->flus
 
 bool RouteMapper::dirty() const {
     const Impl &m = *impl_;
-    return m.summary_dirty || m.run.delta || !m.dirty_evis.empty() || !m.dirty_evi_rts.empty() ||
-           !m.dirty_rds.empty() || !m.dirty_neighbors.empty() || !m.dirty_teps.empty() ||
-           !m.dirty_segments.empty();
+    return m.summary_dirty || m.run.delta || !m.runs.empty() || !m.dirty_evis.empty() ||
+           !m.dirty_evi_rts.empty() || !m.dirty_rds.empty() || !m.dirty_neighbors.empty() ||
+           !m.dirty_teps.empty() || !m.dirty_segments.empty();
 }
 
 void RouteMapper::set_router(uint32_t bgp_id, uint32_t as) {

@@ -218,6 +218,68 @@ TEST(LiveStore, TheStoreIsTheSameWhateverTheTransactionSizeAndLoadsBackFromItsDu
     EXPECT_EQ(show(copy, {"7"}), show(small.db, {"7"}));
 }
 
+// Routes taken EVI after EVI in turn, each EVI with attributes of its own
+// (its route target), as a router walking its table by EVI does not send
+// them: the derived records (EVIs, RDs, route targets, neighbors, tunnel
+// endpoints with their ids) come out the same whether every message is
+// committed or all of them are, with endpoints that go and come back, and
+// appear, inside the one transaction.
+TEST(LiveStore, DerivedRecordsAreTheSameWhenRoutesOfManyEvisInterleave) {
+    auto stream = [](Store &s) {
+        std::string err;
+        auto vxlan = [](uint32_t evi, uint8_t nh) {
+            bmp::RouteAttrs a = attrs(v4(192, 0, 2, nh), {rt2(65000, evi)});
+            a.has_encap = true;
+            a.encap = 8;
+            return a;
+        };
+        auto route = [](uint8_t pe, uint32_t evi, int i) {
+            bmp::EvpnNlri n = mac_route(rd_ip(pe, uint16_t(evi)), 0, v4(10, uint8_t(evi), 0, uint8_t(i)), 10000 + evi);
+            n.mac[3] = static_cast<uint8_t>(evi);
+            n.mac[4] = pe;
+            n.mac[5] = static_cast<uint8_t>(i);
+            return n;
+        };
+        std::vector<bmp::Message> msgs;
+        // 48 routes from three routers over 8 EVIs, the EVIs in turn.
+        for (int i = 0; i < 48; i++) {
+            const uint8_t pe = uint8_t(1 + i % 3);
+            const uint32_t evi = 100 + uint32_t(i % 8);
+            msgs.push_back(update(peer(pe), {route(pe, evi, i)}, vxlan(evi, pe)));
+        }
+        // Router 2 withdraws all of its routes (its endpoint goes), then
+        // announces two again (the endpoint comes back, with a new id);
+        // router 3 moves to a next hop never seen (a new endpoint).
+        for (int i = 1; i < 48; i += 3) {
+            const uint32_t evi = 100 + uint32_t(i % 8);
+            msgs.push_back(update(peer(2), {}, vxlan(evi, 2), {route(2, evi, i)}));
+        }
+        msgs.push_back(update(peer(2), {route(2, 101, 100)}, vxlan(101, 2)));
+        msgs.push_back(update(peer(2), {route(2, 102, 101)}, vxlan(102, 2)));
+        for (int i = 2; i < 48; i += 6) {
+            const uint32_t evi = 100 + uint32_t(i % 8);
+            msgs.push_back(update(peer(3), {route(3, evi, i)}, vxlan(evi, 9)));
+        }
+        for (const bmp::Message &m : msgs) ASSERT_TRUE(s.store->apply(s.session, m, err)) << err;
+        ASSERT_TRUE(s.store->flush(err)) << err;
+    };
+    collector::LiveStoreOptions each, one;
+    each.batch_max_changes = 1;
+    one.batch_max_changes = 1000000;
+    Store small(each), large(one);
+    stream(small);
+    stream(large);
+    for (const char *command : {"5", "8", "10", "7"}) {
+        const std::string want = show(small.db, {"-d", command});
+        EXPECT_EQ(show(large.db, {"-d", command}), want) << "command " << command;
+    }
+    subprocess::Run a = subprocess::run({EVPN_SYSDB_BIN, "dump", "--db", small.db}),
+                    b = subprocess::run({EVPN_SYSDB_BIN, "dump", "--db", large.db});
+    ASSERT_EQ(a.status, 0) << a.err;
+    EXPECT_NE(a.out.find("192.0.2.9"), std::string::npos) << "the new endpoint is stored";
+    EXPECT_EQ(b.out, a.out);
+}
+
 // A reader with no write permission anywhere near the store lists MAC routes
 // while each UPDATE replaces all of them with one new label: every listing
 // shows the routes of one UPDATE, all of them.

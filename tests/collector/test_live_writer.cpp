@@ -1,5 +1,7 @@
 // The writer's live mode on its own: items replaced and removed in place
 // with their index rows, including the rows a non-key field decides.
+#include <sqlite3.h>
+
 #include <functional>
 
 #include "collector_test.h"
@@ -120,6 +122,76 @@ TEST_F(LiveWriter, ALoadStillReplacesTheFileAfterALiveRun) {
     // And the live writer opens the loaded file again.
     w = evpn::SysdbWriter::open_live(db, err);
     ASSERT_TRUE(w) << err;
+}
+
+// Every item and every index row of a store, by listing path, sorted: two
+// stores holding the same records compare equal whatever their listing ids.
+Rows stored_rows(const std::string &path) {
+    Rows out;
+    sqlite3 *db = nullptr;
+    EXPECT_EQ(sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
+    sqlite3_stmt *s = nullptr;
+    EXPECT_EQ(sqlite3_prepare_v2(db,
+                                 "SELECT l.path || ' ' || hex(i.skey) || ' ' || i.name || ' ' || hex(i.data) "
+                                 "FROM item i JOIN listing l ON l.id = i.list "
+                                 "UNION ALL SELECT l.path || ' ' || hex(x.ikey) "
+                                 "FROM item_index x JOIN listing l ON l.id = x.list ORDER BY 1",
+                                 -1, &s, nullptr),
+              SQLITE_OK)
+        << sqlite3_errmsg(db);
+    while (sqlite3_step(s) == SQLITE_ROW) out.emplace_back(reinterpret_cast<const char *>(sqlite3_column_text(s, 0)));
+    sqlite3_finalize(s);
+    sqlite3_close(db);
+    return out;
+}
+
+TEST_F(LiveWriter, NewItemsInNoKeyOrderStoreTheItemsAndIndexRowsALoadStores) {
+    // More routes than one sorted run holds, over many EVIs, in the order a
+    // router interleaves them: every run is sorted and stored on its own.
+    constexpr uint32_t kRoutes = 60000, kEvis = 1000;
+    auto route = [](uint32_t i, l2vpn_evpn_mac_bag &r) {
+        const uint32_t evi = 1 + i % kEvis, host = i / kEvis;
+        r = {};
+        r.evi = evi;
+        r.encap = 8;
+        const uint8_t mac[6] = {0x02, 0, uint8_t(evi >> 8), uint8_t(evi), uint8_t(host >> 8), uint8_t(host)};
+        memcpy(r.mac_address, mac, 6);
+        // Every other route without an address: its row keys are shorter.
+        if (i % 2) {
+            r.ip_address.bytes[10] = r.ip_address.bytes[11] = 0xff;
+            r.ip_address.bytes[12] = 10, r.ip_address.bytes[13] = uint8_t(evi >> 8);
+            r.ip_address.bytes[14] = uint8_t(evi), r.ip_address.bytes[15] = uint8_t(host);
+        }
+        r.remote = 1;
+        r.local_label = i;
+        r.bd_name = const_cast<char *>("");
+    };
+    l2vpn_evpn_mac_bag r{};
+    ASSERT_TRUE(w->begin(err)) << err;
+    for (uint32_t i = 0; i < kRoutes; i++) {
+        route(i, r);
+        ASSERT_TRUE(w->upsert(kRoot, EVPN_PATH_MAC, &r, err, Known::Absent)) << err;
+    }
+    ASSERT_TRUE(w->commit(err)) << err;
+    ASSERT_TRUE(w->close(err)) << err;
+    w.reset();
+
+    // The same records loaded, in key order (EVI by EVI).
+    const std::string loaded = dir.path + "/loaded.db";
+    auto load = evpn::SysdbWriter::open(loaded, err);
+    ASSERT_TRUE(load) << err;
+    for (uint32_t e = 0; e < kEvis; e++)
+        for (uint32_t i = e; i < kRoutes; i += kEvis) {
+            route(i, r);
+            ASSERT_TRUE(load->add(kRoot, EVPN_PATH_MAC, &r, err)) << err;
+        }
+    ASSERT_TRUE(load->commit(err)) << err;
+    load.reset();
+
+    const Rows live = stored_rows(db), want = stored_rows(loaded);
+    // An item row and two address orderings' rows a route.
+    EXPECT_EQ(live.size(), 3u * kRoutes);
+    EXPECT_TRUE(live == want) << live.size() << " rows stored live, " << want.size() << " loaded";
 }
 
 }  // namespace
