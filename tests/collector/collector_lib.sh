@@ -51,7 +51,8 @@ start_collector() {
   pids+=("$collector_pid")
   local i
   for i in $(seq 50); do
-    bmp_port=$(sed -n 's/.*listening on 127\.0\.0\.1:\([0-9]*\)$/\1/p' "$work/collector.log")
+    # The log appears when the background shell opens it: not yet is no error.
+    bmp_port=$(sed -n 's/.*listening on 127\.0\.0\.1:\([0-9]*\)$/\1/p' "$work/collector.log" 2>/dev/null || true)
     [ -n "$bmp_port" ] && [ -f "$work/store/live.db" ] && return 0
     kill -0 "$collector_pid" 2>/dev/null || fail "the collector did not start"
     sleep 0.1
