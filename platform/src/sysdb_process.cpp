@@ -3,7 +3,6 @@
 // start of a static do-nothing program (docs/decisions.md, start-up).
 #include <sqlite3.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -18,52 +17,9 @@ namespace {
 constexpr size_t kHeader = 8;  // SQLite needs 8-byte alignment, no more
 sqlite3_int64 g_heap_used;
 
-// Small blocks (most of what a schema parse and a statement compile ask
-// for) come from per-size free lists carved from chunks of malloc's heap:
-// a push or a pop instead of a general allocator's search. A freed block
-// goes back to its size's list, so a long walk reuses blocks and grows
-// nothing. Under AddressSanitizer every block is malloc's own, so that a use
-// after free inside SQLite is still reported.
-#if defined(__SANITIZE_ADDRESS__)
-constexpr size_t kSmallMax = 0;
-#else
-constexpr size_t kSmallMax = 512;  // bytes a block holds, multiple of 8
-#endif
-constexpr size_t kChunk = 32 * 1024;
-struct FreeBlock {
-    FreeBlock *next;
-};
-FreeBlock *g_free[kSmallMax / 8 + 1];
-char *g_chunk_next;
-char *g_chunk_end;
-
-// A block's capacity: n rounded up to 8, the size its list holds.
-size_t capacity(sqlite3_int64 n) { return (static_cast<size_t>(n) + 7) & ~size_t{7}; }
-
-// A block of cap bytes (cap <= kSmallMax) after its header, or nullptr.
-sqlite3_int64 *small_block(size_t cap) {
-    if (FreeBlock *&head = g_free[cap / 8]; head) {
-        FreeBlock *b = head;
-        head = b->next;
-        return reinterpret_cast<sqlite3_int64 *>(b);
-    }
-    const size_t whole = kHeader + cap;
-    if (static_cast<size_t>(g_chunk_end - g_chunk_next) < whole) {
-        // The rest of the old chunk stays unused: at most kSmallMax bytes.
-        auto *c = static_cast<char *>(malloc(kChunk));
-        if (!c) return nullptr;
-        g_chunk_next = c;
-        g_chunk_end = c + kChunk;
-    }
-    auto *p = reinterpret_cast<sqlite3_int64 *>(g_chunk_next);
-    g_chunk_next += whole;
-    return p;
-}
-
 void *heap_malloc(int n) {
     if (n <= 0 || g_heap_used + n > platform_db::kReadHeapLimit) return nullptr;
-    const size_t cap = capacity(n);
-    auto *p = cap <= kSmallMax ? small_block(cap) : static_cast<sqlite3_int64 *>(malloc(kHeader + cap));
+    auto *p = static_cast<sqlite3_int64 *>(malloc(kHeader + static_cast<size_t>(n)));
     if (!p) return nullptr;
     *p = n;
     g_heap_used += n;
@@ -74,12 +30,6 @@ void heap_free(void *block) {
     if (!block) return;
     sqlite3_int64 *p = static_cast<sqlite3_int64 *>(block) - 1;
     g_heap_used -= *p;
-    if (const size_t cap = capacity(*p); cap <= kSmallMax) {
-        auto *b = reinterpret_cast<FreeBlock *>(p);
-        b->next = g_free[cap / 8];
-        g_free[cap / 8] = b;
-        return;
-    }
     free(p);
 }
 
@@ -90,19 +40,9 @@ int heap_size(void *block) {
 void *heap_realloc(void *block, int n) {
     const sqlite3_int64 old = heap_size(block);
     if (n <= 0 || g_heap_used - old + n > platform_db::kReadHeapLimit) return nullptr;
-    sqlite3_int64 *p = static_cast<sqlite3_int64 *>(block) - 1;
-    const size_t old_cap = capacity(old), cap = capacity(n);
-    if (old_cap > kSmallMax && cap > kSmallMax) {
-        p = static_cast<sqlite3_int64 *>(realloc(p, kHeader + cap));
-        if (!p) return nullptr;
-    } else if (old_cap != cap) {
-        // To or from a list: a new block, the old one's bytes, the old freed.
-        void *q = heap_malloc(n);
-        if (!q) return nullptr;
-        memcpy(q, block, std::min(old_cap, cap));
-        heap_free(block);
-        return q;
-    }
+    auto *p = static_cast<sqlite3_int64 *>(
+        realloc(static_cast<sqlite3_int64 *>(block) - 1, kHeader + static_cast<size_t>(n)));
+    if (!p) return nullptr;
     *p = n;
     g_heap_used += n - old;
     return p + 1;
