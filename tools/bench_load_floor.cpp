@@ -248,7 +248,6 @@ int main(int argc, char **argv) {
              sysdb_schema::kApplicationId, sysdb_schema::kVersion);
     if (sqlite3_exec(out, pragmas, nullptr, nullptr, nullptr) != SQLITE_OK ||
         sqlite3_exec(out, sysdb_schema::kCreate, nullptr, nullptr, nullptr) != SQLITE_OK ||
-        sqlite3_exec(out, sysdb_schema::bd_stats_create().c_str(), nullptr, nullptr, nullptr) != SQLITE_OK ||
         sqlite3_exec(out, "BEGIN", nullptr, nullptr, nullptr) != SQLITE_OK)
         die("schema", out);
     for (const Table &t : tables) insert_table(out, t);

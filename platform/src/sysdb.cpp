@@ -141,7 +141,7 @@ uint32_t open_readonly(const char *path, sqlite3 **out) {
         {"item_index", {"list", "ikey"}},
         {"capability", {"name", "value"}},
         {"interface", {"handle", "name", "state"}},
-        {"bd_stats", {"node", "bd_id"}},
+        {"bd_stats", {"node", "bd_id", "counters"}},
     };
     auto has = [db](const char *table, const char *column) {
         return sqlite3_table_column_metadata(db, "main", table, column, nullptr, nullptr, nullptr,
@@ -151,8 +151,6 @@ uint32_t open_readonly(const char *path, sqlite3 **out) {
     for (const Columns &t : kRead)
         for (const char *c : t.names)
             if (rc == SQLITE_OK) rc = has(t.table, c);
-    for (const char *c : sysdb_schema::kBdStatsColumns)
-        if (rc == SQLITE_OK) rc = has("bd_stats", c);
     if (rc != SQLITE_OK) {
         uint32_t code = store_error(rc) == SYSDB_ERR_CORRUPT ? SYSDB_ERR_CORRUPT : SYSDB_ERR_NOT_BOUND;
         sqlite3_close(db);
