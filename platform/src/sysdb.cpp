@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <initializer_list>
@@ -704,6 +705,13 @@ uint32_t run_listing(sysdb_handle_td h, const char *path, const char *resume, ui
                 out.bytes.resize(e.data_off);
             e.data_len = static_cast<uint32_t>(out.bytes.size() - e.data_off);
             out.entries.push_back(e);
+            // Room for the whole batch at the first entry's size, so that the
+            // batch is not copied as it doubles (a tenth of a short listing's
+            // instructions); a large block is mapped, its pages touched only
+            // as they fill.
+            if (out.entries.size() == 1)
+                out.bytes.reserve(std::min<size_t>(out.bytes.size() * (want + 1),
+                                                   size_t{g_batch_bytes} + out.bytes.size()));
         }
         sqlite3_reset(s);
         if (rc != SQLITE_ROW && rc != SQLITE_DONE) return platform_db::store_error(rc);
