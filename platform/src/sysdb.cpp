@@ -705,12 +705,12 @@ uint32_t run_listing(sysdb_handle_td h, const char *path, const char *resume, ui
                 out.bytes.resize(e.data_off);
             e.data_len = static_cast<uint32_t>(out.bytes.size() - e.data_off);
             out.entries.push_back(e);
-            // Room for the whole batch at the first entry's size, so that the
-            // batch is not copied as it doubles (a tenth of a short listing's
-            // instructions); a large block is mapped, its pages touched only
-            // as they fill.
-            if (out.entries.size() == 1)
-                out.bytes.reserve(std::min<size_t>(out.bytes.size() * (want + 1),
+            // Room for the whole batch at the first two entries' size, so that
+            // the batch is not copied as it doubles (a tenth of a short
+            // listing's instructions). Not at the first: a request for one
+            // item would hold room for all it may ask for.
+            if (out.entries.size() == 2)
+                out.bytes.reserve(std::min<size_t>(out.bytes.size() / 2 * (want + 1),
                                                    size_t{g_batch_bytes} + out.bytes.size()));
         }
         sqlite3_reset(s);
