@@ -243,12 +243,11 @@ int main(int argc, char **argv) {
     });
     char pragmas[256];
     snprintf(pragmas, sizeof pragmas,
-             "PRAGMA journal_mode = OFF; PRAGMA synchronous = OFF; PRAGMA page_size = 16384;"
+             "PRAGMA journal_mode = OFF; PRAGMA synchronous = OFF; PRAGMA page_size = 8192;"
              "PRAGMA cache_size = -65536; PRAGMA application_id = %d; PRAGMA user_version = %d;",
              sysdb_schema::kApplicationId, sysdb_schema::kVersion);
     if (sqlite3_exec(out, pragmas, nullptr, nullptr, nullptr) != SQLITE_OK ||
         sqlite3_exec(out, sysdb_schema::kCreate, nullptr, nullptr, nullptr) != SQLITE_OK ||
-        sqlite3_exec(out, sysdb_schema::bd_stats_create().c_str(), nullptr, nullptr, nullptr) != SQLITE_OK ||
         sqlite3_exec(out, "BEGIN", nullptr, nullptr, nullptr) != SQLITE_OK)
         die("schema", out);
     for (const Table &t : tables) insert_table(out, t);

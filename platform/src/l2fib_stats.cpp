@@ -27,9 +27,14 @@ uint32_t fetch(sqlite3_stmt *s, uint32_t node, uint32_t bd, bd_forwarding_stats 
     bool any = false;
     int rc;
     while ((rc = sqlite3_step(s)) == SQLITE_ROW) {
+        uint64_t row[sysdb_schema::kBdStatsCount];
+        // Counters in another form (a store written by other means) are a
+        // damaged record: left out, never read past their end.
+        if (!sysdb_schema::unpack_counters(sqlite3_column_blob(s, 0),
+                                           static_cast<size_t>(sqlite3_column_bytes(s, 0)), row))
+            continue;
         any = true;
-        for (int i = 0; i < sysdb_schema::kBdStatsCount; i++)
-            v[i] += static_cast<uint64_t>(sqlite3_column_int64(s, i));
+        for (int i = 0; i < sysdb_schema::kBdStatsCount; i++) v[i] += row[i];
     }
     sqlite3_reset(s);
     if (rc != SQLITE_DONE || !any) return L2FIB_ERR_NO_BD;
@@ -38,12 +43,9 @@ uint32_t fetch(sqlite3_stmt *s, uint32_t node, uint32_t bd, bd_forwarding_stats 
 }
 
 sqlite3_stmt *prepare(sqlite3 *db) {
-    std::string sql = "SELECT ";
-    for (int i = 0; i < sysdb_schema::kBdStatsCount; i++)
-        sql += std::string(i ? ", " : "") + sysdb_schema::kBdStatsColumns[i];
-    sql += " FROM bd_stats WHERE bd_id = ?1 AND (?3 OR node = ?2)";
     sqlite3_stmt *s = nullptr;
-    if (sqlite3_prepare_v2(db, sql.c_str(), -1, &s, nullptr) != SQLITE_OK) {
+    if (sqlite3_prepare_v2(db, "SELECT counters FROM bd_stats WHERE bd_id = ?1 AND (?3 OR node = ?2)",
+                           -1, &s, nullptr) != SQLITE_OK) {
         sqlite3_finalize(s);
         return nullptr;
     }

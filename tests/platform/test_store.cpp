@@ -936,6 +936,41 @@ TEST_F(Store, ForwardingStatisticsPerNodeAndSummed) {
     l2fib_stats_client_deinit();
 }
 
+// Counters written by other means: 8 bytes each, least significant first;
+// a value of another length is a damaged record, left out of every answer.
+TEST_F(Store, CountersStoredByOtherMeansReadByTheirByteOrderOrAreLeftOut) {
+    Db db(path("c.db"));
+    bd_forwarding_stats one{};
+    one.rx_total_packets = 5;
+    std::string err;
+    for (uint32_t node : {0u, 1u, 2u}) ASSERT_TRUE(db.w().add_bd_stats(node, 5, one, err)) << err;
+    ASSERT_TRUE(db.w().add_bd_stats(0, 6, one, err)) << err;
+    db.commit();
+    sqlite3 *rw = nullptr;
+    ASSERT_EQ(sqlite3_open(path("c.db").c_str(), &rw), SQLITE_OK);
+    const std::string made = "x'0102" + std::string(2 * (sysdb_schema::kBdStatsBytes - 2), '0') + "'";
+    const std::string sql = "UPDATE bd_stats SET counters = " + made + " WHERE node = 1;" +
+                            "UPDATE bd_stats SET counters = x'0102' WHERE node = 2;" +
+                            "UPDATE bd_stats SET counters = 'text' WHERE bd_id = 6;";
+    ASSERT_EQ(sqlite3_exec(rw, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(rw);
+    sqlite3_close(rw);
+    bind(path("c.db"));
+    ASSERT_EQ(l2fib_stats_client_init(nullptr), 0u);
+
+    bd_forwarding_stats out{};
+    ASSERT_EQ(l2fib_get_stats_bag_bd_forwarding(1, 5, &out, "latest"), 0u);
+    EXPECT_EQ(out.rx_total_packets, 0x0201u);
+    EXPECT_EQ(out.tx_unicast_bytes, 0u);
+    // Node 2's counters are two bytes: the sum is of nodes 0 and 1 alone.
+    ASSERT_EQ(l2fib_get_stats_bag_bd_forwarding(L2FIB_ALL_NODES, 5, &out, "latest"), 0u);
+    EXPECT_EQ(out.rx_total_packets, 0x0201u + 5);
+    memset(&out, 0xab, sizeof out);
+    EXPECT_EQ(l2fib_get_stats_bag_bd_forwarding(2, 5, &out, "latest"), L2FIB_ERR_NO_BD);
+    EXPECT_EQ(l2fib_get_stats_bag_bd_forwarding(0, 6, &out, "latest"), L2FIB_ERR_NO_BD);
+    EXPECT_EQ(out.rx_total_packets, 0xababababababababull);
+    l2fib_stats_client_deinit();
+}
+
 TEST_F(Store, CapabilitiesAndInterfacesComeFromTheBoundDatabase) {
     EnvGuard srv6("EVPN_SRV6"), elan("EVPN_SRV6_ELAN");
     unsetenv("EVPN_SRV6");

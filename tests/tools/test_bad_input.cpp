@@ -264,8 +264,8 @@ TEST(CorruptStore, ForeignOrIncompleteStoresAreRefusedAtBind) {
          SYSDB_ERR_NOT_BOUND},
         {"no bd_stats table", [](const std::string &db) { sql(db, "DROP TABLE bd_stats"); },
          SYSDB_ERR_NOT_BOUND},
-        {"a counter column short", [](const std::string &db) {
-             sql(db, "ALTER TABLE bd_stats DROP COLUMN rx_total_packets"); }, SYSDB_ERR_NOT_BOUND},
+        {"counters dropped", [](const std::string &db) {
+             sql(db, "ALTER TABLE bd_stats DROP COLUMN counters"); }, SYSDB_ERR_NOT_BOUND},
         {"interface state dropped", [](const std::string &db) {
              sql(db, "ALTER TABLE interface DROP COLUMN state"); }, SYSDB_ERR_NOT_BOUND},
         {"a FIFO", [](const std::string &db) {

@@ -126,6 +126,29 @@ TEST(DamagedStore, ADumpThatLeavesOutWhatItCannotDecodeLoadsBackToTheSameDatabas
     }
 }
 
+TEST(DamagedStore, TheDumpNamesCountersItCannotReadAndWritesTheRest) {
+    const std::string db = spine_test::build_db("counters.db", [](evpn::SysdbWriter &w) {
+        std::string err;
+        bd_forwarding_stats s{};
+        s.tx_total_bytes = 9007199254740993ull;
+        ASSERT_TRUE(w.add_bd_stats(0, 5, s, err)) << err;
+        ASSERT_TRUE(w.add_bd_stats(1, 5, s, err)) << err;
+    });
+    sql(db, "UPDATE bd_stats SET counters = x'0102' WHERE node = 1");
+    auto r = sysdb({"dump", "--db", db});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("bd_stats: item node 1 bd_id 5 does not decode: stored counters damaged"),
+              std::string::npos) << r.err;
+    EXPECT_NE(r.out.find("\"tx_total_bytes\":9007199254740993"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("{\"__undecodable_item\": \"node 1 bd_id 5\"}"), std::string::npos) << r.out;
+    EXPECT_EQ(sysdb({"load", write_file("counters.json", r.out), "--db", scratch("counters-back.db")}).status, 1);
+    auto skipped = sysdb({"dump", "--skip-undecodable", "--db", db});
+    EXPECT_EQ(skipped.status, 0) << skipped.err;
+    EXPECT_EQ(skipped.out.find("\"node\":1"), std::string::npos);
+    EXPECT_EQ(sysdb({"load", write_file("counters-skipped.json", skipped.out), "--db", scratch("counters-skipped.db")})
+                  .status, 0);
+}
+
 // The show client counts SQLite's heap itself (its statistics are off for a
 // faster start): a walk whose batch reaches a row past the read limit still
 // fails that request (one batch: every EVI) and never reads the row.

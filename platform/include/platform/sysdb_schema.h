@@ -3,6 +3,7 @@
 #pragma once
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 
 #include "platform/l2fib_stats.h"
@@ -14,7 +15,7 @@ namespace sysdb_schema {
 #define SYSDB_SCHEMA_RECORD_LIMIT "16777216"
 
 constexpr int32_t kApplicationId = 0x45565044;  // "EVPD"
-constexpr int32_t kVersion = 3;                 // PRAGMA user_version
+constexpr int32_t kVersion = 4;                 // PRAGMA user_version
 
 constexpr const char *kCreate = R"sql(
 CREATE TABLE meta (
@@ -59,8 +60,15 @@ CREATE TABLE interface (
   name   TEXT NOT NULL UNIQUE,
   state  TEXT NOT NULL
 );
--- bd_stats(node, bd_id, <one INTEGER column per counter>): made by
--- bd_stats_create() from the counter list.
+-- A bridge domain's forwarding counters on a node: counters holds them in
+-- record order, 8 bytes each, least significant first (pack_counters).
+-- One column, not one per counter: every reader's open parses this text.
+CREATE TABLE bd_stats (
+  node     INTEGER NOT NULL,
+  bd_id    INTEGER NOT NULL,
+  counters BLOB NOT NULL,
+  PRIMARY KEY (node, bd_id)
+) WITHOUT ROWID;
 )sql";
 
 #define BD_STATS_COLUMN_NAME(name) #name,
@@ -70,14 +78,26 @@ constexpr const char *kBdStatsColumns[] = {BD_FORWARDING_COUNTERS(BD_STATS_COLUM
 constexpr int kBdStatsCount = sizeof(kBdStatsColumns) / sizeof(kBdStatsColumns[0]);
 static_assert(kBdStatsCount * sizeof(uint64_t) == sizeof(bd_forwarding_stats));
 
-// CREATE TABLE statement of bd_stats. Every reader's open parses the whole
-// schema, so the counters are declared in the fewest words: the writer
-// always inserts every one, and a NULL (a store written by other means)
-// reads as 0, as the default did (stores with the longer text read alike).
-inline std::string bd_stats_create() {
-    std::string sql = "CREATE TABLE bd_stats (\n  node INTEGER NOT NULL,\n  bd_id INTEGER NOT NULL,\n";
-    for (const char *c : kBdStatsColumns) sql += std::string("  ") + c + " INTEGER,\n";
-    return sql + "  PRIMARY KEY (node, bd_id)\n) WITHOUT ROWID;\n";
+// Stored form of a bridge domain's counters (bd_stats.counters): each in
+// record order as 8 bytes, least significant first.
+constexpr size_t kBdStatsBytes = kBdStatsCount * 8;
+inline void pack_counters(const bd_forwarding_stats &stats, unsigned char out[kBdStatsBytes]) {
+    uint64_t v[kBdStatsCount];
+    memcpy(v, &stats, sizeof v);
+    for (int i = 0; i < kBdStatsCount; i++)
+        for (int b = 0; b < 8; b++) out[i * 8 + b] = static_cast<unsigned char>(v[i] >> (8 * b));
+}
+// The counters stored as data[0..len) into v; false (v untouched) when len
+// is not kBdStatsBytes (a store written by other means).
+inline bool unpack_counters(const void *data, size_t len, uint64_t v[kBdStatsCount]) {
+    if (len != kBdStatsBytes || !data) return false;
+    const auto *p = static_cast<const unsigned char *>(data);
+    for (int i = 0; i < kBdStatsCount; i++) {
+        uint64_t x = 0;
+        for (int b = 7; b >= 0; b--) x = (x << 8) | p[i * 8 + b];
+        v[i] = x;
+    }
+    return true;
 }
 
 // Stored form of an encoded record: its length (LEB128), a bitmap of its
