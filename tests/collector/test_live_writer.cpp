@@ -108,8 +108,23 @@ TEST_F(LiveWriter, ChangesWhoseIndexRowsTheCallerVouchesForAddAndDropTheRows) {
     EXPECT_EQ(macs({"-O", "11", "-P", "2233", "-Q", "4405"}), Rows{});
 }
 
+int page_size(const std::string &path) {
+    sqlite3 *db = nullptr;
+    sqlite3_stmt *s = nullptr;
+    int size = 0;
+    if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK &&
+        sqlite3_prepare_v2(db, "PRAGMA page_size", -1, &s, nullptr) == SQLITE_OK && sqlite3_step(s) == SQLITE_ROW)
+        size = sqlite3_column_int(s, 0);
+    sqlite3_finalize(s);
+    sqlite3_close(db);
+    return size;
+}
+
+// A store the collector starts takes the live page size; a load's the
+// readers' smaller one, and the live writer takes over either.
 TEST_F(LiveWriter, ALoadStillReplacesTheFileAfterALiveRun) {
     change([&] { return put(Mac(4, "", 16)); });
+    EXPECT_EQ(page_size(db), evpn::SysdbWriter::kLivePageSize);
     ASSERT_TRUE(w->close(err)) << err;
     w.reset();
     const std::string json = dir.path + "/s.json";
@@ -119,9 +134,12 @@ TEST_F(LiveWriter, ALoadStillReplacesTheFileAfterALiveRun) {
     subprocess::Run load = subprocess::run({EVPN_SYSDB_BIN, "load", json, "--db", db});
     ASSERT_EQ(load.status, 0) << load.err;
     EXPECT_EQ(macs().size(), 1u);
+    EXPECT_EQ(page_size(db), evpn::SysdbWriter::kReadPageSize);
     // And the live writer opens the loaded file again.
     w = evpn::SysdbWriter::open_live(db, err);
     ASSERT_TRUE(w) << err;
+    change([&] { return put(Mac(5, "", 17)); });
+    EXPECT_EQ(macs().size(), 2u);
 }
 
 // Every item and every index row of a store, by listing path, sorted: two

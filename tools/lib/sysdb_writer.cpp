@@ -771,7 +771,7 @@ SysdbWriter::SysdbWriter(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
 void SysdbWriter::hold_index_bytes(size_t limit) { impl_->held_limit = limit; }
 SysdbWriter::~SysdbWriter() = default;
 
-std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &named, std::string &err) {
+std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &named, std::string &err, int page_size) {
     // A link is followed: its target is replaced (built and renamed in the
     // target's directory), the link stays.
     const std::string target = follow_links(named);
@@ -790,14 +790,16 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &named, std::st
         return nullptr;
     }
     // No journal: the file is new and renamed into place only when whole.
-    // 8 KiB pages: a short read (one route, a filtered listing) reads and
-    // holds half the bytes per page it visits than with 16 KiB ones, which
-    // loaded and walked no faster; a 64 MiB cache keeps a load's memory flat.
+    // 8 KiB pages for a load: a short read (one route, a filtered listing)
+    // reads and holds half the bytes per page it visits than with 16 KiB
+    // ones, which loaded and walked no faster. A live store takes 16 KiB:
+    // its random inserts write fewer log frames and checkpoints with them.
+    // A 64 MiB cache keeps a load's memory flat.
     char pragmas[256];
     snprintf(pragmas, sizeof pragmas,
-             "PRAGMA journal_mode = OFF; PRAGMA synchronous = OFF; PRAGMA page_size = 8192;"
+             "PRAGMA journal_mode = OFF; PRAGMA synchronous = OFF; PRAGMA page_size = %d;"
              "PRAGMA cache_size = -65536; PRAGMA application_id = %d; PRAGMA user_version = %d;",
-             sysdb_schema::kApplicationId, sysdb_schema::kVersion);
+             page_size, sysdb_schema::kApplicationId, sysdb_schema::kVersion);
     if (!exec(impl->db, pragmas, err) || !exec(impl->db, sysdb_schema::kCreate, err) ||
         !exec(impl->db, "BEGIN", err))
         return nullptr;
@@ -1030,7 +1032,7 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open_live(const std::string &named, st
     struct stat st;
     if (stat(target.c_str(), &st) != 0 && errno == ENOENT) {
         // An empty database of ours, made as a load makes one.
-        auto fresh = open(target, err);
+        auto fresh = open(target, err, kLivePageSize);
         if (!fresh || !fresh->commit(err)) return nullptr;
     }
     if (!target_replaceable(target, err)) return nullptr;
@@ -1083,13 +1085,23 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open_live(const std::string &named, st
     // 300 MB file. 64 MiB, with the new rows stored in sorted runs (each
     // page met once a run, not once a route), keeps that to a page written
     // about once a commit; the log is checkpointed into the file once it
-    // holds 8192 pages (128 MiB) rather than 1000, so a page changed by
-    // several commits in a row is copied once.
+    // holds 128 MiB of pages (whatever the store's page size) rather than
+    // 1000 pages, so a page changed by several commits in a row is copied
+    // once.
+    int page_size = 0;
+    {
+        sqlite3_stmt *s = nullptr;
+        if (sqlite3_prepare_v2(m.db, "PRAGMA page_size", -1, &s, nullptr) == SQLITE_OK &&
+            sqlite3_step(s) == SQLITE_ROW)
+            page_size = sqlite3_column_int(s, 0);
+        sqlite3_finalize(s);
+    }
+    if (page_size < 512) page_size = 8192;
     char pragmas[192];
     snprintf(pragmas, sizeof pragmas,
              "PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL; PRAGMA cache_size = -%d;"
              "PRAGMA wal_autocheckpoint = %d;",
-             64 * 1024, 8192);
+             64 * 1024, (128 << 20) / page_size);
     if (!exec(m.db, pragmas, err)) return nullptr;
     {
         sqlite3_stmt *s = nullptr;

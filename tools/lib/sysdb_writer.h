@@ -20,8 +20,11 @@ namespace evpn {
 class SysdbWriter {
   public:
     // Starts a database that will replace target. Refuses a target that
-    // exists and is not a database of ours.
-    static std::unique_ptr<SysdbWriter> open(const std::string &target, std::string &err);
+    // exists and is not a database of ours. page_size: the new file's pages
+    // (kReadPageSize for stores mostly read, kLivePageSize for a live store).
+    static constexpr int kReadPageSize = 8192, kLivePageSize = 16384;
+    static std::unique_ptr<SysdbWriter> open(const std::string &target, std::string &err,
+                                             int page_size = kReadPageSize);
     ~SysdbWriter();  // without commit(): the target is left as it was
 
     // One record of the listing base below root ("/oper/evpn/gl/"); its item
