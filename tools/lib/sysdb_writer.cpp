@@ -352,7 +352,13 @@ struct SysdbWriter::Impl {
                 to = nullptr;
                 for (HeldList &h : held)
                     if (h.list == r.list) to = &h;
-                if (!to) to = &held.emplace_back(HeldList{r.list, {}, {}});
+                if (!to) {
+                    // Room for a quarter of the bound's rows up front: a
+                    // vector grown by doubling copies its rows and faults in
+                    // fresh pages each time; pages never touched take no memory.
+                    to = &held.emplace_back(HeldList{r.list, {}, {}});
+                    to->rows.reserve(held_limit / sizeof(Held) / 4);
+                }
             }
             const uint8_t *key = reinterpret_cast<const uint8_t *>(b.bytes.data()) + r.key;
             Held h{{0, 0}, static_cast<uint32_t>(held_tails.size()), r.key_len};
@@ -757,7 +763,10 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &named, std::st
             err = sqlite3_errmsg(impl->db);
             return nullptr;
         }
-    if (!impl->prepare_multirow("INSERT")) {
+    // The worker's rows are new by construction (items in key order, their
+    // index rows holding every item-key field), so a conflict cannot occur;
+    // a statement that cannot abort keeps no statement journal.
+    if (!impl->prepare_multirow("INSERT OR IGNORE")) {
         err = sqlite3_errmsg(impl->db);
         return nullptr;
     }
