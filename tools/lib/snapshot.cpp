@@ -89,7 +89,7 @@ std::string shown(const JsonToken &t) {
 // its own, which can only be about a later record.
 class Handover {
   public:
-    static constexpr size_t kRecords = 64, kParcels = 4;
+    static constexpr size_t kRecords = 256, kParcels = 4;
 
     explicit Handover(SysdbWriter &w) : w_(w) {
         for (size_t i = 0; i < kParcels; i++) spare_.push_back(std::make_unique<Parcel>());
