@@ -130,7 +130,7 @@ class Handover {
     void built() { filling_->used++; }
 
     // True once a record was refused; what() says which and why.
-    bool failed() const { return failed_.load(std::memory_order_relaxed); }
+    bool failed() const { return failed_.load(std::memory_order_acquire); }
     const std::string &what() const { return err_; }
 
     // Waits until the writer has every record built so far; false when one
