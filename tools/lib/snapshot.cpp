@@ -81,10 +81,11 @@ std::string shown(const JsonToken &t) {
 }
 
 // Records built by the parsing thread go to the writer on a thread of their
-// own, which encodes, keys and packs them (in SysdbWriter::add) while the
-// parser reads on; the writer's own thread stores them. They travel in
-// parcels of one listing's consecutive records, each record with its own
-// arena until the writer has it. The first refusal stops the thread: later
+// own, which encodes, keys, packs and stores them (SysdbWriter::add, the
+// writer storing on its caller's thread) while the parser reads on: two
+// threads for two cores, neither waking a third. They travel in parcels of
+// one listing's consecutive records, each record with its own arena until
+// the writer has it. The first refusal stops the thread: later
 // parcels are dropped, and the caller reports it in place of any error of
 // its own, which can only be about a later record.
 class Handover {
@@ -388,6 +389,7 @@ bool load_snapshot(std::istream &in, const std::string &db_path, LoadStats &stat
                    std::string &err, Progress *progress) {
     auto w = SysdbWriter::open(db_path, err);
     if (!w) return false;
+    w->store_on_caller();
     Handover handover(*w);
     // A record refused by the writer comes before anything the parser found
     // wrong since.

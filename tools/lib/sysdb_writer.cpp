@@ -470,14 +470,18 @@ struct SysdbWriter::Impl {
                 worker_err = e;
                 worker_failed = true;
             }
-            b->bytes.clear();
-            b->items.clear();
-            b->index.clear();
-            b->ops.clear();
-            b->in_key_order = false;
+            empty(*b);
             spare.push_back(std::move(b));
             cv.notify_all();
         }
+    }
+
+    static void empty(Batch &b) {
+        b.bytes.clear();
+        b.items.clear();
+        b.index.clear();
+        b.ops.clear();
+        b.in_key_order = false;
     }
 
     Batch &batch() {
@@ -505,10 +509,23 @@ struct SysdbWriter::Impl {
         return static_cast<uint32_t>(b.bytes.size() - v.size());
     }
 
+    // A load's caller that runs beside a parser of its own stores its
+    // batches itself until commit, whose merge hands them to the worker.
+    bool store_on_caller = false;
+
     // Hands the batch being filled to the worker (started with the first).
     void submit() {
         if (!filling || (filling->items.empty() && filling->index.empty() && filling->ops.empty()))
             return;
+        if (store_on_caller) {
+            std::string e;
+            if (!worker_failed && !store(*filling, e)) {
+                worker_err = e;
+                worker_failed = true;
+            }
+            empty(*filling);
+            return;
+        }
         if (!worker.joinable()) worker = std::thread([this] { work(); });
         std::unique_lock<std::mutex> lk(mu);
         cv.wait(lk, [&] { return queued.size() < kQueued; });
@@ -734,6 +751,7 @@ struct SysdbWriter::Impl {
 SysdbWriter::SysdbWriter(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
 
 void SysdbWriter::hold_index_bytes(size_t limit) { impl_->held_limit = limit; }
+void SysdbWriter::store_on_caller() { impl_->store_on_caller = !impl_->live; }
 SysdbWriter::~SysdbWriter() = default;
 
 std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &named, std::string &err) {
@@ -953,7 +971,9 @@ bool SysdbWriter::commit(std::string &err) {
         m.in_txn = false;
         return true;
     }
-    if (!m.drain(err) || !m.hand_over_held(err)) return false;
+    if (!m.drain(err)) return false;
+    m.store_on_caller = false;
+    if (!m.hand_over_held(err)) return false;
     m.stop_worker();
     if (!exec(m.db, "INSERT OR REPLACE INTO meta(key, value) VALUES ('format', 'evpn-sysdb')", err) ||
         !exec(m.db, "COMMIT", err))
