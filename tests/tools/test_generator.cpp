@@ -266,6 +266,7 @@ TEST(Generator, ALoadLeavesTheIndexRowsTheLiveWriterLeaves) {
         auto w = evpn::SysdbWriter::open(capped, err);
         ASSERT_TRUE(w) << err;
         w->hold_index_bytes(256 << 10);  // stored in key order some thirty times over
+        w->store_on_caller();            // as the loader runs it: sorted at each store
         copy_items(g.db, [&](const std::string &root, const std::string &path, const void *record) {
             ASSERT_TRUE(w->add(root, path, record, err)) << err;
         });

@@ -322,6 +322,10 @@ struct SysdbWriter::Impl {
     static constexpr size_t kHeldBytes = size_t(128) << 20, kRunRows = 1 << 16;
     size_t held_limit = kHeldBytes;  // set before the first record only
     bool defer_index = false;
+    // Sorting all but the first listing's held rows waits for commit, where
+    // a thread of its own does it beside the first one's merge; set with
+    // store_on_caller, whose thread has the parse's heavier share.
+    bool sort_beside = false;
     std::string held_tails;
     std::vector<HeldList> held;  // one per index listing
     size_t held_bytes = 0;
@@ -367,18 +371,32 @@ struct SysdbWriter::Impl {
             to->rows.push_back(h);
             held_bytes += sizeof(Held) + (r.key_len > 16 ? r.key_len - 16 : 0);
         }
+        // Only the listing merged first is sorted in runs as its rows come;
+        // the others are sorted at commit beside its merge (merge_held).
+        int64_t first = INT64_MAX;
+        for (const HeldList &h : held) first = std::min(first, h.list);
         for (HeldList &h : held)
-            if (h.rows.size() - (h.runs.empty() ? 0 : h.runs.back()) >= kRunRows) sort_run(h);
+            if ((h.list == first || !sort_beside) &&
+                h.rows.size() - (h.runs.empty() ? 0 : h.runs.back()) >= kRunRows)
+                sort_run(h);
     }
 
     // Calls emit(list, key) for every held row, each listing's runs merged
     // into key order, then lets the rows go.
     template <class Emit>
-    void merge_held(Emit emit) {
+    void merge_held(Emit emit, bool beside = false) {
         const char *tails = held_tails.data();
         std::string key;
         std::sort(held.begin(), held.end(), [](const HeldList &a, const HeldList &b) { return a.list < b.list; });
+        // Every listing but the first sorted on a thread of its own while the
+        // first is merged and stored.
+        std::thread sorter;
+        if (beside && held.size() > 1)
+            sorter = std::thread([this] {
+                for (size_t i = 1; i < held.size(); i++) sort_run(held[i]);
+            });
         for (HeldList &h : held) {
+            if (&h != &held[0] && sorter.joinable()) sorter.join();
             sort_run(h);
             // Each run's next row; the heap's top is the least of them.
             std::vector<std::pair<size_t, size_t>> next;  // (at, end) per run
@@ -448,7 +466,7 @@ struct SysdbWriter::Impl {
                                0, 0, 0, 0});
             b.bytes += key;
             if (b.bytes.size() >= kBatchBytes) submit();
-        });
+        }, sort_beside);
         return drain(err);
     }
 
@@ -751,7 +769,7 @@ struct SysdbWriter::Impl {
 SysdbWriter::SysdbWriter(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
 
 void SysdbWriter::hold_index_bytes(size_t limit) { impl_->held_limit = limit; }
-void SysdbWriter::store_on_caller() { impl_->store_on_caller = !impl_->live; }
+void SysdbWriter::store_on_caller() { impl_->store_on_caller = impl_->sort_beside = !impl_->live; }
 SysdbWriter::~SysdbWriter() = default;
 
 std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &named, std::string &err) {
