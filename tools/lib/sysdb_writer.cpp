@@ -339,13 +339,18 @@ struct SysdbWriter::Impl {
         return c != 0 ? c < 0 : a.len < b.len;
     }
 
+    // Sorts the rows not yet in a run, in runs of at most kRunRows: a run
+    // sorts within the processor's cache (one sort of a million rows took
+    // twice as long as sixteen runs and their merge).
     void sort_run(HeldList &h) {
-        const size_t from = h.runs.empty() ? 0 : h.runs.back();
-        if (from == h.rows.size()) return;
         const char *tails = held_tails.data();
-        std::sort(h.rows.begin() + static_cast<ptrdiff_t>(from), h.rows.end(),
-                  [tails](const Held &a, const Held &b) { return held_less(tails, a, b); });
-        h.runs.push_back(h.rows.size());
+        for (size_t from = h.runs.empty() ? 0 : h.runs.back(); from < h.rows.size();) {
+            const size_t to = std::min(h.rows.size(), from + kRunRows);
+            std::sort(h.rows.begin() + static_cast<ptrdiff_t>(from), h.rows.begin() + static_cast<ptrdiff_t>(to),
+                      [tails](const Held &a, const Held &b) { return held_less(tails, a, b); });
+            h.runs.push_back(to);
+            from = to;
+        }
     }
 
     void hold_index(const Batch &b) {
