@@ -85,9 +85,9 @@ std::string shown(const JsonToken &t) {
 // writer storing on its caller's thread) while the parser reads on: two
 // threads for two cores, neither waking a third. They travel in parcels of
 // one listing's consecutive records, each record with its own arena until
-// the writer has it. The first refusal stops the thread: later
-// parcels are dropped, and the caller reports it in place of any error of
-// its own, which can only be about a later record.
+// the writer has it. The first refusal stops the thread: later parcels are
+// dropped, and the parser reports it in place of any error of its own,
+// which can only be about a later record.
 class Handover {
   public:
     static constexpr size_t kRecords = 256, kParcels = 4;
