@@ -559,19 +559,50 @@ struct SysdbWriter::Impl {
     // A load's file goes to the disk as it grows rather than all at its
     // sync: every 64 batches, the pages up to 32 MiB short of its end are
     // queued for writing once 64 MiB of them wait. They seldom change again;
-    // one that does is written twice.
+    // one that does is written twice. Queuing 64 MiB blocks for some 35 ms,
+    // so a thread of its own does it, off the storing thread.
     int sync_fd = -1;
-    off_t synced = 0;
+    off_t synced = 0, sync_to = 0;  // written back so far; asked for
     size_t batches = 0;
+    std::thread syncer;
+    std::mutex sync_mu;
+    std::condition_variable sync_cv;
+    bool sync_stop = false;
     void write_back() {
         if (++batches % 64) return;
         if (sync_fd < 0) sync_fd = ::open(temp.c_str(), O_RDONLY | O_CLOEXEC);
         struct stat st;
         if (sync_fd < 0 || fstat(sync_fd, &st) != 0) return;
         const off_t upto = st.st_size - (off_t(32) << 20);
-        if (upto - synced < (off_t(64) << 20)) return;
-        sync_file_range(sync_fd, synced, upto - synced, SYNC_FILE_RANGE_WRITE);
-        synced = upto;
+        {
+            std::lock_guard<std::mutex> lk(sync_mu);
+            if (upto - sync_to < (off_t(64) << 20)) return;
+            sync_to = upto;
+        }
+        if (!syncer.joinable()) syncer = std::thread([this] { sync_ahead(); });
+        sync_cv.notify_one();
+    }
+    void sync_ahead() {
+        std::unique_lock<std::mutex> lk(sync_mu);
+        for (;;) {
+            sync_cv.wait(lk, [&] { return sync_stop || sync_to > synced; });
+            if (sync_to <= synced) return;
+            const off_t from = synced, to = sync_to;
+            lk.unlock();
+            sync_file_range(sync_fd, from, to - from, SYNC_FILE_RANGE_WRITE);
+            lk.lock();
+            synced = to;
+        }
+    }
+    void stop_syncer() {
+        if (!syncer.joinable()) return;
+        {
+            std::lock_guard<std::mutex> lk(sync_mu);
+            sync_stop = true;
+            sync_to = synced;  // what is not queued yet is left to the sync
+        }
+        sync_cv.notify_one();
+        syncer.join();
     }
 
     // Waits until the worker has stored all it was given; false with its error.
@@ -634,6 +665,7 @@ struct SysdbWriter::Impl {
 
     ~Impl() {
         stop_worker();
+        stop_syncer();
         if (sync_fd >= 0) ::close(sync_fd);
         if (live) {
             std::string ignored;
@@ -1007,6 +1039,7 @@ bool SysdbWriter::commit(std::string &err) {
         return false;
     }
     m.db = nullptr;
+    m.stop_syncer();
     // The new file reaches the disk before it takes the target's name.
     int fd = ::open(m.temp.c_str(), O_RDONLY);
     if (fd < 0 || fsync(fd) != 0) {
