@@ -304,6 +304,53 @@ std::string evis(uint32_t first, uint32_t n) {
     return s.dump();
 }
 
+// Records go to the writer on a thread of their own, a few hundred at a
+// time. A refusal there, deep in a long listing, is named at its own place,
+// before anything wrong the parser read since: broken text after it, a
+// listing or section that follows. Nothing reaches the target.
+TEST_F(Loader, ARefusalDeepInAListingIsNamedAtItsPlaceBeforeLaterErrors) {
+    const std::string db = path("t.db");
+    ASSERT_EQ(load(evis(1, 3), db), "");
+    const std::string before = file_bytes(db);
+    // 1,500 EVIs in key order but for the one at `at`, a copy of the first,
+    // which the writer refuses as a duplicate.
+    auto with_copy = [](size_t at) {
+        json s = json::parse(evis(1, 1500));
+        s["roots"]["/oper/evpn/gl/"]["evpn_evi"][at]["vpn_id"] = 1;
+        return s.dump();
+    };
+    const std::string tail = "\"summary\":[{\"evi_count\":1500}]}}}";
+    const std::string broken = "\"summary\":[{\"evi_count\":1500} {}]}}}";
+    ASSERT_NE(with_copy(1100).find(tail), std::string::npos);
+    const struct {
+        size_t at;
+        std::string from, to;  // with_copy(at), this text replaced by that
+    } cases[] = {
+        {1100, "", ""},
+        {1100, tail, broken},                                   // the parser fails after it
+        {1499, tail, broken},                                   // in the last hand-over
+        {1499, tail, tail.substr(0, tail.size() - 1) + ", \"interfaces\": [{\"handle\": 1}]}"},
+        {256, "", ""},                                          // first of its hand-over
+        {255, "", ""},                                          // last of its hand-over
+    };
+    for (const auto &c : cases) {
+        std::string text = with_copy(c.at);
+        if (!c.from.empty()) text.replace(text.find(c.from), c.from.size(), c.to);
+        SCOPED_TRACE(std::to_string(c.at) + " " + c.to);
+        const std::string err = load(text, db);
+        EXPECT_NE(err.find("/oper/evpn/gl/ evpn_evi[" + std::to_string(c.at) + "]: duplicate item"),
+                  std::string::npos)
+            << err;
+        EXPECT_EQ(file_bytes(db), before);
+        EXPECT_EQ(files(), std::vector<std::string>{"t.db"});
+    }
+    // The parser's own error stands when the writer took every record.
+    std::string text = evis(1, 1500);
+    text.replace(text.find(tail), tail.size(), broken);
+    EXPECT_NE(load(text, db).find("malformed JSON"), std::string::npos);
+    EXPECT_EQ(file_bytes(db), before);
+}
+
 TEST_F(Loader, ABoundReaderKeepsItsDataWhileALoadReplacesTheFile) {
     const std::string db = path("live.db");
     ASSERT_EQ(load(evis(1, 500), db), "");

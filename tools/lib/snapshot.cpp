@@ -5,15 +5,20 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
-
+#include <condition_variable>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <deque>
 #include <istream>
 #include <map>
-#include <set>
+#include <memory>
+#include <mutex>
 #include <ostream>
+#include <set>
+#include <thread>
 #include <vector>
 
 #include "json_reader.h"
@@ -75,17 +80,141 @@ std::string shown(const JsonToken &t) {
     }
 }
 
+// Records built by the parsing thread go to the writer on a thread of their
+// own, which encodes, keys, packs and stores them (SysdbWriter::add, the
+// writer storing on its caller's thread) while the parser reads on: two
+// threads for two cores, neither waking a third. They travel in parcels of
+// one listing's consecutive records, each record with its own arena until
+// the writer has it. The first refusal stops the thread: later parcels are
+// dropped, and the parser reports it in place of any error of its own,
+// which can only be about a later record.
+class Handover {
+  public:
+    static constexpr size_t kRecords = 256, kParcels = 4;
+
+    explicit Handover(SysdbWriter &w) : w_(w) {
+        for (size_t i = 0; i < kParcels; i++) spare_.push_back(std::make_unique<Parcel>());
+    }
+    ~Handover() {
+        {
+            std::lock_guard<std::mutex> lk(mu_);
+            stop_ = true;
+        }
+        cv_.notify_all();
+        if (thread_.joinable()) thread_.join();
+    }
+
+    // The record buffer (words long, zeroed by the builder) and arena of
+    // record n of root's listing base; list names it in messages.
+    void *next(const std::string &root, const std::string &base, const std::string &list,
+               uint64_t n, size_t words, RecordArena *&arena) {
+        if (filling_ && (filling_->used == kRecords || filling_->base != base || filling_->root != root))
+            send();
+        if (!filling_) {
+            std::unique_lock<std::mutex> lk(mu_);
+            cv_.wait(lk, [&] { return !spare_.empty(); });
+            filling_ = std::move(spare_.back());
+            spare_.pop_back();
+            lk.unlock();
+            filling_->root = root;
+            filling_->base = base;
+            filling_->list = list;
+            filling_->first = n;
+        }
+        Slot &s = filling_->slots[filling_->used];
+        if (s.rec.size() < words) s.rec.resize(words);
+        s.arena.clear();
+        arena = &s.arena;
+        return s.rec.data();
+    }
+    // The record last given by next() is built: it goes with its parcel.
+    void built() { filling_->used++; }
+
+    // True once a record was refused; what() says which and why.
+    bool failed() const { return failed_.load(std::memory_order_acquire); }
+    const std::string &what() const { return err_; }
+
+    // Waits until the writer has every record built so far; false when one
+    // was refused.
+    bool finish() {
+        send();
+        std::unique_lock<std::mutex> lk(mu_);
+        cv_.wait(lk, [&] { return queued_.empty() && !busy_; });
+        return !failed_;
+    }
+
+  private:
+    struct Slot {
+        std::vector<uint64_t> rec;
+        RecordArena arena;
+    };
+    struct Parcel {
+        std::string root, base, list;
+        uint64_t first = 0;  // listing position of slots[0]
+        size_t used = 0;
+        Slot slots[kRecords];
+    };
+
+    void send() {
+        if (!filling_) return;
+        if (!filling_->used) return;
+        if (!thread_.joinable()) thread_ = std::thread([this] { run(); });
+        std::lock_guard<std::mutex> lk(mu_);
+        queued_.push_back(std::move(filling_));
+        cv_.notify_all();
+    }
+
+    void run() {
+        std::unique_lock<std::mutex> lk(mu_);
+        for (;;) {
+            cv_.wait(lk, [&] { return stop_ || !queued_.empty(); });
+            if (queued_.empty()) return;
+            std::unique_ptr<Parcel> p = std::move(queued_.front());
+            queued_.pop_front();
+            busy_ = true;
+            lk.unlock();
+            for (size_t i = 0; i < p->used && !failed_; i++)
+                if (!w_.add(p->root, p->base, p->slots[i].rec.data(), e_)) {
+                    err_ = p->list + "[" + std::to_string(p->first + i) + "]: " + e_;
+                    failed_ = true;
+                }
+            p->used = 0;
+            lk.lock();
+            busy_ = false;
+            spare_.push_back(std::move(p));
+            cv_.notify_all();
+        }
+    }
+
+    SysdbWriter &w_;
+    std::thread thread_;
+    std::mutex mu_;
+    std::condition_variable cv_;
+    std::deque<std::unique_ptr<Parcel>> queued_;
+    std::vector<std::unique_ptr<Parcel>> spare_;
+    std::unique_ptr<Parcel> filling_;  // the parsing thread's
+    bool busy_ = false, stop_ = false;
+    std::atomic<bool> failed_{false};
+    std::string e_, err_;  // written by the thread before failed_
+};
+
 struct Loader {
     JsonReader &r;
     SysdbWriter &w;
+    Handover &handover;
     LoadStats &stats;
     Progress *progress;
     std::map<std::string, uint64_t> counts;  // records per root and listing, for messages
     TokenRecordBuilder builder;
-    RecordArena arena;
-    std::vector<uint64_t> rec;
     std::string err;
     std::set<std::string> seen;  // sections, roots and listings read so far
+
+    // The writer, once it has every record built so far: the other sections
+    // go in on this thread.
+    SysdbWriter &writer() {
+        if (!handover.finish()) throw LoadError{handover.what()};
+        return w;
+    }
 
     // The members of the object that t starts (the small sections); objects
     // and lists in it are read past.
@@ -108,7 +237,7 @@ struct Loader {
     void records(const std::string &root, const std::string &base) {
         const ListingDef *l = sysdb_registry_find(base);
         uint64_t &count = counts[root + base];
-        if (rec.size() < l->desc->size / 8 + 1) rec.assign(l->desc->size / 8 + 1, 0);
+        const size_t words = l->desc->size / 8 + 1;
         // Records are named "root base[n]" in messages only.
         const std::string list = root + " " + base;
         for (;;) {
@@ -118,11 +247,12 @@ struct Loader {
                 throw LoadError{"roots " + root + " " + base + ": unexpected list"};
             if (t.kind != JsonTok::ObjectStart)
                 throw LoadError{"roots: unexpected value " + shown(t) + " at depth 4"};
+            if (handover.failed()) throw LoadError{handover.what()};
             const uint64_t n = count++;
-            arena.clear();
-            if (!builder.build(r, t, l->desc, rec.data(), arena, list, n, err)) throw LoadError{err};
-            if (!w.add(root, base, rec.data(), err))
-                throw LoadError{list + "[" + std::to_string(n) + "]: " + err};
+            RecordArena *arena = nullptr;
+            void *rec = handover.next(root, base, list, n, words, arena);
+            if (!builder.build(r, t, l->desc, rec, *arena, list, n, err)) throw LoadError{err};
+            handover.built();
             stats.records++;
             if (progress) progress->update(stats.records, r.offset());
         }
@@ -187,7 +317,7 @@ struct Loader {
             if (s->second.kind != JsonTok::String) throw LoadError{where + ".state: expected text"};
             state = s->second.text;
         }
-        if (!w.add_interface(handle, name->second.text, state, err)) throw LoadError{where + ": " + err};
+        if (!writer().add_interface(handle, name->second.text, state, err)) throw LoadError{where + ": " + err};
         stats.interfaces++;
     }
 
@@ -204,7 +334,7 @@ struct Loader {
         memcpy(&s, v, sizeof v);
         uint32_t node = static_cast<uint32_t>(get_u64(j, "node", 0xfffffffeu, where));
         uint32_t bd = static_cast<uint32_t>(get_u64(j, "bd_id", 0xffffffffu, where));
-        if (!w.add_bd_stats(node, bd, s, err)) throw LoadError{where + ": " + err};
+        if (!writer().add_bd_stats(node, bd, s, err)) throw LoadError{where + ": " + err};
         stats.bd_stats++;
     }
 
@@ -218,7 +348,7 @@ struct Loader {
             const bool flag = v.kind == JsonTok::True || v.kind == JsonTok::False;
             const bool bit = (v.kind == JsonTok::Uint && v.u <= 1) || (v.kind == JsonTok::Int && v.i == 0);
             if (!flag && !bit) throw LoadError{"capabilities." + key + ": expected true/false or 0/1"};
-            if (!w.set_capability(key, v.kind == JsonTok::True || (v.kind == JsonTok::Uint && v.u == 1), err))
+            if (!writer().set_capability(key, v.kind == JsonTok::True || (v.kind == JsonTok::Uint && v.u == 1), err))
                 throw LoadError{err};
         }
     }
@@ -259,17 +389,27 @@ bool load_snapshot(std::istream &in, const std::string &db_path, LoadStats &stat
                    std::string &err, Progress *progress) {
     auto w = SysdbWriter::open(db_path, err);
     if (!w) return false;
+    w->store_on_caller();
+    Handover handover(*w);
+    // A record refused by the writer comes before anything the parser found
+    // wrong since.
+    auto refused = [&] {
+        if (handover.finish()) return false;
+        err = handover.what();
+        return true;
+    };
     try {
         JsonReader reader(in);
-        Loader loader{reader, *w, stats, progress, {}, {}, {}, {}, {}, {}};
+        Loader loader{reader, *w, handover, stats, progress, {}, {}, {}, {}};
         loader.run();
     } catch (const LoadError &e) {
-        err = e.what;
+        if (!refused()) err = e.what;
         return false;
     } catch (const JsonSyntaxError &e) {
-        err = std::string("malformed JSON: ") + e.what();
+        if (!refused()) err = std::string("malformed JSON: ") + e.what();
         return false;
     }
+    if (refused()) return false;
     char when[32];
     time_t now = time(nullptr);
     strftime(when, sizeof when, "%Y-%m-%dT%H:%M:%SZ", gmtime(&now));

@@ -40,6 +40,10 @@ class SysdbWriter {
     // A load holds index rows back to store them in key order, at most this
     // many bytes of them at a time (128 MiB); call before the first record.
     void hold_index_bytes(size_t limit);
+    // A load: records and their rows are stored on the caller's thread as
+    // they are added (a caller that is a thread of its own beside a parser),
+    // the index rows' merge at commit beside a thread of the writer's own.
+    void store_on_caller();
 
     bool set_capability(const std::string &name, int64_t value, std::string &err);
     bool add_interface(uint32_t handle, const std::string &name, const std::string &state,
