@@ -815,7 +815,7 @@ int replay_file(const CollectorOptions &opts) {
         if (engine.unflushed() && now_ms() >= clock.due()) {
             engine.flushed();
             int64_t start = now_ms();
-            bool ok = store->flush(err);
+            bool ok = store->flush(err, false);
             clock.committed(start, now_ms());
             if (!ok) {
                 log.line(self, "store: %s", err.c_str());

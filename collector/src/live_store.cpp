@@ -111,8 +111,8 @@ struct LiveStore::Impl : RecordSink {
     bool begin(std::string &err) { return writer->begin(err); }
 
     // Derived records, then the commit: what a reader sees next.
-    bool commit(std::string &err) {
-        if (!begin(err) || !mapper->flush(*this, err) || !writer->commit(err)) return false;
+    bool commit(std::string &err, bool wait = true) {
+        if (!begin(err) || !mapper->flush(*this, err) || !writer->commit(err, wait)) return false;
         counters.commits++;
         changes = 0;
         return true;
@@ -248,7 +248,9 @@ bool LiveStore::apply(uint32_t session, const bmp::Message &msg, std::string &er
         break;
     }
     // A whole message is applied: a commit here shows readers all of it.
-    if (m.changes >= m.opts.batch_max_changes) return m.commit(err);
+    // The commit is queued behind the worker's last rows: the next messages
+    // are mapped while it is stored.
+    if (m.changes >= m.opts.batch_max_changes) return m.commit(err, false);
     return true;
 }
 
@@ -270,7 +272,7 @@ bool LiveStore::session_close(uint32_t session, std::string &err) {
     return m.commit(err);
 }
 
-bool LiveStore::flush(std::string &err) { return impl_->commit(err); }
+bool LiveStore::flush(std::string &err, bool wait) { return impl_->commit(err, wait); }
 
 bool LiveStore::pending() const { return impl_->changes != 0 || impl_->mapper->dirty(); }
 

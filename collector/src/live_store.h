@@ -54,7 +54,9 @@ class LiveStore {
     bool session_close(uint32_t session, std::string &err);
     // Commits the changes made since the last commit. The daemon calls it
     // when its input runs dry or a batch timer fires, and before it exits.
-    bool flush(std::string &err);
+    // Without wait, the commit is done behind the caller (SysdbWriter::commit)
+    // once the one before it is done; readers see it whole a little later.
+    bool flush(std::string &err, bool wait = true);
     bool pending() const;
     const IngestCounters &counters() const;
 

@@ -2,7 +2,9 @@
 // with their index rows, including the rows a non-key field decides.
 #include <sqlite3.h>
 
+#include <atomic>
 #include <functional>
+#include <thread>
 
 #include "collector_test.h"
 #include "platform/bag_types.h"
@@ -210,6 +212,81 @@ TEST_F(LiveWriter, NewItemsInNoKeyOrderStoreTheItemsAndIndexRowsALoadStores) {
     // An item row and two address orderings' rows a route.
     EXPECT_EQ(live.size(), 3u * kRoutes);
     EXPECT_TRUE(live == want) << live.size() << " rows stored live, " << want.size() << " loaded";
+}
+
+TEST_F(LiveWriter, CommitsQueuedBehindTheirRowsAreSeenWholeInOrderAndNoneIsLost) {
+    // Transactions of new routes, each also removing routes the one before
+    // it added, committed without waiting: a reader must only ever see the
+    // item counts of whole transactions, in their order, and at the end the
+    // last transaction's.
+    constexpr uint32_t kTxns = 6, kAdded = 12000, kDropped = 3000;
+    auto route = [](uint32_t i, l2vpn_evpn_mac_bag &r) {
+        const uint32_t evi = 1 + i % 500, host = i / 500;
+        r = {};
+        r.evi = evi;
+        r.encap = 8;
+        const uint8_t mac[6] = {0x02, 0, uint8_t(evi >> 8), uint8_t(evi), uint8_t(host >> 8), uint8_t(host)};
+        memcpy(r.mac_address, mac, 6);
+        r.remote = 1;
+        r.bd_name = const_cast<char *>("");
+    };
+    std::vector<int64_t> after{0};  // the item count each commit leaves
+    for (uint32_t t = 1; t <= kTxns; t++) after.push_back(after.back() + kAdded - (t > 1 ? kDropped : 0));
+
+    std::atomic<bool> done{false};
+    std::vector<int64_t> seen;  // counts that differ from the one before
+    std::thread reader([&] {
+        sqlite3 *rdb = nullptr;
+        if (sqlite3_open_v2(db.c_str(), &rdb, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) return;
+        sqlite3_busy_timeout(rdb, 5000);
+        sqlite3_stmt *s = nullptr;
+        sqlite3_prepare_v2(rdb, "SELECT count(*) FROM item", -1, &s, nullptr);
+        while (!done.load()) {
+            sqlite3_reset(s);
+            if (s && sqlite3_step(s) == SQLITE_ROW) {
+                const int64_t n = sqlite3_column_int64(s, 0);
+                if (seen.empty() || seen.back() != n) seen.push_back(n);
+            }
+        }
+        sqlite3_finalize(s);
+        sqlite3_close(rdb);
+    });
+    // The reader stops however the writing ends.
+    struct Stop {
+        std::atomic<bool> &done;
+        std::thread &reader;
+        ~Stop() {
+            done = true;
+            if (reader.joinable()) reader.join();
+        }
+    } stop{done, reader};
+    l2vpn_evpn_mac_bag r{};
+    for (uint32_t t = 0; t < kTxns; t++) {
+        ASSERT_TRUE(w->begin(err)) << err;
+        for (uint32_t i = 0; i < kAdded; i++) {
+            route(t * kAdded + i, r);
+            ASSERT_TRUE(w->upsert(kRoot, EVPN_PATH_MAC, &r, err, Known::Absent)) << err;
+        }
+        for (uint32_t i = 0; t > 0 && i < kDropped; i++) {
+            route((t - 1) * kAdded + i, r);
+            ASSERT_TRUE(w->remove(kRoot, EVPN_PATH_MAC, &r, err, Known::SameKeys)) << err;
+        }
+        ASSERT_TRUE(w->commit(err, false)) << err;
+    }
+    ASSERT_TRUE(w->commit(err)) << err;
+    done = true;
+    reader.join();
+    ASSERT_TRUE(w->close(err)) << err;
+    w.reset();
+
+    ASSERT_FALSE(seen.empty());
+    size_t at = 0;  // the latest commit seen so far
+    for (int64_t n : seen) {
+        while (at < after.size() && after[at] != n) at++;
+        ASSERT_LT(at, after.size()) << n << " items seen: not what a whole commit leaves, or out of order";
+    }
+    // An item row and two address orderings' rows a route, of the last commit.
+    EXPECT_EQ(stored_rows(db).size(), 3u * size_t(after.back()));
 }
 
 }  // namespace

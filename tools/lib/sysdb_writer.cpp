@@ -239,6 +239,7 @@ struct SysdbWriter::Impl {
         std::vector<Op> ops;
         bool in_key_order = false;  // index rows a load merged: stored, not held
         bool sort_rows = false;     // live new rows: stored in key order (sort_new_rows)
+        const char *then = nullptr;  // live: COMMIT or BEGIN, run after the rows
     };
     static constexpr size_t kBatchBytes = 512 * 1024, kQueued = 2;
     // Live mode hands changes of stored items over in small batches: a
@@ -259,6 +260,10 @@ struct SysdbWriter::Impl {
     std::deque<std::unique_ptr<Batch>> queued, spare;
     std::unique_ptr<Batch> filling;
     bool busy = false, stop = false;
+    // Live commits queued to the worker and not yet done; whether one was
+    // queued since the caller last saw the worker's state.
+    size_t commits_queued = 0;
+    bool committed_behind = false;
     std::atomic<bool> worker_failed{false};
     std::string worker_err;
 
@@ -357,7 +362,7 @@ struct SysdbWriter::Impl {
             else bind_index(st, 0, op.row);
             if (sqlite3_step(st) != SQLITE_DONE) return fail(err, "changing an item");
         }
-        return true;
+        return !b.then || exec(db, b.then, err);
     }
 
     // A load's index rows are held back and stored in key order. Items come
@@ -548,6 +553,7 @@ struct SysdbWriter::Impl {
             const bool ok = skip || store(*b, e);
             lk.lock();
             busy = false;
+            if (b->then == kCommit) commits_queued--;
             if (!ok) {
                 worker_err = e;
                 worker_failed = true;
@@ -565,6 +571,7 @@ struct SysdbWriter::Impl {
         b.ops.clear();
         b.in_key_order = false;
         b.sort_rows = false;
+        b.then = nullptr;
     }
 
     Batch &batch() {
@@ -598,7 +605,8 @@ struct SysdbWriter::Impl {
 
     // Hands the batch being filled to the worker (started with the first).
     void submit() {
-        if (!filling || (filling->items.empty() && filling->index.empty() && filling->ops.empty()))
+        if (!filling ||
+            (filling->items.empty() && filling->index.empty() && filling->ops.empty() && !filling->then))
             return;
         if (store_on_caller) {
             std::string e;
@@ -610,6 +618,11 @@ struct SysdbWriter::Impl {
             return;
         }
         if (!worker.joinable()) worker = std::thread([this] { work(); });
+        // Live: the worker does the commits, so the caller sorts the run.
+        if (filling->sort_rows) {
+            sort_new_rows(*filling);
+            filling->sort_rows = false;
+        }
         std::unique_lock<std::mutex> lk(mu);
         cv.wait(lk, [&] { return queued.size() < max_queued; });
         queued.push_back(std::move(filling));
@@ -670,10 +683,52 @@ struct SysdbWriter::Impl {
         submit();
         std::unique_lock<std::mutex> lk(mu);
         cv.wait(lk, [&] { return queued.empty() && !busy; });
+        committed_behind = false;
         if (worker_failed) {
             err = worker_err;
             return false;
         }
+        return true;
+    }
+
+    static constexpr const char *kCommit = "COMMIT", *kBegin = "BEGIN IMMEDIATE";
+
+    // Live: the transaction's COMMIT queued behind its last rows, so that the
+    // caller goes on while the worker stores and commits. A commit queued
+    // before must be done first, and its failure is reported here.
+    bool commit_behind(std::string &err) {
+        {
+            std::unique_lock<std::mutex> lk(mu);
+            cv.wait(lk, [&] { return commits_queued == 0; });
+            if (worker_failed) {
+                lk.unlock();
+                return drain(err);
+            }
+            commits_queued++;
+        }
+        batch().then = kCommit;
+        submit();
+        committed_behind = true;
+        in_txn = false;
+        return true;
+    }
+
+    // Live: BEGIN on this thread when the worker is idle, else queued behind
+    // the commit it is doing (the connection serves one thread at a time).
+    bool begin_live(std::string &err) {
+        bool idle;
+        {
+            std::lock_guard<std::mutex> lk(mu);
+            idle = queued.empty() && !busy && (!filling || !filling->then);
+            if (worker_failed) idle = true;  // drain reports it
+        }
+        if (idle) {
+            if (!drain(err) || !exec(db, kBegin, err)) return false;
+        } else {
+            batch().then = kBegin;
+            submit();
+        }
+        in_txn = true;
         return true;
     }
 
@@ -709,12 +764,19 @@ struct SysdbWriter::Impl {
     bool close_live(std::string &err) {
         if (!db) return true;
         std::string lost;
-        drain(lost);  // rolled back below in any case
+        // What is not committed is rolled back below in any case; a commit
+        // queued and failed is an error to report.
+        const bool behind = committed_behind;
+        const bool drained = drain(lost);
         stop_worker();
         finalize_all();
-        if (in_txn) sqlite3_exec(db, "ROLLBACK", nullptr, nullptr, nullptr);
+        if (!sqlite3_get_autocommit(db)) sqlite3_exec(db, "ROLLBACK", nullptr, nullptr, nullptr);
         in_txn = false;
         bool ok = exec(db, "PRAGMA wal_checkpoint(TRUNCATE); PRAGMA journal_mode = DELETE", err);
+        if (!drained && behind) {
+            err = lost;
+            ok = false;
+        }
         if (sqlite3_close(db) != SQLITE_OK && ok) {
             err = "closing " + target + " failed";
             ok = false;
@@ -1075,9 +1137,10 @@ bool SysdbWriter::set_meta(const std::string &key, const std::string &value, std
     return sqlite3_step(m.ins_meta) == SQLITE_DONE || m.fail(err, "meta " + key);
 }
 
-bool SysdbWriter::commit(std::string &err) {
+bool SysdbWriter::commit(std::string &err, bool wait) {
     Impl &m = *impl_;
     if (m.live) {
+        if (!wait && m.in_txn) return m.commit_behind(err);
         if (!m.drain(err)) return false;
         if (!m.in_txn) return true;
         if (!exec(m.db, "COMMIT", err)) return false;
@@ -1284,9 +1347,7 @@ bool SysdbWriter::begin(std::string &err) {
     }
     if (m.in_txn) return true;
     // IMMEDIATE: a second writer of the file waits here, not at its first change.
-    if (!exec(m.db, "BEGIN IMMEDIATE", err)) return false;
-    m.in_txn = true;
-    return true;
+    return m.begin_live(err);
 }
 
 namespace {

@@ -53,8 +53,12 @@ class SysdbWriter {
     bool set_meta(const std::string &key, const std::string &value, std::string &err);
 
     // A load: makes the new database the target, atomically. Live: commits
-    // the transaction begun.
-    bool commit(std::string &err);
+    // the transaction begun; without wait, the commit is queued behind the
+    // transaction's last changes and done by the worker thread while the
+    // caller begins the next transaction. Its failure is then reported by
+    // the next commit, drain-like call (a change that must read the store)
+    // or close(); nothing after it is stored.
+    bool commit(std::string &err, bool wait = true);
 
     // Opens target for changes in place, making an empty database there when
     // it is missing; refuses a file that is not a database of ours. Readers
