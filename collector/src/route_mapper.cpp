@@ -604,15 +604,16 @@ struct RouteMapper::Impl {
         settle_withdrawals();
     }
 
-    template <class M, class K, class D> void count(M &map, const K &key, int delta, D &dirty) {
+    // Adds delta to key's count; the entry when delta adds, else null.
+    template <class M, class K, class D> Counted *count(M &map, const K &key, int delta, D &dirty) {
         if (delta > 0) {
             Counted &c = map[key];
             if (c.count == 0) dirty.push_back(key);
             c.count += static_cast<uint32_t>(delta);
-            return;
+            return &c;
         }
         auto it = map.find(key);
-        if (it == map.end()) return;
+        if (it == map.end()) return nullptr;
         const uint32_t down = static_cast<uint32_t>(-delta);
         if (it->second.count <= down) {
             map.erase(it);
@@ -620,6 +621,7 @@ struct RouteMapper::Impl {
         } else {
             it->second.count -= down;
         }
+        return nullptr;
     }
 
     // e: the route, for a segment's routes (types 4 and per-ES 1); null for
@@ -649,15 +651,7 @@ struct RouteMapper::Impl {
         if (evi_rts.size() != rts_before || evi_rds.size() != rds_before) dirty_evis.push_back(evi);
         if (a.has_nh) {
             AddrKey n{evi_number, a.nh};
-            // One look-up a route where it adds (count() would make another).
-            if (delta > 0) {
-                Counted &c = neighbors[n];
-                c.encap = a.encap;
-                if (c.count == 0) dirty_neighbors.push_back(n);
-                c.count += static_cast<uint32_t>(delta);
-            } else {
-                count(neighbors, n, delta, dirty_neighbors);
-            }
+            if (Counted *c = count(neighbors, n, delta, dirty_neighbors)) c->encap = a.encap;
             // A VXLAN route's next hop is the far end of its tunnel.
             if (a.encap == EVPN_ENCAP_VXLAN) {
                 AddrKey t{a.encap, a.nh};

@@ -64,7 +64,7 @@ bool sysdb_reader_process_setup(void) {
     // A library built without mutexes (the client's) takes no threading mode.
     if (sqlite3_threadsafe()) sqlite3_config(SQLITE_CONFIG_SINGLETHREAD);
     sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
-    // No page cache block allocated up front (20 pages of 16 KiB): pages come
+    // No page cache block allocated up front (20 pages): pages come
     // one by one as a run needs them.
     sqlite3_config(SQLITE_CONFIG_PAGECACHE, nullptr, 0, 0);
     // The client's library starts only when told to (no check on every call).

@@ -152,4 +152,20 @@ struct Store {
     }
 };
 
+// The same stream applied to a store that commits every change (small) and
+// to one that commits them all at once (large).
+struct EachAndAll {
+    static collector::LiveStoreOptions most(uint32_t changes) {
+        collector::LiveStoreOptions o;
+        o.batch_max_changes = changes;
+        return o;
+    }
+    Store small{most(1)}, large{most(1000000)};
+    template <class Stream>
+    explicit EachAndAll(Stream stream) {
+        stream(small);
+        stream(large);
+    }
+};
+
 }  // namespace ctest

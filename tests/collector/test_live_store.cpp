@@ -201,12 +201,8 @@ TEST(LiveStore, TheStoreIsTheSameWhateverTheTransactionSizeAndLoadsBackFromItsDu
         EXPECT_EQ(r.status, 0) << r.err;
         return r.out;
     };
-    collector::LiveStoreOptions each, one;
-    each.batch_max_changes = 1;
-    one.batch_max_changes = 1000000;
-    Store small(each), large(one);
-    stream(small);
-    stream(large);
+    EachAndAll stores(stream);
+    Store &small = stores.small, &large = stores.large;
     const std::string got = dump(small.db);
     EXPECT_NE(got.find("evpn_mac"), std::string::npos);
     EXPECT_EQ(dump(large.db), got);
@@ -263,12 +259,8 @@ TEST(LiveStore, DerivedRecordsAreTheSameWhenRoutesOfManyEvisInterleave) {
         for (const bmp::Message &m : msgs) ASSERT_TRUE(s.store->apply(s.session, m, err)) << err;
         ASSERT_TRUE(s.store->flush(err)) << err;
     };
-    collector::LiveStoreOptions each, one;
-    each.batch_max_changes = 1;
-    one.batch_max_changes = 1000000;
-    Store small(each), large(one);
-    stream(small);
-    stream(large);
+    EachAndAll stores(stream);
+    Store &small = stores.small, &large = stores.large;
     for (const char *command : {"5", "8", "10", "7"}) {
         const std::string want = show(small.db, {"-d", command});
         EXPECT_EQ(show(large.db, {"-d", command}), want) << "command " << command;

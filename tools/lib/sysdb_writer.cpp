@@ -267,12 +267,33 @@ struct SysdbWriter::Impl {
     std::atomic<bool> worker_failed{false};
     std::string worker_err;
 
-    // The store's order of (list, key) rows: list, then the key's bytes,
-    // then its length. The first 16 key bytes are compared as two numbers
-    // (an address ordering's rows share their first ten bytes).
+    // A key's first 16 bytes as two big-endian numbers, zero-padded: most
+    // comparisons in the store's order end there (an address ordering's rows
+    // share their first ten bytes).
+    struct KeyHead {
+        uint64_t w[2];
+        static KeyHead of(const uint8_t *key, uint32_t len) {
+            KeyHead h{{0, 0}};
+            for (uint32_t i = 0; i < 16; i++) h.w[i / 8] = h.w[i / 8] << 8 | (i < len ? key[i] : 0);
+            return h;
+        }
+    };
+    // The store's order of two keys (memcmp, then length), each given by its
+    // head, the bytes past the head and its length: <0, 0 or >0.
+    static int key_cmp(const KeyHead &a, const char *a_tail, uint32_t a_len, const KeyHead &b, const char *b_tail,
+                       uint32_t b_len) {
+        if (a.w[0] != b.w[0]) return a.w[0] < b.w[0] ? -1 : 1;
+        if (a.w[1] != b.w[1]) return a.w[1] < b.w[1] ? -1 : 1;
+        const uint32_t n = std::min(a_len, b_len);
+        const int c = n > 16 ? memcmp(a_tail, b_tail, n - 16) : 0;
+        if (c != 0) return c;
+        return a_len == b_len ? 0 : a_len < b_len ? -1 : 1;
+    }
+
+    // The store's order of (list, key) rows: list, then the key.
     struct SortKey {
         int64_t list;
-        uint64_t head[2];
+        KeyHead head;
         uint32_t at;  // the row's position in its batch: equal keys keep their order
     };
     std::vector<SortKey> sort_keys;
@@ -280,27 +301,17 @@ struct SysdbWriter::Impl {
 
     void sort_rows_of(const std::string &bytes, std::vector<Row> &rows) {
         if (rows.size() < 2) return;
-        const uint8_t *base = reinterpret_cast<const uint8_t *>(bytes.data());
+        const char *base = bytes.data();
         sort_keys.resize(rows.size());
         for (uint32_t i = 0; i < rows.size(); i++) {
             const Row &r = rows[i];
-            SortKey &k = sort_keys[i];
-            k.list = r.list;
-            k.at = i;
-            k.head[0] = k.head[1] = 0;
-            for (uint32_t j = 0; j < 16; j++)
-                k.head[j / 8] = k.head[j / 8] << 8 | (j < r.key_len ? base[r.key + j] : 0);
+            sort_keys[i] = {r.list, KeyHead::of(reinterpret_cast<const uint8_t *>(base) + r.key, r.key_len), i};
         }
         std::sort(sort_keys.begin(), sort_keys.end(), [&](const SortKey &a, const SortKey &b) {
             if (a.list != b.list) return a.list < b.list;
-            if (a.head[0] != b.head[0]) return a.head[0] < b.head[0];
-            if (a.head[1] != b.head[1]) return a.head[1] < b.head[1];
             const Row &x = rows[a.at], &y = rows[b.at];
-            const uint32_t n = std::min(x.key_len, y.key_len);
-            const int c = n > 16 ? memcmp(base + x.key + 16, base + y.key + 16, n - 16) : 0;
-            if (c != 0) return c < 0;
-            if (x.key_len != y.key_len) return x.key_len < y.key_len;
-            return a.at < b.at;
+            const int c = key_cmp(a.head, base + x.key + 16, x.key_len, b.head, base + y.key + 16, y.key_len);
+            return c != 0 ? c < 0 : a.at < b.at;
         });
         sorted_rows.clear();
         for (const SortKey &k : sort_keys) sorted_rows.push_back(rows[k.at]);
@@ -375,7 +386,7 @@ struct SysdbWriter::Impl {
     // take about 110 MiB), then stored the same way, so a snapshot of any
     // size loads in bounded memory.
     struct Held {
-        uint64_t head[2];  // first 16 bytes, big-endian, zero-padded
+        KeyHead head;
         uint32_t off, len;  // of the bytes past the head, in held_tails; the key's length
     };
     struct HeldList {
@@ -394,13 +405,8 @@ struct SysdbWriter::Impl {
     std::vector<HeldList> held;  // one per index listing
     size_t held_bytes = 0;
 
-    // The store's order of blobs: memcmp, then length.
     static bool held_less(const char *tails, const Held &a, const Held &b) {
-        if (a.head[0] != b.head[0]) return a.head[0] < b.head[0];
-        if (a.head[1] != b.head[1]) return a.head[1] < b.head[1];
-        const uint32_t n = std::min(a.len, b.len);
-        const int c = n > 16 ? memcmp(tails + a.off, tails + b.off, n - 16) : 0;
-        return c != 0 ? c < 0 : a.len < b.len;
+        return key_cmp(a.head, tails + a.off, a.len, b.head, tails + b.off, b.len) < 0;
     }
 
     // Sorts the rows not yet in a run, in runs of at most kRunRows: a run
@@ -434,8 +440,7 @@ struct SysdbWriter::Impl {
                 }
             }
             const uint8_t *key = reinterpret_cast<const uint8_t *>(b.bytes.data()) + r.key;
-            Held h{{0, 0}, static_cast<uint32_t>(held_tails.size()), r.key_len};
-            for (uint32_t i = 0; i < 16; i++) h.head[i / 8] = h.head[i / 8] << 8 | (i < r.key_len ? key[i] : 0);
+            const Held h{KeyHead::of(key, r.key_len), static_cast<uint32_t>(held_tails.size()), r.key_len};
             if (r.key_len > 16) held_tails.append(reinterpret_cast<const char *>(key) + 16, r.key_len - 16);
             to->rows.push_back(h);
             held_bytes += sizeof(Held) + (r.key_len > 16 ? r.key_len - 16 : 0);
@@ -479,7 +484,7 @@ struct SysdbWriter::Impl {
                 const Held &r = h.rows[next.back().first];
                 key.clear();
                 for (uint32_t i = 0; i < 16 && i < r.len; i++)
-                    key.push_back(static_cast<char>(r.head[i / 8] >> (56 - 8 * (i % 8))));
+                    key.push_back(static_cast<char>(r.head.w[i / 8] >> (56 - 8 * (i % 8))));
                 if (r.len > 16) key.append(tails + r.off, r.len - 16);
                 if (++next.back().first == next.back().second) next.pop_back();
                 else std::push_heap(next.begin(), next.end(), later);
