@@ -1,6 +1,7 @@
 // The writer's live mode on its own: items replaced and removed in place
 // with their index rows, including the rows a non-key field decides.
 #include <sqlite3.h>
+#include <sys/stat.h>
 
 #include <atomic>
 #include <functional>
@@ -108,6 +109,16 @@ TEST_F(LiveWriter, ChangesWhoseIndexRowsTheCallerVouchesForAddAndDropTheRows) {
     EXPECT_EQ(macs(), Rows{});
     EXPECT_EQ(macs({"-b", "bd-a"}), Rows{});
     EXPECT_EQ(macs({"-O", "11", "-P", "2233", "-Q", "4405"}), Rows{});
+}
+
+TEST_F(LiveWriter, OfTwoNewItemsOfOneKeyInARunTheFirstStaysWhicheverWayTheRunIsSorted) {
+    // Runs are sorted up and down by turns: one commit's run each way.
+    for (uint8_t t = 7; t <= 8; t++)
+        change([&] { return put(Mac(t, "", 16 + t), Known::Absent) && put(Mac(t, "", 30), Known::Absent); });
+    const Rows got = macs();
+    ASSERT_EQ(got.size(), 2u);
+    EXPECT_NE(got[0].find(" 23"), std::string::npos) << got[0];
+    EXPECT_NE(got[1].find(" 24"), std::string::npos) << got[1];
 }
 
 int page_size(const std::string &path) {
@@ -287,6 +298,42 @@ TEST_F(LiveWriter, CommitsQueuedBehindTheirRowsAreSeenWholeInOrderAndNoneIsLost)
     }
     // An item row and two address orderings' rows a route, of the last commit.
     EXPECT_EQ(stored_rows(db).size(), 3u * size_t(after.back()));
+}
+
+TEST(LiveLog, IsCopiedIntoTheFileAsCommitsGoOnAndStaysBounded) {
+    // Commits of an EVI's new routes each, a few pages each: a checkpoint
+    // after every few of them lets the log start over, so its file stays
+    // near the bound instead of growing by every commit.
+    TempDir dir;
+    const std::string db = dir.path + "/live.db";
+    std::string err;
+    constexpr size_t kEvery = 256 * 1024;
+    auto w = evpn::SysdbWriter::open_live(db, err, kEvery);
+    ASSERT_TRUE(w) << err;
+    constexpr uint32_t kTxns = 120, kPer = 400;
+    l2vpn_evpn_mac_bag r{};
+    for (uint32_t t = 0; t < kTxns; t++) {
+        ASSERT_TRUE(w->begin(err)) << err;
+        for (uint32_t i = 0; i < kPer; i++) {
+            const uint32_t evi = 1 + t, host = i;
+            r = {};
+            r.evi = evi;
+            r.encap = 8;
+            const uint8_t mac[6] = {0x02, 0, uint8_t(evi >> 8), uint8_t(evi), uint8_t(host >> 8), uint8_t(host)};
+            memcpy(r.mac_address, mac, 6);
+            r.remote = 1;
+            r.bd_name = const_cast<char *>("");
+            ASSERT_TRUE(w->upsert(kRoot, EVPN_PATH_MAC, &r, err, Known::Absent)) << err;
+        }
+        ASSERT_TRUE(w->commit(err)) << err;
+    }
+    struct stat st {};
+    ASSERT_EQ(stat((db + "-wal").c_str(), &st), 0);
+    // Uncopied, the log would hold every commit's pages.
+    EXPECT_LT(st.st_size, off_t(6 * kEvery)) << "log of " << st.st_size << " bytes";
+    ASSERT_TRUE(w->close(err)) << err;
+    w.reset();
+    EXPECT_EQ(stored_rows(db).size(), 3u * kTxns * kPer);
 }
 
 }  // namespace

@@ -63,7 +63,11 @@ class SysdbWriter {
     // Opens target for changes in place, making an empty database there when
     // it is missing; refuses a file that is not a database of ours. Readers
     // keep reading while it writes (write-ahead log; see docs/collector.md).
-    static std::unique_ptr<SysdbWriter> open_live(const std::string &target, std::string &err);
+    // A thread of the writer's own copies the log into the file once a
+    // commit leaves checkpoint_bytes of pages in it.
+    static constexpr size_t kCheckpointBytes = size_t(128) << 20;
+    static std::unique_ptr<SysdbWriter> open_live(const std::string &target, std::string &err,
+                                                  size_t checkpoint_bytes = kCheckpointBytes);
     bool begin(std::string &err);
     // What the caller knows of the stored item a record names. Without
     // knowledge, the stored item is read to find its index rows; with it,
