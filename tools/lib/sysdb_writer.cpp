@@ -6,6 +6,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sqlite3.h>
 #include <unistd.h>
@@ -100,8 +101,15 @@ class LogCheckpointer {
   private:
     // A checkpoint that fails (a full disk) leaves the pages in the log,
     // where readers find them; the next one tries again, as SQLite's own
-    // automatic checkpoint does.
+    // automatic checkpoint does. The thread runs at a lower priority than
+    // the writer's others: on a machine of two cores, the three otherwise
+    // share them evenly and the storing thread, the slowest, waits for the
+    // copying (a 1M-route replay: 280,000 routes/s, 292,000 with this).
     void run() {
+        const id_t self = static_cast<id_t>(gettid());
+        errno = 0;
+        const int nice = getpriority(PRIO_PROCESS, self);
+        if (errno == 0) setpriority(PRIO_PROCESS, self, std::min(nice + kLowerPriority, 19));
         std::unique_lock<std::mutex> lk(mu_);
         for (;;) {
             cv_.wait(lk, [&] { return stop_ || due_; });
@@ -116,6 +124,7 @@ class LogCheckpointer {
         }
     }
 
+    static constexpr int kLowerPriority = 10;  // added to the process's nice value
     sqlite3 *db_ = nullptr;
     int frames_ = 0;
     std::thread thread_;
@@ -341,6 +350,11 @@ struct SysdbWriter::Impl {
     // next run while the worker commits; at most this many wait at a time.
     static constexpr size_t kSmallQueued = 64;
     size_t batch_bytes = kBatchBytes, run_bytes = kBatchBytes, max_queued = kQueued;
+    // Live: the size the run being filled is handed over at. The first runs
+    // are smaller (from kLiveFirstRun, doubling), so that the worker starts
+    // storing soon after the changes start instead of a whole run later.
+    static constexpr size_t kLiveFirstRun = 512 * 1024;
+    size_t run_fill = kBatchBytes;
     std::thread worker;
     std::mutex mu;
     std::condition_variable cv;
@@ -1442,6 +1456,7 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open_live(const std::string &named, st
     }
     m.batch_bytes = Impl::kLiveBatchBytes;
     m.run_bytes = Impl::kLiveRunBytes;
+    m.run_fill = Impl::kLiveFirstRun;
     m.max_queued = Impl::kLiveQueued;
     // The listings the file has already.
     sqlite3_stmt *s = nullptr;
@@ -1586,7 +1601,10 @@ bool SysdbWriter::upsert(const std::string &root, std::string_view base, const v
             b.index.push_back({t->ordering_lists[o], m.put(b, m.ikeys[o]),
                                static_cast<uint32_t>(m.ikeys[o].size()), 0, 0, 0, 0});
         }
-        if (b.bytes.size() >= m.run_bytes) m.submit();
+        if (b.bytes.size() >= m.run_fill) {
+            m.submit();
+            m.run_fill = std::min(2 * m.run_fill, m.run_bytes);
+        }
         return true;
     }
     if (!m.drain(err)) return false;

@@ -22,7 +22,7 @@ class SysdbWriter {
     // Starts a database that will replace target. Refuses a target that
     // exists and is not a database of ours. page_size: the new file's pages
     // (kReadPageSize for stores mostly read, kLivePageSize for a live store).
-    static constexpr int kReadPageSize = 8192, kLivePageSize = 16384;
+    static constexpr int kReadPageSize = 8192, kLivePageSize = 32768;
     static std::unique_ptr<SysdbWriter> open(const std::string &target, std::string &err,
                                              int page_size = kReadPageSize);
     ~SysdbWriter();  // without commit(): the target is left as it was
