@@ -1,6 +1,7 @@
 #include "collector.h"
 
 #include <arpa/inet.h>
+#include <sqlite3.h>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <signal.h>
@@ -878,6 +879,9 @@ int collect_usage(const std::string &what) {
 }  // namespace
 
 int collect_main(int argc, char **argv) {
+    // No memory statistics: SQLite would count every allocation under a
+    // lock, for heap limits that only the readers set.
+    sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
     CollectorOptions o;
     std::string bmp, err;
     for (int i = 2; i < argc; i++) {
