@@ -467,6 +467,7 @@ bool parse_option(int option, const char *arg) {
 }  // namespace
 
 bool evpn_show_store_left_open;
+void (*evpn_show_before_store)(void);
 
 int evpn_show_main(int argc, char **argv) {
     safe_init_logger(1, l2vpn_safe_logger_stderr);
@@ -503,6 +504,7 @@ int evpn_show_main(int argc, char **argv) {
     else
         snprintf(root, sizeof root, "/oper/evpn/gl/");
 
+    if (evpn_show_before_store) evpn_show_before_store();
     uint32_t rc = check_sysdb_library() ? _sysdb_bind(&sysdb_handle, root, SYSDB_BIND_READ)
                                         : SYSDB_ERR_NO_LIBRARY;
     if (rc) {
