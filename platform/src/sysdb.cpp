@@ -139,13 +139,10 @@ uint32_t open_readonly(const char *path, sqlite3 **out, bool keep_reading) {
         std::initializer_list<const char *> names;
     };
     static const Columns kRead[] = {
-        {"meta", {"key", "value"}},
+        {"attribute", {"kind", "key", "key2", "v1", "v2"}},
         {"listing", {"id", "root", "path", "record_type"}},
         {"item", {"list", "skey", "name", "data"}},
         {"item_index", {"list", "ikey"}},
-        {"capability", {"name", "value"}},
-        {"interface", {"handle", "name", "state"}},
-        {"bd_stats", {"node", "bd_id", "counters"}},
     };
     auto has = [db](const char *table, const char *column) {
         return sqlite3_table_column_metadata(db, "main", table, column, nullptr, nullptr, nullptr,

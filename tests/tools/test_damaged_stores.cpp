@@ -134,7 +134,7 @@ TEST(DamagedStore, TheDumpNamesCountersItCannotReadAndWritesTheRest) {
         ASSERT_TRUE(w.add_bd_stats(0, 5, s, err)) << err;
         ASSERT_TRUE(w.add_bd_stats(1, 5, s, err)) << err;
     });
-    sql(db, "UPDATE bd_stats SET counters = x'0102' WHERE node = 1");
+    sql(db, "UPDATE attribute SET v1 = x'0102' WHERE kind = 3 AND key2 = 1");
     auto r = sysdb({"dump", "--db", db});
     EXPECT_EQ(r.status, 1);
     EXPECT_NE(r.err.find("bd_stats: item node 1 bd_id 5 does not decode: stored counters damaged"),
