@@ -2,6 +2,7 @@
 // operational database.
 #include "platform/caps.h"
 #include "platform/formatters.h"
+#include "platform/sysdb_schema.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -40,7 +41,8 @@ int env_override(const char *name, int fallback) {
 void load_capabilities(sqlite3 *db) {
     if (!db) return;
     sqlite3_stmt *s = nullptr;
-    if (sqlite3_prepare_v2(db, "SELECT name, value FROM capability", -1, &s, nullptr) == SQLITE_OK) {
+    static_assert(sysdb_schema::kCapability == 1 && sysdb_schema::kInterface == 2);
+    if (sqlite3_prepare_v2(db, "SELECT key, v1 FROM attribute WHERE kind = 1", -1, &s, nullptr) == SQLITE_OK) {
         while (sqlite3_step(s) == SQLITE_ROW) {
             const char *name = reinterpret_cast<const char *>(sqlite3_column_text(s, 0));
             int value = sqlite3_column_int(s, 1) != 0;
@@ -55,7 +57,7 @@ void load_capabilities(sqlite3 *db) {
 void load_interfaces(sqlite3 *db) {
     if (!db) return;
     sqlite3_stmt *s = nullptr;
-    if (sqlite3_prepare_v2(db, "SELECT handle, name, state FROM interface", -1, &s, nullptr) ==
+    if (sqlite3_prepare_v2(db, "SELECT key, v1, v2 FROM attribute WHERE kind = 2", -1, &s, nullptr) ==
         SQLITE_OK) {
         while (sqlite3_step(s) == SQLITE_ROW) {
             const char *name = reinterpret_cast<const char *>(sqlite3_column_text(s, 1));

@@ -16,8 +16,11 @@ constexpr sqlite3_int64 kReadHeapLimit = 4 * sqlite3_int64(16777216);  // 4 reco
 // table and column the platform reads. Returns 0 and the connection, or an
 // error code: SYSDB_ERR_NO_LIBRARY for a missing or unreadable file or one
 // that is not a regular file, SYSDB_ERR_HOT_JOURNAL, SYSDB_ERR_CORRUPT,
-// SYSDB_ERR_NOT_BOUND for a file that is not ours.
-uint32_t open_readonly(const char *path, sqlite3 **db);
+// SYSDB_ERR_NOT_BOUND for a file that is not ours. The checks read in one
+// transaction; with keep_reading that transaction is left open, so that
+// every later request reads the state the checks saw, with no lock taken
+// and dropped again (the caller ends it, or closes the connection).
+uint32_t open_readonly(const char *path, sqlite3 **db, bool keep_reading = false);
 
 // The platform code of an SQLite failure: SYSDB_ERR_CORRUPT for a damaged
 // file, else SYSDB_ERR_STORE.

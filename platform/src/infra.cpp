@@ -50,8 +50,10 @@ void safe_init_logger(int enable, safe_logger_fn logger) { g_logger = enable ? l
 
 void vel_openlog(const char *ident, uint32_t options, int facility) {
     // The option word carries the platform's flags in its high bits; syslog
-    // takes the low ones (LOG_PID | LOG_NDELAY).
-    openlog(ident, static_cast<int>(options & 0xff), facility << 3);
+    // takes the low ones (LOG_PID | LOG_NDELAY). The log's socket is opened
+    // when the first message is written, not here: most runs write none,
+    // and a short command would pay three system calls for it.
+    openlog(ident, static_cast<int>(options & 0xff & ~LOG_NDELAY), facility << 3);
 }
 
 event_manager_handle_t event_manager_create(int, int, int, int) {

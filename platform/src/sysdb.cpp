@@ -82,7 +82,7 @@ uint32_t store_error(int sqlite_rc) {
     }
 }
 
-uint32_t open_readonly(const char *path, sqlite3 **out) {
+uint32_t open_readonly(const char *path, sqlite3 **out, bool keep_reading) {
     *out = nullptr;
     // A request that reads a row past this heap limit (a store written by
     // other means) fails with SYSDB_ERR_TOO_BIG when SQLite allocates for
@@ -94,17 +94,20 @@ uint32_t open_readonly(const char *path, sqlite3 **out) {
     static_assert(kReadHeapLimit == 4 * sqlite3_int64(BAG_MAX_RECORD));
     const sqlite3_int64 limit = sqlite3_hard_heap_limit64(-1);
     if (limit == 0 || limit > kReadHeapLimit) sqlite3_hard_heap_limit64(kReadHeapLimit);
-    if (!path || access(path, R_OK) != 0) return SYSDB_ERR_NO_LIBRARY;
     // Anything but a regular file (a FIFO would block the open until a
     // writer came; a directory or a device is no database either).
     struct stat st;
-    if (stat(path, &st) != 0 || !S_ISREG(st.st_mode)) return SYSDB_ERR_NO_LIBRARY;
+    if (!path || stat(path, &st) != 0 || !S_ISREG(st.st_mode)) return SYSDB_ERR_NO_LIBRARY;
     sqlite3 *db = nullptr;
     if (sqlite3_open_v2(path, &db, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, nullptr) != SQLITE_OK) {
         sqlite3_close(db);
-        return SYSDB_ERR_NOT_BOUND;
+        // A file this process may not read is missing to it; the test costs
+        // a system call only when the open failed.
+        return access(path, R_OK) != 0 ? SYSDB_ERR_NO_LIBRARY : SYSDB_ERR_NOT_BOUND;
     }
     sqlite3_busy_timeout(db, 2000);
+    // Takes no lock yet: the first read below does, once for all the checks.
+    sqlite3_exec(db, "BEGIN", nullptr, nullptr, nullptr);
     int32_t app = 0, ver = 0;
     sqlite3_stmt *s = nullptr;
     bool ok = sqlite3_prepare_v2(db, "PRAGMA application_id", -1, &s, nullptr) == SQLITE_OK &&
@@ -136,13 +139,10 @@ uint32_t open_readonly(const char *path, sqlite3 **out) {
         std::initializer_list<const char *> names;
     };
     static const Columns kRead[] = {
-        {"meta", {"key", "value"}},
+        {"attribute", {"kind", "key", "key2", "v1", "v2"}},
         {"listing", {"id", "root", "path", "record_type"}},
         {"item", {"list", "skey", "name", "data"}},
         {"item_index", {"list", "ikey"}},
-        {"capability", {"name", "value"}},
-        {"interface", {"handle", "name", "state"}},
-        {"bd_stats", {"node", "bd_id", "counters"}},
     };
     auto has = [db](const char *table, const char *column) {
         return sqlite3_table_column_metadata(db, "main", table, column, nullptr, nullptr, nullptr,
@@ -157,6 +157,7 @@ uint32_t open_readonly(const char *path, sqlite3 **out) {
         sqlite3_close(db);
         return code;
     }
+    if (!keep_reading) sqlite3_exec(db, "COMMIT", nullptr, nullptr, nullptr);
     *out = db;
     return 0;
 }
@@ -361,7 +362,10 @@ uint32_t _sysdb_bind(sysdb_handle_td *handle, const char *root, uint32_t mode) {
     if (!sysdb_schema::valid_root(root)) return SYSDB_ERR_BAD_PATH;
     if (mode != SYSDB_BIND_READ) return SYSDB_ERR_BAD_ARG;
     sqlite3 *db = nullptr;
-    if (uint32_t rc = platform_db::open_readonly(sysdb_library_path(), &db)) return rc;
+    // The open's read transaction stays for the binding's life: every
+    // request reads the same state, and batches do not each take and drop
+    // the file lock.
+    if (uint32_t rc = platform_db::open_readonly(sysdb_library_path(), &db, true)) return rc;
     auto *h = new sysdb_handle_s;
     h->db = db;
     h->root = root;
@@ -389,9 +393,6 @@ uint32_t _sysdb_bind(sysdb_handle_td *handle, const char *root, uint32_t mode) {
                                SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_DIRECTONLY, nullptr,
                                item_skey_fn, nullptr, nullptr, nullptr);
     for (int i = 0; i < 4; i++) stmts[i]->sql = sql[i];
-    // One read transaction for the binding's life: every request reads the
-    // same state, and batches do not each take and drop the file lock.
-    sqlite3_exec(db, "BEGIN", nullptr, nullptr, nullptr);
     *handle = h;
     platform_db::set_bound(db);
     return 0;

@@ -7,7 +7,6 @@
 // range of one ordering: a filtered listing costs what it returns.
 #include "platform/sysdb_registry.h"
 
-#include <unordered_map>
 
 #include "platform/bag_types.h"
 #include "platform/sysdb_keys.h"
@@ -214,34 +213,23 @@ constexpr ListingDef kRegistry[] = {
 std::span<const ListingDef> sysdb_registry(void) { return kRegistry; }
 
 namespace {
-// The registry looked up by path: a store resolves a path for every item it
-// gets, so each listing's base is found by hash, not by comparing it with
-// every base.
-struct PathIndex {
-    struct Child {
-        const ListingDef *l;
-        std::string_view base, child;
-    };
-    std::unordered_map<std::string_view, const ListingDef *> by_base;
-    std::vector<Child> children;
-    PathIndex() {
-        for (const ListingDef &l : kRegistry) {
-            if (l.child) children.push_back({&l, l.base, l.child});
-            else by_base.emplace(l.base, &l);
-        }
-    }
-};
-const PathIndex &path_index() {
-    static const PathIndex index;
-    return index;
+// Whether path is base. Most bases differ from a path in their first byte,
+// so a scan of the registry costs about as much as one hash lookup, and a
+// short run builds no index (a hash index of the bases took 10,000
+// instructions to build for the handful of lookups such a run makes).
+bool is_base(const char *base, std::string_view path) {
+    for (size_t i = 0; i < path.size(); i++)
+        if (base[i] == '\0' || base[i] != path[i]) return false;
+    return base[path.size()] == '\0';
 }
 }  // namespace
 
 const ListingDef *sysdb_registry_find(std::string_view path) {
-    const PathIndex &index = path_index();
-    if (auto it = index.by_base.find(path); it != index.by_base.end()) return it->second;
+    for (const ListingDef &l : kRegistry)
+        if (!l.child && is_base(l.base, path)) return &l;
     // "<base>/<item name>/<child>", where the name names an item of base.
-    for (const PathIndex::Child &c : index.children) {
+    for (const ListingDef &c : kRegistry) {
+        if (!c.child) continue;
         const std::string_view base = c.base, child = c.child;
         if (path.size() <= base.size() + child.size() + 2 || !path.starts_with(base) ||
             path[base.size()] != '/' || !path.ends_with(child) ||
@@ -253,7 +241,7 @@ const ListingDef *sysdb_registry_find(std::string_view path) {
         std::string skey;
         if (parent && name.find('/') == std::string_view::npos &&
             sysdb_keys::skey_from_name(*parent, name, skey))
-            return c.l;
+            return &c;
     }
     return nullptr;
 }

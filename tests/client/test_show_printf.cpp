@@ -2,6 +2,7 @@
 // every format it takes, and hand every other format to the C library.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <climits>
 #include <cstdarg>
 #include <cstdio>
@@ -134,6 +135,34 @@ TEST(ShowPrintf, AFormatInWritableMemoryIsReadAnewEachCall) {
     char with_nul[8];
     EXPECT_EQ(show_snprintf(with_nul, sizeof with_nul, "a%3cb", '\0'), 5);
     EXPECT_EQ(std::string(with_nul, 5), std::string("a  \0b", 5));
+}
+
+// More read-only formats than the cache holds, used in turn several times:
+// formats that evict one another and come back are each printed by their own
+// pieces, never by another format's.
+TEST(ShowPrintf, FormatsPastTheCacheSizeEvictOneAnotherAndStayTheirOwn) {
+    static constexpr int kFormats = 300;
+    static constexpr auto kTable = [] {
+        std::array<std::array<char, 12>, kFormats> t{};
+        for (int i = 0; i < kFormats; i++) {
+            const int width = i % 40, kind = i / 40;  // every (width, conversion) once
+            char *f = t[static_cast<size_t>(i)].data();
+            int n = 0;
+            f[n++] = '<';
+            f[n++] = '%';
+            if (width >= 10) f[n++] = static_cast<char>('0' + width / 10);
+            f[n++] = static_cast<char>('0' + width % 10);
+            f[n++] = "dxXuoi c"[kind];
+            f[n++] = '>';
+        }
+        return t;
+    }();
+    for (int round = 0; round < 3; round++)
+        for (int i = 0; i < kFormats; i++) {
+            const char *f = kTable[static_cast<size_t>(i)].data();
+            if (f[std::strlen(f) - 2] == ' ') continue;
+            ASSERT_EQ(ours(f, i + 65), libc(f, i + 65)) << "format " << f << " round " << round;
+        }
 }
 
 // Lines are made in the stream's own buffer while a whole line fits there,

@@ -949,9 +949,9 @@ TEST_F(Store, CountersStoredByOtherMeansReadByTheirByteOrderOrAreLeftOut) {
     sqlite3 *rw = nullptr;
     ASSERT_EQ(sqlite3_open(path("c.db").c_str(), &rw), SQLITE_OK);
     const std::string made = "x'0102" + std::string(2 * (sysdb_schema::kBdStatsBytes - 2), '0') + "'";
-    const std::string sql = "UPDATE bd_stats SET counters = " + made + " WHERE node = 1;" +
-                            "UPDATE bd_stats SET counters = x'0102' WHERE node = 2;" +
-                            "UPDATE bd_stats SET counters = 'text' WHERE bd_id = 6;";
+    const std::string sql = "UPDATE attribute SET v1 = " + made + " WHERE kind = 3 AND key2 = 1;" +
+                            "UPDATE attribute SET v1 = x'0102' WHERE kind = 3 AND key2 = 2;" +
+                            "UPDATE attribute SET v1 = 'text' WHERE kind = 3 AND key = 6;";
     ASSERT_EQ(sqlite3_exec(rw, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(rw);
     sqlite3_close(rw);
     bind(path("c.db"));

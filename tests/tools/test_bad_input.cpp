@@ -260,14 +260,14 @@ TEST(CorruptStore, ForeignOrIncompleteStoresAreRefusedAtBind) {
         uint32_t rc;
     };
     const Case cases[] = {
-        {"no capability table", [](const std::string &db) { sql(db, "DROP TABLE capability"); },
+        {"no attribute table", [](const std::string &db) { sql(db, "DROP TABLE attribute"); },
          SYSDB_ERR_NOT_BOUND},
-        {"no bd_stats table", [](const std::string &db) { sql(db, "DROP TABLE bd_stats"); },
+        {"no item_index table", [](const std::string &db) { sql(db, "DROP TABLE item_index"); },
          SYSDB_ERR_NOT_BOUND},
-        {"counters dropped", [](const std::string &db) {
-             sql(db, "ALTER TABLE bd_stats DROP COLUMN counters"); }, SYSDB_ERR_NOT_BOUND},
-        {"interface state dropped", [](const std::string &db) {
-             sql(db, "ALTER TABLE interface DROP COLUMN state"); }, SYSDB_ERR_NOT_BOUND},
+        {"attribute values dropped", [](const std::string &db) {
+             sql(db, "ALTER TABLE attribute DROP COLUMN v2"); }, SYSDB_ERR_NOT_BOUND},
+        {"listing record type dropped", [](const std::string &db) {
+             sql(db, "ALTER TABLE listing DROP COLUMN record_type"); }, SYSDB_ERR_NOT_BOUND},
         {"a FIFO", [](const std::string &db) {
              fs::remove(db);
              ASSERT_EQ(mkfifo(db.c_str(), 0644), 0); }, SYSDB_ERR_NO_LIBRARY},

@@ -134,7 +134,7 @@ TEST(DamagedStore, TheDumpNamesCountersItCannotReadAndWritesTheRest) {
         ASSERT_TRUE(w.add_bd_stats(0, 5, s, err)) << err;
         ASSERT_TRUE(w.add_bd_stats(1, 5, s, err)) << err;
     });
-    sql(db, "UPDATE bd_stats SET counters = x'0102' WHERE node = 1");
+    sql(db, "UPDATE attribute SET v1 = x'0102' WHERE kind = 3 AND key2 = 1");
     auto r = sysdb({"dump", "--db", db});
     EXPECT_EQ(r.status, 1);
     EXPECT_NE(r.err.find("bd_stats: item node 1 bd_id 5 does not decode: stored counters damaged"),
@@ -267,6 +267,37 @@ TEST(StoreByOtherMeans, AReaderWaitsOutAShortWriteLockInMilliseconds) {
     EXPECT_EQ(r.out, expected.out);
     EXPECT_GE(waited, std::chrono::milliseconds(290)) << "the lock was not in the way";
     EXPECT_LT(waited, std::chrono::milliseconds(900)) << "slept in whole seconds";
+}
+
+// A store named through a link or relative to the working folder is the
+// store its writer keeps: rows still in its log, beside the file the link
+// names, are read.
+TEST(StoreByOtherMeans, ALinkOrARelativeNameReadsTheRowsStillInTheLog) {
+    const std::string db = evis("logged.db", [](std::string e) { return e; });
+    sqlite3 *writer = nullptr;
+    ASSERT_EQ(sqlite3_open(db.c_str(), &writer), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(writer, "PRAGMA journal_mode = WAL; PRAGMA wal_autocheckpoint = 0; "
+                                   "DELETE FROM item WHERE name = '0x5,0x8'",
+                           nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(writer);
+    ASSERT_GT(fs::file_size(db + "-wal"), 0u);
+    const fs::path folder = fs::path(db).parent_path();
+    fs::create_directories(folder / "elsewhere");
+    const fs::path link = folder / "elsewhere" / "link.db";
+    fs::remove(link);
+    fs::create_symlink(db, link);
+    const fs::path was = fs::current_path();
+    fs::current_path(folder);
+    const std::vector<std::string> names = {db, link.string(), "logged.db", "elsewhere/link.db",
+                                            "elsewhere/../logged.db"};
+    for (const std::string &name : names) {
+        SCOPED_TRACE(name);
+        const auto r = spine_test::run_client({"5"}, {"EVPN_SYSDB=" + name, "EVPN_DEBUG=400001"});
+        EXPECT_EQ(r.status, 0) << r.err;
+        EXPECT_NE(r.out.find("QQQQ4"), std::string::npos) << r.out;
+        EXPECT_EQ(r.out.find("QQQQ5"), std::string::npos) << "the log was not read";
+    }
+    fs::current_path(was);
+    sqlite3_close(writer);
 }
 
 }  // namespace

@@ -265,6 +265,8 @@ TEST_F(Loader, RefusalsNameTheRecordAndFieldAndChangeNothing) {
         {R"({"capabilities": {"srv6": 2}})", {"capabilities.srv6"}},
         {R"({"interfaces": [{"handle": 1}]})", {"interfaces[0].name"}},
         {R"({"interfaces": [{"name": "a", "handle": 1}, {"name": "b", "handle": 1}]})", {"interfaces[1]"}},
+        {R"({"interfaces": [{"name": "a", "handle": 1}, {"name": "a", "handle": 2}]})",
+         {"interfaces[1]", "a second interface of that name"}},
         {R"({"interfaces": [{"name": "a", "speed": 1}]})", {"interfaces[0].speed"}},
         {R"({"interfaces": [{"name": "eth1\u001b[0m", "handle": 1}]})", {"interfaces[0]", "name"}},
         {R"({"interfaces": [{"name": "eth1", "handle": 1, "state": "Up\u0085"}]})", {"interfaces[0]", "state"}},

@@ -494,7 +494,9 @@ bool dump_snapshot(const std::string &db_path, std::ostream &out, std::string &e
     };
 
     t.raw("{\n  \"capabilities\": {");
-    if (!prep("SELECT name, value FROM capability ORDER BY name")) return false;
+    static_assert(sysdb_schema::kCapability == 1 && sysdb_schema::kInterface == 2 &&
+                  sysdb_schema::kBdStats == 3, "the statements name the attribute kinds");
+    if (!prep("SELECT key, v1 FROM attribute WHERE kind = 1 ORDER BY key")) return false;
     for (bool first = true; row(); first = false) {
         comma(first, "\n    ");
         t.string(text(0));
@@ -503,7 +505,7 @@ bool dump_snapshot(const std::string &db_path, std::ostream &out, std::string &e
     }
     if (!done()) return false;
     t.raw("\n  },\n  \"interfaces\": [");
-    if (!prep("SELECT handle, name, state FROM interface ORDER BY handle")) return false;
+    if (!prep("SELECT key, v1, v2 FROM attribute WHERE kind = 2 ORDER BY key")) return false;
     for (bool first = true; row(); first = false) {
         comma(first, "\n    {\"name\":");
         t.string(text(1));
@@ -516,7 +518,7 @@ bool dump_snapshot(const std::string &db_path, std::ostream &out, std::string &e
     }
     if (!done()) return false;
     t.raw("\n  ],\n  \"bd_stats\": [");
-    if (!prep("SELECT node, bd_id, counters FROM bd_stats ORDER BY node, bd_id")) return false;
+    if (!prep("SELECT key2, key, v1 FROM attribute WHERE kind = 3 ORDER BY key2, key")) return false;
     for (bool first = true; row();) {
         uint64_t v[sysdb_schema::kBdStatsCount];
         if (!sysdb_schema::unpack_counters(sqlite3_column_blob(s, 2),

@@ -22,6 +22,7 @@
 #include <map>
 #include <mutex>
 #include <thread>
+#include <unordered_set>
 #include <vector>
 
 #include "platform/bag.h"
@@ -231,6 +232,7 @@ struct SysdbWriter::Impl {
     sqlite3 *db = nullptr;
     sqlite3_stmt *ins_list = nullptr, *ins_item = nullptr, *ins_index = nullptr,
                  *ins_cap = nullptr, *ins_if = nullptr, *ins_stats = nullptr, *ins_meta = nullptr;
+    std::unordered_set<std::string> interface_names;
     // The worker's inserts of kRowsPerInsert rows in one statement.
     static constexpr size_t kRowsPerInsert = 32;
     sqlite3_stmt *ins_items = nullptr, *ins_indexes = nullptr;
@@ -1102,6 +1104,9 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &named, std::st
     if (!exec(impl->db, pragmas, err) || !exec(impl->db, sysdb_schema::kCreate, err) ||
         !exec(impl->db, "BEGIN", err))
         return nullptr;
+    static_assert(sysdb_schema::kFact == 0 && sysdb_schema::kCapability == 1 &&
+                      sysdb_schema::kInterface == 2 && sysdb_schema::kBdStats == 3,
+                  "the statements name the attribute kinds");
     struct {
         sqlite3_stmt **s;
         const char *sql;
@@ -1109,9 +1114,9 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &named, std::st
         {&impl->ins_list, "INSERT INTO listing(id, root, path, record_type) VALUES (?1, ?2, ?3, ?4)"},
         {&impl->ins_item, "INSERT INTO item(list, skey, name, data) VALUES (?1, ?2, ?3, ?4)"},
         {&impl->ins_index, "INSERT INTO item_index(list, ikey) VALUES (?1, ?2)"},
-        {&impl->ins_cap, "INSERT OR REPLACE INTO capability(name, value) VALUES (?1, ?2)"},
-        {&impl->ins_if, "INSERT INTO interface(handle, name, state) VALUES (?1, ?2, ?3)"},
-        {&impl->ins_meta, "INSERT OR REPLACE INTO meta(key, value) VALUES (?1, ?2)"},
+        {&impl->ins_cap, "INSERT OR REPLACE INTO attribute(kind, key, key2, v1) VALUES (1, ?1, 0, ?2)"},
+        {&impl->ins_if, "INSERT INTO attribute(kind, key, key2, v1, v2) VALUES (2, ?1, 0, ?2, ?3)"},
+        {&impl->ins_meta, "INSERT OR REPLACE INTO attribute(kind, key, key2, v1) VALUES (0, ?1, 0, ?2)"},
     };
     for (auto &st : stmts)
         if (sqlite3_prepare_v2(impl->db, st.sql, -1, st.s, nullptr) != SQLITE_OK) {
@@ -1125,7 +1130,7 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &named, std::st
         err = sqlite3_errmsg(impl->db);
         return nullptr;
     }
-    if (sqlite3_prepare_v2(impl->db, "INSERT INTO bd_stats(node, bd_id, counters) VALUES (?1, ?2, ?3)",
+    if (sqlite3_prepare_v2(impl->db, "INSERT INTO attribute(kind, key, key2, v1) VALUES (3, ?2, ?1, ?3)",
                            -1, &impl->ins_stats, nullptr) != SQLITE_OK) {
         err = sqlite3_errmsg(impl->db);
         return nullptr;
@@ -1246,6 +1251,11 @@ bool SysdbWriter::add_interface(uint32_t handle, const std::string &name, const 
                   std::string(": text holds a control character or is not UTF-8");
             return false;
         }
+    // One interface a name: the reports find interfaces by name too.
+    if (!m.interface_names.insert(name).second) {
+        err = "interface " + name + ": a second interface of that name";
+        return false;
+    }
     sqlite3_reset(m.ins_if);
     sqlite3_bind_int64(m.ins_if, 1, handle);
     sqlite3_bind_text(m.ins_if, 2, name.c_str(), -1, SQLITE_TRANSIENT);
@@ -1290,7 +1300,8 @@ bool SysdbWriter::commit(std::string &err, bool wait) {
     m.store_on_caller = false;
     if (!m.hand_over_held(err)) return false;
     m.stop_worker();
-    if (!exec(m.db, "INSERT OR REPLACE INTO meta(key, value) VALUES ('format', 'evpn-sysdb')", err) ||
+    if (!exec(m.db, "INSERT OR REPLACE INTO attribute(kind, key, key2, v1) VALUES (0, 'format', 0, 'evpn-sysdb')",
+              err) ||
         !exec(m.db, "COMMIT", err))
         return false;
     m.finalize_all();

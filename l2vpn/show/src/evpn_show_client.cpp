@@ -374,19 +374,11 @@ namespace {
 constexpr const char kOptions[] = "b:de:g:i:j:npctM:N:O:P:Q:U:0:1:5:6:7:8";
 
 event_manager_handle_t event_manager;
-bool sysdb_library_present;
 
 void on_sigterm(int, void *) { _exit(1); }
 
 void fatal_startup_report(const char *step, const char *text) {
     tarn_errmsg(tarn_msg_rec_l2vpn_init_err_getfn(), 3, "evpn_show_client", step, text);
-}
-
-// True once the database client library has been found readable.
-bool check_sysdb_library(void) {
-    if (!sysdb_library_present && access(sysdb_library_path(), R_OK) == 0)
-        sysdb_library_present = true;
-    return sysdb_library_present;
 }
 
 // Reads a hexadecimal option value; a failed scan leaves value as it was.
@@ -467,6 +459,7 @@ bool parse_option(int option, const char *arg) {
 }  // namespace
 
 bool evpn_show_store_left_open;
+void (*evpn_show_before_store)(void);
 
 int evpn_show_main(int argc, char **argv) {
     safe_init_logger(1, l2vpn_safe_logger_stderr);
@@ -503,8 +496,9 @@ int evpn_show_main(int argc, char **argv) {
     else
         snprintf(root, sizeof root, "/oper/evpn/gl/");
 
-    uint32_t rc = check_sysdb_library() ? _sysdb_bind(&sysdb_handle, root, SYSDB_BIND_READ)
-                                        : SYSDB_ERR_NO_LIBRARY;
+    if (evpn_show_before_store) evpn_show_before_store();
+    // A missing or unreadable store fails the binding (SYSDB_ERR_NO_LIBRARY).
+    uint32_t rc = _sysdb_bind(&sysdb_handle, root, SYSDB_BIND_READ);
     if (rc) {
         EVPN_TRACE(EVPN_DBG_ERR, "main", "sysdb_bind failed for '%s': %s", root,
                    cerr_strerror(rc));
@@ -521,6 +515,9 @@ int evpn_show_main(int argc, char **argv) {
     const int status = evpn_show_dispatch(command);
 
     l2fib_stats_client_deinit();
-    if (check_sysdb_library() && !evpn_show_store_left_open) _sysdb_unbind(sysdb_handle);
+    if (sysdb_handle && !evpn_show_store_left_open) {
+        _sysdb_unbind(sysdb_handle);
+        sysdb_handle = nullptr;
+    }
     return status;
 }

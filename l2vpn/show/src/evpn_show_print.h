@@ -122,6 +122,9 @@ int evpn_show_main(int argc, char **argv);
 // open at the end, since closing it only frees what the exit frees (a
 // twentieth of a filtered listing's instructions).
 extern bool evpn_show_store_left_open;
+// Set by the program: called once the options are read and before the store
+// is opened, when a command will run (not for a usage error).
+extern void (*evpn_show_before_store)(void);
 
 // ---- Show commands ----------------------------------------------------------
 // A command's header, paths and record types stand with its printer in the

@@ -185,9 +185,18 @@ bool is_read_only(const char *f) {
     return false;
 }
 
-// Zeros in the program's image: no work and no page touched at start-up.
+// The cache: slots found by the format's address, each naming an entry of a
+// pool filled from its start, so that a run that uses a few formats touches
+// the pool's first page only, wherever its formats hash. Zeros in the
+// program's image: no work and no page touched at start-up.
 constexpr unsigned kCacheBits = 7;  // a detail report uses some dozens of formats
-constinit Pieces g_cache[1u << kCacheBits] = {};
+constexpr unsigned kCacheSlots = 1u << kCacheBits;
+constinit uint8_t g_slot[kCacheSlots] = {};  // 1 + the pool entry; 0: empty
+static_assert(kCacheSlots <= 255);
+// Large: after the program's other zeroed data, so that the small variables
+// share their pages with one another rather than with this.
+[[gnu::section(".lbss.evpn_format_cache")]] constinit Pieces g_pool[kCacheSlots] = {};
+constinit unsigned g_pool_used;
 
 // The pieces of f, from the cache or taken apart into scratch; null for a
 // format this does not handle.
@@ -196,15 +205,18 @@ constinit Pieces g_cache[1u << kCacheBits] = {};
 const Pieces *pieces_of(const char *f, Pieces &scratch) {
     constexpr uint64_t kGolden = 0x9e3779b97f4a7c15ull;  // spreads neighbouring literals
     const size_t at = (reinterpret_cast<uintptr_t>(f) * kGolden) >> (64 - kCacheBits);
-    Pieces &first = g_cache[at], &second = g_cache[at ^ 1];
-    if (first.format == f) return &first;
-    if (second.format == f) return &second;
+    uint8_t &first = g_slot[at], &second = g_slot[at ^ 1];
+    if (first && g_pool[first - 1].format == f) return &g_pool[first - 1];
+    if (second && g_pool[second - 1].format == f) return &g_pool[second - 1];
     if (!parse(f, scratch)) return nullptr;
     scratch.format = f;
     if (is_read_only(f)) {
-        Pieces &slot = first.format && !second.format ? second : first;
-        slot = scratch;
-        return &slot;
+        uint8_t &slot = first && !second ? second : first;
+        // An evicted format's entry is reused; every slot owns at most one
+        // entry, so an empty slot always finds one free.
+        if (!slot) slot = static_cast<uint8_t>(++g_pool_used);
+        g_pool[slot - 1] = scratch;
+        return &g_pool[slot - 1];
     }
     return &scratch;
 }

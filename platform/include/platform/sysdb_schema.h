@@ -15,12 +15,28 @@ namespace sysdb_schema {
 #define SYSDB_SCHEMA_RECORD_LIMIT "16777216"
 
 constexpr int32_t kApplicationId = 0x45565044;  // "EVPD"
-constexpr int32_t kVersion = 4;                 // PRAGMA user_version
+constexpr int32_t kVersion = 5;                 // PRAGMA user_version
+
+// What the attribute table holds, by its kind column.
+enum AttributeKind : int {
+    kFact = 0,        // key: the fact's name; v1: its text
+    kCapability = 1,  // key: the capability's name; v1: 0 or 1
+    kInterface = 2,   // key: the handle; v1: the name; v2: the state
+    kBdStats = 3,     // key: the bridge domain; key2: the node; v1: the counters (pack_counters)
+};
 
 constexpr const char *kCreate = R"sql(
-CREATE TABLE meta (
-  key   TEXT PRIMARY KEY,
-  value TEXT NOT NULL
+-- Everything beside the listings, a row each: facts about the store,
+-- capabilities, interfaces, bridge domains' counters (kind and columns:
+-- sysdb_schema::AttributeKind). One table, not four: every reader's open
+-- parses this text, and four small tables took a tenth of a short run.
+CREATE TABLE attribute (
+  kind INTEGER NOT NULL,
+  key  NOT NULL,
+  key2 INTEGER NOT NULL,
+  v1,
+  v2,
+  PRIMARY KEY (kind, key, key2)
 ) WITHOUT ROWID;
 -- One row per listing below a root: a base path, or a kept index ordering
 -- ("<base>#<key positions>").
@@ -51,24 +67,6 @@ CREATE TABLE item_index (
   ikey BLOB NOT NULL,
   PRIMARY KEY (list, ikey)
 ) WITHOUT ROWID;
-CREATE TABLE capability (
-  name  TEXT PRIMARY KEY,
-  value INTEGER NOT NULL
-) WITHOUT ROWID;
-CREATE TABLE interface (
-  handle INTEGER PRIMARY KEY,
-  name   TEXT NOT NULL UNIQUE,
-  state  TEXT NOT NULL
-);
--- A bridge domain's forwarding counters on a node: counters holds them in
--- record order, 8 bytes each, least significant first (pack_counters).
--- One column, not one per counter: every reader's open parses this text.
-CREATE TABLE bd_stats (
-  node     INTEGER NOT NULL,
-  bd_id    INTEGER NOT NULL,
-  counters BLOB NOT NULL,
-  PRIMARY KEY (node, bd_id)
-) WITHOUT ROWID;
 )sql";
 
 #define BD_STATS_COLUMN_NAME(name) #name,
@@ -78,7 +76,7 @@ constexpr const char *kBdStatsColumns[] = {BD_FORWARDING_COUNTERS(BD_STATS_COLUM
 constexpr int kBdStatsCount = sizeof(kBdStatsColumns) / sizeof(kBdStatsColumns[0]);
 static_assert(kBdStatsCount * sizeof(uint64_t) == sizeof(bd_forwarding_stats));
 
-// Stored form of a bridge domain's counters (bd_stats.counters): each in
+// Stored form of a bridge domain's counters (v1 of a kBdStats attribute): each in
 // record order as 8 bytes, least significant first.
 constexpr size_t kBdStatsBytes = kBdStatsCount * 8;
 inline void pack_counters(const bd_forwarding_stats &stats, unsigned char out[kBdStatsBytes]) {
