@@ -1438,6 +1438,12 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open_live(const std::string &named, st
     const int frames = static_cast<int>(std::clamp<size_t>(checkpoint_bytes / size_t(page_size), 1, INT32_MAX / 4));
     if (!m.checkpointer.start(target, frames, err)) return nullptr;
     sqlite3_wal_hook(m.db, LogCheckpointer::on_commit, &m.checkpointer);
+    // The log grows past its interval while a checkpoint runs (up to four
+    // intervals and a transaction); the commit after it starts over cuts
+    // the file back to one interval.
+    char limit[64];
+    snprintf(limit, sizeof limit, "PRAGMA journal_size_limit = %zu", checkpoint_bytes);
+    if (!exec(m.db, limit, err)) return nullptr;
     struct {
         sqlite3_stmt **s;
         const char *sql;
