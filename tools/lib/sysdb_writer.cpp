@@ -84,13 +84,16 @@ class LogCheckpointer {
         return SQLITE_OK;
     }
 
-    // Waits for a running checkpoint and closes the connection; what is left
-    // in the log is the closing writer's to copy.
+    // Ends a running checkpoint where it is (what it copied is copied
+    // again) and closes the connection: what is left in the log is the
+    // closing writer's to copy, with its own syncs (a checkpoint let finish
+    // first took a 1M-route replay's close 0.23 s more, two syncs of its own).
     void stop() {
         if (thread_.joinable()) {
             {
                 std::lock_guard<std::mutex> lk(mu_);
                 stop_ = true;
+                if (running_) sqlite3_interrupt(db_);
             }
             cv_.notify_all();
             thread_.join();
