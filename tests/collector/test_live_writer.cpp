@@ -42,6 +42,17 @@ struct Mac {
     }
 };
 
+// A remote MAC route without an address, host of EVI evi.
+void remote_mac(l2vpn_evpn_mac_bag &r, uint32_t evi, uint32_t host) {
+    r = {};
+    r.evi = evi;
+    r.encap = 8;
+    const uint8_t mac[6] = {0x02, 0, uint8_t(evi >> 8), uint8_t(evi), uint8_t(host >> 8), uint8_t(host)};
+    memcpy(r.mac_address, mac, 6);
+    r.remote = 1;
+    r.bd_name = const_cast<char *>("");
+}
+
 struct LiveWriter : ::testing::Test {
     TempDir dir;
     std::string db = dir.path + "/live.db";
@@ -234,16 +245,7 @@ TEST_F(LiveWriter, CommitsQueuedBehindTheirRowsAreSeenWholeInOrderAndNoneIsLost)
     // item counts of whole transactions, in their order, and at the end the
     // last transaction's.
     constexpr uint32_t kTxns = 6, kAdded = 12000, kDropped = 3000;
-    auto route = [](uint32_t i, l2vpn_evpn_mac_bag &r) {
-        const uint32_t evi = 1 + i % 500, host = i / 500;
-        r = {};
-        r.evi = evi;
-        r.encap = 8;
-        const uint8_t mac[6] = {0x02, 0, uint8_t(evi >> 8), uint8_t(evi), uint8_t(host >> 8), uint8_t(host)};
-        memcpy(r.mac_address, mac, 6);
-        r.remote = 1;
-        r.bd_name = const_cast<char *>("");
-    };
+    auto route = [](uint32_t i, l2vpn_evpn_mac_bag &r) { remote_mac(r, 1 + i % 500, i / 500); };
     std::vector<int64_t> after{0};  // the item count each commit leaves
     for (uint32_t t = 1; t <= kTxns; t++) after.push_back(after.back() + kAdded - (t > 1 ? kDropped : 0));
 
@@ -318,14 +320,7 @@ TEST(LiveLog, IsCopiedIntoTheFileAsCommitsGoOnAndStaysBounded) {
     for (uint32_t t = 0; t < kTxns; t++) {
         ASSERT_TRUE(w->begin(err)) << err;
         for (uint32_t i = 0; i < kPer; i++) {
-            const uint32_t evi = 1 + t, host = i;
-            r = {};
-            r.evi = evi;
-            r.encap = 8;
-            const uint8_t mac[6] = {0x02, 0, uint8_t(evi >> 8), uint8_t(evi), uint8_t(host >> 8), uint8_t(host)};
-            memcpy(r.mac_address, mac, 6);
-            r.remote = 1;
-            r.bd_name = const_cast<char *>("");
+            remote_mac(r, 1 + t, i);
             ASSERT_TRUE(w->upsert(kRoot, EVPN_PATH_MAC, &r, err, Known::Absent)) << err;
         }
         ASSERT_TRUE(w->commit(err)) << err;
