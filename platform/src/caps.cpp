@@ -41,8 +41,8 @@ int env_override(const char *name, int fallback) {
 void load_capabilities(sqlite3 *db) {
     if (!db) return;
     sqlite3_stmt *s = nullptr;
-    static_assert(sysdb_schema::kCapability == 1 && sysdb_schema::kInterface == 2);
-    if (sqlite3_prepare_v2(db, "SELECT key, v1 FROM attribute WHERE kind = 1", -1, &s, nullptr) == SQLITE_OK) {
+    if (sqlite3_prepare_v2(db, "SELECT key, v1 FROM attribute WHERE kind = " SYSDB_KIND_CAPABILITY, -1, &s,
+                           nullptr) == SQLITE_OK) {
         while (sqlite3_step(s) == SQLITE_ROW) {
             const char *name = reinterpret_cast<const char *>(sqlite3_column_text(s, 0));
             int value = sqlite3_column_int(s, 1) != 0;
@@ -57,7 +57,7 @@ void load_capabilities(sqlite3 *db) {
 void load_interfaces(sqlite3 *db) {
     if (!db) return;
     sqlite3_stmt *s = nullptr;
-    if (sqlite3_prepare_v2(db, "SELECT key, v1, v2 FROM attribute WHERE kind = 2", -1, &s, nullptr) ==
+    if (sqlite3_prepare_v2(db, "SELECT key, v1, v2 FROM attribute WHERE kind = " SYSDB_KIND_INTERFACE, -1, &s, nullptr) ==
         SQLITE_OK) {
         while (sqlite3_step(s) == SQLITE_ROW) {
             const char *name = reinterpret_cast<const char *>(sqlite3_column_text(s, 1));

@@ -44,8 +44,9 @@ uint32_t fetch(sqlite3_stmt *s, uint32_t node, uint32_t bd, bd_forwarding_stats 
 
 sqlite3_stmt *prepare(sqlite3 *db) {
     sqlite3_stmt *s = nullptr;
-    static_assert(sysdb_schema::kBdStats == 3);
-    if (sqlite3_prepare_v2(db, "SELECT v1 FROM attribute WHERE kind = 3 AND key = ?1 AND (?3 OR key2 = ?2)",
+    if (sqlite3_prepare_v2(db,
+                           "SELECT v1 FROM attribute WHERE kind = " SYSDB_KIND_BD_STATS
+                           " AND key = ?1 AND (?3 OR key2 = ?2)",
                            -1, &s, nullptr) != SQLITE_OK) {
         sqlite3_finalize(s);
         return nullptr;

@@ -7,7 +7,6 @@
 // range of one ordering: a filtered listing costs what it returns.
 #include "platform/sysdb_registry.h"
 
-
 #include "platform/bag_types.h"
 #include "platform/sysdb_keys.h"
 #include "platform/sysdb_paths.h"

@@ -494,9 +494,7 @@ bool dump_snapshot(const std::string &db_path, std::ostream &out, std::string &e
     };
 
     t.raw("{\n  \"capabilities\": {");
-    static_assert(sysdb_schema::kCapability == 1 && sysdb_schema::kInterface == 2 &&
-                  sysdb_schema::kBdStats == 3, "the statements name the attribute kinds");
-    if (!prep("SELECT key, v1 FROM attribute WHERE kind = 1 ORDER BY key")) return false;
+    if (!prep("SELECT key, v1 FROM attribute WHERE kind = " SYSDB_KIND_CAPABILITY " ORDER BY key")) return false;
     for (bool first = true; row(); first = false) {
         comma(first, "\n    ");
         t.string(text(0));
@@ -505,7 +503,7 @@ bool dump_snapshot(const std::string &db_path, std::ostream &out, std::string &e
     }
     if (!done()) return false;
     t.raw("\n  },\n  \"interfaces\": [");
-    if (!prep("SELECT key, v1, v2 FROM attribute WHERE kind = 2 ORDER BY key")) return false;
+    if (!prep("SELECT key, v1, v2 FROM attribute WHERE kind = " SYSDB_KIND_INTERFACE " ORDER BY key")) return false;
     for (bool first = true; row(); first = false) {
         comma(first, "\n    {\"name\":");
         t.string(text(1));
@@ -518,7 +516,8 @@ bool dump_snapshot(const std::string &db_path, std::ostream &out, std::string &e
     }
     if (!done()) return false;
     t.raw("\n  ],\n  \"bd_stats\": [");
-    if (!prep("SELECT key2, key, v1 FROM attribute WHERE kind = 3 ORDER BY key2, key")) return false;
+    if (!prep("SELECT key2, key, v1 FROM attribute WHERE kind = " SYSDB_KIND_BD_STATS " ORDER BY key2, key"))
+        return false;
     for (bool first = true; row();) {
         uint64_t v[sysdb_schema::kBdStatsCount];
         if (!sysdb_schema::unpack_counters(sqlite3_column_blob(s, 2),

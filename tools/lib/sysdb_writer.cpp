@@ -46,6 +46,16 @@ bool exec(sqlite3 *db, const char *sql, std::string &err) {
     return true;
 }
 
+// The value a PRAGMA that reads a setting returns, as text ("" when none).
+std::string pragma(sqlite3 *db, const char *sql) {
+    sqlite3_stmt *s = nullptr;
+    std::string v;
+    if (sqlite3_prepare_v2(db, sql, -1, &s, nullptr) == SQLITE_OK && sqlite3_step(s) == SQLITE_ROW)
+        if (const unsigned char *t = sqlite3_column_text(s, 0)) v = reinterpret_cast<const char *>(t);
+    sqlite3_finalize(s);
+    return v;
+}
+
 // Copies a live store's write-ahead log into the file on a thread and a
 // connection of its own, so that the thread storing changes never stops for
 // it. A commit that leaves kFrames pages or more in the log asks for a
@@ -336,7 +346,8 @@ struct SysdbWriter::Impl {
         bool sort_rows = false;     // live new rows: stored in key order (sort_new_rows)
         bool descending = false;    // sorted: from the highest key down
         const char *then = nullptr;  // live: COMMIT or BEGIN, run after the rows
-        bool run = false;            // queued holding rows (counted in queued_runs)
+        // New rows, a load's or a live run (counted in queued_runs while queued).
+        bool has_rows() const { return !items.empty() || !index.empty(); }
     };
     static constexpr size_t kBatchBytes = 512 * 1024, kQueued = 2;
     // Live mode hands changes of stored items over in small batches: a
@@ -675,7 +686,7 @@ struct SysdbWriter::Impl {
             if (queued.empty()) return;
             std::unique_ptr<Batch> b = std::move(queued.front());
             queued.pop_front();
-            if (b->run) queued_runs--;
+            if (b->has_rows()) queued_runs--;
             busy = true;
             const bool skip = worker_failed.load();
             lk.unlock();
@@ -688,7 +699,7 @@ struct SysdbWriter::Impl {
                 worker_err = e;
                 worker_failed = true;
             }
-            const bool held_rows = b->run;
+            const bool held_rows = b->has_rows();
             empty(*b);
             (held_rows ? spare_runs : spare_small).push_back(std::move(b));
             cv.notify_all();
@@ -704,7 +715,6 @@ struct SysdbWriter::Impl {
         b.sort_rows = false;
         b.descending = false;
         b.then = nullptr;
-        b.run = false;
     }
 
     // The batch being filled; rows: taken from the spare batches that held
@@ -726,7 +736,7 @@ struct SysdbWriter::Impl {
     // The batch to add live changes to: changes of stored items (ops) or new
     // rows, a batch holding the other kind handed over first.
     Batch &batch_for(bool ops) {
-        if (filling && (ops ? !filling->items.empty() || !filling->index.empty() : !filling->ops.empty()))
+        if (filling && (ops ? filling->has_rows() : !filling->ops.empty()))
             submit();
         return batch(!ops);
     }
@@ -741,9 +751,7 @@ struct SysdbWriter::Impl {
 
     // Hands the batch being filled to the worker (started with the first).
     void submit() {
-        if (!filling ||
-            (filling->items.empty() && filling->index.empty() && filling->ops.empty() && !filling->then))
-            return;
+        if (!filling || (!filling->has_rows() && filling->ops.empty() && !filling->then)) return;
         if (store_on_caller) {
             std::string e;
             if (!worker_failed && !store(*filling, e)) {
@@ -759,9 +767,8 @@ struct SysdbWriter::Impl {
             sort_new_rows(*filling);
             filling->sort_rows = false;
         }
-        filling->run = !filling->items.empty() || !filling->index.empty();
         std::unique_lock<std::mutex> lk(mu);
-        if (filling->run) {
+        if (filling->has_rows()) {
             cv.wait(lk, [&] { return queued_runs < max_queued; });
             queued_runs++;
         } else {
@@ -1096,8 +1103,8 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &named, std::st
     // No journal: the file is new and renamed into place only when whole.
     // 8 KiB pages for a load: a short read (one route, a filtered listing)
     // reads and holds half the bytes per page it visits than with 16 KiB
-    // ones, which loaded and walked no faster. A live store takes 16 KiB:
-    // its random inserts write fewer log frames and checkpoints with them.
+    // ones, which loaded and walked no faster. A live store takes 32 KiB
+    // (kLivePageSize): its random inserts write half the log frames of 16 KiB.
     // A 64 MiB cache keeps a load's memory flat.
     char pragmas[256];
     snprintf(pragmas, sizeof pragmas,
@@ -1107,9 +1114,6 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &named, std::st
     if (!exec(impl->db, pragmas, err) || !exec(impl->db, sysdb_schema::kCreate, err) ||
         !exec(impl->db, "BEGIN", err))
         return nullptr;
-    static_assert(sysdb_schema::kFact == 0 && sysdb_schema::kCapability == 1 &&
-                      sysdb_schema::kInterface == 2 && sysdb_schema::kBdStats == 3,
-                  "the statements name the attribute kinds");
     struct {
         sqlite3_stmt **s;
         const char *sql;
@@ -1117,9 +1121,11 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &named, std::st
         {&impl->ins_list, "INSERT INTO listing(id, root, path, record_type) VALUES (?1, ?2, ?3, ?4)"},
         {&impl->ins_item, "INSERT INTO item(list, skey, name, data) VALUES (?1, ?2, ?3, ?4)"},
         {&impl->ins_index, "INSERT INTO item_index(list, ikey) VALUES (?1, ?2)"},
-        {&impl->ins_cap, "INSERT OR REPLACE INTO attribute(kind, key, key2, v1) VALUES (1, ?1, 0, ?2)"},
-        {&impl->ins_if, "INSERT INTO attribute(kind, key, key2, v1, v2) VALUES (2, ?1, 0, ?2, ?3)"},
-        {&impl->ins_meta, "INSERT OR REPLACE INTO attribute(kind, key, key2, v1) VALUES (0, ?1, 0, ?2)"},
+        {&impl->ins_cap,
+         "INSERT OR REPLACE INTO attribute(kind, key, key2, v1) VALUES (" SYSDB_KIND_CAPABILITY ", ?1, 0, ?2)"},
+        {&impl->ins_if,
+         "INSERT INTO attribute(kind, key, key2, v1, v2) VALUES (" SYSDB_KIND_INTERFACE ", ?1, 0, ?2, ?3)"},
+        {&impl->ins_meta, "INSERT OR REPLACE INTO attribute(kind, key, key2, v1) VALUES (" SYSDB_KIND_FACT ", ?1, 0, ?2)"},
     };
     for (auto &st : stmts)
         if (sqlite3_prepare_v2(impl->db, st.sql, -1, st.s, nullptr) != SQLITE_OK) {
@@ -1133,7 +1139,8 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &named, std::st
         err = sqlite3_errmsg(impl->db);
         return nullptr;
     }
-    if (sqlite3_prepare_v2(impl->db, "INSERT INTO attribute(kind, key, key2, v1) VALUES (3, ?2, ?1, ?3)",
+    if (sqlite3_prepare_v2(impl->db,
+                           "INSERT INTO attribute(kind, key, key2, v1) VALUES (" SYSDB_KIND_BD_STATS ", ?2, ?1, ?3)",
                            -1, &impl->ins_stats, nullptr) != SQLITE_OK) {
         err = sqlite3_errmsg(impl->db);
         return nullptr;
@@ -1303,7 +1310,9 @@ bool SysdbWriter::commit(std::string &err, bool wait) {
     m.store_on_caller = false;
     if (!m.hand_over_held(err)) return false;
     m.stop_worker();
-    if (!exec(m.db, "INSERT OR REPLACE INTO attribute(kind, key, key2, v1) VALUES (0, 'format', 0, 'evpn-sysdb')",
+    if (!exec(m.db,
+              "INSERT OR REPLACE INTO attribute(kind, key, key2, v1) VALUES (" SYSDB_KIND_FACT
+              ", 'format', 0, 'evpn-sysdb')",
               err) ||
         !exec(m.db, "COMMIT", err))
         return false;
@@ -1373,29 +1382,13 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open_live(const std::string &named, st
     // A file in rollback mode has no log of its own: a -wal beside it was
     // left by an earlier file of that name (a crash, then a load renamed a
     // new file in), and replaying it into this one would corrupt it.
-    {
-        sqlite3_stmt *s = nullptr;
-        bool rollback = false;
-        if (sqlite3_prepare_v2(m.db, "PRAGMA journal_mode", -1, &s, nullptr) == SQLITE_OK &&
-            sqlite3_step(s) == SQLITE_ROW)
-            rollback = strcmp(reinterpret_cast<const char *>(sqlite3_column_text(s, 0)), "wal") != 0;
-        sqlite3_finalize(s);
-        if (rollback) {
-            unlink((target + "-wal").c_str());
-            unlink((target + "-shm").c_str());
-        }
+    if (pragma(m.db, "PRAGMA journal_mode") != "wal") {
+        unlink((target + "-wal").c_str());
+        unlink((target + "-shm").c_str());
     }
-    {
-        sqlite3_stmt *s = nullptr;
-        int version = -1;
-        if (sqlite3_prepare_v2(m.db, "PRAGMA user_version", -1, &s, nullptr) == SQLITE_OK &&
-            sqlite3_step(s) == SQLITE_ROW)
-            version = sqlite3_column_int(s, 0);
-        sqlite3_finalize(s);
-        if (version != sysdb_schema::kVersion) {
-            err = target + " has an older layout; rebuild it with evpn_sysdb load";
-            return nullptr;
-        }
+    if (pragma(m.db, "PRAGMA user_version") != std::to_string(sysdb_schema::kVersion)) {
+        err = target + " has an older layout; rebuild it with evpn_sysdb load";
+        return nullptr;
     }
     // Write-ahead log: a reader's transaction reads the state of its start
     // while commits go on, and never blocks them. The -wal and -shm take the
@@ -1412,31 +1405,16 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open_live(const std::string &named, st
     // holds 128 MiB of pages (whatever the store's page size) rather than
     // 1000 pages, so a page changed by several commits in a row is copied
     // once, by a thread of its own (LogCheckpointer).
-    int page_size = 0;
-    {
-        sqlite3_stmt *s = nullptr;
-        if (sqlite3_prepare_v2(m.db, "PRAGMA page_size", -1, &s, nullptr) == SQLITE_OK &&
-            sqlite3_step(s) == SQLITE_ROW)
-            page_size = sqlite3_column_int(s, 0);
-        sqlite3_finalize(s);
-    }
+    int page_size = atoi(pragma(m.db, "PRAGMA page_size").c_str());
     if (page_size < 512) page_size = 8192;
     char pragmas[192];
     snprintf(pragmas, sizeof pragmas,
              "PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL; PRAGMA cache_size = -%d;",
              64 * 1024);
     if (!exec(m.db, pragmas, err)) return nullptr;
-    {
-        sqlite3_stmt *s = nullptr;
-        bool wal = false;
-        if (sqlite3_prepare_v2(m.db, "PRAGMA journal_mode", -1, &s, nullptr) == SQLITE_OK &&
-            sqlite3_step(s) == SQLITE_ROW)
-            wal = strcmp(reinterpret_cast<const char *>(sqlite3_column_text(s, 0)), "wal") == 0;
-        sqlite3_finalize(s);
-        if (!wal) {
-            err = target + ": cannot switch to the write-ahead log";
-            return nullptr;
-        }
+    if (pragma(m.db, "PRAGMA journal_mode") != "wal") {
+        err = target + ": cannot switch to the write-ahead log";
+        return nullptr;
     }
     const int frames = static_cast<int>(std::clamp<size_t>(checkpoint_bytes / size_t(page_size), 1, INT32_MAX / 4));
     if (!m.checkpointer.start(target, frames, err)) return nullptr;

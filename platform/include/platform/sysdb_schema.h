@@ -17,18 +17,17 @@ namespace sysdb_schema {
 constexpr int32_t kApplicationId = 0x45565044;  // "EVPD"
 constexpr int32_t kVersion = 5;                 // PRAGMA user_version
 
-// What the attribute table holds, by its kind column.
-enum AttributeKind : int {
-    kFact = 0,        // key: the fact's name; v1: its text
-    kCapability = 1,  // key: the capability's name; v1: 0 or 1
-    kInterface = 2,   // key: the handle; v1: the name; v2: the state
-    kBdStats = 3,     // key: the bridge domain; key2: the node; v1: the counters (pack_counters)
-};
+// What the attribute table holds, by its kind column, as SQL text for the
+// statements that name a kind (spliced into their literals).
+#define SYSDB_KIND_FACT "0"        // key: the fact's name; v1: its text
+#define SYSDB_KIND_CAPABILITY "1"  // key: the capability's name; v1: 0 or 1
+#define SYSDB_KIND_INTERFACE "2"   // key: the handle; v1: the name; v2: the state
+#define SYSDB_KIND_BD_STATS "3"    // key: the bridge domain; key2: the node; v1: the counters (pack_counters)
 
 constexpr const char *kCreate = R"sql(
 -- Everything beside the listings, a row each: facts about the store,
 -- capabilities, interfaces, bridge domains' counters (kind and columns:
--- sysdb_schema::AttributeKind). One table, not four: every reader's open
+-- SYSDB_KIND_* in sysdb_schema.h). One table, not four: every reader's open
 -- parses this text, and four small tables took a tenth of a short run.
 CREATE TABLE attribute (
   kind INTEGER NOT NULL,
@@ -76,7 +75,7 @@ constexpr const char *kBdStatsColumns[] = {BD_FORWARDING_COUNTERS(BD_STATS_COLUM
 constexpr int kBdStatsCount = sizeof(kBdStatsColumns) / sizeof(kBdStatsColumns[0]);
 static_assert(kBdStatsCount * sizeof(uint64_t) == sizeof(bd_forwarding_stats));
 
-// Stored form of a bridge domain's counters (v1 of a kBdStats attribute): each in
+// Stored form of a bridge domain's counters (v1 of a bridge domain's attribute): each in
 // record order as 8 bytes, least significant first.
 constexpr size_t kBdStatsBytes = kBdStatsCount * 8;
 inline void pack_counters(const bd_forwarding_stats &stats, unsigned char out[kBdStatsBytes]) {
