@@ -216,7 +216,7 @@ int main(int argc, char **argv) {
     sqlite3 *made = nullptr;
     if (sqlite3_open_v2(argv[3], &made, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) die(argv[3], made);
     std::vector<Table> tables;
-    for (const char *t : {"attribute", "listing", "item", "item_index"})
+    for (const char *t : {"attribute", "item", "item_index"})
         tables.push_back(read_table(made, t));
     sqlite3_close(made);
 

@@ -21,37 +21,27 @@ struct Interface {
     std::string name, state;
 };
 
-// Capabilities and interfaces are read each on its first query: a command
-// that asks only for a capability (every route listing) compiles one
-// statement, not two (a fiftieth of a short run's instructions).
+// Each capability and the interfaces are read on their first query: a route
+// listing asks for one capability, through the statement that also finds
+// its listing's id, and compiles nothing for it (a twentieth of a short
+// run's instructions).
 struct Caps {
-    bool loaded = false, interfaces_loaded = false;
-    int srv6 = 0, srv6_elan = 0;
+    bool interfaces_loaded = false;
+    int srv6 = -1, srv6_elan = -1;  // -1: not read yet
     std::unordered_map<uint32_t, Interface> interfaces;
     std::unordered_set<std::string> names;
 };
 Caps g_caps;
 
-int env_override(const char *name, int fallback) {
-    const char *v = getenv(name);
-    if (!v || !*v) return fallback;
-    return strcmp(v, "0") != 0;
-}
-
-void load_capabilities(sqlite3 *db) {
-    if (!db) return;
-    sqlite3_stmt *s = nullptr;
-    if (sqlite3_prepare_v2(db, "SELECT key, v1 FROM attribute WHERE kind = " SYSDB_KIND_CAPABILITY, -1, &s,
-                           nullptr) == SQLITE_OK) {
-        while (sqlite3_step(s) == SQLITE_ROW) {
-            const char *name = reinterpret_cast<const char *>(sqlite3_column_text(s, 0));
-            int value = sqlite3_column_int(s, 1) != 0;
-            if (!name) continue;
-            if (strcmp(name, "srv6") == 0) g_caps.srv6 = value;
-            if (strcmp(name, "srv6_elan") == 0) g_caps.srv6_elan = value;
-        }
-    }
-    sqlite3_finalize(s);
+// A capability as its environment variable sets it, or else as the
+// database stores it (0 when it does not).
+int capability(int &slot, const char *name, const char *variable) {
+    if (slot >= 0) return slot;
+    if (const char *v = getenv(variable); v && *v) return slot = strcmp(v, "0") != 0;
+    sqlite3_int64 value = 0;
+    const int rc = platform_db::attribute_v1(platform_db::shared(), sysdb_schema::kKindCapability, name,
+                                             sqlite3_int64{0}, &value);
+    return slot = rc == SQLITE_ROW && value != 0;
 }
 
 void load_interfaces(sqlite3 *db) {
@@ -70,16 +60,6 @@ void load_interfaces(sqlite3 *db) {
     sqlite3_finalize(s);
 }
 
-// The database's capabilities, each overridden by its environment variable
-// when that is set; the variables are read here, not on every query.
-void load() {
-    if (g_caps.loaded) return;
-    g_caps.loaded = true;
-    load_capabilities(platform_db::shared());
-    g_caps.srv6 = env_override("EVPN_SRV6", g_caps.srv6);
-    g_caps.srv6_elan = env_override("EVPN_SRV6_ELAN", g_caps.srv6_elan);
-}
-
 void load_interface_table() {
     if (g_caps.interfaces_loaded) return;
     g_caps.interfaces_loaded = true;
@@ -94,14 +74,10 @@ const Interface *find(uint32_t handle) {
 
 }  // namespace
 
-int l2vpn_platform_srv6_supported(void) {
-    load();
-    return g_caps.srv6;
-}
+int l2vpn_platform_srv6_supported(void) { return capability(g_caps.srv6, "srv6", "EVPN_SRV6"); }
 
 int l2vpn_platform_srv6_elan_supported(void) {
-    load();
-    return g_caps.srv6_elan;
+    return capability(g_caps.srv6_elan, "srv6_elan", "EVPN_SRV6_ELAN");
 }
 
 const char *l2vpn_if_name(uint32_t ifhandle, uint32_t) {

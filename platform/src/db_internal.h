@@ -5,6 +5,7 @@
 #include <sqlite3.h>
 
 #include <cstdint>
+#include <string_view>
 
 namespace platform_db {
 
@@ -29,6 +30,14 @@ uint32_t store_error(int sqlite_rc);
 // The connection of the bound handle, or one opened on sysdb_library_path();
 // null when neither can be had.
 sqlite3 *shared(void);
-void set_bound(sqlite3 *db);
+
+// The v1 of db's attribute row (kind, key, key2) as an integer, read through
+// one statement kept for the bound connection and one for the shared one
+// (the listing ids and a capability cost a route listing one compile):
+// SQLITE_ROW with *v1 set, SQLITE_DONE when there is no such row or its v1 is
+// NULL, else SQLite's error code (SQLITE_MISUSE for a connection that
+// is neither).
+int attribute_v1(sqlite3 *db, int kind, std::string_view key, std::string_view key2, sqlite3_int64 *v1);
+int attribute_v1(sqlite3 *db, int kind, std::string_view key, sqlite3_int64 key2, sqlite3_int64 *v1);
 
 }  // namespace platform_db

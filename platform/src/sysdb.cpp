@@ -56,6 +56,22 @@ struct Stmt {
     }
 };
 
+// The v1 of db's attribute row (kind, key, key2) through st (platform_db::attribute_v1).
+template <class Bind>
+int lookup_v1(Stmt &st, sqlite3 *db, int kind, std::string_view key, sqlite3_int64 *v1, Bind bind_key2) {
+    sqlite3_stmt *s = st.get(db);
+    if (!s) return st.rc;
+    sqlite3_bind_int(s, 1, kind);
+    sqlite3_bind_text(s, 2, key.data(), static_cast<int>(key.size()), SQLITE_STATIC);
+    bind_key2(s);
+    int rc = sqlite3_step(s);
+    if (rc == SQLITE_ROW) {
+        if (sqlite3_column_type(s, 0) != SQLITE_NULL) *v1 = sqlite3_column_int64(s, 0);
+        else rc = SQLITE_DONE;
+    }
+    sqlite3_reset(s);
+    return rc;
+}
 }  // namespace
 
 namespace sysdb_schema {
@@ -140,7 +156,6 @@ uint32_t open_readonly(const char *path, sqlite3 **out, bool keep_reading) {
     };
     static const Columns kRead[] = {
         {"attribute", {"kind", "key", "key2", "v1", "v2"}},
-        {"listing", {"id", "root", "path", "record_type"}},
         {"item", {"list", "skey", "name", "data"}},
         {"item_index", {"list", "ikey"}},
     };
@@ -168,8 +183,6 @@ sqlite3 *shared(void) {
     return g_lazy_db;
 }
 
-void set_bound(sqlite3 *db) { g_bound_db = db; }
-
 }  // namespace platform_db
 
 uint32_t sysdb_schema::open_ours(const char *path, sqlite3 **db) {
@@ -180,29 +193,24 @@ struct sysdb_handle_s {
     sqlite3 *db = nullptr;
     std::string root;
     std::unordered_map<std::string, int64_t> list_ids;
-    Stmt list_id, get_item, scan_items, scan_index;
+    // lookup: an attribute row's v1 by its key (platform_db::attribute_v1):
+    // the listing ids here, the capabilities a printer asks for.
+    Stmt lookup, get_item, scan_items, scan_index;
 
     // Id of a listing path below the root; -1 when the database has none,
     // -2 when the store failed to answer (not kept: the error is the store's).
     int64_t listing(const std::string &path) {
         auto it = list_ids.find(path);
         if (it != list_ids.end()) return it->second;
-        int64_t id = -1;
-        sqlite3_stmt *s = list_id.get(db);
-        if (!s) {
-            failed = platform_db::store_error(list_id.rc);
-            return -2;
-        }
-        sqlite3_reset(s);
-        sqlite3_bind_text(s, 1, root.c_str(), -1, SQLITE_STATIC);
-        sqlite3_bind_text(s, 2, path.c_str(), -1, SQLITE_TRANSIENT);
-        int rc = sqlite3_step(s);
-        if (rc == SQLITE_ROW) id = sqlite3_column_int64(s, 0);
-        sqlite3_reset(s);
+        sqlite3_int64 id = -1;
+        const int rc = lookup_v1(lookup, db, sysdb_schema::kKindListing, root, &id, [&path](sqlite3_stmt *s) {
+            sqlite3_bind_text(s, 3, path.data(), static_cast<int>(path.size()), SQLITE_STATIC);
+        });
         if (rc != SQLITE_ROW && rc != SQLITE_DONE) {
             failed = platform_db::store_error(rc);
             return -2;
         }
+        if (rc == SQLITE_DONE || id < 0) id = -1;
         list_ids.emplace(path, id);
         return id;
     }
@@ -216,6 +224,40 @@ struct sysdb_handle_s {
     // again, for ever.
     std::unordered_map<std::string, std::string> last_resume;
 };
+
+namespace {
+constexpr const char *kLookupSql = "SELECT v1 FROM attribute WHERE kind = ?1 AND key = ?2 AND key2 = ?3";
+Stmt *g_bound_lookup;  // the bound handle's lookup
+Stmt g_shared_lookup{kLookupSql};  // of g_lazy_db, open until the process ends
+
+void set_bound(sysdb_handle_s *h) {
+    g_bound_db = h ? h->db : nullptr;
+    g_bound_lookup = h ? &h->lookup : nullptr;
+}
+
+}  // namespace
+
+namespace {
+Stmt *lookup_of(sqlite3 *db) {
+    return !db ? nullptr : db == g_bound_db ? g_bound_lookup : db == g_lazy_db ? &g_shared_lookup : nullptr;
+}
+}  // namespace
+
+int platform_db::attribute_v1(sqlite3 *db, int kind, std::string_view key, std::string_view key2,
+                              sqlite3_int64 *v1) {
+    Stmt *st = lookup_of(db);
+    if (!st) return SQLITE_MISUSE;
+    return lookup_v1(*st, db, kind, key, v1, [key2](sqlite3_stmt *s) {
+        sqlite3_bind_text(s, 3, key2.data(), static_cast<int>(key2.size()), SQLITE_STATIC);
+    });
+}
+
+int platform_db::attribute_v1(sqlite3 *db, int kind, std::string_view key, sqlite3_int64 key2,
+                              sqlite3_int64 *v1) {
+    Stmt *st = lookup_of(db);
+    if (!st) return SQLITE_MISUSE;
+    return lookup_v1(*st, db, kind, key, v1, [key2](sqlite3_stmt *s) { sqlite3_bind_int64(s, 3, key2); });
+}
 
 struct sysdb_datalist_s {
     struct Entry {
@@ -379,7 +421,7 @@ uint32_t _sysdb_bind(sysdb_handle_td *handle, const char *root, uint32_t mode) {
 #define EVPN_ITEM_DATA(t) \
     "CASE WHEN length(" t "data) > " SYSDB_SCHEMA_RECORD_LIMIT " THEN x'' ELSE " t "data END"
     const char *sql[] = {
-        "SELECT id FROM listing WHERE root = ?1 AND path = ?2",
+        kLookupSql,
         "SELECT " EVPN_ITEM_DATA("") " FROM item WHERE list = ?1 AND skey = ?2",
         "SELECT name, data, skey FROM item WHERE list = ?1 AND skey >= ?2 AND skey < ?4 "
         "ORDER BY skey LIMIT ?5",
@@ -388,20 +430,20 @@ uint32_t _sysdb_bind(sysdb_handle_td *handle, const char *root, uint32_t mode) {
         "AND x.ikey < ?4 ORDER BY x.ikey LIMIT ?5",
     };
 #undef EVPN_ITEM_DATA
-    Stmt *stmts[] = {&h->list_id, &h->get_item, &h->scan_items, &h->scan_index};
+    Stmt *stmts[] = {&h->lookup, &h->get_item, &h->scan_items, &h->scan_index};
     sqlite3_create_function_v2(db, "sysdb_item_skey", 2,
                                SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_DIRECTONLY, nullptr,
                                item_skey_fn, nullptr, nullptr, nullptr);
     for (int i = 0; i < 4; i++) stmts[i]->sql = sql[i];
     *handle = h;
-    platform_db::set_bound(db);
+    set_bound(h);
     return 0;
 }
 
 uint32_t _sysdb_unbind(sysdb_handle_td handle) {
     if (!handle) return SYSDB_ERR_NOT_BOUND;
     sqlite3 *db = handle->db;
-    if (db == g_bound_db) platform_db::set_bound(nullptr);
+    if (db == g_bound_db) set_bound(nullptr);
     for (sysdb_datalist_s *dl : t_held_batches)
         if (dl->owner == handle) dl->owner = nullptr;  // a later handle may reuse the address
     delete handle;  // finalizes the statements first

@@ -30,6 +30,7 @@
 #include "client/test_util.h"
 #include "platform/infra.h"
 #include "platform/sysdb.h"
+#include "platform/sysdb_schema.h"
 #include "snapshot.h"
 #include "subprocess.h"
 
@@ -260,7 +261,7 @@ const Listing kListings[] = {
 };
 
 std::string items_of(const char *path, bool first_only) {
-    const std::string list = std::string("list = (SELECT id FROM listing WHERE root = '/oper/evpn/gl/' AND path = '") +
+    const std::string list = std::string("list = (SELECT id FROM " SYSDB_LISTINGS " WHERE root = '/oper/evpn/gl/' AND path = '") +
                              path + "')";
     if (!first_only) return "SELECT rowid FROM item WHERE " + list;
     return "SELECT rowid FROM item WHERE " + list + " ORDER BY skey LIMIT 1";

@@ -13,6 +13,7 @@
 #include "collector_test.h"
 #include "platform/bag_types.h"
 #include "platform/sysdb_paths.h"
+#include "platform/sysdb_schema.h"
 #include "sysdb_writer.h"
 
 namespace {
@@ -178,9 +179,9 @@ Rows stored_rows(const std::string &path) {
     sqlite3_stmt *s = nullptr;
     EXPECT_EQ(sqlite3_prepare_v2(db,
                                  "SELECT l.path || ' ' || hex(i.skey) || ' ' || i.name || ' ' || hex(i.data) "
-                                 "FROM item i JOIN listing l ON l.id = i.list "
+                                 "FROM item i JOIN " SYSDB_LISTINGS " l ON l.id = i.list "
                                  "UNION ALL SELECT l.path || ' ' || hex(x.ikey) "
-                                 "FROM item_index x JOIN listing l ON l.id = x.list ORDER BY 1",
+                                 "FROM item_index x JOIN " SYSDB_LISTINGS " l ON l.id = x.list ORDER BY 1",
                                  -1, &s, nullptr),
               SQLITE_OK)
         << sqlite3_errmsg(db);

@@ -324,14 +324,14 @@ TEST_F(Store, ResumeStartsAfterTheNamedItemEvenWhenItIsGone) {
         std::string base, skey;
         std::vector<std::pair<int64_t, std::string>> rows;  // index rows that lead to it
         sqlite3_stmt *s = nullptr;
-        ASSERT_EQ(sqlite3_prepare_v2(rw, "SELECT l.path, i.skey FROM item i JOIN listing l ON l.id = i.list "
+        ASSERT_EQ(sqlite3_prepare_v2(rw, "SELECT l.path, i.skey FROM item i JOIN " SYSDB_LISTINGS " l ON l.id = i.list "
                                          "WHERE i.name = ?1", -1, &s, nullptr), SQLITE_OK);
         sqlite3_bind_text(s, 1, name.c_str(), -1, SQLITE_TRANSIENT);
         ASSERT_EQ(sqlite3_step(s), SQLITE_ROW) << name;
         base = reinterpret_cast<const char *>(sqlite3_column_text(s, 0));
         skey.assign(static_cast<const char *>(sqlite3_column_blob(s, 1)), sqlite3_column_bytes(s, 1));
         sqlite3_finalize(s);
-        ASSERT_EQ(sqlite3_prepare_v2(rw, "SELECT x.list, x.ikey, l.path FROM item_index x JOIN listing l "
+        ASSERT_EQ(sqlite3_prepare_v2(rw, "SELECT x.list, x.ikey, l.path FROM item_index x JOIN " SYSDB_LISTINGS " l "
                                          "ON l.id = x.list", -1, &s, nullptr), SQLITE_OK);
         while (sqlite3_step(s) == SQLITE_ROW) {
             const std::string path = reinterpret_cast<const char *>(sqlite3_column_text(s, 2));

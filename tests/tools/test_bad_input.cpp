@@ -19,6 +19,7 @@
 #include "platform/bag_types.h"
 #include "platform/l2fib_stats.h"
 #include "platform/sysdb.h"
+#include "platform/sysdb_schema.h"
 #include "snapshot.h"
 
 namespace {
@@ -225,8 +226,7 @@ TEST(CorruptStore, DamageComesBackAsAnErrorAndDumpsFail) {
     const Case cases[] = {
         {"items", [](const std::string &db) { zero_root(db, "item"); }},
         {"listings", [](const std::string &db) {
-             zero_root(db, "listing");
-             zero_root(db, "sqlite_autoindex_listing_1");  // the lookup reads only this
+             zero_root(db, "attribute");  // a listing's id is a row of it
          }},
     };
     const std::string corrupt = cerr_strerror(SYSDB_ERR_CORRUPT);
@@ -266,8 +266,8 @@ TEST(CorruptStore, ForeignOrIncompleteStoresAreRefusedAtBind) {
          SYSDB_ERR_NOT_BOUND},
         {"attribute values dropped", [](const std::string &db) {
              sql(db, "ALTER TABLE attribute DROP COLUMN v2"); }, SYSDB_ERR_NOT_BOUND},
-        {"listing record type dropped", [](const std::string &db) {
-             sql(db, "ALTER TABLE listing DROP COLUMN record_type"); }, SYSDB_ERR_NOT_BOUND},
+        {"item names dropped", [](const std::string &db) {
+             sql(db, "ALTER TABLE item DROP COLUMN name"); }, SYSDB_ERR_NOT_BOUND},
         {"a FIFO", [](const std::string &db) {
              fs::remove(db);
              ASSERT_EQ(mkfifo(db.c_str(), 0644), 0); }, SYSDB_ERR_NO_LIBRARY},

@@ -18,6 +18,7 @@
 #include "client/test_util.h"
 #include "platform/bag_types.h"
 #include "platform/sysdb.h"
+#include "platform/sysdb_schema.h"
 
 namespace {
 
@@ -52,7 +53,7 @@ std::string evis(const std::string &name, const std::function<std::string(std::s
     });
 }
 
-const char kItem3[] = "list = (SELECT id FROM listing WHERE path = 'evpn_evi') AND name = '0x3,0x8'";
+const char kItem3[] = "list = (SELECT id FROM " SYSDB_LISTINGS " WHERE path = 'evpn_evi') AND name = '0x3,0x8'";
 
 struct Damage {
     const char *what;
@@ -172,7 +173,7 @@ TEST(DamagedStore, ARowPastTheReadLimitFailsOnlyTheRequestsThatReadIt) {
     std::vector<std::string> before;
     for (const auto &args : untouched) before.push_back(spine_test::run_client(args, {"EVPN_SYSDB=" + db}).out);
     ASSERT_NE(before[0].find("Notification"), std::string::npos) << before[0];
-    const std::string tep = "list = (SELECT id FROM listing WHERE root = '/oper/evpn/gl/' AND path = 'tep')";
+    const std::string tep = "list = (SELECT id FROM " SYSDB_LISTINGS " WHERE root = '/oper/evpn/gl/' AND path = 'tep')";
     sql(db, "UPDATE item SET data = zeroblob(65 * 1024 * 1024) WHERE " + tep +
                 " AND skey = (SELECT max(skey) FROM item WHERE " + tep + ")");
 

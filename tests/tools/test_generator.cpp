@@ -57,7 +57,7 @@ std::vector<std::pair<std::string, std::string>> items(const std::string &db, co
     sqlite3_open_v2(db.c_str(), &h, SQLITE_OPEN_READONLY, nullptr);
     sqlite3_stmt *s = nullptr;
     sqlite3_prepare_v2(h,
-                       "SELECT i.name, i.data FROM item i JOIN listing l ON l.id = i.list "
+                       "SELECT i.name, i.data FROM item i JOIN " SYSDB_LISTINGS " l ON l.id = i.list "
                        "WHERE l.root = '/oper/evpn/gl/' AND l.path = ?1 ORDER BY i.skey",
                        -1, &s, nullptr);
     sqlite3_bind_text(s, 1, path, -1, SQLITE_STATIC);
@@ -81,7 +81,7 @@ std::vector<std::string> index_rows(const std::string &db) {
     sqlite3_stmt *s = nullptr;
     sqlite3_prepare_v2(h,
                        "SELECT l.root || ' ' || l.path || ' ' || hex(i.ikey) FROM item_index i "
-                       "JOIN listing l ON l.id = i.list ORDER BY l.root, l.path, i.ikey",
+                       "JOIN " SYSDB_LISTINGS " l ON l.id = i.list ORDER BY l.root, l.path, i.ikey",
                        -1, &s, nullptr);
     while (sqlite3_step(s) == SQLITE_ROW) out.emplace_back(reinterpret_cast<const char *>(sqlite3_column_text(s, 0)));
     sqlite3_finalize(s);
@@ -218,7 +218,7 @@ void copy_items(const std::string &from, Put put) {
     ASSERT_EQ(sqlite3_open_v2(from.c_str(), &h, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
     sqlite3_stmt *s = nullptr;
     sqlite3_prepare_v2(h,
-                       "SELECT l.root, l.path, i.data FROM item i JOIN listing l ON l.id = i.list "
+                       "SELECT l.root, l.path, i.data FROM item i JOIN " SYSDB_LISTINGS " l ON l.id = i.list "
                        "WHERE instr(l.path, '#') = 0 ORDER BY l.id, i.rowid",
                        -1, &s, nullptr);
     std::vector<uint64_t> buf;

@@ -15,7 +15,7 @@ namespace sysdb_schema {
 #define SYSDB_SCHEMA_RECORD_LIMIT "16777216"
 
 constexpr int32_t kApplicationId = 0x45565044;  // "EVPD"
-constexpr int32_t kVersion = 5;                 // PRAGMA user_version
+constexpr int32_t kVersion = 6;                 // PRAGMA user_version
 
 // What the attribute table holds, by its kind column, as SQL text for the
 // statements that name a kind (spliced into their literals).
@@ -23,29 +23,29 @@ constexpr int32_t kVersion = 5;                 // PRAGMA user_version
 #define SYSDB_KIND_CAPABILITY "1"  // key: the capability's name; v1: 0 or 1
 #define SYSDB_KIND_INTERFACE "2"   // key: the handle; v1: the name; v2: the state
 #define SYSDB_KIND_BD_STATS "3"    // key: the bridge domain; key2: the node; v1: the counters (pack_counters)
+#define SYSDB_KIND_LISTING "4"     // key: the root; key2: the path; v1: the listing's id; v2: its record type
+// The listings as a table (id, root, path), for statements that join them.
+#define SYSDB_LISTINGS "(SELECT v1 AS id, key AS root, key2 AS path FROM attribute WHERE kind = " SYSDB_KIND_LISTING ")"
+// The kinds as numbers, for statements that bind a kind.
+constexpr int kind_number(const char *sql) { return sql[0] - '0'; }
+constexpr int kKindCapability = kind_number(SYSDB_KIND_CAPABILITY);
+constexpr int kKindListing = kind_number(SYSDB_KIND_LISTING);
 
 constexpr const char *kCreate = R"sql(
--- Everything beside the listings, a row each: facts about the store,
--- capabilities, interfaces, bridge domains' counters (kind and columns:
--- SYSDB_KIND_* in sysdb_schema.h). One table, not four: every reader's open
--- parses this text, and four small tables took a tenth of a short run.
+-- Everything beside the items, a row each: facts about the store,
+-- capabilities, interfaces, bridge domains' counters, the listings (kind
+-- and columns: SYSDB_KIND_* in sysdb_schema.h). One table, not five: every
+-- reader's open parses this text, and each table more costs every short run
+-- its parse. The key columns take no type (key2 holds a node or a path), and
+-- a primary key of a table without rowid is NOT NULL without saying so.
 CREATE TABLE attribute (
-  kind INTEGER NOT NULL,
-  key  NOT NULL,
-  key2 INTEGER NOT NULL,
+  kind INTEGER,
+  key,
+  key2,
   v1,
   v2,
   PRIMARY KEY (kind, key, key2)
 ) WITHOUT ROWID;
--- One row per listing below a root: a base path, or a kept index ordering
--- ("<base>#<key positions>").
-CREATE TABLE listing (
-  id          INTEGER PRIMARY KEY,
-  root        TEXT NOT NULL,
-  path        TEXT NOT NULL,
-  record_type TEXT NOT NULL,
-  UNIQUE (root, path)
-);
 -- Items: skey is the item's sort key, data the encoded record packed
 -- (pack_record). Searches go through item_key, which holds only the keys:
 -- a row of the item table is read only by a request for that item, so one
@@ -62,8 +62,8 @@ CREATE UNIQUE INDEX item_key ON item (list, skey);
 -- the ordering lacks (sysdb_keys::row_layout); the item's sort key is
 -- rebuilt from it.
 CREATE TABLE item_index (
-  list INTEGER NOT NULL,
-  ikey BLOB NOT NULL,
+  list INTEGER,
+  ikey BLOB,
   PRIMARY KEY (list, ikey)
 ) WITHOUT ROWID;
 )sql";
