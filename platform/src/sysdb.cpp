@@ -261,10 +261,14 @@ int platform_db::attribute_v1(sqlite3 *db, int kind, std::string_view key, sqlit
 
 struct sysdb_datalist_s {
     struct Entry {
-        uint32_t name_off, data_off, data_len;
+        uint32_t name_off, data_off, data_len;  // the data as stored (packed)
     };
     std::string bytes;
     std::vector<Entry> entries;
+    // The data of the entry last handed out, unpacked when it is handed out:
+    // a batch holds its records packed, half the pages a short listing
+    // touches for them.
+    std::string record;
     size_t next = 0;
     bool more = false;
     // Whose items these are: an item get of the handle names the same
@@ -290,6 +294,7 @@ sysdb_datalist_s *take_datalist() {
     sysdb_datalist_s *dl = t_spare_datalist.release();
     dl->bytes.clear();
     dl->entries.clear();
+    dl->record.clear();
     dl->next = 0;
     dl->more = false;
     dl->owner = nullptr;
@@ -386,7 +391,7 @@ const sysdb_datalist_s::Entry *held_entry_at(sysdb_handle_td h, std::string_view
 void give_back_datalist(sysdb_datalist_s *dl) {
     release_held(dl);
     constexpr size_t kKeepBytes = 2 * kDefaultBatchBytes;  // an oversized batch is not kept
-    if (t_spare_datalist || dl->bytes.capacity() > kKeepBytes) {
+    if (t_spare_datalist || dl->bytes.capacity() > kKeepBytes || dl->record.capacity() > kKeepBytes) {
         delete dl;
         return;
     }
@@ -698,6 +703,10 @@ uint32_t run_listing(sysdb_handle_td h, const char *path, const char *resume, ui
     Stmt &scan = q.on_items ? h->scan_items : h->scan_index;
     sqlite3_stmt *s = scan.get(h->db);
     if (!s) return platform_db::store_error(scan.rc);
+    // The batch's bytes as the caller gets them (names to 4 bytes, records
+    // unpacked), which the byte budget bounds; a record that does not unpack
+    // counts the length it claims.
+    size_t counted = 0;
     // Rows the filter drops still cost a step; ask in pages until filled.
     while (out.entries.size() <= want) {
         sqlite3_reset(s);
@@ -727,8 +736,7 @@ uint32_t run_listing(sysdb_handle_td h, const char *path, const char *resume, ui
             // is kept (a page cut short by the batch ends the request).
             if (rows == page) after.assign(key);
             if (!row_matches(q, key)) continue;
-            if (out.entries.size() == want ||
-                (!out.entries.empty() && out.bytes.size() > g_batch_bytes)) {
+            if (out.entries.size() == want || (!out.entries.empty() && counted > g_batch_bytes)) {
                 out.more = true;
                 full = true;
                 break;
@@ -741,13 +749,12 @@ uint32_t run_listing(sysdb_handle_td h, const char *path, const char *resume, ui
             e.name_off = static_cast<uint32_t>(out.bytes.size());
             out.bytes.append(name ? name : "", static_cast<size_t>(nlen));
             out.bytes.push_back('\0');
-            out.bytes.append((4 - out.bytes.size() % 4) % 4, '\0');  // 4-byte aligned data
             e.data_off = static_cast<uint32_t>(out.bytes.size());
-            // Data that does not unpack is served empty, as no record decodes from.
-            if (!sysdb_schema::unpack_record(data, static_cast<size_t>(dlen), BAG_MAX_RECORD, out.bytes))
-                out.bytes.resize(e.data_off);
-            e.data_len = static_cast<uint32_t>(out.bytes.size() - e.data_off);
+            e.data_len = static_cast<uint32_t>(dlen);
+            out.bytes.append(static_cast<const char *>(data), static_cast<size_t>(dlen));
             out.entries.push_back(e);
+            counted += (static_cast<size_t>(nlen) + 4) / 4 * 4 +
+                       sysdb_schema::unpacked_size(data, static_cast<size_t>(dlen), BAG_MAX_RECORD);
             // Room for the whole batch at the first two entries' size, so that
             // the batch is not copied as it doubles (a tenth of a short
             // listing's instructions). Not at the first: a request for one
@@ -783,11 +790,13 @@ uint32_t item_get(sysdb_handle_td h, const char *path, uint32_t *type, void **da
         if (!name.empty()) e = held_entry(h, list, name, held);
     }
     if (e) {
-        void *copy = malloc(e->data_len ? e->data_len : 1);
+        // The entry last handed out: its record is the one unpacked.
+        const std::string &record = held->record;
+        void *copy = malloc(record.empty() ? 1 : record.size());
         if (!copy) return SYSDB_ERR_STORE;
-        if (e->data_len) memcpy(copy, held->bytes.data() + e->data_off, e->data_len);
+        if (!record.empty()) memcpy(copy, record.data(), record.size());
         *data = copy;
-        *len = e->data_len;
+        *len = static_cast<uint32_t>(record.size());
         if (type) *type = SYSDB_TYPE_BAG;
         return 0;
     }
@@ -893,9 +902,12 @@ uint32_t sysdb_datalist_next(sysdb_datalist_h_td dl, const char **name, uint32_t
     if (!dl) return SYSDB_ERR_BAD_ARG;
     if (dl->next >= dl->entries.size()) return SYSDB_ERR_NOT_FOUND;
     const sysdb_datalist_s::Entry &e = dl->entries[dl->next++];
+    // Data that does not unpack is served empty, as no record decodes from.
+    dl->record.clear();
+    sysdb_schema::unpack_record(dl->bytes.data() + e.data_off, e.data_len, BAG_MAX_RECORD, dl->record);
     if (name) *name = dl->bytes.data() + e.name_off;
-    if (data) *data = dl->bytes.data() + e.data_off;
-    if (len) *len = e.data_len;
+    if (data) *data = dl->record.data();
+    if (len) *len = static_cast<uint32_t>(dl->record.size());
     if (type) *type = SYSDB_TYPE_BAG;
     if (extra) *extra = 0;
     return 0;

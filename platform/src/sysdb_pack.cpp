@@ -162,15 +162,29 @@ void pack_record(const void *data, size_t len, std::string &out) {
     out.resize(static_cast<size_t>(w - reinterpret_cast<uint8_t *>(out.data())));
 }
 
-bool unpack_record(const void *data, size_t len, size_t max_len, std::string &out) {
-    const uint8_t *p = static_cast<const uint8_t *>(data), *end = p + len;
-    size_t n = 0;
+namespace {
+// The record's length at the head of its packed form, p moved past it; false
+// when there is none.
+bool read_length(const uint8_t *&p, const uint8_t *end, size_t &n) {
+    n = 0;
     for (int shift = 0;; shift += 7) {
         if (p == end || shift > 28) return false;
         n |= static_cast<size_t>(*p & 0x7f) << shift;
-        if (!(*p++ & 0x80)) break;
+        if (!(*p++ & 0x80)) return true;
     }
-    if (n > max_len) return false;
+}
+}  // namespace
+
+size_t unpacked_size(const void *data, size_t len, size_t max_len) {
+    const uint8_t *p = static_cast<const uint8_t *>(data);
+    size_t n;
+    return read_length(p, p + len, n) && n <= max_len ? n : 0;
+}
+
+bool unpack_record(const void *data, size_t len, size_t max_len, std::string &out) {
+    const uint8_t *p = static_cast<const uint8_t *>(data), *end = p + len;
+    size_t n;
+    if (!read_length(p, end, n) || n > max_len) return false;
     const size_t units = n / 4, map_len = (units + 7) / 8;
     if (static_cast<size_t>(end - p) < map_len) return false;
     const uint8_t *map = p, *unit = p + map_len;

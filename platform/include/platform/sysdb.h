@@ -52,7 +52,8 @@ uint32_t sysdb_item_get(sysdb_handle_td handle, const char *path, uint32_t *type
 // SYSDB_ERR_NO_INDEX_MATCH (it would serve a batch again).
 uint32_t sysdb_datalist(sysdb_handle_td handle, const char *path, const char *resume_name,
                         uint32_t *count, sysdb_datalist_h_td *list, uint32_t flags);
-// Next item of the batch; name and data stay owned by the listing until it is freed.
+// Next item of the batch, both owned by the listing: name until the listing is
+// freed, data until the next call on it (next, start or free).
 uint32_t sysdb_datalist_next(sysdb_datalist_h_td list, const char **name, uint32_t *type,
                              void **data, uint32_t *len, uint32_t *extra);
 uint32_t sysdb_datalist_start(sysdb_datalist_h_td list);
