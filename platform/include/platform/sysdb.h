@@ -33,6 +33,9 @@ const char *sysdb_library_path_origin(void);
 // allocated ahead; then starts SQLite. Call before anything touches the
 // store; false, and nothing changed, once it has.
 bool sysdb_reader_process_setup(void);
+// The allocator that setup gives SQLite (tests take its blocks directly).
+struct sqlite3_mem_methods;
+const sqlite3_mem_methods *sysdb_reader_heap(void);
 
 // Opens the database read-only and binds root ("/oper/evpn/gl/", ...).
 uint32_t _sysdb_bind(sysdb_handle_td *handle, const char *root, uint32_t mode);
