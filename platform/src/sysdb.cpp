@@ -25,6 +25,7 @@
 namespace {
 
 constexpr size_t kMaxPath = 255;
+constexpr sqlite3_int64 kApplicationIdOffset = 68;  // in an SQLite file's header, big-endian
 static_assert(std::string_view(SYSDB_SCHEMA_RECORD_LIMIT) == "16777216" && BAG_MAX_RECORD == 16777216,
               "the store's SQL names the record limit");
 constexpr uint32_t kDefaultBatchBytes = 4u * 1024 * 1024;
@@ -126,9 +127,9 @@ uint32_t open_readonly(const char *path, sqlite3 **out, bool keep_reading) {
     sqlite3_exec(db, "BEGIN", nullptr, nullptr, nullptr);
     int32_t app = 0, ver = 0;
     sqlite3_stmt *s = nullptr;
-    bool ok = sqlite3_prepare_v2(db, "PRAGMA application_id", -1, &s, nullptr) == SQLITE_OK &&
+    bool ok = sqlite3_prepare_v2(db, "PRAGMA user_version", -1, &s, nullptr) == SQLITE_OK &&
               sqlite3_step(s) == SQLITE_ROW;
-    if (ok) app = sqlite3_column_int(s, 0);
+    if (ok) ver = sqlite3_column_int(s, 0);
     // The first read of the file: a hot journal, which a read-only
     // connection cannot roll back, shows here.
     const int first = sqlite3_extended_errcode(db);
@@ -138,11 +139,23 @@ uint32_t open_readonly(const char *path, sqlite3 **out, bool keep_reading) {
         sqlite3_close(db);
         return (first & 0xff) == SQLITE_BUSY ? SYSDB_ERR_STORE : SYSDB_ERR_HOT_JOURNAL;
     }
-    s = nullptr;
-    ok = ok && sqlite3_prepare_v2(db, "PRAGMA user_version", -1, &s, nullptr) == SQLITE_OK &&
-         sqlite3_step(s) == SQLITE_ROW;
-    if (ok) ver = sqlite3_column_int(s, 0);
-    sqlite3_finalize(s);
+    // The application id from the file's header, read under the transaction
+    // the PRAGMA began: a second PRAGMA's compile and step cost a short run
+    // about 20 us, four bytes read cost one system call. A header without
+    // ours is asked again of SQLite, which also reads the log: a store the
+    // collector made may have its first pages there still.
+    sqlite3_file *file = nullptr;
+    unsigned char id[4];
+    if (ok && sqlite3_file_control(db, "main", SQLITE_FCNTL_FILE_POINTER, &file) == SQLITE_OK && file &&
+        file->pMethods && file->pMethods->xRead(file, id, sizeof id, kApplicationIdOffset) == SQLITE_OK)
+        app = static_cast<int32_t>(uint32_t{id[0]} << 24 | uint32_t{id[1]} << 16 | uint32_t{id[2]} << 8 | id[3]);
+    if (ok && app != sysdb_schema::kApplicationId) {
+        s = nullptr;
+        ok = sqlite3_prepare_v2(db, "PRAGMA application_id", -1, &s, nullptr) == SQLITE_OK &&
+             sqlite3_step(s) == SQLITE_ROW;
+        if (ok) app = sqlite3_column_int(s, 0);
+        sqlite3_finalize(s);
+    }
     if (!ok || app != sysdb_schema::kApplicationId || ver != sysdb_schema::kVersion) {
         sqlite3_close(db);
         return SYSDB_ERR_NOT_BOUND;

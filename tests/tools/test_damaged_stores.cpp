@@ -301,4 +301,23 @@ TEST(StoreByOtherMeans, ALinkOrARelativeNameReadsTheRowsStillInTheLog) {
     sqlite3_close(writer);
 }
 
+// A store whose writer set its application id after it took a log: the
+// file's own header still says 0 until a checkpoint, and the store binds.
+TEST(StoreByOtherMeans, AnApplicationIdStillInTheLogIsRead) {
+    const std::string db = evis("id-in-log.db", [](std::string e) { return e; });
+    sqlite3 *writer = nullptr;
+    ASSERT_EQ(sqlite3_open(db.c_str(), &writer), SQLITE_OK);
+    const std::string ours = std::to_string(sysdb_schema::kApplicationId);
+    ASSERT_EQ(sqlite3_exec(writer, ("PRAGMA application_id = 0; PRAGMA journal_mode = WAL; "
+                                    "PRAGMA wal_autocheckpoint = 0; PRAGMA application_id = " + ours).c_str(),
+                           nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(writer);
+    unsigned char header[72] = {};
+    std::ifstream(db, std::ios::binary).read(reinterpret_cast<char *>(header), sizeof header);
+    ASSERT_EQ(header[68] | header[69] | header[70] | header[71], 0) << "the id reached the file";
+    const auto r = spine_test::run_client({"5"}, {"EVPN_SYSDB=" + db, "EVPN_DEBUG=400001"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("QQQQ4"), std::string::npos) << r.out << r.err;
+    sqlite3_close(writer);
+}
+
 }  // namespace
