@@ -140,10 +140,10 @@ uint32_t open_readonly(const char *path, sqlite3 **out, bool keep_reading) {
         return (first & 0xff) == SQLITE_BUSY ? SYSDB_ERR_STORE : SYSDB_ERR_HOT_JOURNAL;
     }
     // The application id from the file's header, read under the transaction
-    // the PRAGMA began: a second PRAGMA's compile and step cost a short run
-    // about 20 us, four bytes read cost one system call. A header without
-    // ours is asked again of SQLite, which also reads the log: a store the
-    // collector made may have its first pages there still.
+    // the PRAGMA began (a second PRAGMA costs a short run more than the read's
+    // system call). A header without ours is asked again of SQLite, which
+    // also reads the log: a store the collector made may have its first
+    // pages there still.
     sqlite3_file *file = nullptr;
     unsigned char id[4];
     if (ok && sqlite3_file_control(db, "main", SQLITE_FCNTL_FILE_POINTER, &file) == SQLITE_OK && file &&
@@ -248,9 +248,7 @@ void set_bound(sysdb_handle_s *h) {
     g_bound_lookup = h ? &h->lookup : nullptr;
 }
 
-}  // namespace
-
-namespace {
+// The lookup statement kept for db; null for a connection that has none.
 Stmt *lookup_of(sqlite3 *db) {
     return !db ? nullptr : db == g_bound_db ? g_bound_lookup : db == g_lazy_db ? &g_shared_lookup : nullptr;
 }
