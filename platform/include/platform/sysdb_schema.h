@@ -27,7 +27,11 @@ constexpr int32_t kVersion = 6;                 // PRAGMA user_version
 // The listings as a table (id, root, path), for statements that join them.
 #define SYSDB_LISTINGS "(SELECT v1 AS id, key AS root, key2 AS path FROM attribute WHERE kind = " SYSDB_KIND_LISTING ")"
 // The kinds as numbers, for statements that bind a kind.
-constexpr int kind_number(const char *sql) { return sql[0] - '0'; }
+constexpr int kind_number(const char *sql) {
+    int n = 0;
+    for (; *sql; sql++) n = n * 10 + (*sql - '0');
+    return n;
+}
 constexpr int kKindCapability = kind_number(SYSDB_KIND_CAPABILITY);
 constexpr int kKindListing = kind_number(SYSDB_KIND_LISTING);
 
