@@ -6,6 +6,7 @@
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/epoll.h>
+#include <sys/mman.h>
 #include <sys/signalfd.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -757,6 +758,75 @@ int run_collector(const CollectorOptions &opts) {
     return d.run();
 }
 
+namespace {
+
+// A replay's bytes in pieces: a regular file mapped and handed out in place
+// (no copy into a buffer), anything else (a pipe, standard input) read.
+class ReplaySource {
+  public:
+    static constexpr size_t kPiece = size_t{1} << 20;
+
+    explicit ReplaySource(int fd) : fd_(fd) {
+        struct stat st;
+        if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || st.st_size <= 0) return;
+        void *p = mmap(nullptr, size_t(st.st_size), PROT_READ, MAP_PRIVATE, fd, 0);
+        if (p == MAP_FAILED) return;
+        map_ = static_cast<const uint8_t *>(p);
+        size_ = size_t(st.st_size);
+        madvise(p, size_, MADV_SEQUENTIAL);
+    }
+    ~ReplaySource() {
+        if (map_) munmap(const_cast<uint8_t *>(map_), size_);
+    }
+    ReplaySource(const ReplaySource &) = delete;
+    ReplaySource &operator=(const ReplaySource &) = delete;
+
+    bool mapped() const { return map_ != nullptr; }
+
+    // The next piece (empty at the end); -1 with errno on a read error. The
+    // piece stays valid until the next call.
+    ssize_t next(std::span<const uint8_t> &piece) {
+        if (!map_) {
+            if (buf_.empty()) buf_.resize(size_t{1} << 20);
+            ssize_t n;
+            do n = read(fd_, buf_.data(), buf_.size());
+            while (n < 0 && errno == EINTR);
+            piece = {buf_.data(), n > 0 ? size_t(n) : 0};
+            return n;
+        }
+        // The pieces handed out before are done with: their pages leave the
+        // process (they stay in the page cache), so memory stays flat.
+        const size_t page = size_t(sysconf(_SC_PAGESIZE)), done = at_ / page * page;
+        if (done > released_) {
+            madvise(const_cast<uint8_t *>(map_) + released_, done - released_, MADV_DONTNEED);
+            released_ = done;
+        }
+        const size_t n = std::min(kPiece, size_ - at_);
+        piece = {map_ + at_, n};
+        at_ += n;
+        return ssize_t(n);
+    }
+
+  private:
+    int fd_;
+    const uint8_t *map_ = nullptr;
+    size_t size_ = 0, at_ = 0, released_ = 0;
+    std::vector<uint8_t> buf_;
+};
+
+// A mapped file that shrinks under the replay faults on its missing pages:
+// the replay ends with a line that says so instead of a crash. What was
+// committed stays; the open transaction is rolled back at the next open.
+char g_shrank_line[512];
+size_t g_shrank_len;
+void on_sigbus(int) {
+    ssize_t ignored = write(2, g_shrank_line, g_shrank_len);
+    (void)ignored;
+    _exit(1);
+}
+
+}  // namespace
+
 int replay_file(const CollectorOptions &opts) {
     Log log(opts.log);
     const std::string &path = opts.bmp_file;
@@ -784,13 +854,19 @@ int replay_file(const CollectorOptions &opts) {
     s.router = path == "-" ? "standard input" : path;
     s.id = store->session_open(s.router);
     routers[s.id] = s.router;
-    std::vector<uint8_t> buf(size_t{1} << 20);
+    ReplaySource source(fd);
+    if (source.mapped()) {
+        const int len = snprintf(g_shrank_line, sizeof g_shrank_line,
+                                 "%s: %s: the file shrank while it was replayed\n", self.c_str(), path.c_str());
+        g_shrank_len = len < 0 ? 0 : std::min(size_t(len), sizeof g_shrank_line - 1);
+        signal(SIGBUS, on_sigbus);
+    }
     int status = 0;
     CommitClock clock(opts.flush_ms);
     std::string err;
     for (;;) {
-        ssize_t n = read(fd, buf.data(), buf.size());
-        if (n < 0 && errno == EINTR) continue;
+        std::span<const uint8_t> piece;
+        ssize_t n = source.next(piece);
         if (n < 0) {
             log.line(s.router, "read: %s", strerror(errno));
             status = 1;
@@ -805,7 +881,7 @@ int replay_file(const CollectorOptions &opts) {
             break;
         }
         s.bytes += uint64_t(n);
-        s.framer.feed({buf.data(), size_t(n)});
+        s.framer.feed(piece);
         Step step = engine.drain(s);
         if (step != Step::Continue) {
             if (step == Step::StoreFailed || !engine.terminated()) status = 1;

@@ -333,7 +333,7 @@ struct RouteMapper::Impl {
     // Attribute sets by number; free numbers reused.
     std::vector<AttrSet> attr_sets;
     std::vector<uint32_t> free_attrs;
-    std::unordered_map<std::string, uint32_t> attrs_by_key;
+    SlotIndex attrs_by_key;  // by the hash of their interning key
     std::string key_scratch;
 
     // Routes in chunks that never move; free entries reused.
@@ -426,7 +426,14 @@ struct RouteMapper::Impl {
             put(sid.sid.data(), 16);
             put(bytes, sizeof bytes);
         }
-        if (auto it = attrs_by_key.find(k); it != attrs_by_key.end()) return it->second;
+        const uint64_t h = hash_bytes(k.data(), k.size());
+        int64_t found = -1;
+        attrs_by_key.probe(h, [&](uint32_t i) {
+            if (attr_sets[i].key != k) return false;
+            found = i;
+            return true;
+        });
+        if (found >= 0) return static_cast<uint32_t>(found);
 
         AttrSet s;
         s.has_nh = a.next_hop.len != 0;
@@ -476,7 +483,7 @@ struct RouteMapper::Impl {
         }
         s.key = k;
         attr_sets[id] = std::move(s);
-        attrs_by_key.emplace(k, id);
+        attrs_by_key.insert(id, h);
         return id;
     }
 
@@ -485,7 +492,7 @@ struct RouteMapper::Impl {
         if (s.refs || s.key.empty()) return;
         if (run.delta && run.aid == id) settle();
         if (id < run_of.size() && run_of[id]) settle_through(run_of[id] - 1);
-        attrs_by_key.erase(s.key);
+        attrs_by_key.erase(id, hash_bytes(s.key.data(), s.key.size()));
         s = AttrSet{};
         free_attrs.push_back(id);
     }
@@ -754,7 +761,9 @@ struct RouteMapper::Impl {
 
     const char *esi_string(const bmp::Esi &esi) {
         const char *t = esistring(esi.data());
-        snprintf(esi_text, sizeof esi_text, "%s", t ? t : "");
+        const size_t n = t ? strnlen(t, sizeof esi_text - 1) : 0;
+        memcpy(esi_text, t ? t : "", n);
+        esi_text[n] = '\0';
         return esi_text;
     }
 

@@ -57,6 +57,7 @@ void BagArena::release() {
 namespace {
 
 bool g_generated_decoders = true;  // off only in tests that compare the two
+bool g_generated_encoders = true;
 
 struct Slot {
     const void *buf;  // decode buffer this arena serves; null when free
@@ -87,23 +88,6 @@ struct Slots {
     }
 };
 thread_local Slots g_slots;
-
-constexpr size_t pad4(size_t n) { return (n + 3) & ~size_t(3); }
-
-uint32_t scalar_size(BagKind k) {
-    switch (k) {
-    case BagKind::U8: return 1;
-    case BagKind::U16: return 2;
-    case BagKind::U32: case BagKind::S32: case BagKind::BOOL: return 4;
-    case BagKind::U64: return 8;
-    case BagKind::IP: return 16;
-    case BagKind::MAC: return 6;
-    case BagKind::ESI: return 10;
-    case BagKind::RD: case BagKind::RT: return sizeof(l2vpn_bag_rd_t);
-    case BagKind::STR: case BagKind::OPTSTR: return sizeof(char *);
-    default: return 0;
-    }
-}
 
 uint32_t scalar_align(BagKind k) {
     switch (k) {
@@ -153,7 +137,7 @@ uint32_t BagDecodeState::array(BagKind elem, const BagDesc *sub, uint8_t *out, i
     if (!need(4)) return BAG_ERR_TRUNCATED;
     uint32_t count = u32();
     if (count > left() / bag_min_encoded(elem, sub)) return BAG_ERR_COUNT;
-    const uint32_t es = elem == BagKind::STRUCT ? sub->size : scalar_size(elem);
+    const uint32_t es = elem == BagKind::STRUCT ? sub->size : bag_scalar_size(elem);
     uint8_t *elems = nullptr;
     uint32_t rc = 0;
     if (count) {
@@ -224,110 +208,23 @@ uint32_t BagDecodeState::walk_fields(const BagDesc *d, uint32_t first, uint32_t 
 }
 
 void bag_use_generated_decoders(bool on) { g_generated_decoders = on; }
+void bag_use_generated_encoders(bool on) { g_generated_encoders = on; }
 
 namespace {
 
 // ---- Encoder -------------------------------------------------------------
 
-// The encoding written through a pointer into the caller's string, which
-// grows by doubling and is cut to what was written at the end: a string
-// append per unit cost more than the rest of the encoder.
-struct EncodeOut {
-    std::string &s;
-    size_t n;  // bytes of s written
-    char *room(size_t k) {
-        if (s.size() - n < k) grow(k);
-        char *p = s.data() + n;
-        n += k;
-        return p;
-    }
-    __attribute__((noinline)) void grow(size_t k) { s.resize(std::max(2 * s.size(), n + k + 256)); }
-    void append(const void *p, size_t k) { memcpy(room(k), p, k); }
-    void zeros(size_t k) { memset(room(k), 0, k); }
-    size_t size() const { return n; }
-};
+uint32_t encode_record(const uint8_t *rec, const BagDesc *d, BagEncodeState &st, int depth);
 
-inline void put32(EncodeOut &out, uint32_t v) {
-    char *b = out.room(4);
-    b[0] = char(v >> 24);
-    b[1] = char(v >> 16);
-    b[2] = char(v >> 8);
-    b[3] = char(v);
-}
-
-// What the encoder has made so far of one record: the decoder's inner bytes
-// it will take, checked against the same limit.
-struct EncodeState {
-    EncodeOut out;
-    size_t inner = 0;
-    bool take(size_t n) { return (inner += n) <= BAG_MAX_INNER; }
-};
-
-uint32_t encode_record(const uint8_t *rec, const BagDesc *d, EncodeState &st, int depth);
-
-// Inlined: it runs once per scalar of every record a loader stores.
-__attribute__((always_inline)) inline uint32_t encode_scalar(BagKind k, const uint8_t *in, EncodeState &st) {
-    EncodeOut &out = st.out;
-    switch (k) {
-    case BagKind::U8: put32(out, *in); return 0;
-    case BagKind::U16: { uint16_t v; memcpy(&v, in, 2); put32(out, v); return 0; }
-    case BagKind::U32: case BagKind::S32: case BagKind::BOOL: {
-        uint32_t v;
-        memcpy(&v, in, 4);
-        put32(out, v);
-        return 0;
-    }
-    case BagKind::U64: {
-        uint64_t v;
-        memcpy(&v, in, 8);
-        put32(out, uint32_t(v >> 32));
-        put32(out, uint32_t(v));
-        return 0;
-    }
-    case BagKind::IP: case BagKind::MAC: case BagKind::ESI: {
-        size_t n = scalar_size(k);
-        out.append(in, n);
-        out.zeros(pad4(n) - n);
-        return 0;
-    }
-    case BagKind::RD: case BagKind::RT: {
-        l2vpn_bag_rd_t v;
-        memcpy(&v, in, sizeof v);
-        put32(out, v.format);
-        out.append(v.value, 8);
-        return 0;
-    }
-    case BagKind::STR: case BagKind::OPTSTR: {
-        const char *s;
-        memcpy(&s, in, sizeof s);
-        if (k == BagKind::OPTSTR) {
-            put32(out, s ? 1 : 0);
-            if (!s) return 0;
-        }
-        size_t len = s ? strlen(s) : 0;
-        if (len > BAG_MAX_STRING) return BAG_ERR_VALUE;
-        uint32_t cp;
-        if (bag_text_bad_at(s, len, &cp) != len) return BAG_ERR_TEXT;
-        if (!st.take(len + 1)) return BAG_ERR_TOO_BIG;
-        put32(out, static_cast<uint32_t>(len));
-        out.append(s ? s : "", len);
-        out.zeros(pad4(len) - len);
-        return 0;
-    }
-    default:
-        return BAG_ERR_VALUE;
-    }
-}
-
-uint32_t encode_element(BagKind k, const BagDesc *sub, const uint8_t *in, EncodeState &st,
+uint32_t encode_element(BagKind k, const BagDesc *sub, const uint8_t *in, BagEncodeState &st,
                         int depth) {
     if (k == BagKind::STRUCT) return encode_record(in, sub, st, depth + 1);
-    return encode_scalar(k, in, st);
+    return bag_encode_scalar(k, in, st);
 }
 
-uint32_t encode_record(const uint8_t *rec, const BagDesc *d, EncodeState &st, int depth) {
+uint32_t encode_record(const uint8_t *rec, const BagDesc *d, BagEncodeState &st, int depth) {
     if (depth > static_cast<int>(BAG_MAX_DEPTH)) return BAG_ERR_DEPTH;
-    EncodeOut &out = st.out;
+    BagEncodeOut &out = st.out;
     for (uint32_t i = 0; i < d->nfields; i++) {
         const BagField &f = d->fields[i];
         const uint8_t *src = rec + f.offset;
@@ -346,7 +243,7 @@ uint32_t encode_record(const uint8_t *rec, const BagDesc *d, EncodeState &st, in
             bag_array<uint8_t> arr;
             memcpy(&arr, src, sizeof arr);
             if (arr.count && !arr.data) return BAG_ERR_ARG;
-            put32(out, arr.count);
+            bag_put32(out, arr.count);
             uint32_t es = bag_elem_size(f);
             if (arr.count && !st.take(size_t(arr.count) * es)) return BAG_ERR_TOO_BIG;
             for (uint32_t e = 0; e < arr.count && !rc; e++) {
@@ -356,7 +253,7 @@ uint32_t encode_record(const uint8_t *rec, const BagDesc *d, EncodeState &st, in
             break;
         }
         default:
-            rc = encode_scalar(f.kind, src, st);
+            rc = bag_encode_scalar(f.kind, src, st);
         }
         if (rc) return rc;
     }
@@ -366,7 +263,7 @@ uint32_t encode_record(const uint8_t *rec, const BagDesc *d, EncodeState &st, in
 }  // namespace
 
 uint32_t bag_elem_size(const BagField &f) {
-    return f.elem == BagKind::STRUCT ? f.sub->size : scalar_size(f.elem);
+    return f.elem == BagKind::STRUCT ? f.sub->size : bag_scalar_size(f.elem);
 }
 
 const BagField *bag_find_field(const BagDesc *desc, const char *name) {
@@ -417,8 +314,9 @@ uint32_t bag_encode(const void *record, const BagDesc *desc, std::string &out) {
     if (!record || !desc) return BAG_ERR_ARG;
     const size_t start = out.size();
     out.resize(std::max(out.capacity(), start + 512));  // what the string holds already
-    EncodeState st{{out, start}};
-    uint32_t rc = encode_record(static_cast<const uint8_t *>(record), desc, st, 0);
+    BagEncodeState st{{out, start}};
+    const auto *rec = static_cast<const uint8_t *>(record);
+    uint32_t rc = desc->encode && g_generated_encoders ? desc->encode(st, rec, 0) : encode_record(rec, desc, st, 0);
     out.resize(st.out.n);
     if (!rc && out.size() - start > BAG_MAX_RECORD) rc = BAG_ERR_TOO_BIG;
     return rc;

@@ -1,13 +1,15 @@
-// The decoder's state and its per-field steps, shared by the generic walk of
-// a description (bag.cpp) and the decoders generated from each record type's
-// field list (bag_types.cpp). Every step checks the bytes left before it
-// reads (a generated decoder once for a run of fixed-size fields) and names
-// what went wrong.
+// The decoder's and the encoder's state and their per-field steps, shared by
+// the generic walk of a description (bag.cpp) and the decoders and encoders
+// generated from each record type's field list (bag_types.cpp). Every
+// decoding step checks the bytes left before it reads (a generated decoder
+// once for a run of fixed-size fields) and names what went wrong.
 #pragma once
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <tuple>
 #include <utility>
 #include <vector>
@@ -238,6 +240,114 @@ struct BagDecodeState {
     uint32_t walk_fields(const BagDesc *d, uint32_t first, uint32_t last, uint8_t *out, int depth);
 };
 
+constexpr size_t bag_pad4(size_t n) { return (n + 3) & ~size_t(3); }
+
+// Bytes of one decoded scalar of kind k in a record; 0 for other kinds.
+constexpr uint32_t bag_scalar_size(BagKind k) {
+    switch (k) {
+    case BagKind::U8: return 1;
+    case BagKind::U16: return 2;
+    case BagKind::U32: case BagKind::S32: case BagKind::BOOL: return 4;
+    case BagKind::U64: return 8;
+    case BagKind::IP: return 16;
+    case BagKind::MAC: return 6;
+    case BagKind::ESI: return 10;
+    case BagKind::RD: case BagKind::RT: return sizeof(l2vpn_bag_rd_t);
+    case BagKind::STR: case BagKind::OPTSTR: return sizeof(char *);
+    default: return 0;
+    }
+}
+
+// ---- Encoder ----------------------------------------------------------------
+
+// The encoding written through a pointer into the caller's string, which
+// grows by doubling and is cut to what was written at the end: a string
+// append per unit cost more than the rest of the encoder.
+struct BagEncodeOut {
+    std::string &s;
+    size_t n;  // bytes of s written
+    char *room(size_t k) {
+        if (s.size() - n < k) grow(k);
+        char *p = s.data() + n;
+        n += k;
+        return p;
+    }
+    __attribute__((noinline)) void grow(size_t k) { s.resize(std::max(2 * s.size(), n + k + 256)); }
+    void append(const void *p, size_t k) { memcpy(room(k), p, k); }
+    void zeros(size_t k) { memset(room(k), 0, k); }
+    size_t size() const { return n; }
+};
+
+inline void bag_put32(BagEncodeOut &out, uint32_t v) {
+    char *b = out.room(4);
+    b[0] = char(v >> 24);
+    b[1] = char(v >> 16);
+    b[2] = char(v >> 8);
+    b[3] = char(v);
+}
+
+// What the encoder has made so far of one record: the decoder's inner bytes
+// it will take, checked against the same limit.
+struct BagEncodeState {
+    BagEncodeOut out;
+    size_t inner = 0;
+    bool take(size_t n) { return (inner += n) <= BAG_MAX_INNER; }
+};
+
+// Inlined: it runs once per scalar of every record a loader stores.
+__attribute__((always_inline)) inline uint32_t bag_encode_scalar(BagKind k, const uint8_t *in, BagEncodeState &st) {
+    BagEncodeOut &out = st.out;
+    switch (k) {
+    case BagKind::U8: bag_put32(out, *in); return 0;
+    case BagKind::U16: { uint16_t v; memcpy(&v, in, 2); bag_put32(out, v); return 0; }
+    case BagKind::U32: case BagKind::S32: case BagKind::BOOL: {
+        uint32_t v;
+        memcpy(&v, in, 4);
+        bag_put32(out, v);
+        return 0;
+    }
+    case BagKind::U64: {
+        uint64_t v;
+        memcpy(&v, in, 8);
+        bag_put32(out, uint32_t(v >> 32));
+        bag_put32(out, uint32_t(v));
+        return 0;
+    }
+    case BagKind::IP: case BagKind::MAC: case BagKind::ESI: {
+        size_t n = bag_scalar_size(k);
+        out.append(in, n);
+        out.zeros(bag_pad4(n) - n);
+        return 0;
+    }
+    case BagKind::RD: case BagKind::RT: {
+        l2vpn_bag_rd_t v;
+        memcpy(&v, in, sizeof v);
+        bag_put32(out, v.format);
+        out.append(v.value, 8);
+        return 0;
+    }
+    case BagKind::STR: case BagKind::OPTSTR: {
+        const char *s;
+        memcpy(&s, in, sizeof s);
+        if (k == BagKind::OPTSTR) {
+            bag_put32(out, s ? 1 : 0);
+            if (!s) return 0;
+        }
+        size_t len = s ? strlen(s) : 0;
+        if (len > BAG_MAX_STRING) return BAG_ERR_VALUE;
+        uint32_t cp;
+        if (bag_text_bad_at(s, len, &cp) != len) return BAG_ERR_TEXT;
+        if (!st.take(len + 1)) return BAG_ERR_TOO_BIG;
+        bag_put32(out, static_cast<uint32_t>(len));
+        out.append(s ? s : "", len);
+        out.zeros(bag_pad4(len) - len);
+        return 0;
+    }
+    default:
+        return BAG_ERR_VALUE;
+    }
+}
+
 // ---- Generated decoders ---------------------------------------------------
 //
 // A record type's field list becomes a list of steps, one per field, that
@@ -367,6 +477,97 @@ uint32_t decode_entry(BagDecodeState &d, uint8_t *out, int depth) {
     return decode_record<T>(d, out, depth);
 }
 
+// ---- Generated encoders ---------------------------------------------------
+//
+// The same steps write a record's encoding: a run of fixed-size fields takes
+// its room in the output once, and each of its fields writes its bytes at a
+// place known at compile time. Strings and arrays are encoded one at a time
+// with the walk's checks, in its order, so that a record fails as the walk
+// fails it.
+
+// The encoding of one scalar of fixed-size kind K: its bag_wire_size bytes at dst.
+template <BagKind K>
+__attribute__((always_inline)) inline void fixed_put(uint8_t *dst, const uint8_t *in) {
+    auto be32 = [](uint8_t *d, uint32_t v) {
+        v = __builtin_bswap32(v);
+        memcpy(d, &v, 4);
+    };
+    if constexpr (K == BagKind::U8) {
+        be32(dst, *in);
+    } else if constexpr (K == BagKind::U16) {
+        uint16_t v;
+        memcpy(&v, in, 2);
+        be32(dst, v);
+    } else if constexpr (K == BagKind::U32 || K == BagKind::S32 || K == BagKind::BOOL) {
+        uint32_t v;
+        memcpy(&v, in, 4);
+        be32(dst, v);
+    } else if constexpr (K == BagKind::U64) {
+        uint64_t v;
+        memcpy(&v, in, 8);
+        be32(dst, uint32_t(v >> 32));
+        be32(dst + 4, uint32_t(v));
+    } else if constexpr (K == BagKind::IP || K == BagKind::MAC || K == BagKind::ESI) {
+        constexpr size_t n = bag_scalar_size(K);
+        memcpy(dst, in, n);
+        if constexpr (bag_pad4(n) > n) memset(dst + n, 0, bag_pad4(n) - n);
+    } else {
+        static_assert(K == BagKind::RD || K == BagKind::RT);
+        l2vpn_bag_rd_t v;
+        memcpy(&v, in, sizeof v);
+        be32(dst, v.format);
+        memcpy(dst + 4, v.value, 8);
+    }
+}
+
+// Steps [I, E) of L, all of one size, written from dst on.
+template <class L, size_t I, size_t E>
+__attribute__((always_inline)) inline uint32_t put_run(uint8_t *dst, const uint8_t *rec, int depth) {
+    if constexpr (I == E) {
+        return 0;
+    } else {
+        if (uint32_t rc = L::template At<I>::put(dst, rec, depth)) return rc;
+        return put_run<L, I + 1, E>(dst + L::wire[I], rec, depth);
+    }
+}
+
+// A whole T, every field of one size, written at dst (its room taken).
+template <class T>
+__attribute__((always_inline)) inline uint32_t record_put(uint8_t *dst, const uint8_t *rec, int depth) {
+    if (depth > static_cast<int>(BAG_MAX_DEPTH)) return BAG_ERR_DEPTH;
+    return put_run<StepsOf<T>, 0, StepsOf<T>::n>(dst, rec, depth);
+}
+
+// Steps [I, n) of T's list.
+template <class T, size_t I>
+__attribute__((always_inline)) inline uint32_t encode_from(BagEncodeState &st, const uint8_t *rec, int depth) {
+    using L = StepsOf<T>;
+    if constexpr (I == L::n) {
+        return 0;
+    } else if constexpr (L::wire[I] == 0) {
+        if (uint32_t rc = L::template At<I>::encode(st, rec, depth)) return rc;
+        return encode_from<T, I + 1>(st, rec, depth);
+    } else {
+        constexpr size_t E = L::run_end(I);
+        auto *dst = reinterpret_cast<uint8_t *>(st.out.room(L::run_bytes(I, E)));
+        if (uint32_t rc = put_run<L, I, E>(dst, rec, depth)) return rc;
+        return encode_from<T, E>(st, rec, depth);
+    }
+}
+
+// A whole T at nesting depth.
+template <class T>
+__attribute__((always_inline)) inline uint32_t encode_rec(BagEncodeState &st, const uint8_t *rec, int depth) {
+    if (depth > static_cast<int>(BAG_MAX_DEPTH)) return BAG_ERR_DEPTH;
+    return encode_from<T, 0>(st, rec, depth);
+}
+
+// The encoder a description points at.
+template <class T>
+uint32_t encode_entry(BagEncodeState &st, const uint8_t *rec, int depth) {
+    return encode_rec<T>(st, rec, depth);
+}
+
 // Stores an array with its padding zeroed, so that the struct is whole.
 inline void put_array(uint8_t *out, uint32_t count, void *data) {
     const uint64_t c = count;
@@ -420,6 +621,13 @@ struct F {
         static_assert(K == BagKind::STR || K == BagKind::OPTSTR);
         return d.text<K == BagKind::OPTSTR>(rec + Off);
     }
+    __attribute__((always_inline)) static uint32_t put(uint8_t *dst, const uint8_t *rec, int) {
+        fixed_put<K>(dst, rec + Off);
+        return 0;
+    }
+    __attribute__((always_inline)) static uint32_t encode(BagEncodeState &st, const uint8_t *rec, int) {
+        return bag_encode_scalar(K, rec + Off, st);
+    }
 };
 
 template <class T, size_t Off>
@@ -432,6 +640,12 @@ struct S {
     }
     __attribute__((always_inline)) static uint32_t decode(BagDecodeState &d, uint8_t *rec, int depth) {
         return decode_record<T>(d, rec + Off, depth + 1);
+    }
+    __attribute__((always_inline)) static uint32_t put(uint8_t *dst, const uint8_t *rec, int depth) {
+        return record_put<T>(dst, rec + Off, depth + 1);
+    }
+    __attribute__((always_inline)) static uint32_t encode(BagEncodeState &st, const uint8_t *rec, int depth) {
+        return encode_rec<T>(st, rec + Off, depth + 1);
     }
 };
 
@@ -451,6 +665,17 @@ struct FS {
             if (uint32_t rc = decode_record<T>(d, rec + Off + e * sizeof(T), depth + 1)) return rc;
         return 0;
     }
+    __attribute__((always_inline)) static uint32_t put(uint8_t *dst, const uint8_t *rec, int depth) {
+        for (size_t e = 0; e < N; e++)
+            if (uint32_t rc = record_put<T>(dst + e * wire_of<T>(), rec + Off + e * sizeof(T), depth + 1))
+                return rc;
+        return 0;
+    }
+    __attribute__((always_inline)) static uint32_t encode(BagEncodeState &st, const uint8_t *rec, int depth) {
+        for (size_t e = 0; e < N; e++)
+            if (uint32_t rc = encode_rec<T>(st, rec + Off + e * sizeof(T), depth + 1)) return rc;
+        return 0;
+    }
 };
 
 // What both array steps are: a count on the wire (its size read from the
@@ -464,10 +689,49 @@ struct ArrayStep {
     __attribute__((always_inline)) static uint32_t decode(BagDecodeState &d, uint8_t *rec, int depth) {
         return empty_array(d, rec + Off) ? 0 : Step::elements(d, rec, depth);
     }
+    // The count, then the elements by the step's own put_elements().
+    static uint32_t encode(BagEncodeState &st, const uint8_t *rec, int depth) {
+        bag_array<uint8_t> arr;
+        memcpy(&arr, rec + Off, sizeof arr);
+        if (arr.count && !arr.data) return BAG_ERR_ARG;
+        bag_put32(st.out, arr.count);
+        if (!arr.count) return 0;
+        if (!st.take(size_t(arr.count) * Step::kElemSize)) return BAG_ERR_TOO_BIG;
+        return Step::put_elements(st, arr.count, arr.data, depth);
+    }
 };
+
+// count elements of one encoded size (wire bytes each) at once: their room
+// taken in one step, unless it would pass the record's limit, which is where
+// the walk, element by element, stops too.
+template <class PutOne>
+__attribute__((always_inline)) inline uint32_t put_fixed_elements(BagEncodeState &st, uint32_t count,
+                                                                  uint32_t wire, PutOne put_one) {
+    const size_t bytes = size_t(count) * wire;
+    if (bytes > BAG_MAX_RECORD || st.out.size() + bytes > BAG_MAX_RECORD) return BAG_ERR_TOO_BIG;
+    auto *dst = reinterpret_cast<uint8_t *>(st.out.room(bytes));
+    for (uint32_t e = 0; e < count; e++, dst += wire)
+        if (uint32_t rc = put_one(dst, e)) return rc;
+    return 0;
+}
 
 template <BagKind K, size_t Off>
 struct A : ArrayStep<A<K, Off>, Off> {
+    static constexpr size_t kElemSize = F<K, 0>::size;
+    static uint32_t put_elements(BagEncodeState &st, uint32_t count, const uint8_t *data, int) {
+        if constexpr (bag_wire_size(K) != 0) {
+            return put_fixed_elements(st, count, bag_wire_size(K), [&](uint8_t *dst, uint32_t e) {
+                fixed_put<K>(dst, data + size_t(e) * kElemSize);
+                return 0u;
+            });
+        } else {
+            for (uint32_t e = 0; e < count; e++) {
+                if (uint32_t rc = bag_encode_scalar(K, data + size_t(e) * kElemSize, st)) return rc;
+                if (st.out.size() > BAG_MAX_RECORD) return BAG_ERR_TOO_BIG;
+            }
+            return 0;
+        }
+    }
     static uint32_t elements(BagDecodeState &d, uint8_t *rec, int) {
         constexpr size_t es = F<K, 0>::size;
         constexpr size_t align = K == BagKind::U8 || K == BagKind::IP || K == BagKind::MAC ||
@@ -494,6 +758,20 @@ struct A : ArrayStep<A<K, Off>, Off> {
 
 template <class T, size_t Off>
 struct AS : ArrayStep<AS<T, Off>, Off> {
+    static constexpr size_t kElemSize = sizeof(T);
+    static uint32_t put_elements(BagEncodeState &st, uint32_t count, const uint8_t *data, int depth) {
+        if constexpr (wire_of<T>() != 0) {
+            return put_fixed_elements(st, count, wire_of<T>(), [&](uint8_t *dst, uint32_t e) {
+                return record_put<T>(dst, data + size_t(e) * sizeof(T), depth + 1);
+            });
+        } else {
+            for (uint32_t e = 0; e < count; e++) {
+                if (uint32_t rc = encode_rec<T>(st, data + size_t(e) * sizeof(T), depth + 1)) return rc;
+                if (st.out.size() > BAG_MAX_RECORD) return BAG_ERR_TOO_BIG;
+            }
+            return 0;
+        }
+    }
     static uint32_t elements(BagDecodeState &d, uint8_t *rec, int depth) {
         uint32_t count;
         uint8_t *elems;

@@ -45,7 +45,7 @@ struct BagStepList {
     constexpr BagDesc bag_desc_##T = {#T, sizeof(T), alignof(T), bag_fields_##T::fields, \
                                       bag_fields_##T::nfields,                           \
                                       bag_min_encoded(bag_fields_##T::fields, bag_fields_##T::nfields), \
-                                      bag_gen::decode_entry<T>};                         \
+                                      bag_gen::decode_entry<T>, bag_gen::encode_entry<T>}; \
     const BagDesc *l2vpn_bag_dll__##T(void) { return &bag_desc_##T; }
 
 #define BAG_DESCRIBE_RECORD(T, N) BAG_DESCRIBE(T)

@@ -2,6 +2,7 @@
 // what gobgpd and FRR really sent (tests/data/bmp/README.md lists the routes).
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 #include <iterator>
 #include <map>
@@ -32,12 +33,18 @@ Bytes small_stream() {
 }
 
 // Feeds the stream in the given piece sizes and takes messages as they come.
+// Each piece is fed from one buffer, overwritten once the framer says Short,
+// as a reader's buffer is by its next read: what the framer keeps of a piece
+// must be its own copy.
 std::vector<Bytes> frame(const Bytes &stream, const std::vector<size_t> &pieces, std::vector<uint64_t> *offsets = nullptr) {
     std::vector<Bytes> out;
     Framer f;
     size_t at = 0;
+    Bytes piece;
     for (size_t n : pieces) {
-        f.feed(std::span(stream).subspan(at, n));
+        std::fill(piece.begin(), piece.end(), uint8_t{0xa5});
+        piece.assign(stream.begin() + ptrdiff_t(at), stream.begin() + ptrdiff_t(at + n));
+        f.feed(piece);
         at += n;
         std::span<const uint8_t> m;
         for (;;) {

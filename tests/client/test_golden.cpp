@@ -83,7 +83,14 @@ subprocess::Run run_client(const std::string &db, const Case &c) {
 // The database of a case's snapshot, built once per test run; empty on failure.
 std::string database_of(const Case &c) {
     fs::path dir = fs::path(EVPN_SOURCE_DIR) / "tests" / "golden";
-    static std::map<std::string, std::string> built;
+    // Each test runs in a process of its own: the databases it built go at exit.
+    static struct Built : std::map<std::string, std::string> {
+        ~Built() {
+            std::error_code ec;
+            for (auto &[snapshot, path] : *this)
+                if (!path.empty()) fs::remove(path, ec);
+        }
+    } built;
     std::string &db = built[c.snapshot];
     if (db.empty()) {
         std::string path = (fs::temp_directory_path() /

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -353,6 +354,84 @@ TEST(Codec, GeneratedDecodersAgreeWithTheWalk) {
     }
     EXPECT_GT(compared, 10000);
     EXPECT_EQ(bag_inner_bytes_held(), 0u);
+}
+
+// Each record type's generated encoder must write what walking its
+// description writes, and fail a bad record as the walk fails it: a string
+// that is not text or is too long, an array without its elements or past the
+// record's limits, wherever they sit in the record.
+TEST(Codec, GeneratedEncodersAgreeWithTheWalk) {
+    struct Restore {
+        ~Restore() { bag_use_generated_encoders(true); }
+    } restore;
+    auto outcome = [](const void *rec, const BagDesc *d, bool generated) {
+        bag_use_generated_encoders(generated);
+        std::string enc = "kept";  // what the caller had stays in front
+        const uint32_t rc = bag_encode(rec, d, enc);
+        return rc ? std::to_string(rc) : hex(enc);
+    };
+    // Places of the strings and arrays a record holds directly or in its
+    // sub-records (not inside arrays).
+    struct Place {
+        size_t at;
+        BagKind kind;
+    };
+    std::function<void(const BagDesc *, size_t, std::vector<Place> &)> places =
+        [&](const BagDesc *d, size_t base, std::vector<Place> &out) {
+            for (uint32_t i = 0; i < d->nfields; i++) {
+                const BagField &f = d->fields[i];
+                if (f.kind == BagKind::STRUCT) places(f.sub, base + f.offset, out);
+                else if (f.kind == BagKind::FIXED && f.elem == BagKind::STRUCT)
+                    for (uint32_t e = 0; e < f.count; e++) places(f.sub, base + f.offset + e * f.sub->size, out);
+                else if (f.kind == BagKind::STR || f.kind == BagKind::OPTSTR || f.kind == BagKind::ARRAY)
+                    out.push_back({base + f.offset, f.kind});
+            }
+        };
+    static const char kNotText[] = "ab\x01" "c";
+    static const std::string kLong(BAG_MAX_STRING + 1, 'x');
+    static const uint64_t kFew[4] = {};
+    int compared = 0;
+    for (const BagDesc *const *dp = bag_record_types; *dp; dp++) {
+        const BagDesc *d = *dp;
+        SCOPED_TRACE(d->name);
+        ASSERT_NE(d->encode, nullptr);
+        std::vector<Place> at;
+        places(d, 0, at);
+        for (unsigned seed : {1u, 2u, 3u}) {
+            Buf rec(d->size);
+            evpn::RecordArena arena;
+            build(d, seed, rec, arena);
+            const std::string good = outcome(rec.p(), d, false);
+            ASSERT_EQ(good.size() % 2, 0u) << "the walk refused the sample: " << good;
+            ASSERT_EQ(outcome(rec.p(), d, true), good);
+            compared++;
+            for (const Place &p : at) {
+                auto *field = static_cast<uint8_t *>(rec.p()) + p.at;
+                uint8_t kept[sizeof(bag_array<uint8_t>)];
+                memcpy(kept, field, sizeof kept);
+                std::vector<std::function<void()>> faults;
+                if (p.kind == BagKind::ARRAY) {
+                    faults.push_back([&] { bag_array<uint8_t> a{3, nullptr}; memcpy(field, &a, sizeof a); });
+                    faults.push_back([&] {  // more elements than any record holds; only 32 bytes there
+                        bag_array<uint8_t> a{0x7fffffff, reinterpret_cast<uint8_t *>(const_cast<uint64_t *>(kFew))};
+                        memcpy(field, &a, sizeof a);
+                    });
+                } else {
+                    for (const char *t : {kNotText, kLong.c_str()})
+                        faults.push_back([&, t] { memcpy(field, &t, sizeof t); });
+                }
+                for (auto &fault : faults) {
+                    fault();
+                    const std::string walked = outcome(rec.p(), d, false);
+                    EXPECT_NE(walked, good) << "at " << p.at;
+                    EXPECT_EQ(outcome(rec.p(), d, true), walked) << "at " << p.at;
+                    memcpy(field, kept, sizeof kept);
+                    compared++;
+                }
+            }
+        }
+    }
+    EXPECT_GT(compared, 500);
 }
 
 // A generated decoder checks a run of fixed-size fields once; a run cut

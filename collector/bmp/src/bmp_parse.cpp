@@ -256,24 +256,43 @@ BmpError parse_message(std::span<const uint8_t> buf, Message &out) {
 // ---- Framer --------------------------------------------------------------------
 
 void Framer::feed(std::span<const uint8_t> bytes) {
+    keep_view();
+    if (buf_.size() == start_) {
+        buf_.clear();
+        start_ = 0;
+        view_ = bytes;
+        return;
+    }
     // What was handed out is no longer needed: drop it before growing.
-    if (start_ > 0 && (start_ >= buf_.size() / 2 || start_ == buf_.size())) {
+    if (start_ > 0 && start_ >= buf_.size() / 2) {
         buf_.erase(buf_.begin(), buf_.begin() + ptrdiff_t(start_));
         start_ = 0;
     }
     buf_.insert(buf_.end(), bytes.begin(), bytes.end());
 }
 
+void Framer::keep_view() {
+    if (view_.empty()) return;
+    buf_.assign(view_.begin(), view_.end());
+    start_ = 0;
+    view_ = {};
+}
+
 BmpError Framer::next(std::span<const uint8_t> &message) {
     if (failed_) return failed_;
-    const std::span<const uint8_t> rest(buf_.data() + start_, buf_.size() - start_);
+    const bool in_place = !view_.empty();
+    const std::span<const uint8_t> rest = in_place ? view_ : std::span<const uint8_t>(buf_.data() + start_, buf_.size() - start_);
     uint32_t length = 0;
     BmpError e = message_length(rest, length);
     if (e.code == BmpErrc::Ok && rest.size() < length) e.code = BmpErrc::Short;
-    if (e.code == BmpErrc::Short) return e;
+    if (e.code == BmpErrc::Short) {
+        keep_view();
+        return e;
+    }
     if (e) return failed_ = e;
     message = rest.first(length);
-    start_ += length;
+    if (in_place) view_ = view_.subspan(length);
+    else start_ += length;
     consumed_ += length;
     return e;
 }

@@ -41,6 +41,11 @@ struct BagDecodeState;
 // the description would, faster. Absent for descriptions built by hand.
 typedef uint32_t (*BagDecodeFn)(BagDecodeState &state, uint8_t *out, int depth);
 
+struct BagEncodeState;
+// An encoder generated from a record type's field list: writes what walking
+// the description would, faster. Absent for descriptions built by hand.
+typedef uint32_t (*BagEncodeFn)(BagEncodeState &state, const uint8_t *record, int depth);
+
 struct BagDesc {
     const char *name;
     uint32_t size;      // bytes of the decoded record
@@ -49,6 +54,7 @@ struct BagDesc {
     uint32_t nfields;
     uint32_t min_encoded;  // fewest bytes an encoding takes: bag_min_encoded(fields, nfields)
     BagDecodeFn decode;
+    BagEncodeFn encode;
 };
 
 // Fewest encoded bytes one value of kind k takes (sub: its description when
@@ -114,6 +120,8 @@ size_t bag_inner_bytes_held(void);
 // Off: every record is decoded by walking its description (tests that hold
 // the generated decoders to the walk).
 void bag_use_generated_decoders(bool on);
+// Off: every record is encoded by walking its description (tests).
+void bag_use_generated_encoders(bool on);
 
 // Size in bytes of one decoded element of an ARRAY or FIXED field.
 uint32_t bag_elem_size(const BagField &field);

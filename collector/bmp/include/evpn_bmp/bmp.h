@@ -232,15 +232,22 @@ BmpError parse_message(std::span<const uint8_t> buf, Message &out);
 
 // Splits a byte stream into messages: feed it bytes as they arrive, then take
 // whole messages until next() says Short. A framing error is final.
+// Messages are framed in the fed bytes themselves when nothing is kept from
+// before; only a message's incomplete tail is copied, when next() says Short.
+// So fed bytes must stay as they are until next() says Short or fails, or
+// the next feed().
 class Framer {
   public:
     void feed(std::span<const uint8_t> bytes);
     // The next whole message's bytes, valid until the next feed().
     BmpError next(std::span<const uint8_t> &message);
     uint64_t offset() const { return consumed_; }  // stream offset of the next message
-    size_t buffered() const { return buf_.size() - start_; }
+    size_t buffered() const { return view_.size() + buf_.size() - start_; }
 
   private:
+    void keep_view();  // copies the fed bytes not yet framed into buf_
+
+    std::span<const uint8_t> view_;  // fed bytes framed in place; buf_ then holds nothing
     std::vector<uint8_t> buf_;
     size_t start_ = 0;
     uint64_t consumed_ = 0;
