@@ -20,6 +20,16 @@ struct Live {
 
 void fill(Live &b) { memset(b.p, b.fill, static_cast<size_t>(b.size)); }
 
+// A block of size bytes from heap, filled with the next fill byte and kept in live.
+void take(const sqlite3_mem_methods *heap, int size, unsigned char &next_fill, std::vector<Live> &live) {
+    Live b{static_cast<unsigned char *>(heap->xMalloc(size)), size, next_fill++};
+    ASSERT_NE(b.p, nullptr);
+    ASSERT_EQ(reinterpret_cast<uintptr_t>(b.p) % 8, 0u);
+    ASSERT_EQ(heap->xSize(b.p), size);
+    fill(b);
+    live.push_back(b);
+}
+
 // Every byte of every live block still holds its block's own fill.
 void expect_intact(const std::vector<Live> &live) {
     for (const Live &b : live)
@@ -35,20 +45,12 @@ TEST(ReaderHeap, LiveBlocksNeverOverlapWhateverTheSizesAndReuse) {
     const sqlite3_mem_methods *heap = sysdb_reader_heap();
     std::vector<Live> live;
     unsigned char next_fill = 1;
-    auto take = [&](int size) {
-        Live b{static_cast<unsigned char *>(heap->xMalloc(size)), size, next_fill++};
-        ASSERT_NE(b.p, nullptr);
-        ASSERT_EQ(reinterpret_cast<uintptr_t>(b.p) % 8, 0u);
-        ASSERT_EQ(heap->xSize(b.p), size);
-        fill(b);
-        live.push_back(b);
-    };
-    for (int size = 1; size <= 1100; size += 7) take(size);
+    for (int size = 1; size <= 1100; size += 7) take(heap, size, next_fill, live);
     for (size_t i = 0; i < live.size(); i += 2) heap->xFree(live[i].p);
     std::vector<Live> kept;
     for (size_t i = 1; i < live.size(); i += 2) kept.push_back(live[i]);
     live = kept;
-    for (int size = 1100; size >= 1; size -= 5) take(size);
+    for (int size = 1100; size >= 1; size -= 5) take(heap, size, next_fill, live);
     expect_intact(live);
     for (const Live &b : live) heap->xFree(b.p);
 }
@@ -60,12 +62,7 @@ TEST(ReaderHeap, ResizedBlocksKeepTheirBytesAcrossEverySizeClass) {
     const sqlite3_mem_methods *heap = sysdb_reader_heap();
     std::vector<Live> beside;
     unsigned char next_fill = 1;
-    auto guard = [&](int size) {
-        Live b{static_cast<unsigned char *>(heap->xMalloc(size)), size, next_fill++};
-        ASSERT_NE(b.p, nullptr);
-        fill(b);
-        beside.push_back(b);
-    };
+    auto guard = [&](int size) { take(heap, size, next_fill, beside); };
     const int steps[] = {1, 8, 9, 24, 40, 200, 1000, 1016, 1017, 5000, 100000, 700, 3, 64, 17, 30};
     for (int n : steps) guard(n);
     auto *p = static_cast<unsigned char *>(heap->xMalloc(steps[0]));
