@@ -345,6 +345,40 @@ TEST(CollectReplay, AStreamCutInsideAMessageFailsAndKeepsTheRoutesBeforeIt) {
     EXPECT_EQ(macs.find(mac_text(1, 2)), std::string::npos) << macs;
 }
 
+// A replayed file is mapped, not read: one that shrinks under the replay
+// ends it with a line that says so and status 1, never a crash by SIGBUS.
+TEST(CollectReplay, AFileThatShrinksUnderTheReplayEndsItWithALine) {
+    TempDir dir;
+    const std::string stream = dir / "big.bmp", log = dir / "replay.log";
+    {
+        std::ofstream f(stream, std::ios::binary);
+        bmp::GenBmpOptions o;
+        o.routes = 100000;  // half a million routes: seconds of replay
+        o.evis = 100;
+        ASSERT_TRUE(bmp::gen_bmp_stream(o, [&](std::span<const uint8_t> b) {
+            f.write(reinterpret_cast<const char *>(b.data()), std::streamsize(b.size()));
+            return bool(f);
+        }));
+    }
+    subprocess::Argv a({EVPN_SYSDB_BIN, "collect", "--bmp-file", stream, "--db", dir / "r.db"}, {});
+    posix_spawn_file_actions_t fa;
+    posix_spawn_file_actions_init(&fa);
+    posix_spawn_file_actions_addopen(&fa, 1, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_addopen(&fa, 2, log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    pid_t pid;
+    ASSERT_EQ(posix_spawn(&pid, a.argv[0], &fa, nullptr, a.argv.data(), a.envp.data()), 0);
+    posix_spawn_file_actions_destroy(&fa);
+    // Its first messages are applied: the file is mapped.
+    for (int i = 0; i < 500 && slurp(log).find("Peer Up") == std::string::npos; i++)
+        std::this_thread::sleep_for(10ms);
+    ASSERT_EQ(truncate(stream.c_str(), 4096), 0);
+    EXPECT_EQ(subprocess::wait_for(pid), 1);  // 128 + 7: killed by SIGBUS
+    EXPECT_NE(slurp(log).find("big.bmp: the file shrank while it was replayed\n"), std::string::npos)
+        << slurp(log);
+    // What was committed before reads back.
+    EXPECT_EQ(show(dir / "r.db", {"7"}).status, 0);
+}
+
 // ---- Live sessions -------------------------------------------------------------------
 
 TEST(CollectDaemon, AFramingFaultEndsOnlyThatRoutersSession) {
