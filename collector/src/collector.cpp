@@ -782,6 +782,8 @@ class ReplaySource {
     ReplaySource &operator=(const ReplaySource &) = delete;
 
     bool mapped() const { return map_ != nullptr; }
+    const uint8_t *begin() const { return map_; }
+    const uint8_t *end() const { return map_ + size_; }
 
     // The next piece (empty at the end); -1 with errno on a read error. The
     // piece stays valid until the next call.
@@ -817,9 +819,17 @@ class ReplaySource {
 // A mapped file that shrinks under the replay faults on its missing pages:
 // the replay ends with a line that says so instead of a crash. What was
 // committed stays; the open transaction is rolled back at the next open.
+// A fault elsewhere is left to the default action.
 char g_shrank_line[512];
 size_t g_shrank_len;
-void on_sigbus(int) {
+const uint8_t *g_map_begin, *g_map_end;
+void on_sigbus(int sig, siginfo_t *info, void *) {
+    const auto *at = static_cast<const uint8_t *>(info->si_addr);
+    if (at < g_map_begin || at >= g_map_end) {
+        signal(sig, SIG_DFL);
+        raise(sig);
+        return;
+    }
     ssize_t ignored = write(2, g_shrank_line, g_shrank_len);
     (void)ignored;
     _exit(1);
@@ -859,7 +869,13 @@ int replay_file(const CollectorOptions &opts) {
         const int len = snprintf(g_shrank_line, sizeof g_shrank_line,
                                  "%s: %s: the file shrank while it was replayed\n", self.c_str(), path.c_str());
         g_shrank_len = len < 0 ? 0 : std::min(size_t(len), sizeof g_shrank_line - 1);
-        signal(SIGBUS, on_sigbus);
+        g_map_begin = source.begin();
+        g_map_end = source.end();
+        struct sigaction sa = {};
+        sa.sa_sigaction = on_sigbus;
+        sa.sa_flags = SA_SIGINFO;
+        sigemptyset(&sa.sa_mask);
+        sigaction(SIGBUS, &sa, nullptr);
     }
     int status = 0;
     CommitClock clock(opts.flush_ms);
@@ -902,6 +918,7 @@ int replay_file(const CollectorOptions &opts) {
         }
     }
     close(fd);
+    if (source.mapped()) signal(SIGBUS, SIG_DFL);  // the file's bytes are read no more
     if (!store->flush(err)) {
         log.line(self, "store: %s", err.c_str());
         status = 1;
