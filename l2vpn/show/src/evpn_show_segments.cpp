@@ -685,8 +685,9 @@ void print_carving_wrap(uint32_t k, const char *title, const char *tag) {
     if (k != 0 && k % kCarvingItemsPerRow == 0) print_carving_row_header(title, tag, false);
 }
 
-const char *carving_separator(uint32_t k, uint32_t end, uint32_t count) {
-    return end + 1 == count || k == kCarvingItemsPerRow - 1 ? "" : ",";
+// Whether item k, which ends at value end of count, takes a comma.
+bool carving_comma(uint32_t k, uint32_t end, uint32_t count) {
+    return end + 1 != count && k != kCarvingItemsPerRow - 1;
 }
 
 }  // namespace
@@ -1032,10 +1033,15 @@ void print_carving_values(const uint32_t *values, uint32_t count, const char *ta
         uint32_t end = i;
         if (compress)
             while (end + 1 < count && values[end + 1] == values[end] + 1) end++;
-        if (values[end] != values[i])
-            show_print<"%u-%u%s">(values[i], values[end], carving_separator(k, end, count));
-        else
-            show_print<"%8u%s">(values[i], carving_separator(k, end, count));
+        const bool comma = carving_comma(k, end, count);
+        if (values[end] != values[i]) {
+            if (comma) show_print<"%u-%u,">(values[i], values[end]);
+            else show_print<"%u-%u">(values[i], values[end]);
+        } else if (comma) {
+            show_print<"%8u,">(values[i]);
+        } else {
+            show_print<"%8u">(values[i]);
+        }
         if (compress && end + 1 != count) next_row();
         i = end;  // the next item starts after the run
     }
@@ -1050,7 +1056,7 @@ void print_carving_ids(const l2vpn_evpn_es_id_entry *entries, uint32_t count, co
         print_carving_wrap(k, title, tag);
         show_print<"%8u">(entries[k].id);
         if (show_filter.private_view) show_print<"[%u]">(entries[k].extra);
-        show_print<"%s">(carving_separator(k, k, count));
+        if (carving_comma(k, k, count)) show_print<",">();
     }
     show_print<"\n">();
 }
@@ -1066,7 +1072,7 @@ void print_carving_evi_etags(const l2vpn_evpn_es_evi_etag *entries, uint32_t cou
         const int n = show_sprint<"%u:">(item, entries[k].evi);
         format_ethernet_tag(item + n, sizeof item - n, entries[k].etag_type, entries[k].etag);
         show_print<"%8s">(item);
-        show_print<"%s">(carving_separator(k, k, count));
+        if (carving_comma(k, k, count)) show_print<",">();
     }
     show_print<"\n">();
 }
