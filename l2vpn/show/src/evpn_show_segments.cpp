@@ -405,10 +405,19 @@ void print_es_convergence(const l2vpn_evpn_es_bag &es) {
 
 void print_es_peers(const l2vpn_evpn_es_bag &es, bool priv) {
     const uint32_t n = count_of(es.nexthops);
+    // Each address is shown twice: its text is made once for the first few.
+    constexpr uint32_t kKept = 8;
+    char kept[kKept][48];  // an IPv6 address's text is 45 bytes at most
     show_print<"  Peering Details   : %u Nexthops\n">(n);
     for (uint32_t i = 0; i < n; i++) {
         const l2vpn_evpn_es_nexthop &nh = es.nexthops.data[i];
-        show_print<"     %s [%s:%s:%02x%s]">(l2vpn_inet_ntop(&nh.address),
+        const char *address = l2vpn_inet_ntop(&nh.address);
+        if (i < kKept) {
+            const size_t len = strnlen(address, sizeof kept[i] - 1);
+            memcpy(kept[i], address, len);
+            kept[i][len] = '\0';
+        }
+        show_print<"     %s [%s:%s:%02x%s]">(address,
                     code_word(kEsDfTypeWords, nh.df_type, "Invalid"), nh.dont_preempt ? "DP" : "P",
                     nh.df_preference, nh.time_sync ? ":T" : "");
         if (is_valid_mac(nh.mac)) show_print<"[%s]">(macstring(nh.mac, 6));
@@ -427,7 +436,7 @@ void print_es_peers(const l2vpn_evpn_es_bag &es, bool priv) {
                              static_cast<suseconds_t>(nh.sct_usec % 1000000)};
             sct = l2vpn_timeval_to_str(&tv);
         }
-        show_print<"        %16s [SCT: %s]\n">(l2vpn_inet_ntop(&nh.address), sct);
+        show_print<"        %16s [SCT: %s]\n">(i < kKept ? kept[i] : l2vpn_inet_ntop(&nh.address), sct);
     }
 }
 
@@ -469,17 +478,17 @@ void print_es_results(const l2vpn_evpn_es_bag &es, bool carving) {
     print_es_vpws_list("Non-DF", es.vpws_non_df, "NDF", carving);
 }
 
-// A timer line: its configured value, then whether it runs and for how long.
-void print_es_timer(const char *label, uint32_t value, uint32_t left_ms) {
-    show_print<"  %-18.18s: %d sec ">(label, static_cast<int>(value));
-    print_running_suffix(left_ms);
-}
-
+// Each timer line: its configured value, then whether it runs and for how
+// long. The labels stand padded in the formats ("  %-18.18s: " of each).
 void print_es_timers(const l2vpn_evpn_es_bag &es, bool priv) {
-    print_es_timer("Peering timer", es.peering_timer, es.peering_left);
-    print_es_timer("Recovery timer", es.recovery_timer, es.recovery_left);
-    print_es_timer("Carving timer", es.carving_timer, es.carving_left);
-    print_es_timer("HRW Reset timer", es.hrw_reset_timer, es.hrw_reset_left);
+    show_print<"  Peering timer     : %d sec ">(static_cast<int>(es.peering_timer));
+    print_running_suffix(es.peering_left);
+    show_print<"  Recovery timer    : %d sec ">(static_cast<int>(es.recovery_timer));
+    print_running_suffix(es.recovery_left);
+    show_print<"  Carving timer     : %d sec ">(static_cast<int>(es.carving_timer));
+    print_running_suffix(es.carving_left);
+    show_print<"  HRW Reset timer   : %d sec ">(static_cast<int>(es.hrw_reset_timer));
+    print_running_suffix(es.hrw_reset_left);
     if (priv) {
         show_print<"  AC Debounce timer : %d msec ">(static_cast<int>(es.ac_debounce_timer));
         print_running_suffix(es.ac_debounce_left);
