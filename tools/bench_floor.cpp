@@ -44,7 +44,7 @@ int main(int argc, char **argv) {
         return 1;
     }
     sqlite3_stmt *find = nullptr, *first = nullptr, *next = nullptr;
-    if (sqlite3_prepare_v2(db, "SELECT v1 FROM attribute WHERE kind = " SYSDB_KIND_LISTING " AND key = ?1 AND key2 = ?2", -1, &find,
+    if (sqlite3_prepare_v2(db, "SELECT id FROM " SYSDB_LISTINGS " WHERE root = ?1 AND path = ?2", -1, &find,
                            nullptr) != SQLITE_OK ||
         sqlite3_prepare_v2(db, "SELECT name, data, skey FROM item WHERE list = ?1 ORDER BY skey LIMIT 200",
                            -1, &first, nullptr) != SQLITE_OK ||

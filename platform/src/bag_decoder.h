@@ -294,38 +294,64 @@ struct BagEncodeState {
     bool take(size_t n) { return (inner += n) <= BAG_MAX_INNER; }
 };
 
+// The encoding of one scalar of fixed-size kind K: its bag_wire_size bytes at
+// dst (the walk and the generated encoders both write them here).
+template <BagKind K>
+__attribute__((always_inline)) inline void bag_fixed_put(uint8_t *dst, const uint8_t *in) {
+    auto be32 = [](uint8_t *d, uint32_t v) {
+        v = __builtin_bswap32(v);
+        memcpy(d, &v, 4);
+    };
+    if constexpr (K == BagKind::U8) {
+        be32(dst, *in);
+    } else if constexpr (K == BagKind::U16) {
+        uint16_t v;
+        memcpy(&v, in, 2);
+        be32(dst, v);
+    } else if constexpr (K == BagKind::U32 || K == BagKind::S32 || K == BagKind::BOOL) {
+        uint32_t v;
+        memcpy(&v, in, 4);
+        be32(dst, v);
+    } else if constexpr (K == BagKind::U64) {
+        uint64_t v;
+        memcpy(&v, in, 8);
+        be32(dst, uint32_t(v >> 32));
+        be32(dst + 4, uint32_t(v));
+    } else if constexpr (K == BagKind::IP || K == BagKind::MAC || K == BagKind::ESI) {
+        constexpr size_t n = bag_scalar_size(K);
+        memcpy(dst, in, n);
+        if constexpr (bag_pad4(n) > n) memset(dst + n, 0, bag_pad4(n) - n);
+    } else {
+        static_assert(K == BagKind::RD || K == BagKind::RT);
+        l2vpn_bag_rd_t v;
+        memcpy(&v, in, sizeof v);
+        be32(dst, v.format);
+        memcpy(dst + 4, v.value, 8);
+    }
+}
+
+// One scalar of fixed-size kind K appended to out.
+template <BagKind K>
+__attribute__((always_inline)) inline uint32_t bag_put_fixed(BagEncodeOut &out, const uint8_t *in) {
+    bag_fixed_put<K>(reinterpret_cast<uint8_t *>(out.room(bag_wire_size(K))), in);
+    return 0;
+}
+
 // Inlined: it runs once per scalar of every record a loader stores.
 __attribute__((always_inline)) inline uint32_t bag_encode_scalar(BagKind k, const uint8_t *in, BagEncodeState &st) {
     BagEncodeOut &out = st.out;
     switch (k) {
-    case BagKind::U8: bag_put32(out, *in); return 0;
-    case BagKind::U16: { uint16_t v; memcpy(&v, in, 2); bag_put32(out, v); return 0; }
-    case BagKind::U32: case BagKind::S32: case BagKind::BOOL: {
-        uint32_t v;
-        memcpy(&v, in, 4);
-        bag_put32(out, v);
-        return 0;
-    }
-    case BagKind::U64: {
-        uint64_t v;
-        memcpy(&v, in, 8);
-        bag_put32(out, uint32_t(v >> 32));
-        bag_put32(out, uint32_t(v));
-        return 0;
-    }
-    case BagKind::IP: case BagKind::MAC: case BagKind::ESI: {
-        size_t n = bag_scalar_size(k);
-        out.append(in, n);
-        out.zeros(bag_pad4(n) - n);
-        return 0;
-    }
-    case BagKind::RD: case BagKind::RT: {
-        l2vpn_bag_rd_t v;
-        memcpy(&v, in, sizeof v);
-        bag_put32(out, v.format);
-        out.append(v.value, 8);
-        return 0;
-    }
+    case BagKind::U8: return bag_put_fixed<BagKind::U8>(out, in);
+    case BagKind::U16: return bag_put_fixed<BagKind::U16>(out, in);
+    case BagKind::U32: return bag_put_fixed<BagKind::U32>(out, in);
+    case BagKind::S32: return bag_put_fixed<BagKind::S32>(out, in);
+    case BagKind::BOOL: return bag_put_fixed<BagKind::BOOL>(out, in);
+    case BagKind::U64: return bag_put_fixed<BagKind::U64>(out, in);
+    case BagKind::IP: return bag_put_fixed<BagKind::IP>(out, in);
+    case BagKind::MAC: return bag_put_fixed<BagKind::MAC>(out, in);
+    case BagKind::ESI: return bag_put_fixed<BagKind::ESI>(out, in);
+    case BagKind::RD: return bag_put_fixed<BagKind::RD>(out, in);
+    case BagKind::RT: return bag_put_fixed<BagKind::RT>(out, in);
     case BagKind::STR: case BagKind::OPTSTR: {
         const char *s;
         memcpy(&s, in, sizeof s);
@@ -485,41 +511,6 @@ uint32_t decode_entry(BagDecodeState &d, uint8_t *out, int depth) {
 // with the walk's checks, in its order, so that a record fails as the walk
 // fails it.
 
-// The encoding of one scalar of fixed-size kind K: its bag_wire_size bytes at dst.
-template <BagKind K>
-__attribute__((always_inline)) inline void fixed_put(uint8_t *dst, const uint8_t *in) {
-    auto be32 = [](uint8_t *d, uint32_t v) {
-        v = __builtin_bswap32(v);
-        memcpy(d, &v, 4);
-    };
-    if constexpr (K == BagKind::U8) {
-        be32(dst, *in);
-    } else if constexpr (K == BagKind::U16) {
-        uint16_t v;
-        memcpy(&v, in, 2);
-        be32(dst, v);
-    } else if constexpr (K == BagKind::U32 || K == BagKind::S32 || K == BagKind::BOOL) {
-        uint32_t v;
-        memcpy(&v, in, 4);
-        be32(dst, v);
-    } else if constexpr (K == BagKind::U64) {
-        uint64_t v;
-        memcpy(&v, in, 8);
-        be32(dst, uint32_t(v >> 32));
-        be32(dst + 4, uint32_t(v));
-    } else if constexpr (K == BagKind::IP || K == BagKind::MAC || K == BagKind::ESI) {
-        constexpr size_t n = bag_scalar_size(K);
-        memcpy(dst, in, n);
-        if constexpr (bag_pad4(n) > n) memset(dst + n, 0, bag_pad4(n) - n);
-    } else {
-        static_assert(K == BagKind::RD || K == BagKind::RT);
-        l2vpn_bag_rd_t v;
-        memcpy(&v, in, sizeof v);
-        be32(dst, v.format);
-        memcpy(dst + 4, v.value, 8);
-    }
-}
-
 // Steps [I, E) of L, all of one size, written from dst on.
 template <class L, size_t I, size_t E>
 __attribute__((always_inline)) inline uint32_t put_run(uint8_t *dst, const uint8_t *rec, int depth) {
@@ -608,11 +599,7 @@ template <BagKind K, size_t Off>
 struct F {
     static constexpr uint32_t wire = bag_wire_size(K);
     static constexpr size_t off = Off;
-    static constexpr size_t size = K == BagKind::U8 ? 1 : K == BagKind::U16 ? 2
-                                 : K == BagKind::MAC ? 6 : K == BagKind::ESI ? 10
-                                 : K == BagKind::IP ? 16 : K == BagKind::U64 ? 8
-                                 : K == BagKind::RD || K == BagKind::RT ? sizeof(l2vpn_bag_rd_t)
-                                 : K == BagKind::STR || K == BagKind::OPTSTR ? sizeof(char *) : 4;
+    static constexpr size_t size = bag_scalar_size(K);
     static constexpr uint32_t min_encoded = bag_min_encoded(K, nullptr);
     __attribute__((always_inline)) static uint32_t at(const uint8_t *src, uint8_t *rec, int) {
         return bag_fixed_at<K>(src, rec + Off);
@@ -622,7 +609,7 @@ struct F {
         return d.text<K == BagKind::OPTSTR>(rec + Off);
     }
     __attribute__((always_inline)) static uint32_t put(uint8_t *dst, const uint8_t *rec, int) {
-        fixed_put<K>(dst, rec + Off);
+        bag_fixed_put<K>(dst, rec + Off);
         return 0;
     }
     __attribute__((always_inline)) static uint32_t encode(BagEncodeState &st, const uint8_t *rec, int) {
@@ -721,7 +708,7 @@ struct A : ArrayStep<A<K, Off>, Off> {
     static uint32_t put_elements(BagEncodeState &st, uint32_t count, const uint8_t *data, int) {
         if constexpr (bag_wire_size(K) != 0) {
             return put_fixed_elements(st, count, bag_wire_size(K), [&](uint8_t *dst, uint32_t e) {
-                fixed_put<K>(dst, data + size_t(e) * kElemSize);
+                bag_fixed_put<K>(dst, data + size_t(e) * kElemSize);
                 return 0u;
             });
         } else {

@@ -81,8 +81,8 @@ DatabaseCheck check_database(const std::string &path, const std::string &origin,
         } else {
             sqlite3_stmt *q = nullptr;
             rc = sqlite3_prepare_v2(db,
-                                    "SELECT 1 FROM attribute l JOIN item ON item.list = l.v1 "
-                                    "WHERE l.kind = " SYSDB_KIND_LISTING " AND l.key = ?1 LIMIT 1",
+                                    "SELECT 1 FROM " SYSDB_LISTINGS " l JOIN item ON item.list = l.id "
+                                    "WHERE l.root = ?1 LIMIT 1",
                                     -1, &q, nullptr);
             if (rc == SQLITE_OK) {
                 sqlite3_bind_text(q, 1, view.root.c_str(), -1, SQLITE_TRANSIENT);

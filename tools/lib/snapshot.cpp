@@ -558,8 +558,7 @@ bool dump_snapshot(const std::string &db_path, std::ostream &out, std::string &e
         std::string root, path;
     };
     std::vector<List> lists;
-    if (!prep("SELECT v1, key, key2 FROM attribute WHERE kind = " SYSDB_KIND_LISTING
-              " AND instr(key2, '#') = 0 ORDER BY key, key2"))
+    if (!prep("SELECT id, root, path FROM " SYSDB_LISTINGS " WHERE instr(path, '#') = 0 ORDER BY root, path"))
         return false;
     while (row())
         lists.push_back({sqlite3_column_int64(s, 0), reinterpret_cast<const char *>(sqlite3_column_text(s, 1)),

@@ -1118,7 +1118,7 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open(const std::string &named, std::st
         sqlite3_stmt **s;
         const char *sql;
     } stmts[] = {
-        {&impl->ins_list, "INSERT INTO attribute(kind, key, key2, v1, v2) VALUES (" SYSDB_KIND_LISTING ", ?2, ?3, ?1, ?4)"},
+        {&impl->ins_list, SYSDB_INSERT_LISTING},
         {&impl->ins_item, "INSERT INTO item(list, skey, name, data) VALUES (?1, ?2, ?3, ?4)"},
         {&impl->ins_index, "INSERT INTO item_index(list, ikey) VALUES (?1, ?2)"},
         {&impl->ins_cap,
@@ -1429,7 +1429,7 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open_live(const std::string &named, st
         sqlite3_stmt **s;
         const char *sql;
     } stmts[] = {
-        {&m.ins_list, "INSERT INTO attribute(kind, key, key2, v1, v2) VALUES (" SYSDB_KIND_LISTING ", ?2, ?3, ?1, ?4)"},
+        {&m.ins_list, SYSDB_INSERT_LISTING},
         {&m.ins_item, "INSERT OR IGNORE INTO item(list, skey, name, data) VALUES (?1, ?2, ?3, ?4)"},
         {&m.ins_index, "INSERT OR IGNORE INTO item_index(list, ikey) VALUES (?1, ?2)"},
         {&m.put_item, "INSERT OR REPLACE INTO item(list, skey, name, data) VALUES (?1, ?2, ?3, ?4)"},
@@ -1458,7 +1458,7 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open_live(const std::string &named, st
     m.max_queued = Impl::kLiveQueued;
     // The listings the file has already.
     sqlite3_stmt *s = nullptr;
-    if (sqlite3_prepare_v2(m.db, "SELECT v1, key, key2 FROM attribute WHERE kind = " SYSDB_KIND_LISTING, -1, &s, nullptr) != SQLITE_OK) {
+    if (sqlite3_prepare_v2(m.db, "SELECT id, root, path FROM " SYSDB_LISTINGS, -1, &s, nullptr) != SQLITE_OK) {
         err = target + ": " + sqlite3_errmsg(m.db);
         return nullptr;
     }

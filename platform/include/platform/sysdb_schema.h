@@ -24,8 +24,10 @@ constexpr int32_t kVersion = 6;                 // PRAGMA user_version
 #define SYSDB_KIND_INTERFACE "2"   // key: the handle; v1: the name; v2: the state
 #define SYSDB_KIND_BD_STATS "3"    // key: the bridge domain; key2: the node; v1: the counters (pack_counters)
 #define SYSDB_KIND_LISTING "4"     // key: the root; key2: the path; v1: the listing's id; v2: its record type
-// The listings as a table (id, root, path), for statements that join them.
+// The listings as a table (id, root, path), for statements that read or join them.
 #define SYSDB_LISTINGS "(SELECT v1 AS id, key AS root, key2 AS path FROM attribute WHERE kind = " SYSDB_KIND_LISTING ")"
+// A new listing: ?1 its id, ?2 its root, ?3 its path, ?4 its record type.
+#define SYSDB_INSERT_LISTING "INSERT INTO attribute(kind, key, key2, v1, v2) VALUES (" SYSDB_KIND_LISTING ", ?2, ?3, ?1, ?4)"
 // The kinds as numbers, for statements that bind a kind.
 constexpr int kind_number(const char *sql) {
     int n = 0;
