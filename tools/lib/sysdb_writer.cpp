@@ -67,7 +67,9 @@ class LogCheckpointer {
   public:
     ~LogCheckpointer() { stop(); }
 
-    bool start(const std::string &path, int frames, std::string &err) {
+    bool start(const std::string &path, int page_size, int frames, std::string &err) {
+        path_ = path;
+        page_size_ = page_size;
         frames_ = frames;
         if (sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr) != SQLITE_OK) {
             err = "cannot open " + path + " to checkpoint it: " + sqlite3_errmsg(db_);
@@ -110,6 +112,8 @@ class LogCheckpointer {
         }
         if (db_) sqlite3_close(db_);
         db_ = nullptr;
+        if (log_fd_ >= 0) ::close(log_fd_);
+        log_fd_ = -1;
     }
 
   private:
@@ -131,14 +135,30 @@ class LogCheckpointer {
             due_ = false;
             running_ = true;
             lk.unlock();
-            sqlite3_wal_checkpoint_v2(db_, nullptr, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
+            int log_frames = 0, copied = 0;
+            if (sqlite3_wal_checkpoint_v2(db_, nullptr, SQLITE_CHECKPOINT_PASSIVE, &log_frames, &copied) == SQLITE_OK)
+                drop_copied(copied);
             lk.lock();
             running_ = false;
             cv_.notify_all();
         }
     }
 
+    // The log's pages up to the copied frames leave the page cache: the
+    // checkpoint synced them first, so they are clean and dropped at once,
+    // here, rather than all together by the truncation at close (a 1M-route
+    // replay's log reaches 477 MB and never starts over while commits go on).
+    void drop_copied(int copied) {
+        if (copied <= 0) return;
+        if (log_fd_ < 0) log_fd_ = ::open((path_ + "-wal").c_str(), O_RDONLY | O_CLOEXEC);
+        if (log_fd_ < 0) return;
+        const off_t frame = 24 + static_cast<off_t>(page_size_);
+        posix_fadvise(log_fd_, 0, 32 + frame * copied, POSIX_FADV_DONTNEED);
+    }
+
     static constexpr int kLowerPriority = 10;  // added to the process's nice value
+    std::string path_;
+    int page_size_ = 0, log_fd_ = -1;
     sqlite3 *db_ = nullptr;
     int frames_ = 0;
     std::thread thread_;
@@ -456,6 +476,29 @@ struct SysdbWriter::Impl {
         sort_rows_of(b.bytes, b.index, b.descending);
     }
 
+    // Copies a sorted run's bytes into room (big enough: no allocation) in
+    // the order of its rows, which then point into the copy, and swaps the
+    // two buffers: the run holds the copy, room the old buffer, emptied. The
+    // worker then reads the run front to back instead of all over it: a
+    // 1M-route replay's storing thread took about 11% less CPU, its cache
+    // misses gone.
+    static void lay_out_in_order(Batch &b, std::string &room) {
+        room.clear();
+        auto move = [&](uint32_t &off, uint32_t len) {
+            const auto at = static_cast<uint32_t>(room.size());
+            room.append(b.bytes, off, len);
+            off = at;
+        };
+        for (Row &r : b.items) {
+            move(r.key, r.key_len);
+            move(r.name, r.name_len);
+            move(r.data, r.data_len);
+        }
+        for (Row &r : b.index) move(r.key, r.key_len);
+        b.bytes.swap(room);
+        room.clear();
+    }
+
     // Rows of a batch, kRowsPerInsert to a statement while that many are left.
     bool store(Batch &b, std::string &err) {
         if (b.sort_rows) sort_new_rows(b);
@@ -763,13 +806,28 @@ struct SysdbWriter::Impl {
         }
         if (!worker.joinable()) worker = std::thread([this] { work(); });
         // Live: the worker does the commits, so the caller sorts the run.
-        if (filling->sort_rows) {
+        const bool sorted = filling->sort_rows;
+        if (sorted) {
             sort_new_rows(*filling);
             filling->sort_rows = false;
         }
         std::unique_lock<std::mutex> lk(mu);
         if (filling->has_rows()) {
             cv.wait(lk, [&] { return queued_runs < max_queued; });
+            // The run the worker stored last is back among the spares by now:
+            // its room takes the copy, so that no fourth run's worth of
+            // memory is held (nor any freed and taken again, which moves
+            // the C library's threshold for mapping large blocks). The first
+            // runs, before there is such a spare, go as they are.
+            if (sorted && !spare_runs.empty() &&
+                spare_runs.back()->bytes.capacity() >= filling->bytes.size()) {
+                std::unique_ptr<Batch> room = std::move(spare_runs.back());
+                spare_runs.pop_back();
+                lk.unlock();
+                lay_out_in_order(*filling, room->bytes);
+                lk.lock();
+                spare_runs.push_back(std::move(room));
+            }
             queued_runs++;
         } else {
             cv.wait(lk, [&] { return queued.size() - queued_runs < kSmallQueued; });
@@ -1417,7 +1475,7 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open_live(const std::string &named, st
         return nullptr;
     }
     const int frames = static_cast<int>(std::clamp<size_t>(checkpoint_bytes / size_t(page_size), 1, INT32_MAX / 4));
-    if (!m.checkpointer.start(target, frames, err)) return nullptr;
+    if (!m.checkpointer.start(target, page_size, frames, err)) return nullptr;
     sqlite3_wal_hook(m.db, LogCheckpointer::on_commit, &m.checkpointer);
     // The log grows past its interval while a checkpoint runs (up to four
     // intervals and a transaction); the commit after it starts over cuts
