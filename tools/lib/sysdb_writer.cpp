@@ -67,9 +67,7 @@ class LogCheckpointer {
   public:
     ~LogCheckpointer() { stop(); }
 
-    bool start(const std::string &path, int page_size, int frames, std::string &err) {
-        path_ = path;
-        page_size_ = page_size;
+    bool start(const std::string &path, int frames, std::string &err) {
         frames_ = frames;
         if (sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr) != SQLITE_OK) {
             err = "cannot open " + path + " to checkpoint it: " + sqlite3_errmsg(db_);
@@ -112,8 +110,6 @@ class LogCheckpointer {
         }
         if (db_) sqlite3_close(db_);
         db_ = nullptr;
-        if (log_fd_ >= 0) ::close(log_fd_);
-        log_fd_ = -1;
     }
 
   private:
@@ -135,30 +131,14 @@ class LogCheckpointer {
             due_ = false;
             running_ = true;
             lk.unlock();
-            int log_frames = 0, copied = 0;
-            if (sqlite3_wal_checkpoint_v2(db_, nullptr, SQLITE_CHECKPOINT_PASSIVE, &log_frames, &copied) == SQLITE_OK)
-                drop_copied(copied);
+            sqlite3_wal_checkpoint_v2(db_, nullptr, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
             lk.lock();
             running_ = false;
             cv_.notify_all();
         }
     }
 
-    // The log's pages up to the copied frames leave the page cache: the
-    // checkpoint synced them first, so they are clean and dropped at once,
-    // here, rather than all together by the truncation at close (a 1M-route
-    // replay's log reaches 477 MB and never starts over while commits go on).
-    void drop_copied(int copied) {
-        if (copied <= 0) return;
-        if (log_fd_ < 0) log_fd_ = ::open((path_ + "-wal").c_str(), O_RDONLY | O_CLOEXEC);
-        if (log_fd_ < 0) return;
-        const off_t frame = 24 + static_cast<off_t>(page_size_);
-        posix_fadvise(log_fd_, 0, 32 + frame * copied, POSIX_FADV_DONTNEED);
-    }
-
     static constexpr int kLowerPriority = 10;  // added to the process's nice value
-    std::string path_;
-    int page_size_ = 0, log_fd_ = -1;
     sqlite3 *db_ = nullptr;
     int frames_ = 0;
     std::thread thread_;
@@ -1475,7 +1455,7 @@ std::unique_ptr<SysdbWriter> SysdbWriter::open_live(const std::string &named, st
         return nullptr;
     }
     const int frames = static_cast<int>(std::clamp<size_t>(checkpoint_bytes / size_t(page_size), 1, INT32_MAX / 4));
-    if (!m.checkpointer.start(target, page_size, frames, err)) return nullptr;
+    if (!m.checkpointer.start(target, frames, err)) return nullptr;
     sqlite3_wal_hook(m.db, LogCheckpointer::on_commit, &m.checkpointer);
     // The log grows past its interval while a checkpoint runs (up to four
     // intervals and a transaction); the commit after it starts over cuts
