@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <sched.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -12,7 +13,9 @@
 #include <atomic>
 #include <memory>
 #include <chrono>
+#include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <regex>
 #include <sstream>
 #include <thread>
@@ -130,6 +133,7 @@ class Collector {
         }
     }
     int port() const { return port_; }
+    pid_t pid() const { return pid_; }
     const std::string &db() const { return db_; }
     std::string log() const { return slurp(log_); }
 
@@ -480,6 +484,42 @@ TEST(CollectDaemon, RoutersBeyondTheDescriptorLimitAreRefusedWithoutSpinning) {
     s.insert(s.end(), e.bytes().begin(), e.bytes().end());
     ASSERT_TRUE(r.send(s));
     EXPECT_TRUE(c.wait_show("0", mac_text(6, 1))) << c.log();
+}
+
+// The scheduling policy of each of pid's threads (field 41 of their stat).
+std::vector<int> thread_policies(pid_t pid) {
+    std::vector<int> policies;
+    const std::string tasks = "/proc/" + std::to_string(pid) + "/task";
+    for (const auto &t : std::filesystem::directory_iterator(tasks)) {
+        std::ifstream f(t.path() / "stat");
+        std::string text((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
+        std::istringstream rest(text.substr(text.rfind(')') + 2));  // fields from the third on
+        std::string field;
+        for (int i = 3; i <= 41 && rest >> field; i++)
+            if (i == 41) policies.push_back(std::stoi(field));
+    }
+    return policies;
+}
+
+TEST(CollectDaemon, EveryThreadRunsAtTheBatchPolicyUnlessStartedAtAnother) {
+    TempDir dir;
+    Collector c(dir);
+    Router r(c.port());
+    std::vector<uint8_t> s = router_start(5);
+    bmp::Encoder e;
+    mac_route(e, 5, 1);
+    s.insert(s.end(), e.bytes().begin(), e.bytes().end());
+    ASSERT_TRUE(r.send(s));
+    ASSERT_TRUE(c.wait_show("0", mac_text(5, 1))) << c.log();  // the store's threads are running
+    const std::vector<int> batch = thread_policies(c.pid());
+    ASSERT_GE(batch.size(), 2u);
+    for (int p : batch) EXPECT_EQ(p, SCHED_BATCH);
+
+    // Started at the idle policy (a unit's CPUSchedulingPolicy=idle), it stays there.
+    TempDir other;
+    Collector idle(other, {}, {"/usr/bin/chrt", "--idle", "0"});
+    ASSERT_GT(idle.port(), 0) << idle.log();
+    for (int p : thread_policies(idle.pid())) EXPECT_EQ(p, SCHED_IDLE);
 }
 
 TEST(CollectDaemon, SigtermEndsTheSessionsCommitsAndLeavesALoadableStore) {
