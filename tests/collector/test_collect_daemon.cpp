@@ -99,6 +99,15 @@ std::string mac_text(uint8_t pe, uint8_t mac_last) {
     return s;
 }
 
+// A router's session start, then MAC routes mac_first..mac_last of its EVI.
+std::vector<uint8_t> router_with_macs(uint8_t pe, uint8_t mac_first, uint8_t mac_last) {
+    std::vector<uint8_t> s = router_start(pe);
+    bmp::Encoder e;
+    for (int m = mac_first; m <= mac_last; m++) mac_route(e, pe, static_cast<uint8_t>(m));
+    s.insert(s.end(), e.bytes().begin(), e.bytes().end());
+    return s;
+}
+
 // ---- The program ----------------------------------------------------------------
 
 // The show client's report from a store.
@@ -457,11 +466,7 @@ TEST(CollectDaemon, RoutersOutsideTheAllowListAndOverTheSessionLimitAreRefused) 
     EXPECT_TRUE(third.closed_by_peer());
     EXPECT_TRUE(c.wait_log(third.name("127.0.0.2") + ": refused: 2 sessions open, the most allowed")) << c.log();
     // The admitted ones still work.
-    std::vector<uint8_t> s = router_start(4);
-    bmp::Encoder e;
-    mac_route(e, 4, 9);
-    s.insert(s.end(), e.bytes().begin(), e.bytes().end());
-    ASSERT_TRUE(first.send(s));
+    ASSERT_TRUE(first.send(router_with_macs(4, 9, 9)));
     EXPECT_TRUE(c.wait_show("0", mac_text(4, 9))) << c.log();
 }
 
@@ -478,11 +483,7 @@ TEST(CollectDaemon, RoutersBeyondTheDescriptorLimitAreRefusedWithoutSpinning) {
     // Once routers leave, the next one is served.
     routers.clear();
     Router r(c.port());
-    std::vector<uint8_t> s = router_start(6);
-    bmp::Encoder e;
-    mac_route(e, 6, 1);
-    s.insert(s.end(), e.bytes().begin(), e.bytes().end());
-    ASSERT_TRUE(r.send(s));
+    ASSERT_TRUE(r.send(router_with_macs(6, 1, 1)));
     EXPECT_TRUE(c.wait_show("0", mac_text(6, 1))) << c.log();
 }
 
@@ -505,11 +506,7 @@ TEST(CollectDaemon, EveryThreadRunsAtTheBatchPolicyUnlessStartedAtAnother) {
     TempDir dir;
     Collector c(dir);
     Router r(c.port());
-    std::vector<uint8_t> s = router_start(5);
-    bmp::Encoder e;
-    mac_route(e, 5, 1);
-    s.insert(s.end(), e.bytes().begin(), e.bytes().end());
-    ASSERT_TRUE(r.send(s));
+    ASSERT_TRUE(r.send(router_with_macs(5, 1, 1)));
     ASSERT_TRUE(c.wait_show("0", mac_text(5, 1))) << c.log();  // the store's threads are running
     const std::vector<int> batch = thread_policies(c.pid());
     ASSERT_GE(batch.size(), 2u);
@@ -526,11 +523,7 @@ TEST(CollectDaemon, SigtermEndsTheSessionsCommitsAndLeavesALoadableStore) {
     TempDir dir;
     Collector c(dir);
     Router r(c.port());
-    std::vector<uint8_t> s = router_start(5);
-    bmp::Encoder e;
-    for (uint8_t m = 0; m < 50; m++) mac_route(e, 5, m);
-    s.insert(s.end(), e.bytes().begin(), e.bytes().end());
-    ASSERT_TRUE(r.send(s));
+    ASSERT_TRUE(r.send(router_with_macs(5, 0, 49)));
     ASSERT_TRUE(c.wait_show("0", mac_text(5, 49))) << c.log();
     EXPECT_EQ(c.terminate(), 0) << c.log();
     std::string log = c.log();
