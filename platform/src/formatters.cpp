@@ -540,6 +540,11 @@ int is_nonzero_esi(const uint8_t *esi) { return esi != nullptr && !all_zero(esi,
 int is_nonzero_show_esi_string(const char *esi_text) {
     if (esi_text == nullptr || esi_text[0] == '\0')
         return 0;
+    // Any character but a zero digit or a separator is a nonzero digit or no
+    // ESI at all: non-zero either way, without parsing the rest.
+    for (const char *p = esi_text; *p; p++)
+        if (*p != '0' && *p != '.' && *p != ':' && *p != '-')
+            return 1;
     uint8_t esi[kEsiLen];
     return evpn_esi_pton(esi_text, esi) != 0 || !all_zero(esi, kEsiLen);
 }
