@@ -778,10 +778,10 @@ size_t l2vpn_month_day_time(time_t secs, unsigned fraction, int digits, char (&o
     } else if (!gmtime_r(&secs, &tm)) {
         return 0;
     }
-    // Every field of a converted time has two digits (the year is not shown).
+    // Every field of a converted time has two digits (the year is not shown):
+    // its last two, one pair of the table.
     const auto two = [](char *p, int v) {
-        p[0] = static_cast<char>('0' + v / 10 % 10);
-        p[1] = static_cast<char>('0' + v % 10);
+        memcpy(p, kDigitPairs + 2 * (static_cast<unsigned>(v) % 100), 2);
     };
     two(out, tm.tm_mon + 1);
     out[2] = '/';
