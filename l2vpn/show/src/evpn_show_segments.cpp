@@ -295,7 +295,7 @@ void print_es_brief(const l2vpn_evpn_es_bag &es, bool etree, bool priv) {
     }
     for (uint32_t i = 0; i < n; i++) {
         const l2vpn_evpn_es_nexthop &nh = es.nexthops.data[i];
-        if (i > 0) show_print<"%-59.59s">("");  // under the first address
+        if (i > 0) show_print<"                                                           ">();  // 59 columns: under the first address
         show_print<" %s">(l2vpn_inet_ntop(&nh.address));
         if (priv) show_print<" %s%s">(nh.nh_standby ? "S" : " ", nh.nh_up ? "U" : " ");
         show_print<"\n">();
@@ -422,9 +422,15 @@ void print_es_peers(const l2vpn_evpn_es_bag &es, bool priv) {
             memcpy(kept[i], address, len);
             kept[i][len] = '\0';
         }
-        show_print<"     %s [%s:%s:%02x%s]">(address,
-                    code_word(kEsDfTypeWords, nh.df_type, "Invalid"), nh.dont_preempt ? "DP" : "P",
-                    nh.df_preference, nh.time_sync ? ":T" : "");
+        // The preemption and time-sync marks stand in the formats.
+        const char *df = code_word(kEsDfTypeWords, nh.df_type, "Invalid");
+        if (nh.dont_preempt) {
+            if (nh.time_sync) show_print<"     %s [%s:DP:%02x:T]">(address, df, nh.df_preference);
+            else show_print<"     %s [%s:DP:%02x]">(address, df, nh.df_preference);
+        } else {
+            if (nh.time_sync) show_print<"     %s [%s:P:%02x:T]">(address, df, nh.df_preference);
+            else show_print<"     %s [%s:P:%02x]">(address, df, nh.df_preference);
+        }
         if (is_valid_mac(nh.mac)) show_print<"[%s]">(macstring(nh.mac, 6));
         if (priv) show_print<"[%u]">(nh.df_info);
         show_print<"\n">();
