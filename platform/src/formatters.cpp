@@ -261,8 +261,12 @@ bool all_zero(const uint8_t *p, size_t n) {
 bool has_prefix_and_rest(const char *name, const char *prefix) {
     if (name == nullptr)
         return false;
-    size_t n = strlen(prefix);
-    return strncmp(name, prefix, n) == 0 && name[n] != '\0';
+    // One pass over the prefix: a name that ends inside it differs at its NUL.
+    size_t n = 0;
+    for (; prefix[n] != '\0'; n++)
+        if (name[n] != prefix[n])
+            return false;
+    return name[n] != '\0';
 }
 
 // ---- RD / RT ---------------------------------------------------------------

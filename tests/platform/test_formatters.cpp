@@ -337,6 +337,11 @@ TEST(Formatters, AttachmentNames) {
         EXPECT_EQ(buf[80], kFill);
     }
     EXPECT_EQ(is_name_etree_es(nullptr), 0);
+    // A name is E-Tree with something after the whole prefix only.
+    EXPECT_EQ(is_name_etree_es("ETREE:bond1"), 1);
+    EXPECT_EQ(is_name_etree_es("ETREE:"), 0);
+    EXPECT_EQ(is_name_etree_es("ETRE"), 0);
+    EXPECT_EQ(is_name_etree_es("ETREE-bond1"), 0);
     char key[13];   // exactly fits the first name
     EXPECT_EQ(imc_internal_namestring("ports/1/eth1", key, sizeof key, 0), 0);
     EXPECT_STREQ(key, "ports_1_eth1");
