@@ -261,8 +261,12 @@ bool all_zero(const uint8_t *p, size_t n) {
 bool has_prefix_and_rest(const char *name, const char *prefix) {
     if (name == nullptr)
         return false;
-    size_t n = strlen(prefix);
-    return strncmp(name, prefix, n) == 0 && name[n] != '\0';
+    // One pass over the prefix: a name that ends inside it differs at its NUL.
+    size_t n = 0;
+    for (; prefix[n] != '\0'; n++)
+        if (name[n] != prefix[n])
+            return false;
+    return name[n] != '\0';
 }
 
 // ---- RD / RT ---------------------------------------------------------------
@@ -540,6 +544,11 @@ int is_nonzero_esi(const uint8_t *esi) { return esi != nullptr && !all_zero(esi,
 int is_nonzero_show_esi_string(const char *esi_text) {
     if (esi_text == nullptr || esi_text[0] == '\0')
         return 0;
+    // Any character but a zero digit or a separator is a nonzero digit or no
+    // ESI at all: non-zero either way, without parsing the rest.
+    for (const char *p = esi_text; *p; p++)
+        if (*p != '0' && *p != '.' && *p != ':' && *p != '-')
+            return 1;
     uint8_t esi[kEsiLen];
     return evpn_esi_pton(esi_text, esi) != 0 || !all_zero(esi, kEsiLen);
 }
@@ -773,10 +782,10 @@ size_t l2vpn_month_day_time(time_t secs, unsigned fraction, int digits, char (&o
     } else if (!gmtime_r(&secs, &tm)) {
         return 0;
     }
-    // Every field of a converted time has two digits (the year is not shown).
+    // Every field of a converted time has two digits (the year is not shown):
+    // its last two, one pair of the table.
     const auto two = [](char *p, int v) {
-        p[0] = static_cast<char>('0' + v / 10 % 10);
-        p[1] = static_cast<char>('0' + v % 10);
+        memcpy(p, kDigitPairs + 2 * (static_cast<unsigned>(v) % 100), 2);
     };
     two(out, tm.tm_mon + 1);
     out[2] = '/';

@@ -417,6 +417,67 @@ TEST_F(SegmentPrinters, CarvingValuesAtTheirLimits) {
             << c.count << " compress " << c.compress;
 }
 
+// With compress every item but the last has a row of its own; the sixth
+// item takes no comma, and the row after it stays empty.
+TEST_F(SegmentPrinters, CarvingRunsEachOnARowAndTheSixthItemWithoutAComma) {
+    const std::string r = row("", "Pri");
+    const uint32_t values[] = {1, 3, 4, 5, 7, 9, 10, 12, 20, 22};
+    EXPECT_EQ(stdout_of([&] { print_carving_values(values, 10, "Pri", true, ""); }),
+              r + "       1,\n" + r + "3-5,\n" + r + "       7,\n" + r + "9-10,\n" + r +
+                      "      12,\n" + r + "      20\n" + r + "\n" + r + "      22\n");
+    // Without compress, six values to a row.
+    EXPECT_EQ(stdout_of([&] { print_carving_values(values, 8, "E", false, "I-Sid"); }),
+              row("I-Sid", "E") + "       1,       3,       4,       5,       7,       9\n" +
+                      row("I-Sid", "E") + "      10,      12\n");
+}
+
+// A title too long for the rows' header buffer starts each row on its own.
+TEST_F(SegmentPrinters, CarvingRowsUnderATitleLongerThanTheirHeader) {
+    const std::string title(90, 't');
+    const std::string r = title + " E   : ";
+    const uint32_t values[] = {1, 2, 4};
+    EXPECT_EQ(stdout_of([&] { print_carving_values(values, 3, "E", true, title.c_str()); }),
+              r + "1-2,\n" + r + "       4\n");
+}
+
+// Thousands of items, many times the printer's block: read back, the rows
+// give every value once, in order, each row under its header.
+TEST_F(SegmentPrinters, CarvingListsLongerThanTheirBlockLoseNoItem) {
+    std::vector<uint32_t> values;
+    for (uint32_t v = 1; values.size() < 5000; v += values.size() % 3 ? 1 : 2 + values.size() % 5)
+        values.push_back(v);
+    values.push_back(4294967295u);
+    for (const bool compress : {true, false}) {
+        const std::string out = stdout_of([&] {
+            print_carving_values(values.data(), static_cast<uint32_t>(values.size()), "NE",
+                                 compress, "EVI");
+        });
+        const std::string r = row("EVI", "NE");
+        std::vector<uint32_t> back;
+        size_t rows = 0;
+        for (size_t at = 0; at < out.size(); rows++) {
+            const size_t end = out.find('\n', at);
+            ASSERT_NE(end, std::string::npos);
+            ASSERT_EQ(out.compare(at, r.size(), r), 0) << "row " << rows;
+            std::string items = out.substr(at + r.size(), end - at - r.size());
+            for (size_t i = 0; i < items.size();) {
+                char *stop;
+                const unsigned long first = strtoul(items.c_str() + i, &stop, 10);
+                unsigned long last = first;
+                if (*stop == '-') last = strtoul(stop + 1, &stop, 10);
+                for (unsigned long v = first; v <= last; v++) back.push_back(static_cast<uint32_t>(v));
+                i = static_cast<size_t>(stop - items.c_str());
+                if (i < items.size() && items[i] == ',') i++;
+            }
+            at = end + 1;
+        }
+        EXPECT_EQ(back, values) << "compress " << compress;
+        if (!compress) {
+            EXPECT_EQ(rows, (values.size() + 5) / 6);
+        }
+    }
+}
+
 // The carving case runs with -p: without it the extra word is left out.
 TEST_F(SegmentPrinters, CarvingIdsWithoutTheirExtraWordOutsidePrivate) {
     l2vpn_evpn_es_id_entry ids[2] = {{100, 0}, {101, 1}};

@@ -172,7 +172,10 @@ TEST(Formatters, EsiTextIsZeroOnlyForTheZeroEsiOrNoText) {
     const struct { const char *text; int nonzero; } cases[] = {
         {"0000.0000.0000.0000.0000", 0}, {"00:00:00:00:00:00:00:00:00:00", 0}, {"", 0},
         {nullptr, 0}, {"0000.0000.0000.0000.0001", 1}, {"0100.0000.0000.0000.0000", 1},
-        {"0000.0000.0000.0000", 1}, {"N/A", 1}};
+        {"0000.0000.0000.0000", 1}, {"N/A", 1},
+        // Zeros and separators alone, yet no ESI: non-zero.
+        {"0000-0000-0000-0000-0000", 1}, {"00:00:00:00:00:00:00:00:00-00", 1},
+        {"0000.0000.0000.0000.00000", 1}, {"00.00", 1}, {"0000.0000.0000.0000.000x", 1}};
     for (const auto &c : cases)
         EXPECT_EQ(is_nonzero_show_esi_string(c.text) != 0, c.nonzero != 0)
             << (c.text ? c.text : "(null)");
@@ -334,6 +337,11 @@ TEST(Formatters, AttachmentNames) {
         EXPECT_EQ(buf[80], kFill);
     }
     EXPECT_EQ(is_name_etree_es(nullptr), 0);
+    // A name is E-Tree with something after the whole prefix only.
+    EXPECT_EQ(is_name_etree_es("ETREE:bond1"), 1);
+    EXPECT_EQ(is_name_etree_es("ETREE:"), 0);
+    EXPECT_EQ(is_name_etree_es("ETRE"), 0);
+    EXPECT_EQ(is_name_etree_es("ETREE-bond1"), 0);
     char key[13];   // exactly fits the first name
     EXPECT_EQ(imc_internal_namestring("ports/1/eth1", key, sizeof key, 0), 0);
     EXPECT_STREQ(key, "ports_1_eth1");

@@ -229,6 +229,7 @@ constexpr size_t kEsNameSize = 80;           // the name conversions' buffer
 constexpr size_t kEsIfNameSize = 64;         // what the interface display form may fill
 constexpr size_t kEsTimeSize = 20;
 constexpr size_t kCarvingItemSize = 91;      // one EVI:ETag item's text
+constexpr size_t kCarvingHeaderSize = 80;    // a carving row's start, NUL included
 constexpr uint32_t kCarvingItemsPerRow = 6;
 
 // Virtual accesses named by a pseudowire or VFI; kind 7 (access EVI) is named
@@ -241,22 +242,21 @@ constexpr uint32_t kEsKindVirtualAccessIf = 5;
 // negative code reads as unsigned.
 
 // "ES Import RT" and "Source MAC": the MAC, then the origin's word or number.
-template <size_t N>
-void print_es_origin(const char *label, const uint8_t *mac, const char *const (&words)[N],
-                     int32_t origin) {
+// The line's label stands padded in both formats (no text conversion for it).
+template <show_format::Format WordLine, show_format::Format NumberLine, size_t N>
+void print_es_origin(const uint8_t *mac, const char *const (&words)[N], int32_t origin) {
     if (origin >= 0 && origin < static_cast<int32_t>(N))
-        show_print<"  %-18.18s: %s %s\n">(label, macstring(mac, 6), words[origin]);
+        show_print<WordLine>(macstring(mac, 6), words[origin]);
     else
-        show_print<"  %-18.18s: %s %u\n">(label, macstring(mac, 6), static_cast<uint32_t>(origin));
+        show_print<NumberLine>(macstring(mac, 6), static_cast<uint32_t>(origin));
 }
 
-template <size_t N>
-void print_es_topology(const char *label, const char *const (&words)[N], int32_t topology,
-                       const char *suffix) {
+template <show_format::Format WordLine, show_format::Format NumberLine, size_t N>
+void print_es_topology(const char *const (&words)[N], int32_t topology, const char *suffix) {
     if (topology >= 0 && topology < static_cast<int32_t>(N))
-        show_print<"     %-15.15s: %s%s\n">(label, words[topology], suffix);
+        show_print<WordLine>(words[topology], suffix);
     else
-        show_print<"     %-15.15s: %u%s\n">(label, static_cast<uint32_t>(topology), suffix);
+        show_print<NumberLine>(static_cast<uint32_t>(topology), suffix);
 }
 
 const char *local_or_global(uint32_t local) { return local ? "(local)" : "(global)"; }
@@ -295,7 +295,7 @@ void print_es_brief(const l2vpn_evpn_es_bag &es, bool etree, bool priv) {
     }
     for (uint32_t i = 0; i < n; i++) {
         const l2vpn_evpn_es_nexthop &nh = es.nexthops.data[i];
-        if (i > 0) show_print<"%-59.59s">("");  // under the first address
+        if (i > 0) show_print<"                                                           ">();  // 59 columns: under the first address
         show_print<" %s">(l2vpn_inet_ntop(&nh.address));
         if (priv) show_print<" %s%s">(nh.nh_standby ? "S" : " ", nh.nh_up ? "U" : " ");
         show_print<"\n">();
@@ -311,7 +311,10 @@ void print_es_interface(const l2vpn_evpn_es_bag &es, bool priv) {
         show_print<"     Num PW Up      : %u\n">(es.num_pw_up);
     } else {
         const bool vai = es.es_kind == kEsKindVirtualAccessIf;
-        show_print<"  %-18.18s:\n">(vai ? "Virtual Access" : "Main port");
+        if (vai)
+            show_print<"  Virtual Access    :\n">();
+        else
+            show_print<"  Main port         :\n">();
         show_print<"     Interface name : ">();
         print_es_display_name(es.name);
         if (!vai) show_print<"     Interface MAC  : %s\n">(macstring(es.interface_mac, 6));
@@ -355,10 +358,11 @@ void print_es_esi_type(const l2vpn_evpn_es_bag &es) {
 
 // A manually configured service list: its size, the list in runs, and with
 // -p the text it was configured with.
-void print_es_manual_list(const char *label, const bag_array<uint32_t> &list, const char *tag,
-                          const char *input, bool priv) {
-    show_print<"     %-15.15s: ">(label);
-    show_print<"%u\n">(count_of(list));
+// Line: the size's line, its label padded in it.
+template <show_format::Format Line>
+void print_es_manual_list(const bag_array<uint32_t> &list, const char *tag, const char *input,
+                          bool priv) {
+    show_print<Line>(count_of(list));
     if (count_of(list)) print_carving_values(list.data, list.count, tag, true, "");
     if (priv) {
         show_print<"     Input String   : ">();
@@ -370,9 +374,10 @@ void print_es_carving(const l2vpn_evpn_es_bag &es, bool priv) {
     show_print<"  Service Carving   : ">();
     show_print<"%s">(code_word(kEsCarvingModeTexts, es.carving_mode, "Invalid\n"));
     if (es.carving_mode == kEsCarvingManual) {
-        print_es_manual_list("Primary", es.manual_primary, "Pri", es.manual_primary_input, priv);
-        print_es_manual_list("Secondary", es.manual_secondary, "Sec", es.manual_secondary_input,
-                             priv);
+        print_es_manual_list<"     Primary        : %u\n">(es.manual_primary, "Pri",
+                                                             es.manual_primary_input, priv);
+        print_es_manual_list<"     Secondary      : %u\n">(es.manual_secondary, "Sec",
+                                                             es.manual_secondary_input, priv);
     } else if (es.carving_mode == kEsCarvingPreferential && priv) {
         show_print<"     Config Weight  : ">();
         show_print<"%d\n">(es.pref_config_weight);
@@ -397,7 +402,7 @@ void print_es_convergence(const l2vpn_evpn_es_bag &es) {
         l2vpn_timespec_string(&es.mobility_flush_last, last, sizeof last);
         show_print<"     Mobility-Flush : Debounce %u sec, Count %u, Skip %u\n">(
                 es.mobility_flush_debounce, es.mobility_flush_count, es.mobility_flush_skip);
-        show_print<"     %-15.15s: Last %s\n">("", es.mobility_flush_count ? last : "n/a");
+        show_print<"                    : Last %s\n">(es.mobility_flush_count ? last : "n/a");
     }
     if (es.conv_nh_tracking)
         show_print<"     Tracked Nexthop: %s\n">(l2vpn_inet_ntop(&es.tracked_nexthop));
@@ -417,9 +422,15 @@ void print_es_peers(const l2vpn_evpn_es_bag &es, bool priv) {
             memcpy(kept[i], address, len);
             kept[i][len] = '\0';
         }
-        show_print<"     %s [%s:%s:%02x%s]">(address,
-                    code_word(kEsDfTypeWords, nh.df_type, "Invalid"), nh.dont_preempt ? "DP" : "P",
-                    nh.df_preference, nh.time_sync ? ":T" : "");
+        // The preemption and time-sync marks stand in the formats.
+        const char *df = code_word(kEsDfTypeWords, nh.df_type, "Invalid");
+        if (nh.dont_preempt) {
+            if (nh.time_sync) show_print<"     %s [%s:DP:%02x:T]">(address, df, nh.df_preference);
+            else show_print<"     %s [%s:DP:%02x]">(address, df, nh.df_preference);
+        } else {
+            if (nh.time_sync) show_print<"     %s [%s:P:%02x:T]">(address, df, nh.df_preference);
+            else show_print<"     %s [%s:P:%02x]">(address, df, nh.df_preference);
+        }
         if (is_valid_mac(nh.mac)) show_print<"[%s]">(macstring(nh.mac, 6));
         if (priv) show_print<"[%u]">(nh.df_info);
         show_print<"\n">();
@@ -451,9 +462,11 @@ void print_es_carving_lists(const bag_array<uint32_t> &isids,
     if (count_of(srv6)) print_carving_ids(srv6.data, srv6.count, tag, "SRv6");
 }
 
-void print_es_vpws_list(const char *label, const bag_array<l2vpn_evpn_es_evi_etag> &list,
-                        const char *tag, bool carving) {
-    show_print<"     %-15.15s: %d\n">(label, static_cast<int>(count_of(list)));
+// Line: the size's line, its label padded in it.
+template <show_format::Format Line>
+void print_es_vpws_list(const bag_array<l2vpn_evpn_es_evi_etag> &list, const char *tag,
+                        bool carving) {
+    show_print<Line>(static_cast<int>(count_of(list)));
     if (carving && count_of(list)) print_carving_evi_etags(list.data, list.count, tag);
 }
 
@@ -473,9 +486,9 @@ void print_es_results(const l2vpn_evpn_es_bag &es, bool carving) {
                                es.not_elected_srv6, "NE");
 
     show_print<"  EVPN-VPWS Service Carving Results:\n">();
-    print_es_vpws_list("Primary", es.vpws_primary, "P", carving);
-    print_es_vpws_list("Backup", es.vpws_backup, "B", carving);
-    print_es_vpws_list("Non-DF", es.vpws_non_df, "NDF", carving);
+    print_es_vpws_list<"     Primary        : %d\n">(es.vpws_primary, "P", carving);
+    print_es_vpws_list<"     Backup         : %d\n">(es.vpws_backup, "B", carving);
+    print_es_vpws_list<"     Non-DF         : %d\n">(es.vpws_non_df, "NDF", carving);
 }
 
 // Each timer line: its configured value, then whether it runs and for how
@@ -1017,6 +1030,72 @@ void print_evpn_igmp_bag(const void *record, const char *, PrintContext *) {
 
 // ---- Service carving lists -------------------------------------------------------
 
+namespace {
+
+// A carving list's rows gathered in a block of their own and written out
+// whole: an item is a few bytes after a row header, where a report line's
+// room check and conversions cost more than its text (a list of thousands
+// of EVIs is a line per run).
+class CarvingRows {
+public:
+    // header: every further row's start, or null when it did not fit its
+    // buffer (a long title); rows then start through the report line.
+    CarvingRows(const char *header, size_t header_len, const char *title, const char *tag)
+        : header_(header), header_len_(header_len), title_(title), tag_(tag) {}
+    CarvingRows(const CarvingRows &) = delete;
+    CarvingRows &operator=(const CarvingRows &) = delete;
+
+    // Room for one item and the two row starts that may stand around it.
+    void reserve() {
+        if (sizeof block_ - used_ < kItemRoom) flush();
+    }
+    void row() {
+        if (header_ == nullptr) {
+            flush();
+            print_carving_row_header(title_, tag_, false);
+            return;
+        }
+        // The whole buffer, a copy of known size; what passes the header's
+        // end is overwritten by what follows.
+        memcpy(block_ + used_, header_, kCarvingHeaderSize);
+        used_ += header_len_;
+    }
+    void put(char c) { block_[used_++] = c; }
+    // v as %u, or as %<Width>u right-aligned in blanks. Blanks and digits
+    // are stored in blocks of known size, as the report lines' integers are
+    // (show_format::put_integer).
+    template <size_t Width = 0>
+    void number(uint32_t v) {
+        static_assert(Width <= kPadBlock, "the padding is one block");
+        char text[2 * kDigitBlock];  // digits end at the middle
+        char *const end = text + kDigitBlock;
+        const char *first = show_format::digits<false, false>(v, end);
+        const size_t n = static_cast<size_t>(end - first);
+        if (n < Width) {
+            memcpy(block_ + used_, show_format::kBlanks, kPadBlock);
+            used_ += Width - n;
+        }
+        memcpy(block_ + used_, first, kDigitBlock);
+        used_ += n;
+    }
+    void flush() {
+        if (used_) show_write(block_, used_);
+        used_ = 0;
+    }
+
+private:
+    static constexpr size_t kDigitBlock = 16, kPadBlock = 8;
+    // Two row starts, two ten-digit values' blocks, '-', ',' and a line end.
+    static constexpr size_t kItemRoom = 2 * kCarvingHeaderSize + 2 * kDigitBlock + 3;
+    const char *header_;
+    size_t header_len_;
+    const char *title_, *tag_;
+    size_t used_ = 0;
+    char block_[4096];
+};
+
+}  // namespace
+
 void print_carving_values(const uint32_t *values, uint32_t count, const char *tag,
                           bool compress, const char *title) {
     if (values == nullptr) return;
@@ -1026,35 +1105,32 @@ void print_carving_values(const uint32_t *values, uint32_t count, const char *ta
         return;
     }
     // Every further row starts with the same header: made once per list.
-    char header[80];
+    char header[kCarvingHeaderSize];
     const int header_len = show_sprint<"\n%15s %-4.4s: ">(header, title, tag);
     const bool header_made = header_len > 0 && header_len < static_cast<int>(sizeof header);
-    const auto next_row = [&] {
-        if (header_made)
-            show_write(header, static_cast<size_t>(header_len));
-        else
-            print_carving_row_header(title, tag, false);
-    };
+    CarvingRows rows(header_made ? header : nullptr, header_made ? static_cast<size_t>(header_len) : 0,
+                     title, tag);
     // With compress, a run of consecutive values is one item, and every item
     // but the last stands on a row of its own.
     for (uint32_t i = 0, k = 0; i < count; i++, k++) {
-        if (k != 0 && k % kCarvingItemsPerRow == 0) next_row();
+        rows.reserve();
+        if (k != 0 && k % kCarvingItemsPerRow == 0) rows.row();
         uint32_t end = i;
         if (compress)
             while (end + 1 < count && values[end + 1] == values[end] + 1) end++;
-        const bool comma = carving_comma(k, end, count);
         if (values[end] != values[i]) {
-            if (comma) show_print<"%u-%u,">(values[i], values[end]);
-            else show_print<"%u-%u">(values[i], values[end]);
-        } else if (comma) {
-            show_print<"%8u,">(values[i]);
+            rows.number(values[i]);
+            rows.put('-');
+            rows.number(values[end]);
         } else {
-            show_print<"%8u">(values[i]);
+            rows.number<8>(values[i]);
         }
-        if (compress && end + 1 != count) next_row();
+        if (carving_comma(k, end, count)) rows.put(',');
+        if (compress && end + 1 != count) rows.row();
         i = end;  // the next item starts after the run
     }
-    show_print<"\n">();
+    rows.put('\n');
+    rows.flush();
 }
 
 void print_carving_ids(const l2vpn_evpn_es_id_entry *entries, uint32_t count, const char *tag,
@@ -1112,13 +1188,16 @@ void print_evpn_es_bag(const void *record, const char *, PrintContext *) {
     }
     print_es_interface(es, priv);
     print_es_esi_type(es);
-    print_es_origin("ES Import RT", es.import_rt, kEsImportRtOriginWords, es.import_rt_origin);
-    print_es_origin("Source MAC", es.source_mac, kEsSourceMacOriginWords, es.source_mac_origin);
+    print_es_origin<"  ES Import RT      : %s %s\n", "  ES Import RT      : %s %u\n">(
+            es.import_rt, kEsImportRtOriginWords, es.import_rt_origin);
+    print_es_origin<"  Source MAC        : %s %s\n", "  Source MAC        : %s %u\n">(
+            es.source_mac, kEsSourceMacOriginWords, es.source_mac_origin);
     show_print<"  Topology          :\n">();
-    print_es_topology("Operational", kEsOperTopologyWords, es.operational_topology,
-                   es.forced_single_homed ? " (forced SH)" : "");
-    print_es_topology("Configured", kEsConfTopologyWords, es.configured_topology,
-                   es.topology_is_default ? " (default)" : "");
+    print_es_topology<"     Operational    : %s%s\n", "     Operational    : %u%s\n">(
+            kEsOperTopologyWords, es.operational_topology,
+            es.forced_single_homed ? " (forced SH)" : "");
+    print_es_topology<"     Configured     : %s%s\n", "     Configured     : %u%s\n">(
+            kEsConfTopologyWords, es.configured_topology, es.topology_is_default ? " (default)" : "");
     print_es_carving(es, priv);
     print_es_convergence(es);
     print_es_peers(es, priv);
