@@ -1,6 +1,7 @@
 // bench_floor: the least a listing display can cost. Reads the items of one
-// listing straight from the database, in key order and in batches of 200
-// (keyset paging, as the store's datalist does), and writes a fixed number of
+// listing straight from the database, in key order, through the cursors the
+// store reads with (one walk, where the store's datalist seeks again for
+// each batch of 200), unpacks each record, and writes a fixed number of
 // bytes per item to standard output through a 64 KiB buffer. Nothing is
 // decoded or formatted; a display's time over this one's is its own cost.
 //
@@ -17,6 +18,7 @@
 
 #include "platform/bag.h"
 #include "platform/sysdb.h"
+#include "platform/store_tables.h"
 #include "platform/sysdb_schema.h"
 
 int main(int argc, char **argv) {
@@ -36,75 +38,52 @@ int main(int argc, char **argv) {
     setvbuf(stdout, outbuf, _IOFBF, sizeof outbuf);
 
     sqlite3 *db = nullptr;
-    // Opened as the store opens it: no connection mutex, one read transaction.
-    if (sqlite3_open_v2(argv[1], &db, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, nullptr) !=
-            SQLITE_OK ||
-        sqlite3_exec(db, "BEGIN", nullptr, nullptr, nullptr) != SQLITE_OK) {
-        fprintf(stderr, "bench_floor: cannot open %s\n", argv[1]);
+    // Opened and read as the store reads it: no connection mutex, one read
+    // transaction, the rows through b-tree cursors.
+    store_tables::Tables tables;
+    if (sqlite3_open_v2(argv[1], &db, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, nullptr) != SQLITE_OK ||
+        btr_begin_read(db) != SQLITE_OK || tables.open(db) != 0) {
+        fprintf(stderr, "bench_floor: cannot open %s as a store\n", argv[1]);
         return 1;
     }
-    sqlite3_stmt *find = nullptr, *first = nullptr, *next = nullptr;
-    if (sqlite3_prepare_v2(db, "SELECT id FROM " SYSDB_LISTINGS " WHERE root = ?1 AND path = ?2", -1, &find,
-                           nullptr) != SQLITE_OK ||
-        sqlite3_prepare_v2(db, "SELECT name, data, skey FROM item WHERE list = ?1 ORDER BY skey LIMIT 200",
-                           -1, &first, nullptr) != SQLITE_OK ||
-        sqlite3_prepare_v2(db,
-                           "SELECT name, data, skey FROM item WHERE list = ?1 AND skey > ?2 "
-                           "ORDER BY skey LIMIT 200",
-                           -1, &next, nullptr) != SQLITE_OK) {
-        fprintf(stderr, "bench_floor: %s\n", sqlite3_errmsg(db));
-        return 1;
-    }
-    sqlite3_bind_text(find, 1, root, -1, SQLITE_STATIC);
-    sqlite3_bind_text(find, 2, path, -1, SQLITE_STATIC);
-    int64_t list = sqlite3_step(find) == SQLITE_ROW ? sqlite3_column_int64(find, 0) : -1;
+    int64_t list = -1;
+    const btr_value key[3] = {{SQLITE_INTEGER, sysdb_schema::kKindListing, nullptr, 0},
+                              {SQLITE_TEXT, 0, root, static_cast<int>(strlen(root))},
+                              {SQLITE_TEXT, 0, path, static_cast<int>(strlen(path))}};
+    if (tables.attribute_v1(key, &list) != SQLITE_ROW) list = -1;
 
     // One line per item: its name, padded to the width, then a line end.
     std::vector<char> line(static_cast<size_t>(width), ' ');
     line.back() = '\n';
-    std::string resume, record;
+    std::string record;
     unsigned long long items = 0, data_bytes = 0;
-    sqlite3_stmt *s = first;
-    while (list >= 0) {
-        sqlite3_reset(s);
-        sqlite3_bind_int64(s, 1, list);
-        if (s == next)
-            sqlite3_bind_blob(s, 2, resume.data(), static_cast<int>(resume.size()), SQLITE_STATIC);
-        int rows = 0, rc;
-        while ((rc = sqlite3_step(s)) == SQLITE_ROW) {
-            const char *name = reinterpret_cast<const char *>(sqlite3_column_text(s, 0));
-            size_t n = static_cast<size_t>(sqlite3_column_bytes(s, 0));
-            record.clear();
-            sysdb_schema::unpack_record(sqlite3_column_blob(s, 1),
-                                        static_cast<size_t>(sqlite3_column_bytes(s, 1)),
-                                        BAG_MAX_RECORD, record);
-            data_bytes += record.size();
-            if (width > 1) {
-                memcpy(line.data(), name, n < line.size() - 1 ? n : line.size() - 1);
-                fwrite(line.data(), 1, line.size(), stdout);
-                memset(line.data(), ' ', line.size() - 1);
-            } else {
-                fputc('\n', stdout);
-            }
-            rows++;
-            if (rows == 200)
-                resume.assign(static_cast<const char *>(sqlite3_column_blob(s, 2)),
-                              static_cast<size_t>(sqlite3_column_bytes(s, 2)));
+    bool at_end = true;
+    int rc = list < 0 ? SQLITE_OK : tables.scan_start(false, list, {}, &at_end);
+    std::string_view skey;
+    while (rc == SQLITE_OK && !at_end && tables.scan_key(&skey, &rc)) {
+        store_tables::Value name, data;
+        if ((rc = tables.scan_item(SIZE_MAX, &name, &data)) != SQLITE_ROW) break;
+        record.clear();
+        sysdb_schema::unpack_record(data.p, data.n, BAG_MAX_RECORD, record);
+        data_bytes += record.size();
+        if (width > 1) {
+            memcpy(line.data(), name.p, name.n < line.size() - 1 ? name.n : line.size() - 1);
+            fwrite(line.data(), 1, line.size(), stdout);
+            memset(line.data(), ' ', line.size() - 1);
+        } else {
+            fputc('\n', stdout);
         }
-        if (rc != SQLITE_DONE) {
-            fprintf(stderr, "bench_floor: %s\n", sqlite3_errmsg(db));
-            return 1;
-        }
-        items += static_cast<unsigned>(rows);
-        if (rows < 200) break;
-        s = next;
+        items++;
+        rc = tables.scan_next(&at_end);
+    }
+    if (rc != SQLITE_OK && rc != SQLITE_DONE) {
+        fprintf(stderr, "bench_floor: reading the listing: %s\n", sqlite3_errstr(rc));
+        return 1;
     }
     fflush(stdout);
     if (getenv("BENCH_FLOOR_VERBOSE"))
         fprintf(stderr, "bench_floor: %llu items, %llu bytes of records\n", items, data_bytes);
-    sqlite3_finalize(find);
-    sqlite3_finalize(first);
-    sqlite3_finalize(next);
+    tables.close();
     sqlite3_close(db);
     return 0;
 }

@@ -12,6 +12,7 @@
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 
 #include "db_internal.h"
 
@@ -38,32 +39,35 @@ Caps g_caps;
 int capability(int &slot, const char *name, const char *variable) {
     if (slot >= 0) return slot;
     if (const char *v = getenv(variable); v && *v) return slot = strcmp(v, "0") != 0;
-    sqlite3_int64 value = 0;
-    const int rc = platform_db::attribute_v1(platform_db::shared(), sysdb_schema::kKindCapability, name,
-                                             sqlite3_int64{0}, &value);
-    return slot = rc == SQLITE_ROW && value != 0;
+    platform_db::SharedRead read;
+    int64_t value = 0;
+    const btr_value key[3] = {{SQLITE_INTEGER, sysdb_schema::kKindCapability, nullptr, 0},
+                              {SQLITE_TEXT, 0, name, static_cast<int>(strlen(name))},
+                              {SQLITE_INTEGER, 0, nullptr, 0}};
+    return slot = read.tables() && read.tables()->attribute_v1(key, &value) == SQLITE_ROW && value != 0;
 }
 
-void load_interfaces(sqlite3 *db) {
-    if (!db) return;
-    sqlite3_stmt *s = nullptr;
-    if (sqlite3_prepare_v2(db, "SELECT key, v1, v2 FROM attribute WHERE kind = " SYSDB_KIND_INTERFACE, -1, &s, nullptr) ==
-        SQLITE_OK) {
-        while (sqlite3_step(s) == SQLITE_ROW) {
-            const char *name = reinterpret_cast<const char *>(sqlite3_column_text(s, 1));
-            const char *state = reinterpret_cast<const char *>(sqlite3_column_text(s, 2));
-            g_caps.interfaces[static_cast<uint32_t>(sqlite3_column_int64(s, 0))] =
-                Interface{name ? name : "", state ? state : ""};
-            if (name && *name) g_caps.names.insert(name);
-        }
-    }
-    sqlite3_finalize(s);
+// Text of an interface's column: its bytes up to a NUL, as a C string reads them.
+std::string text_of(const store_tables::Value &v) {
+    if (v.type != SQLITE_TEXT && v.type != SQLITE_BLOB) return {};
+    const std::string_view b = v.bytes();
+    return std::string(b.substr(0, b.find('\0')));
 }
 
 void load_interface_table() {
     if (g_caps.interfaces_loaded) return;
     g_caps.interfaces_loaded = true;
-    load_interfaces(platform_db::shared());
+    platform_db::SharedRead read;
+    if (!read.tables()) return;
+    const btr_value kind{SQLITE_INTEGER, sysdb_schema::kKindInterface, nullptr, 0};
+    // kind, key: the handle, key2, v1: the name, v2: the state
+    read.tables()->attributes(&kind, 1, [](const store_tables::Value *cols) {
+        if (cols[1].type != SQLITE_INTEGER) return true;
+        Interface i{text_of(cols[3]), text_of(cols[4])};
+        if (!i.name.empty()) g_caps.names.insert(i.name);
+        g_caps.interfaces[static_cast<uint32_t>(cols[1].i)] = std::move(i);
+        return true;
+    });
 }
 
 const Interface *find(uint32_t handle) {

@@ -25,15 +25,14 @@
 namespace {
 
 constexpr size_t kMaxPath = 255;
-constexpr sqlite3_int64 kApplicationIdOffset = 68;  // in an SQLite file's header, big-endian
 static_assert(std::string_view(SYSDB_SCHEMA_RECORD_LIMIT) == "16777216" && BAG_MAX_RECORD == 16777216,
               "the store's SQL names the record limit");
 constexpr uint32_t kDefaultBatchBytes = 4u * 1024 * 1024;
 uint32_t g_batch_bytes = kDefaultBatchBytes;
 sysdb_request_observer_fn g_observer;
 void *g_observer_arg;
-sqlite3 *g_bound_db;
-sqlite3 *g_lazy_db;
+sqlite3 *g_lazy_db;  // opened by the first shared read with no binding, open until the process ends
+store_tables::Tables *g_bound_tables;  // of the bound handle
 
 // Smallest byte string greater than every string that starts with prefix;
 // empty when there is none (all 0xff).
@@ -44,35 +43,6 @@ std::string prefix_end(std::string p) {
 }
 const std::string kTop(512, '\xff');  // above every key
 
-// A statement of a binding, compiled when it is first run: a command
-// compiles only those it needs.
-struct Stmt {
-    const char *sql = nullptr;
-    sqlite3_stmt *s = nullptr;
-    int rc = SQLITE_OK;  // of the compile that failed
-    ~Stmt() { sqlite3_finalize(s); }
-    sqlite3_stmt *get(sqlite3 *db) {
-        if (!s) rc = sqlite3_prepare_v3(db, sql, -1, SQLITE_PREPARE_PERSISTENT, &s, nullptr);
-        return s;
-    }
-};
-
-// The v1 of db's attribute row (kind, key, key2) through st (platform_db::attribute_v1).
-template <class Bind>
-int lookup_v1(Stmt &st, sqlite3 *db, int kind, std::string_view key, sqlite3_int64 *v1, Bind bind_key2) {
-    sqlite3_stmt *s = st.get(db);
-    if (!s) return st.rc;
-    sqlite3_bind_int(s, 1, kind);
-    sqlite3_bind_text(s, 2, key.data(), static_cast<int>(key.size()), SQLITE_STATIC);
-    bind_key2(s);
-    int rc = sqlite3_step(s);
-    if (rc == SQLITE_ROW) {
-        if (sqlite3_column_type(s, 0) != SQLITE_NULL) *v1 = sqlite3_column_int64(s, 0);
-        else rc = SQLITE_DONE;
-    }
-    sqlite3_reset(s);
-    return rc;
-}
 }  // namespace
 
 namespace sysdb_schema {
@@ -99,16 +69,17 @@ uint32_t store_error(int sqlite_rc) {
     }
 }
 
-uint32_t open_readonly(const char *path, sqlite3 **out, bool keep_reading) {
+uint32_t open_readonly(const char *path, sqlite3 **out, store_tables::Tables *tables) {
     *out = nullptr;
     // A request that reads a row past this heap limit (a store written by
-    // other means) fails with SYSDB_ERR_TOO_BIG when SQLite allocates for
-    // it, before the row is read: a damaged or hostile store cannot make a
-    // reader take more memory than this. Only requests that read the row
-    // meet it: searches use indices that hold keys alone. The limit holds
-    // for the process; a reader's page cache and one record at the codec's
-    // limit fit well below it.
-    static_assert(kReadHeapLimit == 4 * sqlite3_int64(BAG_MAX_RECORD));
+    // other means) fails with SYSDB_ERR_TOO_BIG, before the row is read: a
+    // damaged or hostile store cannot make a reader take more memory than
+    // this. The tables check a row's size against the same figure before
+    // reading one that spans pages; searches go through indices that hold
+    // keys alone. A reader's page cache and one record at the codec's limit
+    // fit well below it.
+    static_assert(kReadHeapLimit == 4 * sqlite3_int64(BAG_MAX_RECORD) &&
+                  store_tables::Tables::kRowLimit == kReadHeapLimit);
     const sqlite3_int64 limit = sqlite3_hard_heap_limit64(-1);
     if (limit == 0 || limit > kReadHeapLimit) sqlite3_hard_heap_limit64(kReadHeapLimit);
     // Anything but a regular file (a FIFO would block the open until a
@@ -123,77 +94,59 @@ uint32_t open_readonly(const char *path, sqlite3 **out, bool keep_reading) {
         return access(path, R_OK) != 0 ? SYSDB_ERR_NO_LIBRARY : SYSDB_ERR_NOT_BOUND;
     }
     sqlite3_busy_timeout(db, 2000);
-    // Takes no lock yet: the first read below does, once for all the checks.
-    sqlite3_exec(db, "BEGIN", nullptr, nullptr, nullptr);
-    int32_t app = 0, ver = 0;
-    sqlite3_stmt *s = nullptr;
-    bool ok = sqlite3_prepare_v2(db, "PRAGMA user_version", -1, &s, nullptr) == SQLITE_OK &&
-              sqlite3_step(s) == SQLITE_ROW;
-    if (ok) ver = sqlite3_column_int(s, 0);
     // The first read of the file: a hot journal, which a read-only
     // connection cannot roll back, shows here.
-    const int first = sqlite3_extended_errcode(db);
-    sqlite3_finalize(s);
-    if (!ok && (first == SQLITE_READONLY_ROLLBACK || first == SQLITE_READONLY_RECOVERY ||
-                (first & 0xff) == SQLITE_BUSY)) {
-        sqlite3_close(db);
-        return (first & 0xff) == SQLITE_BUSY ? SYSDB_ERR_STORE : SYSDB_ERR_HOT_JOURNAL;
-    }
-    // The application id from the file's header, read under the transaction
-    // the PRAGMA began (a second PRAGMA costs a short run more than the read's
-    // system call). A header without ours is asked again of SQLite, which
-    // also reads the log: a store the collector made may have its first
-    // pages there still.
-    sqlite3_file *file = nullptr;
-    unsigned char id[4];
-    if (ok && sqlite3_file_control(db, "main", SQLITE_FCNTL_FILE_POINTER, &file) == SQLITE_OK && file &&
-        file->pMethods && file->pMethods->xRead(file, id, sizeof id, kApplicationIdOffset) == SQLITE_OK)
-        app = static_cast<int32_t>(uint32_t{id[0]} << 24 | uint32_t{id[1]} << 16 | uint32_t{id[2]} << 8 | id[3]);
-    if (ok && app != sysdb_schema::kApplicationId) {
-        s = nullptr;
-        ok = sqlite3_prepare_v2(db, "PRAGMA application_id", -1, &s, nullptr) == SQLITE_OK &&
-             sqlite3_step(s) == SQLITE_ROW;
-        if (ok) app = sqlite3_column_int(s, 0);
-        sqlite3_finalize(s);
-    }
-    if (!ok || app != sysdb_schema::kApplicationId || ver != sysdb_schema::kVersion) {
-        sqlite3_close(db);
-        return SYSDB_ERR_NOT_BOUND;
-    }
-    // Every table and column the platform reads: a store with one dropped
-    // or altered would change reports silently (no capabilities, no counters).
-    // Looked up in the schema SQLite has read, with no statement to compile.
-    struct Columns {
-        const char *table;
-        std::initializer_list<const char *> names;
-    };
-    static const Columns kRead[] = {
-        {"attribute", {"kind", "key", "key2", "v1", "v2"}},
-        {"item", {"list", "skey", "name", "data"}},
-        {"item_index", {"list", "ikey"}},
-    };
-    auto has = [db](const char *table, const char *column) {
-        return sqlite3_table_column_metadata(db, "main", table, column, nullptr, nullptr, nullptr,
-                                             nullptr, nullptr);
-    };
-    int rc = SQLITE_OK;
-    for (const Columns &t : kRead)
-        for (const char *c : t.names)
-            if (rc == SQLITE_OK) rc = has(t.table, c);
+    const int rc = btr_begin_read(db);
     if (rc != SQLITE_OK) {
-        uint32_t code = store_error(rc) == SYSDB_ERR_CORRUPT ? SYSDB_ERR_CORRUPT : SYSDB_ERR_NOT_BOUND;
+        sqlite3_close(db);
+        if (rc == SQLITE_READONLY_ROLLBACK || rc == SQLITE_READONLY_RECOVERY) return SYSDB_ERR_HOT_JOURNAL;
+        return (rc & 0xff) == SQLITE_BUSY ? SYSDB_ERR_STORE : SYSDB_ERR_NOT_BOUND;
+    }
+    // The header as the transaction reads it, through the log: a store the
+    // collector made may have its first pages there still.
+    uint32_t app = 0, ver = 0, encoding = 0;
+    btr_meta(db, BTR_META_APPLICATION_ID, &app);
+    btr_meta(db, BTR_META_USER_VERSION, &ver);
+    btr_meta(db, BTR_META_TEXT_ENCODING, &encoding);
+    uint32_t code = 0;
+    if (static_cast<int32_t>(app) != sysdb_schema::kApplicationId ||
+        static_cast<int32_t>(ver) != sysdb_schema::kVersion || encoding != SQLITE_UTF8) {
+        code = SYSDB_ERR_NOT_BOUND;
+    } else {
+        // Every table the platform reads, made as ours are: a store with one
+        // dropped or altered would change reports silently (no capabilities,
+        // no counters).
+        store_tables::Tables checked;
+        store_tables::Tables &t = tables ? *tables : checked;
+        code = t.open(db);
+        if (code) t.close();
+    }
+    if (code) {
         sqlite3_close(db);
         return code;
     }
-    if (!keep_reading) sqlite3_exec(db, "COMMIT", nullptr, nullptr, nullptr);
+    if (!tables) btr_end_read(db);
     *out = db;
     return 0;
 }
 
-sqlite3 *shared(void) {
-    if (g_bound_db) return g_bound_db;
+SharedRead::SharedRead() {
+    if (g_bound_tables) {
+        tables_ = g_bound_tables;
+        return;
+    }
+    static store_tables::Tables lazy;
     if (!g_lazy_db) open_readonly(sysdb_library_path(), &g_lazy_db);
-    return g_lazy_db;
+    if (!g_lazy_db || btr_begin_read(g_lazy_db) != SQLITE_OK) return;
+    own_ = true;
+    // Found again in each transaction: another writer may have made the store anew.
+    if (lazy.open(g_lazy_db) == 0) tables_ = &lazy;
+}
+
+SharedRead::~SharedRead() {
+    if (!own_) return;
+    if (tables_) tables_->close();
+    btr_end_read(g_lazy_db);
 }
 
 }  // namespace platform_db
@@ -204,21 +157,20 @@ uint32_t sysdb_schema::open_ours(const char *path, sqlite3 **db) {
 
 struct sysdb_handle_s {
     sqlite3 *db = nullptr;
+    store_tables::Tables tables;  // in the read transaction the binding holds
     std::string root;
     std::unordered_map<std::string, int64_t> list_ids;
-    // lookup: an attribute row's v1 by its key (platform_db::attribute_v1):
-    // the listing ids here, the capabilities a printer asks for.
-    Stmt lookup, get_item, scan_items, scan_index;
 
     // Id of a listing path below the root; -1 when the database has none,
     // -2 when the store failed to answer (not kept: the error is the store's).
     int64_t listing(const std::string &path) {
         auto it = list_ids.find(path);
         if (it != list_ids.end()) return it->second;
-        sqlite3_int64 id = -1;
-        const int rc = lookup_v1(lookup, db, sysdb_schema::kKindListing, root, &id, [&path](sqlite3_stmt *s) {
-            sqlite3_bind_text(s, 3, path.data(), static_cast<int>(path.size()), SQLITE_STATIC);
-        });
+        int64_t id = -1;
+        const btr_value key[3] = {{SQLITE_INTEGER, sysdb_schema::kKindListing, nullptr, 0},
+                                  {SQLITE_TEXT, 0, root.data(), static_cast<int>(root.size())},
+                                  {SQLITE_TEXT, 0, path.data(), static_cast<int>(path.size())}};
+        const int rc = tables.attribute_v1(key, &id);
         if (rc != SQLITE_ROW && rc != SQLITE_DONE) {
             failed = platform_db::store_error(rc);
             return -2;
@@ -237,38 +189,6 @@ struct sysdb_handle_s {
     // again, for ever.
     std::unordered_map<std::string, std::string> last_resume;
 };
-
-namespace {
-constexpr const char *kLookupSql = "SELECT v1 FROM attribute WHERE kind = ?1 AND key = ?2 AND key2 = ?3";
-Stmt *g_bound_lookup;  // the bound handle's lookup
-Stmt g_shared_lookup{kLookupSql};  // of g_lazy_db, open until the process ends
-
-void set_bound(sysdb_handle_s *h) {
-    g_bound_db = h ? h->db : nullptr;
-    g_bound_lookup = h ? &h->lookup : nullptr;
-}
-
-// The lookup statement kept for db; null for a connection that has none.
-Stmt *lookup_of(sqlite3 *db) {
-    return !db ? nullptr : db == g_bound_db ? g_bound_lookup : db == g_lazy_db ? &g_shared_lookup : nullptr;
-}
-}  // namespace
-
-int platform_db::attribute_v1(sqlite3 *db, int kind, std::string_view key, std::string_view key2,
-                              sqlite3_int64 *v1) {
-    Stmt *st = lookup_of(db);
-    if (!st) return SQLITE_MISUSE;
-    return lookup_v1(*st, db, kind, key, v1, [key2](sqlite3_stmt *s) {
-        sqlite3_bind_text(s, 3, key2.data(), static_cast<int>(key2.size()), SQLITE_STATIC);
-    });
-}
-
-int platform_db::attribute_v1(sqlite3 *db, int kind, std::string_view key, sqlite3_int64 key2,
-                              sqlite3_int64 *v1) {
-    Stmt *st = lookup_of(db);
-    if (!st) return SQLITE_MISUSE;
-    return lookup_v1(*st, db, kind, key, v1, [key2](sqlite3_stmt *s) { sqlite3_bind_int64(s, 3, key2); });
-}
 
 struct sysdb_datalist_s {
     struct Entry {
@@ -410,59 +330,32 @@ void give_back_datalist(sysdb_datalist_s *dl) {
 }
 }  // namespace
 
-namespace {
-void item_skey_fn(sqlite3_context *ctx, int, sqlite3_value **argv);
-}
-
 uint32_t _sysdb_bind(sysdb_handle_td *handle, const char *root, uint32_t mode) {
     if (!handle) return SYSDB_ERR_BAD_ARG;
     *handle = nullptr;
     if (!sysdb_schema::valid_root(root)) return SYSDB_ERR_BAD_PATH;
     if (mode != SYSDB_BIND_READ) return SYSDB_ERR_BAD_ARG;
-    sqlite3 *db = nullptr;
+    auto *h = new sysdb_handle_s;
     // The open's read transaction stays for the binding's life: every
     // request reads the same state, and batches do not each take and drop
     // the file lock.
-    if (uint32_t rc = platform_db::open_readonly(sysdb_library_path(), &db, true)) return rc;
-    auto *h = new sysdb_handle_s;
-    h->db = db;
+    if (uint32_t rc = platform_db::open_readonly(sysdb_library_path(), &h->db, &h->tables)) {
+        delete h;
+        return rc;
+    }
     h->root = root;
-    // An item's data that does not unpack to at most the codec's record
-    // limit is served empty, which no record type decodes from; a single
-    // item's is not even read (length() of a blob reads no content). A
-    // listing's row past the read heap limit fails that request alone (see
-    // open_readonly): searches go through the item_key index, which holds
-    // no data. Listings read the data as it is: a length test per row costs
-    // more than the unpacking's own check (260 instructions a MAC route).
-#define EVPN_ITEM_DATA(t) \
-    "CASE WHEN length(" t "data) > " SYSDB_SCHEMA_RECORD_LIMIT " THEN x'' ELSE " t "data END"
-    const char *sql[] = {
-        kLookupSql,
-        "SELECT " EVPN_ITEM_DATA("") " FROM item WHERE list = ?1 AND skey = ?2",
-        "SELECT name, data, skey FROM item WHERE list = ?1 AND skey >= ?2 AND skey < ?4 "
-        "ORDER BY skey LIMIT ?5",
-        "SELECT i.name, i.data, x.ikey FROM item_index x JOIN item i ON "
-        "i.list = ?6 AND i.skey = sysdb_item_skey(?7, x.ikey) WHERE x.list = ?1 AND x.ikey >= ?2 "
-        "AND x.ikey < ?4 ORDER BY x.ikey LIMIT ?5",
-    };
-#undef EVPN_ITEM_DATA
-    Stmt *stmts[] = {&h->lookup, &h->get_item, &h->scan_items, &h->scan_index};
-    sqlite3_create_function_v2(db, "sysdb_item_skey", 2,
-                               SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_DIRECTONLY, nullptr,
-                               item_skey_fn, nullptr, nullptr, nullptr);
-    for (int i = 0; i < 4; i++) stmts[i]->sql = sql[i];
     *handle = h;
-    set_bound(h);
+    g_bound_tables = &h->tables;
     return 0;
 }
 
 uint32_t _sysdb_unbind(sysdb_handle_td handle) {
     if (!handle) return SYSDB_ERR_NOT_BOUND;
     sqlite3 *db = handle->db;
-    if (db == g_bound_db) set_bound(nullptr);
+    if (g_bound_tables == &handle->tables) g_bound_tables = nullptr;
     for (sysdb_datalist_s *dl : t_held_batches)
         if (dl->owner == handle) dl->owner = nullptr;  // a later handle may reuse the address
-    delete handle;  // finalizes the statements first
+    delete handle;  // closes the cursors first
     sqlite3_close(db);
     return 0;
 }
@@ -530,22 +423,6 @@ struct Query {
     size_t run = 0;                         // leading given parts of layout
     bool filter = false;                    // given parts beyond the run
 };
-
-constexpr const char *kLayoutPointer = "sysdb_query";
-
-// sysdb_item_skey(query, ikey): the item sort key of an index row of the
-// query's scan; NULL (no item) when the row is malformed.
-void item_skey_fn(sqlite3_context *ctx, int, sqlite3_value **argv) {
-    const auto *q = static_cast<const Query *>(sqlite3_value_pointer(argv[0], kLayoutPointer));
-    thread_local std::string skey;
-    const void *row = sqlite3_value_blob(argv[1]);
-    const size_t n = static_cast<size_t>(sqlite3_value_bytes(argv[1]));
-    if (q && row &&
-        sysdb_keys::skey_of_row(*q->l, q->layout, {static_cast<const char *>(row), n}, skey))
-        sqlite3_result_blob(ctx, skey.data(), static_cast<int>(skey.size()), SQLITE_TRANSIENT);
-    else
-        sqlite3_result_null(ctx);
-}
 
 uint32_t resolve_listing(const char *path, Query &q) {
     std::string_view p(path);
@@ -631,27 +508,19 @@ bool item_key_fields(sysdb_handle_td h, const ListingDef &l, const std::string &
                      std::vector<std::string> &sort) {
     int64_t list = h->listing(l.base);
     if (list < 0) return false;
-    sqlite3_stmt *s = h->get_item.get(h->db);
-    if (!s) return false;
-    sqlite3_reset(s);
-    sqlite3_bind_int64(s, 1, list);
-    sqlite3_bind_blob(s, 2, skey.data(), static_cast<int>(skey.size()), SQLITE_STATIC);
+    store_tables::Value name, data;
+    if (h->tables.item(list, skey, BAG_MAX_RECORD, &name, &data) != SQLITE_ROW) return false;
+    std::vector<uint64_t> buf(l.desc->size / 8 + 1);
+    std::string record;
     bool ok = false;
-    if (sqlite3_step(s) == SQLITE_ROW) {
-        std::vector<uint64_t> buf(l.desc->size / 8 + 1);
-        std::string record;
-        if (sysdb_schema::unpack_record(sqlite3_column_blob(s, 0),
-                                        static_cast<size_t>(sqlite3_column_bytes(s, 0)),
-                                        BAG_MAX_RECORD, record) &&
-            bag_decode(record.data(), static_cast<uint32_t>(record.size()), buf.data(),
-                       static_cast<uint32_t>(buf.size() * 8), l.desc) == 0) {
-            std::vector<std::string> text;
-            std::string err;
-            ok = sysdb_keys::from_record(l, buf.data(), sort, text, err);
-            bag_free_indirections(buf.data(), l.desc);
-        }
+    if (sysdb_schema::unpack_record(data.p, data.n, BAG_MAX_RECORD, record) &&
+        bag_decode(record.data(), static_cast<uint32_t>(record.size()), buf.data(),
+                   static_cast<uint32_t>(buf.size() * 8), l.desc) == 0) {
+        std::vector<std::string> text;
+        std::string err;
+        ok = sysdb_keys::from_record(l, buf.data(), sort, text, err);
+        bag_free_indirections(buf.data(), l.desc);
     }
-    sqlite3_reset(s);
     return ok;
 }
 
@@ -711,73 +580,68 @@ uint32_t run_listing(sysdb_handle_td h, const char *path, const char *resume, ui
     std::string after;
     if (resume && *resume && !resume_key(h, q, resume, after)) return SYSDB_ERR_NO_INDEX_MATCH;
 
-    Stmt &scan = q.on_items ? h->scan_items : h->scan_index;
-    sqlite3_stmt *s = scan.get(h->db);
-    if (!s) return platform_db::store_error(scan.rc);
+    // The first key past the resume key (itself followed by a 0 byte) when
+    // it lies past the prefix.
+    std::string lo = after;
+    if (!lo.empty()) lo.push_back('\0');
+    if (lo < prefix) lo = prefix;
+    store_tables::Tables &t = h->tables;
+    bool at_end = true;
+    int rc = t.scan_start(!q.on_items, list, lo, &at_end);
+    thread_local std::string skey;  // of an index row's item
     // The batch's bytes as the caller gets them (names to 4 bytes, records
     // unpacked), which the byte budget bounds; a record that does not unpack
     // counts the length it claims.
     size_t counted = 0;
-    // Rows the filter drops still cost a step; ask in pages until filled.
-    while (out.entries.size() <= want) {
-        sqlite3_reset(s);
-        sqlite3_bind_int64(s, 1, list);
-        // One inclusive lower bound: the first key past the resume key
-        // (itself followed by a 0 byte) when it lies past the prefix. A
-        // copy: after moves on with every row while the statement reads it.
-        std::string lo = after;
-        if (!lo.empty()) lo.push_back('\0');
-        if (lo < prefix) lo = prefix;
-        sqlite3_bind_blob(s, 2, lo.data(), static_cast<int>(lo.size()), SQLITE_TRANSIENT);
-        sqlite3_bind_blob(s, 4, hi.data(), static_cast<int>(hi.size()), SQLITE_STATIC);
-        int page = static_cast<int>(want) + 1;
-        sqlite3_bind_int(s, 5, page);
-        if (!q.on_items) {
-            sqlite3_bind_int64(s, 6, base);
-            sqlite3_bind_pointer(s, 7, &q, kLayoutPointer, nullptr);
-        }
-        int rows = 0, rc;
-        bool full = false;
-        while ((rc = sqlite3_step(s)) == SQLITE_ROW) {
-            rows++;
-            const void *k = sqlite3_column_blob(s, 2);
-            int klen = sqlite3_column_bytes(s, 2);
-            std::string_view key(static_cast<const char *>(k), static_cast<size_t>(klen));
-            // The next page starts after the last row of this one: only it
-            // is kept (a page cut short by the batch ends the request).
-            if (rows == page) after.assign(key);
-            if (!row_matches(q, key)) continue;
+    std::string_view key;
+    while (rc == SQLITE_OK && !at_end && t.scan_key(&key, &rc)) {
+        if (key >= hi) break;
+        if (row_matches(q, key)) {
             if (out.entries.size() == want || (!out.entries.empty() && counted > g_batch_bytes)) {
                 out.more = true;
-                full = true;
                 break;
             }
-            const char *name = reinterpret_cast<const char *>(sqlite3_column_text(s, 0));
-            int nlen = sqlite3_column_bytes(s, 0);
-            const void *data = sqlite3_column_blob(s, 1);
-            int dlen = sqlite3_column_bytes(s, 1);
-            sysdb_datalist_s::Entry e;
-            e.name_off = static_cast<uint32_t>(out.bytes.size());
-            out.bytes.append(name ? name : "", static_cast<size_t>(nlen));
-            out.bytes.push_back('\0');
-            e.data_off = static_cast<uint32_t>(out.bytes.size());
-            e.data_len = static_cast<uint32_t>(dlen);
-            out.bytes.append(static_cast<const char *>(data), static_cast<size_t>(dlen));
-            out.entries.push_back(e);
-            counted += (static_cast<size_t>(nlen) + 4) / 4 * 4 +
-                       sysdb_schema::unpacked_size(data, static_cast<size_t>(dlen), BAG_MAX_RECORD);
-            // Room for the whole batch at the first two entries' size, so that
-            // the batch is not copied as it doubles (a tenth of a short
-            // listing's instructions). Not at the first: a request for one
-            // item would hold room for all it may ask for.
-            if (out.entries.size() == 2)
-                out.bytes.reserve(std::min<size_t>(out.bytes.size() / 2 * (want + 1),
-                                                   size_t{g_batch_bytes} + out.bytes.size()));
+            store_tables::Value name, data;
+            int got;
+            if (q.on_items) {
+                // An index row whose item is missing is a damaged file.
+                if ((got = t.scan_item(SIZE_MAX, &name, &data)) == SQLITE_DONE) got = SQLITE_CORRUPT;
+            } else {
+                // An index row that names no item (malformed, or its item
+                // gone) is passed over.
+                got = sysdb_keys::skey_of_row(*q.l, q.layout, key, skey)
+                          ? t.item(base, skey, SIZE_MAX, &name, &data) : SQLITE_DONE;
+            }
+            if (got != SQLITE_ROW && got != SQLITE_DONE) {
+                rc = got;
+                break;
+            }
+            if (got == SQLITE_ROW) {
+                const std::string_view n = name.type == SQLITE_TEXT || name.type == SQLITE_BLOB
+                                               ? name.bytes() : std::string_view();
+                const std::string_view d = data.type == SQLITE_TEXT || data.type == SQLITE_BLOB
+                                               ? data.bytes() : std::string_view();
+                sysdb_datalist_s::Entry e;
+                e.name_off = static_cast<uint32_t>(out.bytes.size());
+                out.bytes.append(n);
+                out.bytes.push_back('\0');
+                e.data_off = static_cast<uint32_t>(out.bytes.size());
+                e.data_len = static_cast<uint32_t>(d.size());
+                out.bytes.append(d);
+                out.entries.push_back(e);
+                counted += (n.size() + 4) / 4 * 4 + sysdb_schema::unpacked_size(d.data(), d.size(), BAG_MAX_RECORD);
+                // Room for the whole batch at the first two entries' size, so
+                // that the batch is not copied as it doubles (a tenth of a
+                // short listing's instructions). Not at the first: a request
+                // for one item would hold room for all it may ask for.
+                if (out.entries.size() == 2)
+                    out.bytes.reserve(std::min<size_t>(out.bytes.size() / 2 * (want + 1),
+                                                       size_t{g_batch_bytes} + out.bytes.size()));
+            }
         }
-        sqlite3_reset(s);
-        if (rc != SQLITE_ROW && rc != SQLITE_DONE) return platform_db::store_error(rc);
-        if (full || rows < page) break;
+        rc = t.scan_next(&at_end);
     }
+    if (rc != SQLITE_OK && rc != SQLITE_DONE) return platform_db::store_error(rc);
     return out.entries.empty() ? static_cast<uint32_t>(SYSDB_ERR_NOT_FOUND) : 0u;
 }
 
@@ -800,46 +664,28 @@ uint32_t item_get(sysdb_handle_td h, const char *path, uint32_t *type, void **da
         if (list < 0) return h->no_listing(list);
         if (!name.empty()) e = held_entry(h, list, name, held);
     }
+    std::string read;
+    const std::string *record = &read;
     if (e) {
         // The entry last handed out: its record is the one unpacked.
-        const std::string &record = held->record;
-        void *copy = malloc(record.empty() ? 1 : record.size());
-        if (!copy) return SYSDB_ERR_STORE;
-        if (!record.empty()) memcpy(copy, record.data(), record.size());
-        *data = copy;
-        *len = static_cast<uint32_t>(record.size());
-        if (type) *type = SYSDB_TYPE_BAG;
-        return 0;
+        record = &held->record;
+    } else {
+        // Data longer than the codec's record limit is served empty, which
+        // no record type decodes from, and is not read.
+        store_tables::Value item_name, stored;
+        const int rc = h->tables.item(list, skey, BAG_MAX_RECORD, &item_name, &stored);
+        if (rc == SQLITE_DONE) return SYSDB_ERR_NOT_FOUND;
+        if (rc != SQLITE_ROW) return platform_db::store_error(rc);
+        if (!sysdb_schema::unpack_record(stored.p, stored.n, BAG_MAX_RECORD, read)) read.clear();
     }
-    sqlite3_stmt *s = h->get_item.get(h->db);
-    if (!s) return platform_db::store_error(h->get_item.rc);
-    sqlite3_reset(s);
-    sqlite3_bind_int64(s, 1, list);
-    sqlite3_bind_blob(s, 2, skey.data(), static_cast<int>(skey.size()), SQLITE_STATIC);
-    int rc = sqlite3_step(s);
-    uint32_t result = SYSDB_ERR_NOT_FOUND;
-    if (rc == SQLITE_ROW) {
-        std::string record;
-        if (!sysdb_schema::unpack_record(sqlite3_column_blob(s, 0),
-                                         static_cast<size_t>(sqlite3_column_bytes(s, 0)),
-                                         BAG_MAX_RECORD, record))
-            record.clear();
-        const size_t n = record.size();
-        void *copy = malloc(n ? n : 1);
-        if (!copy) {
-            result = SYSDB_ERR_STORE;
-        } else {
-            if (n) memcpy(copy, record.data(), n);
-            *data = copy;
-            *len = static_cast<uint32_t>(n);
-            if (type) *type = SYSDB_TYPE_BAG;
-            result = 0;
-        }
-    } else if (rc != SQLITE_DONE) {
-        result = platform_db::store_error(rc);
-    }
-    sqlite3_reset(s);
-    return result;
+    const size_t n = record->size();
+    void *copy = malloc(n ? n : 1);
+    if (!copy) return SYSDB_ERR_STORE;
+    if (n) memcpy(copy, record->data(), n);
+    *data = copy;
+    *len = static_cast<uint32_t>(n);
+    if (type) *type = SYSDB_TYPE_BAG;
+    return 0;
 }
 
 }  // namespace

@@ -35,43 +35,58 @@ constexpr int kind_number(const char *sql) {
     return n;
 }
 constexpr int kKindCapability = kind_number(SYSDB_KIND_CAPABILITY);
+constexpr int kKindInterface = kind_number(SYSDB_KIND_INTERFACE);
+constexpr int kKindBdStats = kind_number(SYSDB_KIND_BD_STATS);
 constexpr int kKindListing = kind_number(SYSDB_KIND_LISTING);
 
-constexpr const char *kCreate = R"sql(
+// The statements that make the store's tables, each as SQLite keeps its text
+// in the file's table of tables: a reader finds the tables there and takes a
+// table whose text differs for one it cannot read. A change to any of them is
+// a new layout (kVersion).
+#define SYSDB_CREATE_ATTRIBUTE \
+    "CREATE TABLE attribute (\n" \
+    "  kind INTEGER,\n" \
+    "  key,\n" \
+    "  key2,\n" \
+    "  v1,\n" \
+    "  v2,\n" \
+    "  PRIMARY KEY (kind, key, key2)\n" \
+    ") WITHOUT ROWID"
+#define SYSDB_CREATE_ITEM \
+    "CREATE TABLE item (\n" \
+    "  list INTEGER NOT NULL,\n" \
+    "  skey BLOB NOT NULL,\n" \
+    "  name TEXT NOT NULL,\n" \
+    "  data BLOB NOT NULL\n" \
+    ")"
+#define SYSDB_CREATE_ITEM_KEY "CREATE UNIQUE INDEX item_key ON item (list, skey)"
+#define SYSDB_CREATE_ITEM_INDEX \
+    "CREATE TABLE item_index (\n" \
+    "  list INTEGER,\n" \
+    "  ikey BLOB,\n" \
+    "  PRIMARY KEY (list, ikey)\n" \
+    ") WITHOUT ROWID"
+
+constexpr const char *kCreate =
+    R"sql(
 -- Everything beside the items, a row each: facts about the store,
 -- capabilities, interfaces, bridge domains' counters, the listings (kind
--- and columns: SYSDB_KIND_* in sysdb_schema.h). One table, not five: every
--- reader's open parses this text, and each table more costs every short run
--- its parse. The key columns take no type (key2 holds a node or a path), and
--- a primary key of a table without rowid is NOT NULL without saying so.
-CREATE TABLE attribute (
-  kind INTEGER,
-  key,
-  key2,
-  v1,
-  v2,
-  PRIMARY KEY (kind, key, key2)
-) WITHOUT ROWID;
+-- and columns: SYSDB_KIND_* in sysdb_schema.h). One table, not five: fewer
+-- b-trees to find at a reader's open. The key columns take no type (key2
+-- holds a node or a path), and a primary key of a table without rowid is
+-- NOT NULL without saying so.
+)sql" SYSDB_CREATE_ATTRIBUTE R"sql(;
 -- Items: skey is the item's sort key, data the encoded record packed
 -- (pack_record). Searches go through item_key, which holds only the keys:
 -- a row of the item table is read only by a request for that item, so one
 -- oversized row cannot fail a search that passes it (a search in a table
 -- keyed by the row itself reads each row it compares whole).
-CREATE TABLE item (
-  list INTEGER NOT NULL,
-  skey BLOB NOT NULL,
-  name TEXT NOT NULL,
-  data BLOB NOT NULL
-);
-CREATE UNIQUE INDEX item_key ON item (list, skey);
+)sql" SYSDB_CREATE_ITEM R"sql(;
+)sql" SYSDB_CREATE_ITEM_KEY R"sql(;
 -- Index rows: ikey is the ordering's key fields, then the item-key fields
 -- the ordering lacks (sysdb_keys::row_layout); the item's sort key is
 -- rebuilt from it.
-CREATE TABLE item_index (
-  list INTEGER,
-  ikey BLOB,
-  PRIMARY KEY (list, ikey)
-) WITHOUT ROWID;
+)sql" SYSDB_CREATE_ITEM_INDEX R"sql(;
 )sql";
 
 #define BD_STATS_COLUMN_NAME(name) #name,
