@@ -9,8 +9,9 @@
 namespace store_tables {
 namespace {
 
-// An SQLite varint at p[0..end): its length, 0 when it runs past end.
-int get_varint(const unsigned char *p, const unsigned char *end, uint64_t *v) {
+// An SQLite varint at p[0..end) of more than one byte: its length, 0 when
+// it runs past end.
+int get_long_varint(const unsigned char *p, const unsigned char *end, uint64_t *v) {
     uint64_t x = 0;
     for (int i = 0; i < 8; i++) {
         if (p + i >= end) return 0;
@@ -25,6 +26,16 @@ int get_varint(const unsigned char *p, const unsigned char *end, uint64_t *v) {
     return 9;
 }
 
+// An SQLite varint at p[0..end): its length, 0 when it runs past end. Most
+// of a record's header is one-byte varints.
+inline int get_varint(const unsigned char *p, const unsigned char *end, uint64_t *v) {
+    if (p < end && p[0] < 0x80) {
+        *v = p[0];
+        return 1;
+    }
+    return get_long_varint(p, end, v);
+}
+
 // Bytes of a column's body by its serial type; -1 for a reserved type.
 int64_t body_size(uint64_t t) {
     static constexpr unsigned char kFixed[] = {0, 1, 2, 3, 4, 6, 8, 8, 0, 0};
@@ -34,14 +45,14 @@ int64_t body_size(uint64_t t) {
 }
 
 struct Span {
-    uint64_t type = 0;  // serial type; 0 (NULL) for a column the record lacks
-    uint64_t off = 0, size = 0;
+    uint64_t type;  // serial type; 0 (NULL) for a column the record lacks
+    uint64_t off, size;
 };
 
 // Spans of the first want columns of a record of total bytes whose first
 // avail bytes are at p; false when the header runs past avail or a body
 // past total.
-bool spans(const unsigned char *p, size_t avail, size_t total, Span *s, int want) {
+inline bool spans(const unsigned char *p, size_t avail, size_t total, Span *s, int want) {
     const unsigned char *end = p + avail;
     uint64_t header = 0;
     int n = get_varint(p, end, &header);
@@ -49,8 +60,10 @@ bool spans(const unsigned char *p, size_t avail, size_t total, Span *s, int want
     const unsigned char *h = p + n, *hend = p + header;
     uint64_t body = header;
     for (int i = 0; i < want; i++) {
-        s[i] = Span{};
-        if (h >= hend) continue;  // a column the record lacks reads as NULL
+        if (h >= hend) {
+            s[i] = Span{0, 0, 0};  // a column the record lacks reads as NULL
+            continue;
+        }
         uint64_t t = 0;
         int k = get_varint(h, hend, &t);
         if (k == 0) return false;
@@ -64,7 +77,7 @@ bool spans(const unsigned char *p, size_t avail, size_t total, Span *s, int want
 }
 
 // A column's value from its span within the record at p.
-Value value_of(const unsigned char *p, const Span &s) {
+inline Value value_of(const unsigned char *p, const Span &s) {
     Value v;
     if (s.type == 0) return v;
     if (s.type == 8 || s.type == 9) {
