@@ -41,7 +41,6 @@ std::string prefix_end(std::string p) {
     if (!p.empty()) p.back() = static_cast<char>(static_cast<uint8_t>(p.back()) + 1);
     return p;
 }
-const std::string kTop(512, '\xff');  // above every key
 
 }  // namespace
 
@@ -575,8 +574,8 @@ uint32_t run_listing(sysdb_handle_td h, const char *path, const char *resume, ui
 
     std::string prefix;
     for (size_t i = 0; i < q.run; i++) prefix += q.given[q.layout[i]];
-    std::string hi = prefix.empty() ? kTop : prefix_end(prefix);
-    if (hi.empty()) hi = kTop;
+    // Keys past the prefix's run start at hi; none do when it is empty.
+    const std::string hi = prefix_end(prefix);
     std::string after;
     if (resume && *resume && !resume_key(h, q, resume, after)) return SYSDB_ERR_NO_INDEX_MATCH;
 
@@ -594,8 +593,10 @@ uint32_t run_listing(sysdb_handle_td h, const char *path, const char *resume, ui
     // counts the length it claims.
     size_t counted = 0;
     std::string_view key;
+    // The scan ends at the listing's last row by itself.
+    const bool bounded = !hi.empty();
     while (rc == SQLITE_OK && !at_end && t.scan_key(&key, &rc)) {
-        if (key >= hi) break;
+        if (bounded && key >= hi) break;
         if (row_matches(q, key)) {
             if (out.entries.size() == want || (!out.entries.empty() && counted > g_batch_bytes)) {
                 out.more = true;
