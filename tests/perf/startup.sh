@@ -32,6 +32,24 @@ read -r _ _ mac ip _ < <(awk '$4 ~ /^[0-9]+\.[0-9.]+$/ {print; exit}' "$work/lis
 IFS=. read -r m1 m2 m3 <<<"$mac"
 single=(-M 64 -O "$m1" -P "$m2" -Q "$m3" -N "$ip" 0)
 
+# The code a short run runs stands first in the text (scripts/hot-text and
+# the client's static link): the store's open and cursors, the walk and the
+# MAC printer lie in the section that gathers it.
+hot=$(readelf -SW "$client" | sed -n 's/.* \.text\.evpn_hot  *PROGBITS  *\([0-9a-f]*\)  *[0-9a-f]*  *\([0-9a-f]*\) .*/\1 \2/p')
+hot_start=${hot% *} hot_size=${hot#* }
+if [ -z "$hot" ]; then
+  echo "no .text.evpn_hot section in $client: its link did not gather the code a run runs"
+  exit 1
+fi
+nm "$client" >"$work/symbols"
+for fn in main btr_seek_ge btr_next _sysdb_bind print_evpn_mac_bag; do
+  addr=$(awk -v f="$fn" '$3 == f || $3 ~ "^" f "\\." || $3 ~ "^_Z[0-9]+" f "P" {print $1; exit}' "$work/symbols")
+  if [ -z "$addr" ] || (( 16#$addr < 16#$hot_start || 16#$addr >= 16#$hot_start + 16#$hot_size )); then
+    echo "$fn (${addr:-not found}) lies outside .text.evpn_hot ($hot_start + $hot_size)"
+    exit 1
+  fi
+done
+
 reference=$(count "$nothing")
 failed=0
 printf '%-18s %12s %12s %s\n' run instructions budget command
