@@ -478,6 +478,60 @@ TEST_F(SegmentPrinters, CarvingListsLongerThanTheirBlockLoseNoItem) {
     }
 }
 
+// A carving list as the C library formats it, item by item: "%u-%u" for a
+// run, "%8u" for a single value, a row per run with compress.
+std::string carving_by_printf(const std::vector<uint32_t> &v, const char *tag, bool compress,
+                              const char *title) {
+    std::string out = row(title, tag);
+    char item[32];
+    const size_t n = v.size();
+    for (size_t i = 0, k = 0; i < n; i++, k++) {
+        if (k != 0 && k % 6 == 0) out += "\n" + row(title, tag);
+        size_t end = i;
+        while (compress && end + 1 < n && v[end + 1] == uint32_t(v[end] + 1)) end++;
+        if (end != i) snprintf(item, sizeof item, "%u-%u", v[i], v[end]);
+        else snprintf(item, sizeof item, "%8u", v[i]);
+        out += item;
+        if (end + 1 != n && k != 5) out += ",";
+        if (compress && end + 1 != n) out += "\n" + row(title, tag);
+        i = end;
+    }
+    return out + "\n";
+}
+
+// Values at every digit count's edges, alone and in runs of one to nine
+// (runs that cross a digit count, runs of the four-at-a-time check's length
+// and around it, a run wrapping past the top value), with and without
+// compress: each list reads as the C library formats it.
+TEST_F(SegmentPrinters, CarvingItemsReadAsPrintfFormatsThemAtEveryDigitCountAndRunLength) {
+    std::vector<uint32_t> edges = {0u, 4294967295u};
+    for (uint64_t p = 10; p <= 1000000000u; p *= 10)
+        for (uint64_t e : {p - 2, p - 1, p, p + 1}) edges.push_back(uint32_t(e));
+    std::vector<std::vector<uint32_t>> lists;
+    for (uint32_t len = 1; len <= 9; len++) {
+        std::vector<uint32_t> runs, singles;
+        for (uint32_t e : edges) {
+            // A run of len ending at or after e, then a gap of two.
+            const uint32_t first = e - len / 2;
+            if (!runs.empty() && first - runs.back() < 3) continue;
+            for (uint32_t j = 0; j < len; j++) runs.push_back(first + j);
+            singles.push_back(e);
+        }
+        lists.push_back(runs);
+        lists.push_back(singles);
+        lists.push_back(std::vector<uint32_t>(runs.begin(), runs.begin() + len));  // one run, whole list
+    }
+    lists.push_back({4294967294u, 4294967295u, 0u, 1u, 5u});
+    for (const auto &list : lists)
+        for (const bool compress : {true, false})
+            EXPECT_EQ(stdout_of([&] {
+                          print_carving_values(list.data(), static_cast<uint32_t>(list.size()), "Pri",
+                                               compress, "");
+                      }),
+                      carving_by_printf(list, "Pri", compress, ""))
+                << list.size() << " values from " << list.front() << ", compress " << compress;
+}
+
 // The carving case runs with -p: without it the extra word is left out.
 TEST_F(SegmentPrinters, CarvingIdsWithoutTheirExtraWordOutsidePrivate) {
     l2vpn_evpn_es_id_entry ids[2] = {{100, 0}, {101, 1}};

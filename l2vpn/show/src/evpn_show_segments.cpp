@@ -7,6 +7,9 @@
 #include <cstring>
 #include <iterator>
 #include <type_traits>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "evpn_show_format.h"
 #include "evpn_show_print.h"
@@ -1035,102 +1038,170 @@ namespace {
 // A carving list's rows gathered in a block of their own and written out
 // whole: an item is a few bytes after a row header, where a report line's
 // room check and conversions cost more than its text (a list of thousands
-// of EVIs is a line per run).
+// of EVIs is a line per run). The block is filled through a local cursor.
 class CarvingRows {
 public:
-    // header: every further row's start, or null when it did not fit its
-    // buffer (a long title); rows then start through the report line.
+    // header: every further row's start ("\n" and the first row's start),
+    // or null when it did not fit its buffer (a long title); rows then start
+    // through the report line.
     CarvingRows(const char *header, size_t header_len, const char *title, const char *tag)
         : header_(header), header_len_(header_len), title_(title), tag_(tag) {}
     CarvingRows(const CarvingRows &) = delete;
     CarvingRows &operator=(const CarvingRows &) = delete;
 
+    // The block with the first row's start in it (the header's, past its
+    // line end); without a header the caller has printed it.
+    char *begin() {
+        if (header_ == nullptr) return block_;
+        memcpy(block_, header_ + 1, kCarvingHeaderSize - 1);
+        return block_ + header_len_ - 1;
+    }
     // Room for one item and the two row starts that may stand around it.
-    void reserve() {
-        if (sizeof block_ - used_ < kItemRoom) flush();
-    }
-    void row() {
+    char *reserve(char *q) { return q <= block_ + sizeof block_ - kItemRoom ? q : flush(q); }
+    char *row(char *q) {
         if (header_ == nullptr) {
-            flush();
+            flush(q);
             print_carving_row_header(title_, tag_, false);
-            return;
+            return block_;
         }
-        // The whole buffer, a copy of known size; what passes the header's
-        // end is overwritten by what follows.
-        memcpy(block_ + used_, header_, kCarvingHeaderSize);
-        used_ += header_len_;
+        // A copy of known size, 32 bytes for the usual title; what passes the
+        // header's end is overwritten by what follows.
+        if (header_len_ <= 32) memcpy(q, header_, 32);
+        else memcpy(q, header_, kCarvingHeaderSize);
+        return q + header_len_;
     }
-    void put(char c) { block_[used_++] = c; }
-    // v as %u, or as %<Width>u right-aligned in blanks. Blanks and digits
-    // are stored in blocks of known size, as the report lines' integers are
-    // (show_format::put_integer).
-    template <size_t Width = 0>
-    void number(uint32_t v) {
-        static_assert(Width <= kPadBlock, "the padding is one block");
-        char text[2 * kDigitBlock];  // digits end at the middle
-        char *const end = text + kDigitBlock;
-        const char *first = show_format::digits<false, false>(v, end);
-        const size_t n = static_cast<size_t>(end - first);
-        if (n < Width) {
-            memcpy(block_ + used_, show_format::kBlanks, kPadBlock);
-            used_ += Width - n;
-        }
-        memcpy(block_ + used_, first, kDigitBlock);
-        used_ += n;
-    }
-    void flush() {
-        if (used_) show_write(block_, used_);
-        used_ = 0;
+    char *flush(char *q) {
+        if (q != block_) show_write(block_, static_cast<size_t>(q - block_));
+        return block_;
     }
 
 private:
-    static constexpr size_t kDigitBlock = 16, kPadBlock = 8;
-    // Two row starts, two ten-digit values' blocks, '-', ',' and a line end.
-    static constexpr size_t kItemRoom = 2 * kCarvingHeaderSize + 2 * kDigitBlock + 3;
+    // Two row starts, two ten-digit values, '-', ',' and a line end.
+    static constexpr size_t kItemRoom = 2 * kCarvingHeaderSize + 2 * 10 + 3;
     const char *header_;
     size_t header_len_;
     const char *title_, *tag_;
-    size_t used_ = 0;
     char block_[4096];
 };
+
+// Decimal digits of v: its bit width's digits, one more from the width's
+// first power of ten on (added through the carry out of the low word).
+inline uint32_t decimal_width(uint32_t v) {
+    static constexpr auto kTable = [] {
+        struct { uint64_t at[32]; } t{};
+        for (int i = 0; i < 32; i++) {
+            uint64_t d = 1, ten = 10;
+            for (; ten <= (uint64_t(1) << i); ten *= 10) d++;
+            t.at[i] = (d << 32) + (ten <= 0xffffffffu ? (uint64_t(1) << 32) - ten : 0);
+        }
+        return t;
+    }();
+    return static_cast<uint32_t>((v + kTable.at[31 - __builtin_clz(v | 1)]) >> 32);
+}
+
+// v as %u at q, or as %8u (right-aligned in blanks); returns past it.
+// Numbers under ten thousand, most of a list, take one or two digit pairs:
+// a one-digit pair is the digit and the next pair's first character, which
+// what follows overwrites.
+template <bool Pad>
+inline char *carving_number(char *q, uint32_t v) {
+    using show_format::kPairs;
+    if (v < 100) {
+        const uint32_t one = v < 10;
+        if constexpr (Pad) {
+            memcpy(q, show_format::kBlanks, 8);
+            q += 6 + one;
+        }
+        memcpy(q, kPairs + 2 * v + one, 2);
+        return q + 2 - one;
+    }
+    if (v < 10000) {
+        const uint32_t hi = v / 100, lo = v - hi * 100, one = hi < 10;
+        if constexpr (Pad) {
+            memcpy(q, show_format::kBlanks, 8);
+            q += 4 + one;
+        }
+        memcpy(q, kPairs + 2 * hi + one, 2);
+        q += 2 - one;
+        memcpy(q, kPairs + 2 * lo, 2);
+        return q + 2;
+    }
+    const uint32_t n = decimal_width(v);
+    if constexpr (Pad) {
+        memcpy(q, show_format::kBlanks, 8);
+        if (n < 8) q += 8 - n;
+    }
+    char *const end = q + n;
+    show_format::decimal_digits(v, end);
+    return end;
+}
+
+// The last index of the run of consecutive values that starts at i.
+inline uint32_t carving_run_end(const uint32_t *values, uint32_t i, uint32_t count) {
+    uint32_t end = i;
+#if defined(__SSE2__)
+    // Four steps at a time: each value less the one before it is one.
+    const __m128i one = _mm_set1_epi32(1);
+    for (; end + 4 < count; end += 4) {
+        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i *>(values + end));
+        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i *>(values + end + 1));
+        const unsigned ones =
+                static_cast<unsigned>(_mm_movemask_ps(_mm_castsi128_ps(_mm_cmpeq_epi32(_mm_sub_epi32(b, a), one))));
+        if (ones != 0xf) return end + static_cast<uint32_t>(__builtin_ctz(~ones));
+    }
+#endif
+    while (end + 1 < count && values[end + 1] == values[end] + 1) end++;
+    return end;
+}
+
+// The items of a carving list after its first row's start.
+template <bool Compress>
+void put_carving_items(CarvingRows &rows, const uint32_t *values, uint32_t count) {
+    char *q = rows.begin();
+    // k counts items, in_row the items of the current row.
+    for (uint32_t i = 0, k = 0, in_row = 0; i < count; i++, k++, in_row++) {
+        q = rows.reserve(q);
+        if (in_row == kCarvingItemsPerRow) {
+            q = rows.row(q);
+            in_row = 0;
+        }
+        const uint32_t end = Compress ? carving_run_end(values, i, count) : i;
+        if (end != i) {
+            q = carving_number<false>(q, values[i]);
+            *q++ = '-';
+            q = carving_number<false>(q, values[end]);
+        } else {
+            q = carving_number<true>(q, values[i]);
+        }
+        const bool more = end + 1 != count;
+        if (more && k != kCarvingItemsPerRow - 1) *q++ = ',';
+        if (Compress && more) q = rows.row(q);
+        i = end;  // the next item starts after the run
+    }
+    *q++ = '\n';
+    rows.flush(q);
+}
 
 }  // namespace
 
 void print_carving_values(const uint32_t *values, uint32_t count, const char *tag,
                           bool compress, const char *title) {
     if (values == nullptr) return;
-    print_carving_row_header(title, tag, true);
+    // Every row starts with the same header: made once per list.
+    char header[kCarvingHeaderSize];
+    const int header_len = show_sprint<"\n%15s %-4.4s: ">(header, title, tag);
+    const bool header_made = header_len > 0 && header_len < static_cast<int>(sizeof header);
+    if (count == 0 || !header_made) print_carving_row_header(title, tag, true);
     if (count == 0) {
         show_print<"\n">();
         return;
     }
-    // Every further row starts with the same header: made once per list.
-    char header[kCarvingHeaderSize];
-    const int header_len = show_sprint<"\n%15s %-4.4s: ">(header, title, tag);
-    const bool header_made = header_len > 0 && header_len < static_cast<int>(sizeof header);
     CarvingRows rows(header_made ? header : nullptr, header_made ? static_cast<size_t>(header_len) : 0,
                      title, tag);
     // With compress, a run of consecutive values is one item, and every item
     // but the last stands on a row of its own.
-    for (uint32_t i = 0, k = 0; i < count; i++, k++) {
-        rows.reserve();
-        if (k != 0 && k % kCarvingItemsPerRow == 0) rows.row();
-        uint32_t end = i;
-        if (compress)
-            while (end + 1 < count && values[end + 1] == values[end] + 1) end++;
-        if (values[end] != values[i]) {
-            rows.number(values[i]);
-            rows.put('-');
-            rows.number(values[end]);
-        } else {
-            rows.number<8>(values[i]);
-        }
-        if (carving_comma(k, end, count)) rows.put(',');
-        if (compress && end + 1 != count) rows.row();
-        i = end;  // the next item starts after the run
-    }
-    rows.put('\n');
-    rows.flush();
+    if (compress) put_carving_items<true>(rows, values, count);
+    else put_carving_items<false>(rows, values, count);
 }
 
 void print_carving_ids(const l2vpn_evpn_es_id_entry *entries, uint32_t count, const char *tag,
