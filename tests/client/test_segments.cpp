@@ -588,6 +588,42 @@ TEST_F(SegmentPrinters, SegmentConvergenceJoinsOnlyTheSetMechanisms) {
     }
 }
 
+// An address's text is made in the brief row and kept for the peering
+// details and carving updates for the first eight peers; the ninth and
+// tenth make their own. Each line shows its own peer.
+TEST_F(SegmentPrinters, SegmentPeersPastTheKeptTextsShowTheirOwnAddresses) {
+    std::vector<l2vpn_evpn_es_nexthop> peers(10);
+    std::vector<std::string> texts;
+    for (size_t i = 0; i < peers.size(); i++) {
+        texts.push_back(i % 3 ? "10.0.0." + std::to_string(i + 1)
+                              : "2001:db8:aaaa:bbbb:cccc:dddd:eeee:" + std::to_string(i + 1));
+        peers[i].address = ip(texts.back().c_str());
+        peers[i].sct_usec = i == 9 ? 1700000000123456ull : 0;
+    }
+    l2vpn_evpn_es_bag es{};
+    es.nexthops = {static_cast<uint32_t>(peers.size()), peers.data()};
+    show_filter.detail = 1;
+    const std::string out = stdout_of([&] { print_evpn_es_bag(&es, "0x0", nullptr); });
+    // The text between the line after the one starting with from and the
+    // line starting with to.
+    const auto between = [&](const std::string &from, const std::string &to) {
+        const size_t at = out.find('\n', out.find(from)) + 1;
+        return out.substr(at, out.find("\n" + to, at) + 1 - at);
+    };
+    std::string brief, details, updates;
+    for (size_t i = 0; i < peers.size(); i++) {
+        if (i) brief += std::string(60, ' ') + texts[i] + "\n";
+        details += "     " + texts[i] + " [MOD:P:00]\n";
+        char line[96];
+        snprintf(line, sizeof line, "        %16s [SCT: %s]\n", texts[i].c_str(),
+                 i == 9 ? "11/14 22:13:20.123456" : "N/A");
+        updates += line;
+    }
+    EXPECT_EQ(between(" " + texts[0], "  ES to BGP"), brief);
+    EXPECT_EQ(between("  Peering Details", "  Service Carving Sync"), details);
+    EXPECT_EQ(between("     Peer Updates", "  Service Carving Results"), updates);
+}
+
 TEST_F(SegmentPrinters, SegmentCarvingModePastTheTable) {
     l2vpn_evpn_es_bag es{};
     es.carving_mode = 6, es.not_elected_count = 5, es.not_configured_count = 2;

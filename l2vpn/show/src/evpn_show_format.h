@@ -7,7 +7,8 @@
 // read, no va_list walked, no conversion dispatched.
 //
 // Conversions taken: d, i, u, x, X, c and s, with the '-' and '0' flags, a
-// width, a precision on s, and the hh, h, l, ll and z lengths. A format
+// width, a precision on s, and the hh, h, l, ll and z lengths; an s takes a
+// ShowText (a text of known length) as well as a C string. A format
 // with anything else does not compile: use show_printf for it. A line that
 // may not fit the buffer's room goes through show_printf, whole.
 #pragma once
@@ -19,6 +20,37 @@
 #include <utility>
 
 #include "evpn_show_print.h"
+
+// A text whose length is known, for a %s: copied without being measured.
+// s[n] is its NUL (a line short of room hands s to show_printf).
+struct ShowText {
+    const char *s;
+    size_t n;
+};
+
+// A literal as a ShowText.
+template <size_t N>
+consteval ShowText show_text(const char (&s)[N]) {
+    return {s, N - 1};
+}
+
+// A table of words as ShowTexts, made when the program is built.
+template <size_t N>
+struct ShowWords {
+    ShowText at[N];
+};
+template <size_t N>
+consteval ShowWords<N> show_words(const char *const (&words)[N]) {
+    ShowWords<N> t{};
+    for (size_t i = 0; i < N; i++) t.at[i] = {words[i], __builtin_strlen(words[i])};
+    return t;
+}
+
+// The word of a code, other when the table has none for it.
+template <size_t N>
+inline ShowText code_text(const ShowWords<N> &words, int64_t code, ShowText other) {
+    return code >= 0 && code < static_cast<int64_t>(N) ? words.at[code] : other;
+}
 
 namespace show_format {
 
@@ -215,7 +247,8 @@ inline void pad(char *p, const char (&run)[kSlack + 1], int fill) {
 template <Conv C, class A>
 consteval bool argument_fits() {
     if constexpr (C.conv == 's') {
-        return std::is_pointer_v<A> && std::is_same_v<std::remove_cv_t<std::remove_pointer_t<A>>, char>;
+        return std::is_same_v<A, ShowText> ||
+               (std::is_pointer_v<A> && std::is_same_v<std::remove_cv_t<std::remove_pointer_t<A>>, char>);
     } else if constexpr (std::is_integral_v<A> || std::is_enum_v<A>) {
         constexpr size_t room = C.size == 1 || C.size == 3 ? sizeof(long)
                               : C.size == 2            ? sizeof(long long)
@@ -322,21 +355,9 @@ inline void put_integer(char *&p, T v) {
     }
 }
 
-// Writes a text field; false when an unbounded text would pass limit
-// (with rest, the room what follows it may take, still after it).
+// The n bytes of a text field at s, padded to its width.
 template <Conv C>
-inline bool put_text(char *&p, const char *limit, size_t rest, const char *s) {
-    // A null text prints as the C library prints it (the array's length
-    // keeps the block copies below within it).
-    static constexpr char kNull[48] = "(null)";
-    if (!s) s = C.prec < 0 || C.prec >= 6 ? kNull : kNull + 6;
-    size_t n;
-    if constexpr (C.prec >= 0) {
-        n = strnlen(s, static_cast<size_t>(C.prec));
-    } else {
-        n = strlen(s);
-        if (n + rest > static_cast<size_t>(limit - p)) return false;
-    }
+inline void put_text_bytes(char *&p, const char *s, size_t n) {
     const int fill = C.width - static_cast<int>(n);
     if constexpr ((C.flags & kLeft) != 0) {
         copy_text(p, s, n);
@@ -353,8 +374,46 @@ inline bool put_text(char *&p, const char *limit, size_t rest, const char *s) {
         copy_text(p, s, n);
         p += n;
     }
+}
+
+// Writes a text field; false when an unbounded text would pass limit
+// (with rest, the room what follows it may take, still after it).
+template <Conv C>
+inline bool put_text(char *&p, const char *limit, size_t rest, const char *s) {
+    // A null text prints as the C library prints it (the array's length
+    // keeps the block copies below within it).
+    static constexpr char kNull[48] = "(null)";
+    if (!s) s = C.prec < 0 || C.prec >= 6 ? kNull : kNull + 6;
+    size_t n;
+    if constexpr (C.prec >= 0) {
+        n = strnlen(s, static_cast<size_t>(C.prec));
+    } else {
+        n = strlen(s);
+        if (n + rest > static_cast<size_t>(limit - p)) return false;
+    }
+    put_text_bytes<C>(p, s, n);
     return true;
 }
+
+// The same for a text of known length.
+template <Conv C>
+inline bool put_text(char *&p, const char *limit, size_t rest, ShowText t) {
+    size_t n = t.n;
+    if constexpr (C.prec >= 0) {
+        if (n > static_cast<size_t>(C.prec)) n = static_cast<size_t>(C.prec);
+    } else {
+        if (n + rest > static_cast<size_t>(limit - p)) return false;
+    }
+    put_text_bytes<C>(p, t.s, n);
+    return true;
+}
+
+// An argument as show_printf takes it: a ShowText by its pointer.
+template <class A>
+inline A vararg(A a) {
+    return a;
+}
+inline const char *vararg(ShowText t) { return t.s; }
 
 template <Format F, Conv C>
 inline void put_literal(char *&p) {
@@ -411,7 +470,7 @@ inline void print(std::index_sequence<I...>, A... a) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-security"
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-    show_printf(F.text, a...);
+    show_printf(F.text, vararg(a)...);
 #pragma GCC diagnostic pop
 }
 
@@ -431,7 +490,7 @@ inline int sprint(std::index_sequence<I...>, char (&buf)[N], A... a) {
             return static_cast<int>(p - buf);
         }
     }
-    return show_snprintf(buf, N, F.text, a...);  // a buffer too small for the fast path
+    return show_snprintf(buf, N, F.text, vararg(a)...);  // a buffer too small for the fast path
 }
 
 }  // namespace show_format
