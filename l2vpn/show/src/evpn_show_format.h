@@ -299,13 +299,27 @@ inline char *decimal_digits(unsigned long long v, char *end) {
 }
 
 // Digits of v written backwards to end; returns the first.
+// "00" to "ff" (or "FF"): the two hex digits of each byte value.
+template <bool Upper>
+inline constexpr auto kHexPairs = [] {
+    struct {
+        char at[512];
+    } t{};
+    const char *set = Upper ? "0123456789ABCDEF" : "0123456789abcdef";
+    for (unsigned b = 0; b < 256; b++) t.at[2 * b] = set[b >> 4], t.at[2 * b + 1] = set[b & 15];
+    return t;
+}();
+
 template <bool Hex, bool Upper>
 inline char *digits(unsigned long long v, char *end) {
     char *p = end;
     if constexpr (Hex) {
-        const char *set = Upper ? "0123456789ABCDEF" : "0123456789abcdef";
-        do *--p = set[v & 15];
-        while (v >>= 4);
+        // A byte at a time; a leading zero of the top byte is dropped.
+        do {
+            p -= 2;
+            memcpy(p, kHexPairs<Upper>.at + 2 * (v & 0xff), 2);
+        } while (v >>= 8);
+        if (*p == '0' && p + 1 != end) p++;
     } else {
         p = decimal_digits(v, end);
         if (p == end) *--p = '0';

@@ -541,21 +541,35 @@ void print_es_results(const l2vpn_evpn_es_bag &es, bool carving) {
     print_es_vpws_list<"     Non-DF         : %d\n">(es.vpws_non_df, "NDF", carving);
 }
 
-// Each timer line: its configured value, then whether it runs and for how
-// long. The labels stand padded in the formats ("  %-18.18s: " of each).
+// A timer line: its configured value, then whether it runs and for how
+// long, the time left cut to tenths (as print_running_suffix writes it).
+// The label stands padded in both formats ("  %-18.18s: " of each).
+template <show_format::Format Stopped, show_format::Format Running>
+void print_es_timer(uint32_t timer, uint32_t left_ms) {
+    if (left_ms == 0)
+        show_print<Stopped>(static_cast<int>(timer));
+    else
+        show_print<Running>(static_cast<int>(timer), static_cast<int>(left_ms / 1000),
+                            static_cast<int>(left_ms % 1000 / 100));
+}
+
 void print_es_timers(const l2vpn_evpn_es_bag &es, bool priv) {
-    show_print<"  Peering timer     : %d sec ">(static_cast<int>(es.peering_timer));
-    print_running_suffix(es.peering_left);
-    show_print<"  Recovery timer    : %d sec ">(static_cast<int>(es.recovery_timer));
-    print_running_suffix(es.recovery_left);
-    show_print<"  Carving timer     : %d sec ">(static_cast<int>(es.carving_timer));
-    print_running_suffix(es.carving_left);
-    show_print<"  HRW Reset timer   : %d sec ">(static_cast<int>(es.hrw_reset_timer));
-    print_running_suffix(es.hrw_reset_left);
-    if (priv) {
-        show_print<"  AC Debounce timer : %d msec ">(static_cast<int>(es.ac_debounce_timer));
-        print_running_suffix(es.ac_debounce_left);
-    }
+    print_es_timer<"  Peering timer     : %d sec [not running]\n",
+                   "  Peering timer     : %d sec [running, %d.%d sec left]\n">(es.peering_timer,
+                                                                             es.peering_left);
+    print_es_timer<"  Recovery timer    : %d sec [not running]\n",
+                   "  Recovery timer    : %d sec [running, %d.%d sec left]\n">(es.recovery_timer,
+                                                                             es.recovery_left);
+    print_es_timer<"  Carving timer     : %d sec [not running]\n",
+                   "  Carving timer     : %d sec [running, %d.%d sec left]\n">(es.carving_timer,
+                                                                             es.carving_left);
+    print_es_timer<"  HRW Reset timer   : %d sec [not running]\n",
+                   "  HRW Reset timer   : %d sec [running, %d.%d sec left]\n">(es.hrw_reset_timer,
+                                                                             es.hrw_reset_left);
+    if (priv)
+        print_es_timer<"  AC Debounce timer : %d msec [not running]\n",
+                       "  AC Debounce timer : %d msec [running, %d.%d sec left]\n">(
+                es.ac_debounce_timer, es.ac_debounce_left);
 }
 
 // An E-Tree segment has its E-Tree label and no split-horizon labels.
