@@ -298,7 +298,6 @@ inline char *decimal_digits(unsigned long long v, char *end) {
     return p;
 }
 
-// Digits of v written backwards to end; returns the first.
 // "00" to "ff" (or "FF"): the two hex digits of each byte value.
 template <bool Upper>
 inline constexpr auto kHexPairs = [] {
@@ -310,6 +309,7 @@ inline constexpr auto kHexPairs = [] {
     return t;
 }();
 
+// Digits of v written backwards to end; returns the first.
 template <bool Hex, bool Upper>
 inline char *digits(unsigned long long v, char *end) {
     char *p = end;

@@ -257,11 +257,11 @@ constexpr uint32_t kEsKindVirtualAccessIf = 5;
 // Codes past a word table print their number in the line's number format; a
 // negative code reads as unsigned.
 
-// "ES Import RT" and "Source MAC": the MAC, then the origin's word or number.
-// The line's label stands padded in both formats (no text conversion for it).
 // A MAC's text: always L2VPN_MAC_STR_LEN characters for six bytes.
 ShowText mac_text(const uint8_t *mac) { return {macstring(mac, 6), L2VPN_MAC_STR_LEN}; }
 
+// "ES Import RT" and "Source MAC": the MAC, then the origin's word or number.
+// The line's label stands padded in both formats (no text conversion for it).
 template <show_format::Format WordLine, show_format::Format NumberLine, size_t N>
 void print_es_origin(const uint8_t *mac, const ShowWords<N> &words, int32_t origin) {
     if (origin >= 0 && origin < static_cast<int32_t>(N))
