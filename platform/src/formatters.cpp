@@ -121,7 +121,8 @@ char *put_dotted_quad(char *out, const uint8_t *b) {
 // writes it: lowercase groups without leading zeros, the first longest run
 // of two or more zero groups as "::", and the last 32 bits as a dotted quad
 // for IPv4-compatible and IPv4-mapped addresses. out holds at least 46 chars.
-void put_ipv6(char *out, const uint8_t *b) {
+// Returns the end (the NUL).
+char *put_ipv6(char *out, const uint8_t *b) {
     unsigned words[8];
     unsigned zero = 0;  // bit i: group i is zero
     for (int i = 0; i < 8; i++) {
@@ -144,8 +145,7 @@ void put_ipv6(char *out, const uint8_t *b) {
         }
         if (i) *o++ = ':';
         if (i == 6 && best == 0 && (best_len == 6 || (best_len == 5 && words[5] == 0xffff))) {
-            put_dotted_quad(o, b + 12);
-            return;
+            return put_dotted_quad(o, b + 12);
         }
         // The group's digits without leading zeros: one to four.
         const unsigned w = words[i];
@@ -154,6 +154,7 @@ void put_ipv6(char *out, const uint8_t *b) {
     }
     if (best >= 0 && best + best_len == 8) *o++ = ':';
     *o = '\0';
+    return o;
 }
 
 // text into buf as snprintf("%s") would put it: cut to size - 1 chars.
@@ -418,21 +419,36 @@ bool l2vpn_ip_is_v4(const l2vpn_ip_addr_t *addr) {
     return addr != nullptr && AddressHalves(*addr).v4_mapped();
 }
 
+namespace {
+// The address's text at out (L2VPN_IP_STR_SIZE bytes); returns its length.
+size_t put_address(char *out, const l2vpn_ip_addr_t &addr) {
+    const AddressHalves halves(addr);
+    if (halves.v4_mapped()) return static_cast<size_t>(put_dotted_quad(out, addr.bytes + 12) - out);
+    if ((halves.hi | halves.lo) == 0) {
+        memcpy(out, "::", 3);  // no address: a route with a MAC alone
+        return 2;
+    }
+    return static_cast<size_t>(put_ipv6(out, addr.bytes) - out);
+}
+static_assert(kRingSlotSize >= L2VPN_IP_STR_SIZE);
+}  // namespace
+
 const char *l2vpn_inet_ntop(const l2vpn_ip_addr_t *addr) {
     char *out = ring_next();
     if (addr == nullptr) {
         snprintf(out, kRingSlotSize, "%s", "(null)");
         return out;
     }
-    const AddressHalves halves(*addr);
-    if (halves.v4_mapped()) {
-        put_dotted_quad(out, addr->bytes + 12);
-    } else if ((halves.hi | halves.lo) == 0) {
-        memcpy(out, "::", 3);  // no address: a route with a MAC alone
-    } else {
-        put_ipv6(out, addr->bytes);
-    }
+    put_address(out, *addr);
     return out;
+}
+
+size_t l2vpn_inet_text(const l2vpn_ip_addr_t *addr, char (&out)[L2VPN_IP_STR_SIZE]) {
+    if (addr == nullptr) {
+        memcpy(out, "(null)", 7);
+        return 6;
+    }
+    return put_address(out, *addr);
 }
 
 namespace {

@@ -478,6 +478,60 @@ TEST_F(SegmentPrinters, CarvingListsLongerThanTheirBlockLoseNoItem) {
     }
 }
 
+// A carving list as the C library formats it, item by item: "%u-%u" for a
+// run, "%8u" for a single value, a row per run with compress.
+std::string carving_by_printf(const std::vector<uint32_t> &v, const char *tag, bool compress,
+                              const char *title) {
+    std::string out = row(title, tag);
+    char item[32];
+    const size_t n = v.size();
+    for (size_t i = 0, k = 0; i < n; i++, k++) {
+        if (k != 0 && k % 6 == 0) out += "\n" + row(title, tag);
+        size_t end = i;
+        while (compress && end + 1 < n && v[end + 1] == uint32_t(v[end] + 1)) end++;
+        if (end != i) snprintf(item, sizeof item, "%u-%u", v[i], v[end]);
+        else snprintf(item, sizeof item, "%8u", v[i]);
+        out += item;
+        if (end + 1 != n && k != 5) out += ",";
+        if (compress && end + 1 != n) out += "\n" + row(title, tag);
+        i = end;
+    }
+    return out + "\n";
+}
+
+// Values at every digit count's edges, alone and in runs of one to nine
+// (runs that cross a digit count, runs of the four-at-a-time check's length
+// and around it, a run wrapping past the top value), with and without
+// compress: each list reads as the C library formats it.
+TEST_F(SegmentPrinters, CarvingItemsReadAsPrintfFormatsThemAtEveryDigitCountAndRunLength) {
+    std::vector<uint32_t> edges = {0u, 4294967295u};
+    for (uint64_t p = 10; p <= 1000000000u; p *= 10)
+        for (uint64_t e : {p - 2, p - 1, p, p + 1}) edges.push_back(uint32_t(e));
+    std::vector<std::vector<uint32_t>> lists;
+    for (uint32_t len = 1; len <= 9; len++) {
+        std::vector<uint32_t> runs, singles;
+        for (uint32_t e : edges) {
+            // A run of len ending at or after e, then a gap of two.
+            const uint32_t first = e - len / 2;
+            if (!runs.empty() && first - runs.back() < 3) continue;
+            for (uint32_t j = 0; j < len; j++) runs.push_back(first + j);
+            singles.push_back(e);
+        }
+        lists.push_back(runs);
+        lists.push_back(singles);
+        lists.push_back(std::vector<uint32_t>(runs.begin(), runs.begin() + len));  // one run, whole list
+    }
+    lists.push_back({4294967294u, 4294967295u, 0u, 1u, 5u});
+    for (const auto &list : lists)
+        for (const bool compress : {true, false})
+            EXPECT_EQ(stdout_of([&] {
+                          print_carving_values(list.data(), static_cast<uint32_t>(list.size()), "Pri",
+                                               compress, "");
+                      }),
+                      carving_by_printf(list, "Pri", compress, ""))
+                << list.size() << " values from " << list.front() << ", compress " << compress;
+}
+
 // The carving case runs with -p: without it the extra word is left out.
 TEST_F(SegmentPrinters, CarvingIdsWithoutTheirExtraWordOutsidePrivate) {
     l2vpn_evpn_es_id_entry ids[2] = {{100, 0}, {101, 1}};
@@ -532,6 +586,42 @@ TEST_F(SegmentPrinters, SegmentConvergenceJoinsOnlyTheSetMechanisms) {
                                  "  Convergence"),
                   c.line);
     }
+}
+
+// An address's text is made in the brief row and kept for the peering
+// details and carving updates for the first eight peers; the ninth and
+// tenth make their own. Each line shows its own peer.
+TEST_F(SegmentPrinters, SegmentPeersPastTheKeptTextsShowTheirOwnAddresses) {
+    std::vector<l2vpn_evpn_es_nexthop> peers(10);
+    std::vector<std::string> texts;
+    for (size_t i = 0; i < peers.size(); i++) {
+        texts.push_back(i % 3 ? "10.0.0." + std::to_string(i + 1)
+                              : "2001:db8:aaaa:bbbb:cccc:dddd:eeee:" + std::to_string(i + 1));
+        peers[i].address = ip(texts.back().c_str());
+        peers[i].sct_usec = i == 9 ? 1700000000123456ull : 0;
+    }
+    l2vpn_evpn_es_bag es{};
+    es.nexthops = {static_cast<uint32_t>(peers.size()), peers.data()};
+    show_filter.detail = 1;
+    const std::string out = stdout_of([&] { print_evpn_es_bag(&es, "0x0", nullptr); });
+    // The text between the line after the one starting with from and the
+    // line starting with to.
+    const auto between = [&](const std::string &from, const std::string &to) {
+        const size_t at = out.find('\n', out.find(from)) + 1;
+        return out.substr(at, out.find("\n" + to, at) + 1 - at);
+    };
+    std::string brief, details, updates;
+    for (size_t i = 0; i < peers.size(); i++) {
+        if (i) brief += std::string(60, ' ') + texts[i] + "\n";
+        details += "     " + texts[i] + " [MOD:P:00]\n";
+        char line[96];
+        snprintf(line, sizeof line, "        %16s [SCT: %s]\n", texts[i].c_str(),
+                 i == 9 ? "11/14 22:13:20.123456" : "N/A");
+        updates += line;
+    }
+    EXPECT_EQ(between(" " + texts[0], "  ES to BGP"), brief);
+    EXPECT_EQ(between("  Peering Details", "  Service Carving Sync"), details);
+    EXPECT_EQ(between("     Peer Updates", "  Service Carving Results"), updates);
 }
 
 TEST_F(SegmentPrinters, SegmentCarvingModePastTheTable) {

@@ -45,12 +45,22 @@ struct Case {
     std::vector<Made> (*into_arrays)();
 };
 
+// snprintf with a text of known length passed as its C string.
+template <class... A>
+int libc_snprintf(char *buf, size_t size, const char *format, A... a) {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+#pragma GCC diagnostic ignored "-Wformat-security"
+    return snprintf(buf, size, format, show_format::vararg(a)...);
+#pragma GCC diagnostic pop
+}
+
 #define SPRINT_IN(N, format, ...) \
     made_in<N>([](char(&b)[N]) { return show_sprint<format>(b __VA_OPT__(, ) __VA_ARGS__); })
 #define CASE(format, ...)                                                                          \
     Case {                                                                                         \
         format " <- " #__VA_ARGS__, [] { show_print<format>(__VA_ARGS__); },                       \
-            [](char *buf, size_t size) { return snprintf(buf, size, format, __VA_ARGS__); },       \
+            [](char *buf, size_t size) { return libc_snprintf(buf, size, format, __VA_ARGS__); },  \
             [] {                                                                                   \
                 return std::vector<Made>{SPRINT_IN(8, format, __VA_ARGS__), SPRINT_IN(100, format, __VA_ARGS__), \
                                          SPRINT_IN(200, format, __VA_ARGS__), SPRINT_IN(700, format, __VA_ARGS__)}; \
@@ -63,6 +73,7 @@ struct Case {
     return none;
 }
 const std::string kLong(300, 'L');
+ShowText long_text() { return {kLong.c_str(), kLong.size()}; }
 
 // Every conversion the reports' formats use, with the values at their edges:
 // empty and over-long texts, widths under and over the text and over the
@@ -90,6 +101,11 @@ const Case kCases[] = {
     CASE("[%c][%3c][%-3c][%c]", 'a', 'b', 'c', 0x141),
     CASE("[%-80u][%70d][%066x]", 1u, -1, 0xfu),
     CASE("  %-18.18s: %s\n", "ES to BGP Gates", "gate"),
+    // Texts of known length: the same fields without measuring them.
+    CASE("%s|%s|%s", show_text(""), show_text("a"), show_text("Remote Ethernet Segment")),
+    CASE("[%-15.15s][%16.16s][%.3s][%8s][%.0s]", show_text("exactly15chars!"), show_text("x"),
+         show_text("abcdef"), show_text("MPLS"), show_text("gone")),
+    CASE("[%-40.40s]%s|%s", long_text(), long_text(), "plain"),
     CASE("%-10u %-6s %-27.27s %-10u   %-8s\n", 100u, "MPLS", "0011.2233.4455.6677.8899", 24000u, "Up"),
 };
 

@@ -7,7 +7,8 @@
 // read, no va_list walked, no conversion dispatched.
 //
 // Conversions taken: d, i, u, x, X, c and s, with the '-' and '0' flags, a
-// width, a precision on s, and the hh, h, l, ll and z lengths. A format
+// width, a precision on s, and the hh, h, l, ll and z lengths; an s takes a
+// ShowText (a text of known length) as well as a C string. A format
 // with anything else does not compile: use show_printf for it. A line that
 // may not fit the buffer's room goes through show_printf, whole.
 #pragma once
@@ -19,6 +20,37 @@
 #include <utility>
 
 #include "evpn_show_print.h"
+
+// A text whose length is known, for a %s: copied without being measured.
+// s[n] is its NUL (a line short of room hands s to show_printf).
+struct ShowText {
+    const char *s;
+    size_t n;
+};
+
+// A literal as a ShowText.
+template <size_t N>
+consteval ShowText show_text(const char (&s)[N]) {
+    return {s, N - 1};
+}
+
+// A table of words as ShowTexts, made when the program is built.
+template <size_t N>
+struct ShowWords {
+    ShowText at[N];
+};
+template <size_t N>
+consteval ShowWords<N> show_words(const char *const (&words)[N]) {
+    ShowWords<N> t{};
+    for (size_t i = 0; i < N; i++) t.at[i] = {words[i], __builtin_strlen(words[i])};
+    return t;
+}
+
+// The word of a code, other when the table has none for it.
+template <size_t N>
+inline ShowText code_text(const ShowWords<N> &words, int64_t code, ShowText other) {
+    return code >= 0 && code < static_cast<int64_t>(N) ? words.at[code] : other;
+}
 
 namespace show_format {
 
@@ -215,7 +247,8 @@ inline void pad(char *p, const char (&run)[kSlack + 1], int fill) {
 template <Conv C, class A>
 consteval bool argument_fits() {
     if constexpr (C.conv == 's') {
-        return std::is_pointer_v<A> && std::is_same_v<std::remove_cv_t<std::remove_pointer_t<A>>, char>;
+        return std::is_same_v<A, ShowText> ||
+               (std::is_pointer_v<A> && std::is_same_v<std::remove_cv_t<std::remove_pointer_t<A>>, char>);
     } else if constexpr (std::is_integral_v<A> || std::is_enum_v<A>) {
         constexpr size_t room = C.size == 1 || C.size == 3 ? sizeof(long)
                               : C.size == 2            ? sizeof(long long)
@@ -242,13 +275,15 @@ inline auto read_as(A a) {
     }
 }
 
+// "00" to "99": the two digits of each number under a hundred.
+inline constexpr char kPairs[] =
+    "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+    "8081828384858687888990919293949596979899";
+
 // Decimal digits of v written backwards to end, two at a time; returns the
 // first (none for 0: callers decide how zero prints).
 inline char *decimal_digits(unsigned long long v, char *end) {
-    static constexpr char kPairs[] =
-        "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
-        "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
-        "8081828384858687888990919293949596979899";
     char *p = end;
     for (; v >= 100; v /= 100) {
         p -= 2;
@@ -263,14 +298,28 @@ inline char *decimal_digits(unsigned long long v, char *end) {
     return p;
 }
 
+// "00" to "ff" (or "FF"): the two hex digits of each byte value.
+template <bool Upper>
+inline constexpr auto kHexPairs = [] {
+    struct {
+        char at[512];
+    } t{};
+    const char *set = Upper ? "0123456789ABCDEF" : "0123456789abcdef";
+    for (unsigned b = 0; b < 256; b++) t.at[2 * b] = set[b >> 4], t.at[2 * b + 1] = set[b & 15];
+    return t;
+}();
+
 // Digits of v written backwards to end; returns the first.
 template <bool Hex, bool Upper>
 inline char *digits(unsigned long long v, char *end) {
     char *p = end;
     if constexpr (Hex) {
-        const char *set = Upper ? "0123456789ABCDEF" : "0123456789abcdef";
-        do *--p = set[v & 15];
-        while (v >>= 4);
+        // A byte at a time; a leading zero of the top byte is dropped.
+        do {
+            p -= 2;
+            memcpy(p, kHexPairs<Upper>.at + 2 * (v & 0xff), 2);
+        } while (v >>= 8);
+        if (*p == '0' && p + 1 != end) p++;
     } else {
         p = decimal_digits(v, end);
         if (p == end) *--p = '0';
@@ -320,21 +369,9 @@ inline void put_integer(char *&p, T v) {
     }
 }
 
-// Writes a text field; false when an unbounded text would pass limit
-// (with rest, the room what follows it may take, still after it).
+// The n bytes of a text field at s, padded to its width.
 template <Conv C>
-inline bool put_text(char *&p, const char *limit, size_t rest, const char *s) {
-    // A null text prints as the C library prints it (the array's length
-    // keeps the block copies below within it).
-    static constexpr char kNull[48] = "(null)";
-    if (!s) s = C.prec < 0 || C.prec >= 6 ? kNull : kNull + 6;
-    size_t n;
-    if constexpr (C.prec >= 0) {
-        n = strnlen(s, static_cast<size_t>(C.prec));
-    } else {
-        n = strlen(s);
-        if (n + rest > static_cast<size_t>(limit - p)) return false;
-    }
+inline void put_text_bytes(char *&p, const char *s, size_t n) {
     const int fill = C.width - static_cast<int>(n);
     if constexpr ((C.flags & kLeft) != 0) {
         copy_text(p, s, n);
@@ -351,8 +388,46 @@ inline bool put_text(char *&p, const char *limit, size_t rest, const char *s) {
         copy_text(p, s, n);
         p += n;
     }
+}
+
+// Writes a text field; false when an unbounded text would pass limit
+// (with rest, the room what follows it may take, still after it).
+template <Conv C>
+inline bool put_text(char *&p, const char *limit, size_t rest, const char *s) {
+    // A null text prints as the C library prints it (the array's length
+    // keeps the block copies below within it).
+    static constexpr char kNull[48] = "(null)";
+    if (!s) s = C.prec < 0 || C.prec >= 6 ? kNull : kNull + 6;
+    size_t n;
+    if constexpr (C.prec >= 0) {
+        n = strnlen(s, static_cast<size_t>(C.prec));
+    } else {
+        n = strlen(s);
+        if (n + rest > static_cast<size_t>(limit - p)) return false;
+    }
+    put_text_bytes<C>(p, s, n);
     return true;
 }
+
+// The same for a text of known length.
+template <Conv C>
+inline bool put_text(char *&p, const char *limit, size_t rest, ShowText t) {
+    size_t n = t.n;
+    if constexpr (C.prec >= 0) {
+        if (n > static_cast<size_t>(C.prec)) n = static_cast<size_t>(C.prec);
+    } else {
+        if (n + rest > static_cast<size_t>(limit - p)) return false;
+    }
+    put_text_bytes<C>(p, t.s, n);
+    return true;
+}
+
+// An argument as show_printf takes it: a ShowText by its pointer.
+template <class A>
+inline A vararg(A a) {
+    return a;
+}
+inline const char *vararg(ShowText t) { return t.s; }
 
 template <Format F, Conv C>
 inline void put_literal(char *&p) {
@@ -409,7 +484,7 @@ inline void print(std::index_sequence<I...>, A... a) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-security"
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-    show_printf(F.text, a...);
+    show_printf(F.text, vararg(a)...);
 #pragma GCC diagnostic pop
 }
 
@@ -429,7 +504,7 @@ inline int sprint(std::index_sequence<I...>, char (&buf)[N], A... a) {
             return static_cast<int>(p - buf);
         }
     }
-    return show_snprintf(buf, N, F.text, a...);  // a buffer too small for the fast path
+    return show_snprintf(buf, N, F.text, vararg(a)...);  // a buffer too small for the fast path
 }
 
 }  // namespace show_format

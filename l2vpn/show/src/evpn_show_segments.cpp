@@ -7,6 +7,9 @@
 #include <cstring>
 #include <iterator>
 #include <type_traits>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "evpn_show_format.h"
 #include "evpn_show_print.h"
@@ -220,6 +223,19 @@ constexpr const char *kEsSourceMacOriginWords[] = {
 constexpr const char *kEsCarvingModeTexts[] = {"Invalid\n", "Auto-selection\n", "Manual\n",
                                                "Invalid\n", "HRW\n",            "Preferential\n"};
 constexpr const char *kEsMcastCarvingTexts[] = {"Disabled\n", "HRW (S,G)\n", "HRW (*,G)\n"};
+// The tables above and the segment's word tables with their lengths.
+constexpr auto kEsImportRtOrigins = show_words(kEsImportRtOriginWords);
+constexpr auto kEsSourceMacOrigins = show_words(kEsSourceMacOriginWords);
+constexpr auto kEsCarvingModes = show_words(kEsCarvingModeTexts);
+constexpr auto kEsMcastCarvings = show_words(kEsMcastCarvingTexts);
+constexpr auto kEsStates = show_words(kEsStateWords);
+constexpr auto kEsRedundancies = show_words(kEsRedundancyWords);
+constexpr auto kEsOperTopologies = show_words(kEsOperTopologyWords);
+constexpr auto kEsConfTopologies = show_words(kEsConfTopologyWords);
+constexpr auto kEsCarvingSyncs = show_words(kEsCarvingSyncWords);
+constexpr auto kEsMacFlushes = show_words(kEsMacFlushWords);
+constexpr auto kEsAccessSignals = show_words(kEsAccessSignalWords);
+constexpr auto kEsDfTypes = show_words(kEsDfTypeWords);
 
 constexpr uint32_t kEsCarvingManual = 2;
 constexpr uint32_t kEsCarvingPreferential = 5;
@@ -241,20 +257,23 @@ constexpr uint32_t kEsKindVirtualAccessIf = 5;
 // Codes past a word table print their number in the line's number format; a
 // negative code reads as unsigned.
 
+// A MAC's text: always L2VPN_MAC_STR_LEN characters for six bytes.
+ShowText mac_text(const uint8_t *mac) { return {macstring(mac, 6), L2VPN_MAC_STR_LEN}; }
+
 // "ES Import RT" and "Source MAC": the MAC, then the origin's word or number.
 // The line's label stands padded in both formats (no text conversion for it).
 template <show_format::Format WordLine, show_format::Format NumberLine, size_t N>
-void print_es_origin(const uint8_t *mac, const char *const (&words)[N], int32_t origin) {
+void print_es_origin(const uint8_t *mac, const ShowWords<N> &words, int32_t origin) {
     if (origin >= 0 && origin < static_cast<int32_t>(N))
-        show_print<WordLine>(macstring(mac, 6), words[origin]);
+        show_print<WordLine>(mac_text(mac), words.at[origin]);
     else
-        show_print<NumberLine>(macstring(mac, 6), static_cast<uint32_t>(origin));
+        show_print<NumberLine>(mac_text(mac), static_cast<uint32_t>(origin));
 }
 
 template <show_format::Format WordLine, show_format::Format NumberLine, size_t N>
-void print_es_topology(const char *const (&words)[N], int32_t topology, const char *suffix) {
+void print_es_topology(const ShowWords<N> &words, int32_t topology, ShowText suffix) {
     if (topology >= 0 && topology < static_cast<int32_t>(N))
-        show_print<WordLine>(words[topology], suffix);
+        show_print<WordLine>(words.at[topology], suffix);
     else
         show_print<NumberLine>(static_cast<uint32_t>(topology), suffix);
 }
@@ -267,14 +286,42 @@ void es_label_text(uint32_t label, char (&buf)[EVPN_LABEL_TEXT_SIZE]) {
     l2vpn_mpls_label_to_str(label, buf, sizeof buf, EVPN_ENCAP_MPLS);
 }
 
-// The display form of an interface name, or "N/A" when it has none.
+// The interface name line: the name's display form, or "N/A" when it has none.
 void print_es_display_name(const char *name) {
     char buf[kEsNameSize] = {};
     im_display_namestring(name, buf, kEsIfNameSize, 0);
-    show_print<"%s\n">(buf[0] ? buf : "N/A");
+    if (buf[0]) show_print<"     Interface name : %s\n">(buf);
+    else show_print<"     Interface name : N/A\n">();
 }
 
-void print_es_brief(const l2vpn_evpn_es_bag &es, bool etree, bool priv) {
+// The texts of a segment's peers' addresses: each is printed in the brief
+// row, the peering details and the carving updates, and is made once, in
+// the brief row, for the first few.
+class EsPeerTexts {
+public:
+    // Peer i's address text, made.
+    ShowText make(uint32_t i, const l2vpn_ip_addr_t &address) {
+        if (i >= kKept) return other(address);
+        len_[i] = static_cast<uint8_t>(l2vpn_inet_text(&address, text_[i]));
+        return {text_[i], len_[i]};
+    }
+    // Peer i's address text, as made before for the first few.
+    ShowText kept(uint32_t i, const l2vpn_ip_addr_t &address) const {
+        if (i >= kKept) return other(address);
+        return {text_[i], len_[i]};
+    }
+
+private:
+    static constexpr uint32_t kKept = 8;
+    static ShowText other(const l2vpn_ip_addr_t &address) {
+        const char *text = l2vpn_inet_ntop(&address);
+        return {text, strlen(text)};
+    }
+    char text_[kKept][L2VPN_IP_STR_SIZE];
+    uint8_t len_[kKept];
+};
+
+void print_es_brief(const l2vpn_evpn_es_bag &es, bool etree, bool priv, EsPeerTexts &peers) {
     const char *esi = text_of(es.esi_text);
     show_print<"%-24.24s ">(etree || is_nonzero_show_esi_string(esi) ? esi : "N/A");
 
@@ -285,25 +332,26 @@ void print_es_brief(const l2vpn_evpn_es_bag &es, bool etree, bool priv) {
         if (name[0]) show_print<"%-34.34s">(name);
     } else {
         im_display_namestring(es.name, name, kEsIfNameSize, 1);
-        show_print<"%-34.34s">(name[0] ? name : "N/A");
+        if (name[0]) show_print<"%-34.34s">(name);
+        else show_print<"%-34.34s">(show_text("N/A"));
     }
 
     const uint32_t n = count_of(es.nexthops);
     if (n == 0) {
-        show_print<" %-30.30s\n">("N/A");
+        show_print<" %-30.30s\n">(show_text("N/A"));
         return;
     }
     for (uint32_t i = 0; i < n; i++) {
         const l2vpn_evpn_es_nexthop &nh = es.nexthops.data[i];
         if (i > 0) show_print<"                                                           ">();  // 59 columns: under the first address
-        show_print<" %s">(l2vpn_inet_ntop(&nh.address));
-        if (priv) show_print<" %s%s">(nh.nh_standby ? "S" : " ", nh.nh_up ? "U" : " ");
-        show_print<"\n">();
+        const ShowText address = peers.make(i, nh.address);
+        if (priv) show_print<" %s %s%s\n">(address, nh.nh_standby ? "S" : " ", nh.nh_up ? "U" : " ");
+        else show_print<" %s\n">(address);
     }
 }
 
 void print_es_interface(const l2vpn_evpn_es_bag &es, bool priv) {
-    const char *state = code_word(kEsStateWords, es.state, "Invalid");
+    const ShowText state = code_text(kEsStates, es.state, show_text("Invalid"));
     if (es_is_pw_or_vfi(es.es_kind)) {
         show_print<"  Virtual Access    :\n">();
         show_print<"     Name           : %s\n">(text_of(es.name));
@@ -315,20 +363,21 @@ void print_es_interface(const l2vpn_evpn_es_bag &es, bool priv) {
             show_print<"  Virtual Access    :\n">();
         else
             show_print<"  Main port         :\n">();
-        show_print<"     Interface name : ">();
         print_es_display_name(es.name);
-        if (!vai) show_print<"     Interface MAC  : %s\n">(macstring(es.interface_mac, 6));
+        if (!vai) show_print<"     Interface MAC  : %s\n">(mac_text(es.interface_mac));
         show_print<"     IfHandle       : 0x%08x\n">(es.ifhandle);
-        show_print<"     State          : %s%s\n">(
-                state, es.staggered_bringup ? " (in staggered bring-up)" : "");
+        if (es.staggered_bringup)
+            show_print<"     State          : %s (in staggered bring-up)\n">(state);
+        else
+            show_print<"     State          : %s\n">(state);
         if (!vai) {
-            if (es.redundancy < std::size(kEsRedundancyWords))
-                show_print<"     Redundancy     : %s\n">(kEsRedundancyWords[es.redundancy]);
+            if (es.redundancy < std::size(kEsRedundancies.at))
+                show_print<"     Redundancy     : %s\n">(kEsRedundancies.at[es.redundancy]);
             else
                 show_print<"     Redundancy     : 0x%08x\n">(es.redundancy);
             if (es.ves_main_port) {
                 show_print<"  VES Main port     :\n">();
-                show_print<"     Grouping MAC   : %s\n">(macstring(es.grouping_mac, 6));
+                show_print<"     Grouping MAC   : %s\n">(mac_text(es.grouping_mac));
                 show_print<"     %-15.15s: %u\n">("vES subinterfaces linked", es.ves_subif_count);
                 if (priv) show_print<"     Peering count  : %u\n">(es.ves_peering_count);
             }
@@ -364,15 +413,11 @@ void print_es_manual_list(const bag_array<uint32_t> &list, const char *tag, cons
                           bool priv) {
     show_print<Line>(count_of(list));
     if (count_of(list)) print_carving_values(list.data, list.count, tag, true, "");
-    if (priv) {
-        show_print<"     Input String   : ">();
-        show_print<"%s\n">(input && input[0] ? input : "None");
-    }
+    if (priv) show_print<"     Input String   : %s\n">(input && input[0] ? input : "None");
 }
 
 void print_es_carving(const l2vpn_evpn_es_bag &es, bool priv) {
-    show_print<"  Service Carving   : ">();
-    show_print<"%s">(code_word(kEsCarvingModeTexts, es.carving_mode, "Invalid\n"));
+    show_print<"  Service Carving   : %s">(code_text(kEsCarvingModes, es.carving_mode, show_text("Invalid\n")));
     if (es.carving_mode == kEsCarvingManual) {
         print_es_manual_list<"     Primary        : %u\n">(es.manual_primary, "Pri",
                                                              es.manual_primary_input, priv);
@@ -386,44 +431,45 @@ void print_es_carving(const l2vpn_evpn_es_bag &es, bool priv) {
         show_print<"     Access Driven  : ">();
         show_print<"%s\n">(es.pref_access_driven ? "Enabled" : "Disabled");
     }
-    show_print<"     Multicast      : ">();
-    show_print<"%s">(code_word(kEsMcastCarvingTexts, es.mcast_carving_mode, "Invalid\n"));
+    show_print<"     Multicast      : %s">(
+            code_text(kEsMcastCarvings, es.mcast_carving_mode, show_text("Invalid\n")));
 }
+
+// The convergence modes' names, comma-separated, by the modes set: MAC
+// mobility (1), reroute (2) and nexthop tracking (4).
+constexpr const char *kEsConvergenceTexts[] = {
+    "",            "MAC-Mobility",              "Reroute",              "MAC-Mobility, Reroute",
+    "NH-Tracking", "MAC-Mobility, NH-Tracking", "Reroute, NH-Tracking", "MAC-Mobility, Reroute, NH-Tracking"};
+constexpr auto kEsConvergences = show_words(kEsConvergenceTexts);
 
 void print_es_convergence(const l2vpn_evpn_es_bag &es) {
     const bool mobility = es.conv_mac_mobility, reroute = es.conv_reroute;
-    show_print<"  Convergence       : %s">(mobility ? "MAC-Mobility" : "");
-    show_print<"%s">(reroute ? (mobility ? ", Reroute" : "Reroute") : "");
-    show_print<"%s">(
-            es.conv_nh_tracking ? (mobility || reroute ? ", NH-Tracking" : "NH-Tracking") : "");
-    show_print<"\n">();
+    const bool tracking = es.conv_nh_tracking;
+    show_print<"  Convergence       : %s\n">(kEsConvergences.at[mobility | reroute << 1 | tracking << 2]);
     if (mobility) {
-        char last[kEsTimeSize] = {};
-        l2vpn_timespec_string(&es.mobility_flush_last, last, sizeof last);
         show_print<"     Mobility-Flush : Debounce %u sec, Count %u, Skip %u\n">(
                 es.mobility_flush_debounce, es.mobility_flush_count, es.mobility_flush_skip);
-        show_print<"                    : Last %s\n">(es.mobility_flush_count ? last : "n/a");
+        if (es.mobility_flush_count) {
+            char last[kEsTimeSize] = {};
+            l2vpn_timespec_string(&es.mobility_flush_last, last, sizeof last);
+            show_print<"                    : Last %s\n">(last);
+        } else {
+            show_print<"                    : Last n/a\n">();
+        }
     }
     if (es.conv_nh_tracking)
         show_print<"     Tracked Nexthop: %s\n">(l2vpn_inet_ntop(&es.tracked_nexthop));
 }
 
-void print_es_peers(const l2vpn_evpn_es_bag &es, bool priv) {
+// The peers' address texts are those the brief row made.
+void print_es_peers(const l2vpn_evpn_es_bag &es, bool priv, const EsPeerTexts &peers) {
     const uint32_t n = count_of(es.nexthops);
-    // Each address is shown twice: its text is made once for the first few.
-    constexpr uint32_t kKept = 8;
-    char kept[kKept][48];  // an IPv6 address's text is 45 bytes at most
     show_print<"  Peering Details   : %u Nexthops\n">(n);
     for (uint32_t i = 0; i < n; i++) {
         const l2vpn_evpn_es_nexthop &nh = es.nexthops.data[i];
-        const char *address = l2vpn_inet_ntop(&nh.address);
-        if (i < kKept) {
-            const size_t len = strnlen(address, sizeof kept[i] - 1);
-            memcpy(kept[i], address, len);
-            kept[i][len] = '\0';
-        }
+        const ShowText address = peers.kept(i, nh.address);
         // The preemption and time-sync marks stand in the formats.
-        const char *df = code_word(kEsDfTypeWords, nh.df_type, "Invalid");
+        const ShowText df = code_text(kEsDfTypes, nh.df_type, show_text("Invalid"));
         if (nh.dont_preempt) {
             if (nh.time_sync) show_print<"     %s [%s:DP:%02x:T]">(address, df, nh.df_preference);
             else show_print<"     %s [%s:DP:%02x]">(address, df, nh.df_preference);
@@ -431,23 +477,27 @@ void print_es_peers(const l2vpn_evpn_es_bag &es, bool priv) {
             if (nh.time_sync) show_print<"     %s [%s:P:%02x:T]">(address, df, nh.df_preference);
             else show_print<"     %s [%s:P:%02x]">(address, df, nh.df_preference);
         }
-        if (is_valid_mac(nh.mac)) show_print<"[%s]">(macstring(nh.mac, 6));
+        if (is_valid_mac(nh.mac)) show_print<"[%s]">(mac_text(nh.mac));
         if (priv) show_print<"[%u]">(nh.df_info);
         show_print<"\n">();
     }
     show_print<"  Service Carving Synchronization:\n">();
     show_print<"     Mode           : %s\n">(
-            code_word(kEsCarvingSyncWords, es.carving_sync_mode, "INVALID"));
+            code_text(kEsCarvingSyncs, es.carving_sync_mode, show_text("INVALID")));
     show_print<"     Peer Updates   :\n">();
     for (uint32_t i = 0; i < n; i++) {
         const l2vpn_evpn_es_nexthop &nh = es.nexthops.data[i];
-        const char *sct = "N/A";
-        if (nh.sct_usec != 0) {
-            const timeval tv{static_cast<time_t>(nh.sct_usec / 1000000),
-                             static_cast<suseconds_t>(nh.sct_usec % 1000000)};
-            sct = l2vpn_timeval_to_str(&tv);
+        const ShowText address = peers.kept(i, nh.address);
+        if (nh.sct_usec == 0) {
+            show_print<"        %16s [SCT: N/A]\n">(address);
+            continue;
         }
-        show_print<"        %16s [SCT: %s]\n">(i < kKept ? kept[i] : l2vpn_inet_ntop(&nh.address), sct);
+        // The carving time in microseconds, as its seconds' time and their
+        // fraction: "MM/DD HH:MM:SS.uuuuuu", "?" past the calendar.
+        char sct[32];
+        const size_t len = l2vpn_month_day_time(static_cast<time_t>(nh.sct_usec / 1000000),
+                                                static_cast<unsigned>(nh.sct_usec % 1000000), 6, sct);
+        show_print<"        %16s [SCT: %s]\n">(address, len ? ShowText{sct, len} : show_text("?"));
     }
 }
 
@@ -491,21 +541,35 @@ void print_es_results(const l2vpn_evpn_es_bag &es, bool carving) {
     print_es_vpws_list<"     Non-DF         : %d\n">(es.vpws_non_df, "NDF", carving);
 }
 
-// Each timer line: its configured value, then whether it runs and for how
-// long. The labels stand padded in the formats ("  %-18.18s: " of each).
+// A timer line: its configured value, then whether it runs and for how
+// long, the time left cut to tenths (as print_running_suffix writes it).
+// The label stands padded in both formats ("  %-18.18s: " of each).
+template <show_format::Format Stopped, show_format::Format Running>
+void print_es_timer(uint32_t timer, uint32_t left_ms) {
+    if (left_ms == 0)
+        show_print<Stopped>(static_cast<int>(timer));
+    else
+        show_print<Running>(static_cast<int>(timer), static_cast<int>(left_ms / 1000),
+                            static_cast<int>(left_ms % 1000 / 100));
+}
+
 void print_es_timers(const l2vpn_evpn_es_bag &es, bool priv) {
-    show_print<"  Peering timer     : %d sec ">(static_cast<int>(es.peering_timer));
-    print_running_suffix(es.peering_left);
-    show_print<"  Recovery timer    : %d sec ">(static_cast<int>(es.recovery_timer));
-    print_running_suffix(es.recovery_left);
-    show_print<"  Carving timer     : %d sec ">(static_cast<int>(es.carving_timer));
-    print_running_suffix(es.carving_left);
-    show_print<"  HRW Reset timer   : %d sec ">(static_cast<int>(es.hrw_reset_timer));
-    print_running_suffix(es.hrw_reset_left);
-    if (priv) {
-        show_print<"  AC Debounce timer : %d msec ">(static_cast<int>(es.ac_debounce_timer));
-        print_running_suffix(es.ac_debounce_left);
-    }
+    print_es_timer<"  Peering timer     : %d sec [not running]\n",
+                   "  Peering timer     : %d sec [running, %d.%d sec left]\n">(es.peering_timer,
+                                                                             es.peering_left);
+    print_es_timer<"  Recovery timer    : %d sec [not running]\n",
+                   "  Recovery timer    : %d sec [running, %d.%d sec left]\n">(es.recovery_timer,
+                                                                             es.recovery_left);
+    print_es_timer<"  Carving timer     : %d sec [not running]\n",
+                   "  Carving timer     : %d sec [running, %d.%d sec left]\n">(es.carving_timer,
+                                                                             es.carving_left);
+    print_es_timer<"  HRW Reset timer   : %d sec [not running]\n",
+                   "  HRW Reset timer   : %d sec [running, %d.%d sec left]\n">(es.hrw_reset_timer,
+                                                                             es.hrw_reset_left);
+    if (priv)
+        print_es_timer<"  AC Debounce timer : %d msec [not running]\n",
+                       "  AC Debounce timer : %d msec [running, %d.%d sec left]\n">(
+                es.ac_debounce_timer, es.ac_debounce_left);
 }
 
 // An E-Tree segment has its E-Tree label and no split-horizon labels.
@@ -1035,102 +1099,170 @@ namespace {
 // A carving list's rows gathered in a block of their own and written out
 // whole: an item is a few bytes after a row header, where a report line's
 // room check and conversions cost more than its text (a list of thousands
-// of EVIs is a line per run).
+// of EVIs is a line per run). The block is filled through a local cursor.
 class CarvingRows {
 public:
-    // header: every further row's start, or null when it did not fit its
-    // buffer (a long title); rows then start through the report line.
+    // header: every further row's start ("\n" and the first row's start),
+    // or null when it did not fit its buffer (a long title); rows then start
+    // through the report line.
     CarvingRows(const char *header, size_t header_len, const char *title, const char *tag)
         : header_(header), header_len_(header_len), title_(title), tag_(tag) {}
     CarvingRows(const CarvingRows &) = delete;
     CarvingRows &operator=(const CarvingRows &) = delete;
 
+    // The block with the first row's start in it (the header's, past its
+    // line end); without a header the caller has printed it.
+    char *begin() {
+        if (header_ == nullptr) return block_;
+        memcpy(block_, header_ + 1, kCarvingHeaderSize - 1);
+        return block_ + header_len_ - 1;
+    }
     // Room for one item and the two row starts that may stand around it.
-    void reserve() {
-        if (sizeof block_ - used_ < kItemRoom) flush();
-    }
-    void row() {
+    char *reserve(char *q) { return q <= block_ + sizeof block_ - kItemRoom ? q : flush(q); }
+    char *row(char *q) {
         if (header_ == nullptr) {
-            flush();
+            flush(q);
             print_carving_row_header(title_, tag_, false);
-            return;
+            return block_;
         }
-        // The whole buffer, a copy of known size; what passes the header's
-        // end is overwritten by what follows.
-        memcpy(block_ + used_, header_, kCarvingHeaderSize);
-        used_ += header_len_;
+        // A copy of known size, 32 bytes for the usual title; what passes the
+        // header's end is overwritten by what follows.
+        if (header_len_ <= 32) memcpy(q, header_, 32);
+        else memcpy(q, header_, kCarvingHeaderSize);
+        return q + header_len_;
     }
-    void put(char c) { block_[used_++] = c; }
-    // v as %u, or as %<Width>u right-aligned in blanks. Blanks and digits
-    // are stored in blocks of known size, as the report lines' integers are
-    // (show_format::put_integer).
-    template <size_t Width = 0>
-    void number(uint32_t v) {
-        static_assert(Width <= kPadBlock, "the padding is one block");
-        char text[2 * kDigitBlock];  // digits end at the middle
-        char *const end = text + kDigitBlock;
-        const char *first = show_format::digits<false, false>(v, end);
-        const size_t n = static_cast<size_t>(end - first);
-        if (n < Width) {
-            memcpy(block_ + used_, show_format::kBlanks, kPadBlock);
-            used_ += Width - n;
-        }
-        memcpy(block_ + used_, first, kDigitBlock);
-        used_ += n;
-    }
-    void flush() {
-        if (used_) show_write(block_, used_);
-        used_ = 0;
+    char *flush(char *q) {
+        if (q != block_) show_write(block_, static_cast<size_t>(q - block_));
+        return block_;
     }
 
 private:
-    static constexpr size_t kDigitBlock = 16, kPadBlock = 8;
-    // Two row starts, two ten-digit values' blocks, '-', ',' and a line end.
-    static constexpr size_t kItemRoom = 2 * kCarvingHeaderSize + 2 * kDigitBlock + 3;
+    // Two row starts, two ten-digit values, '-', ',' and a line end.
+    static constexpr size_t kItemRoom = 2 * kCarvingHeaderSize + 2 * 10 + 3;
     const char *header_;
     size_t header_len_;
     const char *title_, *tag_;
-    size_t used_ = 0;
     char block_[4096];
 };
+
+// Decimal digits of v: its bit width's digits, one more from the width's
+// first power of ten on (added through the carry out of the low word).
+inline uint32_t decimal_width(uint32_t v) {
+    static constexpr auto kTable = [] {
+        struct { uint64_t at[32]; } t{};
+        for (int i = 0; i < 32; i++) {
+            uint64_t d = 1, ten = 10;
+            for (; ten <= (uint64_t(1) << i); ten *= 10) d++;
+            t.at[i] = (d << 32) + (ten <= 0xffffffffu ? (uint64_t(1) << 32) - ten : 0);
+        }
+        return t;
+    }();
+    return static_cast<uint32_t>((v + kTable.at[31 - __builtin_clz(v | 1)]) >> 32);
+}
+
+// v as %u at q, or as %8u (right-aligned in blanks); returns past it.
+// Numbers under ten thousand, most of a list, take one or two digit pairs:
+// a one-digit pair is the digit and the next pair's first character, which
+// what follows overwrites.
+template <bool Pad>
+inline char *carving_number(char *q, uint32_t v) {
+    using show_format::kPairs;
+    if (v < 100) {
+        const uint32_t one = v < 10;
+        if constexpr (Pad) {
+            memcpy(q, show_format::kBlanks, 8);
+            q += 6 + one;
+        }
+        memcpy(q, kPairs + 2 * v + one, 2);
+        return q + 2 - one;
+    }
+    if (v < 10000) {
+        const uint32_t hi = v / 100, lo = v - hi * 100, one = hi < 10;
+        if constexpr (Pad) {
+            memcpy(q, show_format::kBlanks, 8);
+            q += 4 + one;
+        }
+        memcpy(q, kPairs + 2 * hi + one, 2);
+        q += 2 - one;
+        memcpy(q, kPairs + 2 * lo, 2);
+        return q + 2;
+    }
+    const uint32_t n = decimal_width(v);
+    if constexpr (Pad) {
+        memcpy(q, show_format::kBlanks, 8);
+        if (n < 8) q += 8 - n;
+    }
+    char *const end = q + n;
+    show_format::decimal_digits(v, end);
+    return end;
+}
+
+// The last index of the run of consecutive values that starts at i.
+inline uint32_t carving_run_end(const uint32_t *values, uint32_t i, uint32_t count) {
+    uint32_t end = i;
+#if defined(__SSE2__)
+    // Four steps at a time: each value less the one before it is one.
+    const __m128i one = _mm_set1_epi32(1);
+    for (; end + 4 < count; end += 4) {
+        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i *>(values + end));
+        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i *>(values + end + 1));
+        const unsigned ones =
+                static_cast<unsigned>(_mm_movemask_ps(_mm_castsi128_ps(_mm_cmpeq_epi32(_mm_sub_epi32(b, a), one))));
+        if (ones != 0xf) return end + static_cast<uint32_t>(__builtin_ctz(~ones));
+    }
+#endif
+    while (end + 1 < count && values[end + 1] == values[end] + 1) end++;
+    return end;
+}
+
+// The items of a carving list after its first row's start.
+template <bool Compress>
+void put_carving_items(CarvingRows &rows, const uint32_t *values, uint32_t count) {
+    char *q = rows.begin();
+    // k counts items, in_row the items of the current row.
+    for (uint32_t i = 0, k = 0, in_row = 0; i < count; i++, k++, in_row++) {
+        q = rows.reserve(q);
+        if (in_row == kCarvingItemsPerRow) {
+            q = rows.row(q);
+            in_row = 0;
+        }
+        const uint32_t end = Compress ? carving_run_end(values, i, count) : i;
+        if (end != i) {
+            q = carving_number<false>(q, values[i]);
+            *q++ = '-';
+            q = carving_number<false>(q, values[end]);
+        } else {
+            q = carving_number<true>(q, values[i]);
+        }
+        const bool more = end + 1 != count;
+        if (more && k != kCarvingItemsPerRow - 1) *q++ = ',';
+        if (Compress && more) q = rows.row(q);
+        i = end;  // the next item starts after the run
+    }
+    *q++ = '\n';
+    rows.flush(q);
+}
 
 }  // namespace
 
 void print_carving_values(const uint32_t *values, uint32_t count, const char *tag,
                           bool compress, const char *title) {
     if (values == nullptr) return;
-    print_carving_row_header(title, tag, true);
+    // Every row starts with the same header: made once per list.
+    char header[kCarvingHeaderSize];
+    const int header_len = show_sprint<"\n%15s %-4.4s: ">(header, title, tag);
+    const bool header_made = header_len > 0 && header_len < static_cast<int>(sizeof header);
+    if (count == 0 || !header_made) print_carving_row_header(title, tag, true);
     if (count == 0) {
         show_print<"\n">();
         return;
     }
-    // Every further row starts with the same header: made once per list.
-    char header[kCarvingHeaderSize];
-    const int header_len = show_sprint<"\n%15s %-4.4s: ">(header, title, tag);
-    const bool header_made = header_len > 0 && header_len < static_cast<int>(sizeof header);
     CarvingRows rows(header_made ? header : nullptr, header_made ? static_cast<size_t>(header_len) : 0,
                      title, tag);
     // With compress, a run of consecutive values is one item, and every item
     // but the last stands on a row of its own.
-    for (uint32_t i = 0, k = 0; i < count; i++, k++) {
-        rows.reserve();
-        if (k != 0 && k % kCarvingItemsPerRow == 0) rows.row();
-        uint32_t end = i;
-        if (compress)
-            while (end + 1 < count && values[end + 1] == values[end] + 1) end++;
-        if (values[end] != values[i]) {
-            rows.number(values[i]);
-            rows.put('-');
-            rows.number(values[end]);
-        } else {
-            rows.number<8>(values[i]);
-        }
-        if (carving_comma(k, end, count)) rows.put(',');
-        if (compress && end + 1 != count) rows.row();
-        i = end;  // the next item starts after the run
-    }
-    rows.put('\n');
-    rows.flush();
+    if (compress) put_carving_items<true>(rows, values, count);
+    else put_carving_items<false>(rows, values, count);
 }
 
 void print_carving_ids(const l2vpn_evpn_es_id_entry *entries, uint32_t count, const char *tag,
@@ -1173,7 +1305,8 @@ void print_evpn_es_bag(const void *record, const char *, PrintContext *) {
     const bool priv = f.private_view != 0, detail = f.detail != 0;
     const bool etree = is_name_etree_es(es.name) != 0;
 
-    print_es_brief(es, etree, priv);
+    EsPeerTexts peers;
+    print_es_brief(es, etree, priv, peers);
     if (!detail && !priv) return;
 
     show_print<"  ES to BGP Gates   : %s\n">(text_of(es.bgp_gates));
@@ -1189,27 +1322,28 @@ void print_evpn_es_bag(const void *record, const char *, PrintContext *) {
     print_es_interface(es, priv);
     print_es_esi_type(es);
     print_es_origin<"  ES Import RT      : %s %s\n", "  ES Import RT      : %s %u\n">(
-            es.import_rt, kEsImportRtOriginWords, es.import_rt_origin);
+            es.import_rt, kEsImportRtOrigins, es.import_rt_origin);
     print_es_origin<"  Source MAC        : %s %s\n", "  Source MAC        : %s %u\n">(
-            es.source_mac, kEsSourceMacOriginWords, es.source_mac_origin);
+            es.source_mac, kEsSourceMacOrigins, es.source_mac_origin);
     show_print<"  Topology          :\n">();
     print_es_topology<"     Operational    : %s%s\n", "     Operational    : %u%s\n">(
-            kEsOperTopologyWords, es.operational_topology,
-            es.forced_single_homed ? " (forced SH)" : "");
+            kEsOperTopologies, es.operational_topology,
+            es.forced_single_homed ? show_text(" (forced SH)") : show_text(""));
     print_es_topology<"     Configured     : %s%s\n", "     Configured     : %u%s\n">(
-            kEsConfTopologyWords, es.configured_topology, es.topology_is_default ? " (default)" : "");
+            kEsConfTopologies, es.configured_topology,
+            es.topology_is_default ? show_text(" (default)") : show_text(""));
     print_es_carving(es, priv);
     print_es_convergence(es);
-    print_es_peers(es, priv);
+    print_es_peers(es, priv, peers);
     print_es_results(es, f.carving_detail != 0);
-    if (es.mac_flush_mode >= 0 && es.mac_flush_mode < static_cast<int32_t>(std::size(kEsMacFlushWords)))
-        show_print<"  MAC Flushing mode : %s\n">(kEsMacFlushWords[es.mac_flush_mode]);
+    if (es.mac_flush_mode >= 0 && es.mac_flush_mode < static_cast<int32_t>(std::size(kEsMacFlushes.at)))
+        show_print<"  MAC Flushing mode : %s\n">(kEsMacFlushes.at[es.mac_flush_mode]);
     else
         show_print<"  MAC Flushing mode : %u\n">(static_cast<uint32_t>(es.mac_flush_mode));
     print_es_timers(es, priv);
     print_es_labels(es, etree);
     show_print<"  Access signal mode: %s\n">(
-            code_word(kEsAccessSignalWords, es.access_signal_mode, "Invalid"));
+            code_text(kEsAccessSignals, es.access_signal_mode, show_text("Invalid")));
     if (priv) print_es_diagnostics(es);
     show_print<"\n">();
     if (detail && priv && es.hasi_present) l2vpn_sync_print_hasi_object(&es.hasi_object, 1);

@@ -36,10 +36,13 @@ enum : size_t {
     L2VPN_MAC_STR_LEN = 14,     // "0011.2233.4455"
     L2VPN_ESI_STR_LEN = 24,     // "0011.2233.4455.6677.8899"
     L2VPN_IP_HEX_LEN = 32,
+    L2VPN_IP_STR_SIZE = 48,     // an address's text, NUL included: 46 at most
 };
 
 // Addresses. ntop never returns null; pton returns non-zero on success.
 const char *l2vpn_inet_ntop(const l2vpn_ip_addr_t *addr);
+// The same text into out; returns its length.
+size_t l2vpn_inet_text(const l2vpn_ip_addr_t *addr, char (&out)[L2VPN_IP_STR_SIZE]);
 int l2vpn_inet_pton(const char *text, l2vpn_ip_addr_t *addr);
 bool l2vpn_ip_is_v4(const l2vpn_ip_addr_t *addr);
 // 32 lower-case hex digits of the 16 bytes; cut to size - 1.
