@@ -120,8 +120,9 @@ char *put_dotted_quad(char *out, const uint8_t *b) {
 // The RFC 5952 text of an IPv6 address, exactly as the C library's inet_ntop
 // writes it: lowercase groups without leading zeros, the first longest run
 // of two or more zero groups as "::", and the last 32 bits as a dotted quad
-// for IPv4-compatible and IPv4-mapped addresses. out holds at least 46 chars.
-void put_ipv6(char *out, const uint8_t *b) {
+// for IPv4-compatible and IPv4-mapped addresses. out holds at least 46
+// chars; returns the end (the NUL).
+char *put_ipv6(char *out, const uint8_t *b) {
     unsigned words[8];
     unsigned zero = 0;  // bit i: group i is zero
     for (int i = 0; i < 8; i++) {
@@ -144,8 +145,7 @@ void put_ipv6(char *out, const uint8_t *b) {
         }
         if (i) *o++ = ':';
         if (i == 6 && best == 0 && (best_len == 6 || (best_len == 5 && words[5] == 0xffff))) {
-            put_dotted_quad(o, b + 12);
-            return;
+            return put_dotted_quad(o, b + 12);
         }
         // The group's digits without leading zeros: one to four.
         const unsigned w = words[i];
@@ -154,6 +154,7 @@ void put_ipv6(char *out, const uint8_t *b) {
     }
     if (best >= 0 && best + best_len == 8) *o++ = ':';
     *o = '\0';
+    return o;
 }
 
 // text into buf as snprintf("%s") would put it: cut to size - 1 chars.
@@ -163,15 +164,6 @@ void bounded_copy(char *buf, size_t size, const char *text, size_t len) {
     if (len > size - 1) len = size - 1;
     memcpy(buf, text, len);
     buf[len] = '\0';
-}
-
-void bounded_decimal(char *buf, size_t size, uint32_t v) {
-    if (buf != nullptr && size > 10) {  // room for any value: straight into buf
-        *put_decimal(buf, v) = '\0';
-        return;
-    }
-    char text[10];
-    bounded_copy(buf, size, text, static_cast<size_t>(put_decimal(text, v) - text));
 }
 
 int hex_digit(char c) {
@@ -418,20 +410,25 @@ bool l2vpn_ip_is_v4(const l2vpn_ip_addr_t *addr) {
     return addr != nullptr && AddressHalves(*addr).v4_mapped();
 }
 
-const char *l2vpn_inet_ntop(const l2vpn_ip_addr_t *addr) {
-    char *out = ring_next();
+size_t l2vpn_ip_to_text(const l2vpn_ip_addr_t *addr, char *out) {
     if (addr == nullptr) {
-        snprintf(out, kRingSlotSize, "%s", "(null)");
-        return out;
+        memcpy(out, "(null)", 7);
+        return 6;
     }
     const AddressHalves halves(*addr);
-    if (halves.v4_mapped()) {
-        put_dotted_quad(out, addr->bytes + 12);
-    } else if ((halves.hi | halves.lo) == 0) {
+    if (halves.v4_mapped())
+        return static_cast<size_t>(put_dotted_quad(out, addr->bytes + 12) - out);
+    if ((halves.hi | halves.lo) == 0) {
         memcpy(out, "::", 3);  // no address: a route with a MAC alone
-    } else {
-        put_ipv6(out, addr->bytes);
+        return 2;
     }
+    return static_cast<size_t>(put_ipv6(out, addr->bytes) - out);
+}
+
+const char *l2vpn_inet_ntop(const l2vpn_ip_addr_t *addr) {
+    static_assert(kRingSlotSize >= L2VPN_IP_STR_SIZE);
+    char *out = ring_next();
+    l2vpn_ip_to_text(addr, out);
     return out;
 }
 
@@ -498,6 +495,8 @@ const char *macstring(const uint8_t *mac, int len) {
         put_dotted_hex(out, mac, 6);
     return out;
 }
+
+void l2vpn_mac_to_text(const uint8_t *mac, char *out) { put_dotted_hex(out, mac, 6); }
 
 int l2vpn_mac_pton(const char *text, uint8_t mac[6]) {
     if (text == nullptr || mac == nullptr)
@@ -626,15 +625,31 @@ constexpr uint32_t kLabelImplicitNull = 3;
 constexpr uint32_t kLabelMax = 0xFFFFF;   // 20-bit MPLS label
 }  // namespace
 
-void l2vpn_mpls_label_to_str(uint32_t label, char *buf, size_t size, uint32_t encap) {
+size_t l2vpn_mpls_label_text(uint32_t label, uint32_t encap, char *out) {
+    const char *word = nullptr;
+    size_t len = 0;
     if (encap == EVPN_ENCAP_VXLAN)
-        bounded_decimal(buf, size, label);   // a VNI, not a label
+        ;  // a VNI, not a label
     else if (label == kLabelImplicitNull)
-        bounded_copy(buf, size, "IMP-NULL", 8);
+        word = "IMP-NULL", len = 8;
     else if (encap == EVPN_ENCAP_MPLS && label > kLabelMax)
-        bounded_copy(buf, size, "Invalid", 7);
-    else
-        bounded_decimal(buf, size, label);
+        word = "Invalid", len = 7;
+    if (word) {
+        memcpy(out, word, len + 1);
+        return len;
+    }
+    char *end = put_decimal(out, label);
+    *end = '\0';
+    return static_cast<size_t>(end - out);
+}
+
+void l2vpn_mpls_label_to_str(uint32_t label, char *buf, size_t size, uint32_t encap) {
+    if (buf != nullptr && size >= L2VPN_LABEL_STR_SIZE) {  // room for any text: straight into buf
+        l2vpn_mpls_label_text(label, encap, buf);
+        return;
+    }
+    char text[L2VPN_LABEL_STR_SIZE];
+    bounded_copy(buf, size, text, l2vpn_mpls_label_text(label, encap, text));
 }
 
 void l2vpn_l3rib_internal_id_to_str(uint32_t id, char *buf, size_t size) {
