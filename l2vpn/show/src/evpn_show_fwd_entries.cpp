@@ -161,19 +161,29 @@ void format_route_columns(const l2vpn_evpn_mac_bag *mac, uint8_t bgp_encap, Rout
     line.columns = static_cast<size_t>(o - line.text);
 }
 
-// " %-39.39s %-8s" after the route columns: a path's next hop and label.
-// Returns the line's length so far.
-size_t format_nexthop_label(RouteLine &line, const l2vpn_ip_addr_t &nexthop, uint32_t label,
-                            uint32_t encap) {
-    char *o = line.text + line.columns;
-    *o++ = ' ';
-    o = put_address_column(o, nexthop, kNexthopWidth);
+// " %-8s": a label text after the next hop column; returns the line's end.
+char *put_label_column(char *o, uint32_t label, uint32_t encap) {
     *o++ = ' ';
     blanks<L2VPN_LABEL_STR_SIZE + 5>(o);
-    const size_t nl = l2vpn_mpls_label_text(label, encap, o);
-    o[nl] = ' ';
-    o += std::max<size_t>(nl, 8);
-    return static_cast<size_t>(o - line.text);
+    const size_t n = l2vpn_mpls_label_text(label, encap, o);
+    o[n] = ' ';
+    return o + std::max<size_t>(n, 8);
+}
+
+// " %-39.39s %-8s" after the route columns: a path's next hop and label.
+char *put_nexthop_label(RouteLine &line, const l2vpn_ip_addr_t &nexthop, uint32_t label, uint32_t encap) {
+    char *o = line.text + line.columns;
+    *o++ = ' ';
+    return put_label_column(put_address_column(o, nexthop, kNexthopWidth), label, encap);
+}
+
+// The same with the name of the local attachment as the next hop.
+char *put_name_label(RouteLine &line, const char *name, uint32_t label, uint32_t encap) {
+    char *o = line.text + line.columns;
+    *o++ = ' ';
+    memcpy(o, kBlankBlock, kNexthopWidth);
+    show_format::copy_text(o, name, strnlen(name, kNexthopWidth));
+    return put_label_column(o + kNexthopWidth, label, encap);
 }
 // The furthest a line's stores reach: the route columns (at most 10 + 1 +
 // 16 + 1 + 14 + 1 + 40 characters), a blank, and the next hop's text with
@@ -193,7 +203,21 @@ void print_route_sid_column(const bag_array<Srv6Sid> *sids, int supported) {
     print_srv6_sid_list(sids, indent, false, false, true);
 }
 
-// Next hop and label of the local attachment.
+// The line made up to end, then its SIDs and its end, written.
+void write_route_line(RouteLine &line, char *end, const bag_array<Srv6Sid> &sids, int sid_column) {
+    if (sids.count && sid_column) {
+        show_write(line.text, static_cast<size_t>(end - line.text));
+        print_route_sid_column(&sids, sid_column);
+        putchar('\n');
+        return;
+    }
+    *end++ = '\n';
+    show_write(line.text, static_cast<size_t>(end - line.text));
+}
+
+// Next hop and label of a local attachment by proxy, or named by a
+// pseudowire, VFI or access EVI (other local lines are made as the remote
+// ones are).
 void print_local_nexthop(const l2vpn_evpn_mac_bag *mac, const char *label_text) {
     if (mac->proxy) {
         // The address and the marker share the Nexthop column; the marker is cut.
@@ -503,11 +527,17 @@ void print_evpn_mac_bag(const void *record, const char *, PrintContext *) {
     const int sid_column = l2vpn_platform_srv6_elan_supported();
     if (mac->local) {
         format_route_columns(mac, mac->local_encap, line);
-        show_write(line.text, line.columns);
-        l2vpn_mpls_label_to_str(mac->local_label, label_text, EVPN_LABEL_TEXT_SIZE, mac->encap);
-        print_local_nexthop(mac, label_text);
-        print_route_sid_column(&mac->local_sids, sid_column);
-        putchar('\n');
+        const char *name = text_of(mac->local_nexthop_name);
+        if (!mac->proxy && !is_pw_ves(name) && !is_vfi_ves(name) && !is_access_evi(name)) {
+            write_route_line(line, put_name_label(line, name, mac->local_label, mac->encap), mac->local_sids,
+                             sid_column);
+        } else {
+            show_write(line.text, line.columns);
+            l2vpn_mpls_label_to_str(mac->local_label, label_text, EVPN_LABEL_TEXT_SIZE, mac->encap);
+            print_local_nexthop(mac, label_text);
+            print_route_sid_column(&mac->local_sids, sid_column);
+            putchar('\n');
+        }
     }
 
     if (mac->path_buffer.count || mac->remote)
@@ -518,15 +548,8 @@ void print_evpn_mac_bag(const void *record, const char *, PrintContext *) {
     }
     for (uint32_t i = 0; i < mac->path_buffer.count; i++) {
         const EvpnPath &path = mac->path_buffer.data[i];
-        size_t len = format_nexthop_label(line, path.NextHop, path.OutputLabel, mac->encap);
-        if (path.SRv6_SIDInfo.count && sid_column) {
-            show_write(line.text, len);
-            print_route_sid_column(&path.SRv6_SIDInfo, sid_column);
-            putchar('\n');
-        } else {
-            line.text[len++] = '\n';
-            show_write(line.text, len);
-        }
+        write_route_line(line, put_nexthop_label(line, path.NextHop, path.OutputLabel, mac->encap),
+                         path.SRv6_SIDInfo, sid_column);
     }
 
     if (!show_filter.detail && !show_filter.private_view)
