@@ -57,33 +57,47 @@ constexpr char kDigitPairs[] =
     "8081828384858687888990919293949596979899";
 
 // Decimal digits of v at out, no terminator; returns the end (at most 10 chars).
+// Their count first (from v's bit length), so that they are written in
+// place, two at a time from the last.
 char *put_decimal(char *out, uint32_t v) {
-    char digits[10];
-    char *p = digits + sizeof digits;
+    static constexpr uint32_t kPowers[10] = {1,      10,      100,      1000,      10000,
+                                             100000, 1000000, 10000000, 100000000, 1000000000};
+    const unsigned bits = 32 - static_cast<unsigned>(__builtin_clz(v | 1));
+    const unsigned below = (bits * 1233) >> 12;  // digits of 2^bits - 1, less one at most
+    char *const end = out + below + ((v | 1) >= kPowers[below]);
+    char *p = end;
     for (; v >= 100; v /= 100) {
         p -= 2;
         memcpy(p, kDigitPairs + 2 * (v % 100), 2);
     }
-    if (v >= 10) {
-        p -= 2;
-        memcpy(p, kDigitPairs + 2 * v, 2);
-    } else {
-        *--p = static_cast<char>('0' + v);
-    }
-    const size_t n = static_cast<size_t>(digits + sizeof digits - p);
-    for (size_t i = 0; i < n; i++) out[i] = p[i];
-    return out + n;
+    if (v >= 10)
+        memcpy(p - 2, kDigitPairs + 2 * v, 2);
+    else
+        p[-1] = static_cast<char>('0' + v);
+    return end;
 }
 
-// Two lowercase hex digits of each of n bytes, a dot after every second byte
-// but the last: the dotted form of MACs and ESIs.
-char *put_dotted_hex(char *out, const uint8_t *b, size_t n) {
-    for (size_t i = 0; i < n; i++) {
-        *out++ = kHexDigits[b[i] >> 4];
-        *out++ = kHexDigits[b[i] & 0xf];
-        if (i % 2 == 1 && i + 1 < n) *out++ = '.';
+// Two lowercase hex digits of each byte value.
+constexpr auto kHexPairs = [] {
+    struct {
+        char c[256][2];
+    } table{};
+    for (unsigned v = 0; v < 256; v++) {
+        table.c[v][0] = kHexDigits[v >> 4];
+        table.c[v][1] = kHexDigits[v & 0xf];
     }
-    *out = '\0';
+    return table;
+}();
+
+// Two lowercase hex digits of each of n bytes (n even), a dot after every
+// second byte but the last: the dotted form of MACs and ESIs.
+char *put_dotted_hex(char *out, const uint8_t *b, size_t n) {
+    for (size_t i = 0; i < n; i += 2, out += 5) {
+        memcpy(out, kHexPairs.c[b[i]], 2);
+        memcpy(out + 2, kHexPairs.c[b[i + 1]], 2);
+        out[4] = '.';
+    }
+    *--out = '\0';
     return out;
 }
 
@@ -361,6 +375,34 @@ struct CodeWord {
 #define EVPN_CODE_WORD(name, code, word) {name, word},
 constexpr CodeWord kEncapWords[] = {EVPN_ENCAP_WORDS(EVPN_CODE_WORD)};
 #undef EVPN_CODE_WORD
+
+// The encapsulation words by code, with their lengths: every code a record
+// can carry in a byte (the route's sides) is one look-up; "Unknown" for a
+// code without a word.
+struct EncapWord {
+    const char *word;
+    size_t len;
+};
+constexpr auto kEncapByCode = [] {
+    auto length = [](const char *w) {
+        size_t n = 0;
+        while (w[n]) n++;
+        return n;
+    };
+    struct {
+        EncapWord of[256];
+    } table{};
+    for (EncapWord &e : table.of) e = {"Unknown", length("Unknown")};
+    for (const CodeWord &cw : kEncapWords)
+        if (cw.code < 256) table.of[cw.code] = {cw.word, length(cw.word)};
+    return table;
+}();
+// A route line's encapsulation column (16 bytes of blanks) takes any word whole.
+static_assert([] {
+    for (const EncapWord &e : kEncapByCode.of)
+        if (e.len >= 16) return false;
+    return true;
+}());
 
 // Indexed by the code: the lists' codes run from 0.
 #define EVPN_INDEXED_WORD(code, word) word,
@@ -661,11 +703,20 @@ void l2vpn_l3rib_internal_id_to_str(uint32_t id, char *buf, size_t size) {
 
 // ---- Words -----------------------------------------------------------------
 
-const char *evpn_bgp_encap_type_to_str(uint32_t encap) {
+const char *evpn_bgp_encap_word(uint32_t encap, size_t *len) {
+    if (encap < 256) {
+        *len = kEncapByCode.of[encap].len;
+        return kEncapByCode.of[encap].word;
+    }
     for (const CodeWord &cw : kEncapWords)
         if (cw.code == encap)
-            return cw.word;
-    return "Unknown";
+            return *len = strlen(cw.word), cw.word;
+    return *len = 7, "Unknown";
+}
+
+const char *evpn_bgp_encap_type_to_str(uint32_t encap) {
+    size_t len;
+    return evpn_bgp_encap_word(encap, &len);
 }
 
 const char *evpn_type_2_string(uint32_t evi_type) { return indexed_word(kEviTypeWords, evi_type); }

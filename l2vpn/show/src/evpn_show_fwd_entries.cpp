@@ -148,8 +148,8 @@ void format_route_columns(const l2vpn_evpn_mac_bag *mac, uint8_t bgp_encap, Rout
     show_format::copy_text(o, first, nd);
     o += std::max<size_t>(nd, 10);
     *o++ = ' ';
-    const char *word = evpn_bgp_encap_type_to_str(bgp_encap);
-    const size_t nw = strnlen(word, 16);
+    size_t nw;
+    const char *word = evpn_bgp_encap_word(bgp_encap, &nw);
     blanks<16>(o);
     show_format::copy_text(o, word, nw);
     o += std::max<size_t>(nw, 10);

@@ -124,6 +124,8 @@ void l2vpn_l3rib_internal_id_to_str(uint32_t id, char *buf, size_t size);
 
 // Words.
 const char *evpn_bgp_encap_type_to_str(uint32_t encap);
+// The same word, with its length in *len.
+const char *evpn_bgp_encap_word(uint32_t encap, size_t *len);
 const char *evpn_type_2_string(uint32_t evi_type);
 const char *evpn_bag_df_role_to_str(uint32_t role);
 const char *Yes_or_No_str(uint32_t flag);
