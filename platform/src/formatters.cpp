@@ -161,10 +161,17 @@ char *put_ipv6(char *out, const uint8_t *b) {
         if (i == 6 && best == 0 && (best_len == 6 || (best_len == 5 && words[5] == 0xffff))) {
             return put_dotted_quad(o, b + 12);
         }
-        // The group's digits without leading zeros: one to four.
+        // The group's digits without leading zeros, one to four: its four
+        // digits from the pairs' table, stored as a word with the leading
+        // zeros shifted out.
         const unsigned w = words[i];
-        int shift = w >> 12 ? 12 : w >> 8 ? 8 : w >> 4 ? 4 : 0;
-        for (; shift >= 0; shift -= 4) *o++ = kHexDigits[(w >> shift) & 0xf];
+        const unsigned n = 1 + (w > 0xf) + (w > 0xff) + (w > 0xfff);
+        uint32_t four;
+        memcpy(&four, kHexPairs.c[w >> 8], 2);
+        memcpy(reinterpret_cast<char *>(&four) + 2, kHexPairs.c[w & 0xff], 2);
+        four = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? four >> 8 * (4 - n) : four << 8 * (4 - n);
+        memcpy(o, &four, 4);
+        o += n;
     }
     if (best >= 0 && best + best_len == 8) *o++ = ':';
     *o = '\0';
