@@ -84,10 +84,10 @@ __attribute__((target("ssse3"))) size_t gather_bytes(const uint8_t *in, size_t u
 // hypervisor on a virtual machine (6 us here).
 #ifdef EVPN_HAVE_LIBC_CPU_FEATURES
 const bool kHaveSsse3 = CPU_FEATURE_ACTIVE(SSSE3);
-const bool kHaveAvx2 = CPU_FEATURE_ACTIVE(AVX2) && CPU_FEATURE_ACTIVE(POPCNT);
+const bool kHaveAvx2 = CPU_FEATURE_ACTIVE(AVX2);
 #else
 const bool kHaveSsse3 = __builtin_cpu_supports("ssse3");
-const bool kHaveAvx2 = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("popcnt");
+const bool kHaveAvx2 = __builtin_cpu_supports("avx2");
 #endif
 #endif
 bool g_unpack_vectors = true;  // off only in tests that hold the vector path to the plain one
@@ -161,21 +161,12 @@ struct Lanes {
 constexpr Lanes kLanes;
 #endif
 
-// Units stored after the bitmap map[0..map_len): its set bits.
-__attribute__((always_inline)) inline size_t stored_units(const uint8_t *map, size_t map_len,
-                                                         const uint8_t *end) {
-    size_t n = 0;
-    for (size_t i = 0; i < map_len; i += 8)
-        n += static_cast<size_t>(__builtin_popcountll(load_bits(map + i, map_len - i, end)));
-    return n;
-}
-
 #if defined(__x86_64__)
-// Whole groups of eight units from the first, while 32 stored bytes are
-// left to read: one permutation of the next 32 stored bytes puts a bitmap
+// Whole groups of eight units from the first, while 32 bytes are left to
+// read (whatever the bitmap claims, nothing past end is read): one permutation of the next 32 stored bytes puts a bitmap
 // byte's units in their slots, and every slot of the group is written (zero
 // bytes too: no branch). Returns the groups done; unit moves past their units.
-__attribute__((target("avx2,popcnt"))) size_t expand_groups(const uint8_t *map, size_t units,
+__attribute__((target("avx2"))) size_t expand_groups(const uint8_t *map, size_t units,
                                                             const uint8_t *&unit, const uint8_t *end,
                                                             char *o) {
     const __m256i zero = _mm256_setzero_si256();
@@ -196,14 +187,14 @@ __attribute__((target("avx2,popcnt"))) size_t expand_groups(const uint8_t *map, 
 }
 #endif
 
-// The record's units from the bitmap map (units of them) and the stored
-// units at unit, whose count the caller has checked against the bitmap,
-// into o (zeroed): by vectors where they are taken, the rest one set bit
-// at a time.
+// The record's n bytes from the bitmap map and the stored units at unit
+// into o (zeroed): by vectors where they are taken, the rest one set bit at
+// a time. False when what is left after the bitmap is not one stored unit
+// per set bit and the bytes past the last whole unit, no more and no fewer.
 template <bool Vectors>
-__attribute__((always_inline)) inline void expand(const uint8_t *map, size_t units, const uint8_t *unit,
+__attribute__((always_inline)) inline bool expand(const uint8_t *map, size_t n, const uint8_t *unit,
                                                   const uint8_t *end, char *o) {
-    const size_t map_len = (units + 7) / 8;
+    const size_t units = n / 4, map_len = (units + 7) / 8;
     size_t b = 0;
 #if defined(__x86_64__)
     if constexpr (Vectors) b = expand_groups(map, units, unit, end, o);
@@ -212,11 +203,14 @@ __attribute__((always_inline)) inline void expand(const uint8_t *map, size_t uni
 #endif
     for (size_t i = b; i < map_len; i += 8) {
         for (uint64_t bits = load_bits(map + i, map_len - i, end); bits; bits &= bits - 1) {
+            if (end - unit < 4) return false;
             memcpy(o + 4 * (8 * i + static_cast<size_t>(__builtin_ctzll(bits))), unit, 4);
             unit += 4;
         }
     }
-    memcpy(o + 4 * units, unit, static_cast<size_t>(end - unit));
+    if (static_cast<size_t>(end - unit) != n % 4) return false;
+    for (size_t k = 0; k < n % 4; k++) o[4 * units + k] = static_cast<char>(unit[k]);
+    return true;
 }
 
 template <bool Vectors>
@@ -226,19 +220,19 @@ __attribute__((always_inline)) inline bool unpack(const uint8_t *p, const uint8_
     if (!read_length(p, end, n) || n > max_len) return false;
     const size_t units = n / 4, map_len = (units + 7) / 8;
     if (static_cast<size_t>(end - p) < map_len) return false;
-    const uint8_t *map = p, *unit = p + map_len;
-    // No bit past the last unit; after the bitmap, one stored unit per set
-    // bit and the bytes past the last whole unit, no more and no fewer.
-    if (units % 8 && map[map_len - 1] >> (units % 8)) return false;
-    if (static_cast<size_t>(end - unit) != 4 * stored_units(map, map_len, end) + n % 4) return false;
+    const uint8_t *map = p;
+    if (units % 8 && map[map_len - 1] >> (units % 8)) return false;  // a bit past the last unit
     const size_t start = out.size();
     out.resize(start + n);  // zero-filled: the units not stored stay zero
-    expand<Vectors>(map, units, unit, end, out.data() + start);
+    if (!expand<Vectors>(map, n, p + map_len, end, out.data() + start)) {
+        out.resize(start);
+        return false;
+    }
     return true;
 }
 
 #if defined(__x86_64__)
-__attribute__((target("avx2,popcnt"))) bool unpack_vectors(const uint8_t *p, const uint8_t *end, size_t max_len,
+__attribute__((target("avx2"))) bool unpack_vectors(const uint8_t *p, const uint8_t *end, size_t max_len,
                                                            std::string &out) {
     return unpack<true>(p, end, max_len, out);
 }
