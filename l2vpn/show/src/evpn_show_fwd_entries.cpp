@@ -516,7 +516,7 @@ void print_evpn_mac_bag_debug(const l2vpn_evpn_mac_bag *mac) {
 
 void print_evpn_mac_bag(const void *record, const char *, PrintContext *) {
     const auto *mac = static_cast<const l2vpn_evpn_mac_bag *>(record);
-    char label_text[EVPN_LABEL_TEXT_SIZE] = {};
+    char label_text[EVPN_LABEL_TEXT_SIZE];  // each use makes its text first
 
     print_evpn_mac_bag_debug(mac);
 
