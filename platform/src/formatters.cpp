@@ -101,10 +101,11 @@ char *put_dotted_hex(char *out, const uint8_t *b, size_t n) {
     return out;
 }
 
-// Text of each byte value and its length, for dotted quads: "0" to "255".
+// Text of each byte value with the dot after it, for dotted quads ("0." to
+// "255."), and its length: one word a byte value.
 struct OctetText {
-    char c[3];
-    uint8_t n;
+    char c[4];
+    uint32_t n;
 };
 constexpr auto kOctetTexts = [] {
     struct {
@@ -115,17 +116,18 @@ constexpr auto kOctetTexts = [] {
         if (v >= 100) o.c[o.n++] = static_cast<char>('0' + v / 100);
         if (v >= 10) o.c[o.n++] = static_cast<char>('0' + v / 10 % 10);
         o.c[o.n++] = static_cast<char>('0' + v % 10);
+        o.c[o.n++] = '.';
     }
     return table;
 }();
 
-// Dotted quad of 4 bytes at out, terminated; returns the end.
+// Dotted quad of 4 bytes at out, terminated; returns the end. Each octet's
+// four bytes are stored whole: up to two bytes past the NUL are written.
 char *put_dotted_quad(char *out, const uint8_t *b) {
     for (int i = 0; i < 4; i++) {
         const OctetText &t = kOctetTexts.t[b[i]];
-        memcpy(out, t.c, 3);  // room for 3 digits and the dot: at most 16 chars
+        memcpy(out, t.c, 4);
         out += t.n;
-        *out++ = '.';
     }
     *--out = '\0';
     return out;
