@@ -123,8 +123,13 @@ void pack_record(const void *data, size_t len, std::string &out) {
 
 namespace {
 // The record's length at the head of its packed form, p moved past it; false
-// when there is none.
+// when there is none. Records of 128 bytes to 16 KiB (two bytes) first.
 bool read_length(const uint8_t *&p, const uint8_t *end, size_t &n) {
+    if (end - p >= 2 && (p[0] & 0x80) && !(p[1] & 0x80)) {
+        n = static_cast<size_t>(p[0] & 0x7f) | static_cast<size_t>(p[1]) << 7;
+        p += 2;
+        return true;
+    }
     n = 0;
     for (int shift = 0;; shift += 7) {
         if (p == end || shift > 28) return false;
