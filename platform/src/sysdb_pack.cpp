@@ -168,7 +168,8 @@ constexpr Lanes kLanes;
 
 #if defined(__x86_64__)
 // Whole groups of eight units from the first, while 32 bytes are left to
-// read (whatever the bitmap claims, nothing past end is read): one permutation of the next 32 stored bytes puts a bitmap
+// read (at least 32 are at the call; whatever the bitmap claims, nothing past
+// end is read): one permutation of the next 32 stored bytes puts a bitmap
 // byte's units in their slots, and every slot of the group is written (zero
 // bytes too: no branch). Returns the groups done; unit moves past their units.
 __attribute__((target("avx2"))) size_t expand_groups(const uint8_t *map, size_t units,
@@ -176,16 +177,14 @@ __attribute__((target("avx2"))) size_t expand_groups(const uint8_t *map, size_t 
                                                             char *o) {
     const __m256i zero = _mm256_setzero_si256();
     const uint8_t *in = unit, *group = map;
-    if (end - in >= 32) {
-        for (const uint8_t *const last = end - 32, *const stop = map + units / 8; group < stop && in <= last;
-             group++, o += 32) {
-            const __m256i lanes =
-                _mm256_cvtepi8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i *>(kLanes.of[*group])));
-            const __m256i moved =
-                _mm256_permutevar8x32_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(in)), lanes);
-            _mm256_storeu_si256(reinterpret_cast<__m256i *>(o), _mm256_blendv_epi8(moved, zero, lanes));
-            in += kLanes.bytes[*group];
-        }
+    for (const uint8_t *const last = end - 32, *const stop = map + units / 8; group < stop && in <= last;
+         group++, o += 32) {
+        const __m256i lanes =
+            _mm256_cvtepi8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i *>(kLanes.of[*group])));
+        const __m256i moved =
+            _mm256_permutevar8x32_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(in)), lanes);
+        _mm256_storeu_si256(reinterpret_cast<__m256i *>(o), _mm256_blendv_epi8(moved, zero, lanes));
+        in += kLanes.bytes[*group];
     }
     unit = in;
     return static_cast<size_t>(group - map);
@@ -202,7 +201,9 @@ __attribute__((always_inline)) inline bool expand(const uint8_t *map, size_t n, 
     const size_t units = n / 4, map_len = (units + 7) / 8;
     size_t b = 0;
 #if defined(__x86_64__)
-    if constexpr (Vectors) b = expand_groups(map, units, unit, end, o);
+    if constexpr (Vectors) {
+        if (end - unit >= 32) b = expand_groups(map, units, unit, end, o);  // not for a short record
+    }
 #else
     static_assert(!Vectors, "no vector expansion on this processor");
 #endif
