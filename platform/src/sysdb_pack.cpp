@@ -84,10 +84,8 @@ __attribute__((target("ssse3"))) size_t gather_bytes(const uint8_t *in, size_t u
 // hypervisor on a virtual machine (6 us here).
 #ifdef EVPN_HAVE_LIBC_CPU_FEATURES
 const bool kHaveSsse3 = CPU_FEATURE_ACTIVE(SSSE3);
-const bool kHaveAvx2 = CPU_FEATURE_ACTIVE(AVX2);
 #else
 const bool kHaveSsse3 = __builtin_cpu_supports("ssse3");
-const bool kHaveAvx2 = __builtin_cpu_supports("avx2");
 #endif
 #endif
 bool g_unpack_vectors = true;  // off only in tests that hold the vector path to the plain one
@@ -148,43 +146,47 @@ size_t unpacked_size(const void *data, size_t len, size_t max_len) {
 namespace {
 
 #if defined(__x86_64__)
-// For each bitmap byte, the permutation that moves the next stored units
-// into the slots of its set bits: the slot's unit in its low three bits, and
-// -128 (the sign bit, the low bits zero) for a slot whose unit is zero; and
-// the bytes of the units it stores.
-struct Lanes {
-    int8_t of[256][8];
-    uint8_t bytes[256];
-    constexpr Lanes() : of(), bytes() {
-        for (int m = 0; m < 256; m++) {
+// For each half of a bitmap byte, the shuffle that moves the next stored
+// units into the slots of its set bits and zeroes the others, and the bytes
+// of the units it takes.
+struct Nibbles {
+    alignas(16) uint8_t mask[16][16];
+    uint8_t bytes[16];
+    constexpr Nibbles() : mask(), bytes() {
+        for (int m = 0; m < 16; m++) {
             int next = 0;
-            for (int k = 0; k < 8; k++) of[m][k] = (m >> k & 1) ? static_cast<int8_t>(next++) : int8_t(-128);
+            for (int k = 0; k < 4; k++) {
+                for (int b = 0; b < 4; b++)
+                    mask[m][4 * k + b] = (m >> k & 1) ? static_cast<uint8_t>(4 * next + b) : 0x80;
+                next += m >> k & 1;
+            }
             bytes[m] = static_cast<uint8_t>(4 * next);
         }
     }
 };
-constexpr Lanes kLanes;
-#endif
+constexpr Nibbles kNibbles;
 
-#if defined(__x86_64__)
 // Whole groups of eight units from the first, while 32 bytes are left to
 // read (at least 32 are at the call; whatever the bitmap claims, nothing past
-// end is read): one permutation of the next 32 stored bytes puts a bitmap
-// byte's units in their slots, and every slot of the group is written (zero
-// bytes too: no branch). Returns the groups done; unit moves past their units.
-__attribute__((target("avx2"))) size_t expand_groups(const uint8_t *map, size_t units,
-                                                            const uint8_t *&unit, const uint8_t *end,
-                                                            char *o) {
-    const __m256i zero = _mm256_setzero_si256();
+// end is read): two shuffles of the next stored bytes put a bitmap byte's
+// units in their slots, and every slot of the group is written (zero bytes
+// too: no branch). Returns the groups done; unit moves past their units.
+// SSSE3, not AVX2: the first 256-bit permutations of a run cost a short
+// listing 60-100 us of wall time here, more than their instructions save.
+__attribute__((target("ssse3"))) size_t expand_groups(const uint8_t *map, size_t units, const uint8_t *&unit,
+                                                      const uint8_t *end, char *o) {
     const uint8_t *in = unit, *group = map;
     for (const uint8_t *const last = end - 32, *const stop = map + units / 8; group < stop && in <= last;
          group++, o += 32) {
-        const __m256i lanes =
-            _mm256_cvtepi8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i *>(kLanes.of[*group])));
-        const __m256i moved =
-            _mm256_permutevar8x32_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(in)), lanes);
-        _mm256_storeu_si256(reinterpret_cast<__m256i *>(o), _mm256_blendv_epi8(moved, zero, lanes));
-        in += kLanes.bytes[*group];
+        const unsigned lo = *group & 15u, hi = *group >> 4;
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(o),
+                         _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i *>(in)),
+                                          _mm_load_si128(reinterpret_cast<const __m128i *>(kNibbles.mask[lo]))));
+        in += kNibbles.bytes[lo];
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(o + 16),
+                         _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i *>(in)),
+                                          _mm_load_si128(reinterpret_cast<const __m128i *>(kNibbles.mask[hi]))));
+        in += kNibbles.bytes[hi];
     }
     unit = in;
     return static_cast<size_t>(group - map);
@@ -238,8 +240,8 @@ __attribute__((always_inline)) inline bool unpack(const uint8_t *p, const uint8_
 }
 
 #if defined(__x86_64__)
-__attribute__((target("avx2"))) bool unpack_vectors(const uint8_t *p, const uint8_t *end, size_t max_len,
-                                                           std::string &out) {
+__attribute__((target("ssse3"))) bool unpack_vectors(const uint8_t *p, const uint8_t *end, size_t max_len,
+                                                            std::string &out) {
     return unpack<true>(p, end, max_len, out);
 }
 #endif
@@ -249,7 +251,7 @@ __attribute__((target("avx2"))) bool unpack_vectors(const uint8_t *p, const uint
 bool unpack_record(const void *data, size_t len, size_t max_len, std::string &out) {
     const uint8_t *p = static_cast<const uint8_t *>(data);
 #if defined(__x86_64__)
-    if (kHaveAvx2 && g_unpack_vectors) return unpack_vectors(p, p + len, max_len, out);
+    if (kHaveSsse3 && g_unpack_vectors) return unpack_vectors(p, p + len, max_len, out);
 #endif
     return unpack<false>(p, p + len, max_len, out);
 }
