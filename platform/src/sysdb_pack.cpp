@@ -171,8 +171,8 @@ constexpr Nibbles kNibbles;
 // end is read): two shuffles of the next stored bytes put a bitmap byte's
 // units in their slots, and every slot of the group is written (zero bytes
 // too: no branch). Returns the groups done; unit moves past their units.
-// SSSE3, not AVX2: the first 256-bit permutations of a run cost a short
-// listing 60-100 us of wall time here, more than their instructions save.
+// SSSE3, not AVX2: with 256-bit permutations a short listing ran up to
+// 100 us slower in some timed runs, more than their instructions save.
 __attribute__((target("ssse3"))) size_t expand_groups(const uint8_t *map, size_t units, const uint8_t *&unit,
                                                       const uint8_t *end, char *o) {
     const uint8_t *in = unit, *group = map;
