@@ -137,7 +137,8 @@ char *put_dotted_quad(char *out, const uint8_t *b) {
 // writes it: lowercase groups without leading zeros, the first longest run
 // of two or more zero groups as "::", and the last 32 bits as a dotted quad
 // for IPv4-compatible and IPv4-mapped addresses. out holds at least 46
-// chars; returns the end (the NUL).
+// chars (a group's store may reach three past the NUL); returns the end
+// (the NUL).
 char *put_ipv6(char *out, const uint8_t *b) {
     unsigned words[8];
     unsigned zero = 0;  // bit i: group i is zero
@@ -406,7 +407,8 @@ constexpr auto kEncapByCode = [] {
         if (cw.code < 256) table.of[cw.code] = {cw.word, length(cw.word)};
     return table;
 }();
-// A route line's encapsulation column (16 bytes of blanks) takes any word whole.
+// Every word is shorter than 16 characters: the show client's route lines
+// take each whole in a block of 16.
 static_assert([] {
     for (const EncapWord &e : kEncapByCode.of)
         if (e.len >= 16) return false;
