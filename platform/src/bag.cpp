@@ -26,6 +26,7 @@ void *BagArena::grow(size_t n, size_t counted) {
     char *chunk = static_cast<char *>(malloc(size));
     if (!chunk) return nullptr;
     chunks.push_back(chunk);
+    cur = chunk;
     cur_size = size;
     cur_used = n;
     used += counted;
@@ -41,6 +42,7 @@ void BagArena::reset_chunks() {
             chunks.push_back(last);
         } else {
             free(last);
+            cur = nullptr;
             cur_size = 0;
         }
     }
@@ -51,6 +53,7 @@ void BagArena::reset_chunks() {
 void BagArena::release() {
     for (char *c : chunks) free(c);
     chunks.clear();
+    cur = nullptr;
     cur_size = cur_used = used = 0;
 }
 

@@ -29,6 +29,7 @@ struct BagArena {
     static constexpr size_t kKeepChunk = 256 * 1024;  // larger chunks are freed on reset
 
     std::vector<char *> chunks;
+    char *cur = nullptr;  // chunks.back(), null when there is none
     size_t cur_size = 0;  // size of chunks.back()
     size_t cur_used = 0;
     size_t used = 0;      // bytes counted towards BAG_MAX_INNER since the last reset
@@ -39,7 +40,7 @@ struct BagArena {
         if (__builtin_expect(at + n > cur_size, 0)) return grow(n, counted);
         cur_used = at + n;
         used += counted;
-        return chunks.back() + at;
+        return cur + at;
     }
     void *alloc(size_t n, size_t align) { return alloc(n, align, n); }
     void *grow(size_t n, size_t counted);

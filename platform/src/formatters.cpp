@@ -57,40 +57,55 @@ constexpr char kDigitPairs[] =
     "8081828384858687888990919293949596979899";
 
 // Decimal digits of v at out, no terminator; returns the end (at most 10 chars).
+// Their count first (from v's bit length), so that they are written in
+// place, two at a time from the last.
 char *put_decimal(char *out, uint32_t v) {
-    char digits[10];
-    char *p = digits + sizeof digits;
+    static constexpr uint32_t kPowers[10] = {1,      10,      100,      1000,      10000,
+                                             100000, 1000000, 10000000, 100000000, 1000000000};
+    const unsigned bits = 32 - static_cast<unsigned>(__builtin_clz(v | 1));
+    const unsigned below = (bits * 1233) >> 12;  // digits of 2^bits - 1, less one at most
+    char *const end = out + below + ((v | 1) >= kPowers[below]);
+    char *p = end;
     for (; v >= 100; v /= 100) {
         p -= 2;
         memcpy(p, kDigitPairs + 2 * (v % 100), 2);
     }
-    if (v >= 10) {
-        p -= 2;
-        memcpy(p, kDigitPairs + 2 * v, 2);
-    } else {
-        *--p = static_cast<char>('0' + v);
-    }
-    const size_t n = static_cast<size_t>(digits + sizeof digits - p);
-    for (size_t i = 0; i < n; i++) out[i] = p[i];
-    return out + n;
+    if (v >= 10)
+        memcpy(p - 2, kDigitPairs + 2 * v, 2);
+    else
+        p[-1] = static_cast<char>('0' + v);
+    return end;
 }
 
-// Two lowercase hex digits of each of n bytes, a dot after every second byte
-// but the last: the dotted form of MACs and ESIs.
-char *put_dotted_hex(char *out, const uint8_t *b, size_t n) {
-    for (size_t i = 0; i < n; i++) {
-        *out++ = kHexDigits[b[i] >> 4];
-        *out++ = kHexDigits[b[i] & 0xf];
-        if (i % 2 == 1 && i + 1 < n) *out++ = '.';
+// Two lowercase hex digits of each byte value.
+constexpr auto kHexPairs = [] {
+    struct {
+        char c[256][2];
+    } table{};
+    for (unsigned v = 0; v < 256; v++) {
+        table.c[v][0] = kHexDigits[v >> 4];
+        table.c[v][1] = kHexDigits[v & 0xf];
     }
-    *out = '\0';
+    return table;
+}();
+
+// Two lowercase hex digits of each of n bytes (n even), a dot after every
+// second byte but the last: the dotted form of MACs and ESIs.
+char *put_dotted_hex(char *out, const uint8_t *b, size_t n) {
+    for (size_t i = 0; i < n; i += 2, out += 5) {
+        memcpy(out, kHexPairs.c[b[i]], 2);
+        memcpy(out + 2, kHexPairs.c[b[i + 1]], 2);
+        out[4] = '.';
+    }
+    *--out = '\0';
     return out;
 }
 
-// Text of each byte value and its length, for dotted quads: "0" to "255".
+// Text of each byte value with the dot after it, for dotted quads ("0." to
+// "255."), and its length: one word a byte value.
 struct OctetText {
-    char c[3];
-    uint8_t n;
+    char c[4];
+    uint32_t n;
 };
 constexpr auto kOctetTexts = [] {
     struct {
@@ -101,17 +116,18 @@ constexpr auto kOctetTexts = [] {
         if (v >= 100) o.c[o.n++] = static_cast<char>('0' + v / 100);
         if (v >= 10) o.c[o.n++] = static_cast<char>('0' + v / 10 % 10);
         o.c[o.n++] = static_cast<char>('0' + v % 10);
+        o.c[o.n++] = '.';
     }
     return table;
 }();
 
-// Dotted quad of 4 bytes at out, terminated; returns the end.
+// Dotted quad of 4 bytes at out, terminated; returns the end. Each octet's
+// four bytes are stored whole: up to two bytes past the NUL are written.
 char *put_dotted_quad(char *out, const uint8_t *b) {
     for (int i = 0; i < 4; i++) {
         const OctetText &t = kOctetTexts.t[b[i]];
-        memcpy(out, t.c, 3);  // room for 3 digits and the dot: at most 16 chars
+        memcpy(out, t.c, 4);
         out += t.n;
-        *out++ = '.';
     }
     *--out = '\0';
     return out;
@@ -120,8 +136,9 @@ char *put_dotted_quad(char *out, const uint8_t *b) {
 // The RFC 5952 text of an IPv6 address, exactly as the C library's inet_ntop
 // writes it: lowercase groups without leading zeros, the first longest run
 // of two or more zero groups as "::", and the last 32 bits as a dotted quad
-// for IPv4-compatible and IPv4-mapped addresses. out holds at least 46 chars.
-// Returns the end (the NUL).
+// for IPv4-compatible and IPv4-mapped addresses. out holds at least 46
+// chars (a group's store may reach three past the NUL); returns the end
+// (the NUL).
 char *put_ipv6(char *out, const uint8_t *b) {
     unsigned words[8];
     unsigned zero = 0;  // bit i: group i is zero
@@ -147,10 +164,17 @@ char *put_ipv6(char *out, const uint8_t *b) {
         if (i == 6 && best == 0 && (best_len == 6 || (best_len == 5 && words[5] == 0xffff))) {
             return put_dotted_quad(o, b + 12);
         }
-        // The group's digits without leading zeros: one to four.
+        // The group's digits without leading zeros, one to four: its four
+        // digits from the pairs' table, stored as a word with the leading
+        // zeros shifted out.
         const unsigned w = words[i];
-        int shift = w >> 12 ? 12 : w >> 8 ? 8 : w >> 4 ? 4 : 0;
-        for (; shift >= 0; shift -= 4) *o++ = kHexDigits[(w >> shift) & 0xf];
+        const unsigned n = 1 + (w > 0xf) + (w > 0xff) + (w > 0xfff);
+        uint32_t four;
+        memcpy(&four, kHexPairs.c[w >> 8], 2);
+        memcpy(reinterpret_cast<char *>(&four) + 2, kHexPairs.c[w & 0xff], 2);
+        four = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? four >> 8 * (4 - n) : four << 8 * (4 - n);
+        memcpy(o, &four, 4);
+        o += n;
     }
     if (best >= 0 && best + best_len == 8) *o++ = ':';
     *o = '\0';
@@ -164,15 +188,6 @@ void bounded_copy(char *buf, size_t size, const char *text, size_t len) {
     if (len > size - 1) len = size - 1;
     memcpy(buf, text, len);
     buf[len] = '\0';
-}
-
-void bounded_decimal(char *buf, size_t size, uint32_t v) {
-    if (buf != nullptr && size > 10) {  // room for any value: straight into buf
-        *put_decimal(buf, v) = '\0';
-        return;
-    }
-    char text[10];
-    bounded_copy(buf, size, text, static_cast<size_t>(put_decimal(text, v) - text));
 }
 
 int hex_digit(char c) {
@@ -371,6 +386,35 @@ struct CodeWord {
 constexpr CodeWord kEncapWords[] = {EVPN_ENCAP_WORDS(EVPN_CODE_WORD)};
 #undef EVPN_CODE_WORD
 
+// The encapsulation words by code, with their lengths: every code a record
+// can carry in a byte (the route's sides) is one look-up; "Unknown" for a
+// code without a word.
+struct EncapWord {
+    const char *word;
+    size_t len;
+};
+constexpr auto kEncapByCode = [] {
+    auto length = [](const char *w) {
+        size_t n = 0;
+        while (w[n]) n++;
+        return n;
+    };
+    struct {
+        EncapWord of[256];
+    } table{};
+    for (EncapWord &e : table.of) e = {"Unknown", length("Unknown")};
+    for (const CodeWord &cw : kEncapWords)
+        if (cw.code < 256) table.of[cw.code] = {cw.word, length(cw.word)};
+    return table;
+}();
+// Every word is shorter than 16 characters: the show client's route lines
+// take each whole in a block of 16.
+static_assert([] {
+    for (const EncapWord &e : kEncapByCode.of)
+        if (e.len >= 16) return false;
+    return true;
+}());
+
 // Indexed by the code: the lists' codes run from 0.
 #define EVPN_INDEXED_WORD(code, word) word,
 constexpr const char *kEviTypeWords[] = {EVPN_EVI_TYPE_WORDS(EVPN_INDEXED_WORD)};
@@ -419,36 +463,26 @@ bool l2vpn_ip_is_v4(const l2vpn_ip_addr_t *addr) {
     return addr != nullptr && AddressHalves(*addr).v4_mapped();
 }
 
-namespace {
-// The address's text at out (L2VPN_IP_STR_SIZE bytes); returns its length.
-size_t put_address(char *out, const l2vpn_ip_addr_t &addr) {
-    const AddressHalves halves(addr);
-    if (halves.v4_mapped()) return static_cast<size_t>(put_dotted_quad(out, addr.bytes + 12) - out);
-    if ((halves.hi | halves.lo) == 0) {
-        memcpy(out, "::", 3);  // no address: a route with a MAC alone
-        return 2;
-    }
-    return static_cast<size_t>(put_ipv6(out, addr.bytes) - out);
-}
-static_assert(kRingSlotSize >= L2VPN_IP_STR_SIZE);
-}  // namespace
-
-const char *l2vpn_inet_ntop(const l2vpn_ip_addr_t *addr) {
-    char *out = ring_next();
-    if (addr == nullptr) {
-        snprintf(out, kRingSlotSize, "%s", "(null)");
-        return out;
-    }
-    put_address(out, *addr);
-    return out;
-}
-
-size_t l2vpn_inet_text(const l2vpn_ip_addr_t *addr, char (&out)[L2VPN_IP_STR_SIZE]) {
+size_t l2vpn_ip_to_text(const l2vpn_ip_addr_t *addr, char *out) {
     if (addr == nullptr) {
         memcpy(out, "(null)", 7);
         return 6;
     }
-    return put_address(out, *addr);
+    const AddressHalves halves(*addr);
+    if (halves.v4_mapped())
+        return static_cast<size_t>(put_dotted_quad(out, addr->bytes + 12) - out);
+    if ((halves.hi | halves.lo) == 0) {
+        memcpy(out, "::", 3);  // no address: a route with a MAC alone
+        return 2;
+    }
+    return static_cast<size_t>(put_ipv6(out, addr->bytes) - out);
+}
+
+const char *l2vpn_inet_ntop(const l2vpn_ip_addr_t *addr) {
+    static_assert(kRingSlotSize >= L2VPN_IP_STR_SIZE);
+    char *out = ring_next();
+    l2vpn_ip_to_text(addr, out);
+    return out;
 }
 
 namespace {
@@ -514,6 +548,8 @@ const char *macstring(const uint8_t *mac, int len) {
         put_dotted_hex(out, mac, 6);
     return out;
 }
+
+void l2vpn_mac_to_text(const uint8_t *mac, char *out) { put_dotted_hex(out, mac, 6); }
 
 int l2vpn_mac_pton(const char *text, uint8_t mac[6]) {
     if (text == nullptr || mac == nullptr)
@@ -642,15 +678,31 @@ constexpr uint32_t kLabelImplicitNull = 3;
 constexpr uint32_t kLabelMax = 0xFFFFF;   // 20-bit MPLS label
 }  // namespace
 
-void l2vpn_mpls_label_to_str(uint32_t label, char *buf, size_t size, uint32_t encap) {
+size_t l2vpn_mpls_label_text(uint32_t label, uint32_t encap, char *out) {
+    const char *word = nullptr;
+    size_t len = 0;
     if (encap == EVPN_ENCAP_VXLAN)
-        bounded_decimal(buf, size, label);   // a VNI, not a label
+        ;  // a VNI, not a label
     else if (label == kLabelImplicitNull)
-        bounded_copy(buf, size, "IMP-NULL", 8);
+        word = "IMP-NULL", len = 8;
     else if (encap == EVPN_ENCAP_MPLS && label > kLabelMax)
-        bounded_copy(buf, size, "Invalid", 7);
-    else
-        bounded_decimal(buf, size, label);
+        word = "Invalid", len = 7;
+    if (word) {
+        memcpy(out, word, len + 1);
+        return len;
+    }
+    char *end = put_decimal(out, label);
+    *end = '\0';
+    return static_cast<size_t>(end - out);
+}
+
+void l2vpn_mpls_label_to_str(uint32_t label, char *buf, size_t size, uint32_t encap) {
+    if (buf != nullptr && size >= L2VPN_LABEL_STR_SIZE) {  // room for any text: straight into buf
+        l2vpn_mpls_label_text(label, encap, buf);
+        return;
+    }
+    char text[L2VPN_LABEL_STR_SIZE];
+    bounded_copy(buf, size, text, l2vpn_mpls_label_text(label, encap, text));
 }
 
 void l2vpn_l3rib_internal_id_to_str(uint32_t id, char *buf, size_t size) {
@@ -662,11 +714,20 @@ void l2vpn_l3rib_internal_id_to_str(uint32_t id, char *buf, size_t size) {
 
 // ---- Words -----------------------------------------------------------------
 
-const char *evpn_bgp_encap_type_to_str(uint32_t encap) {
+const char *evpn_bgp_encap_word(uint32_t encap, size_t *len) {
+    if (encap < 256) {
+        *len = kEncapByCode.of[encap].len;
+        return kEncapByCode.of[encap].word;
+    }
     for (const CodeWord &cw : kEncapWords)
         if (cw.code == encap)
-            return cw.word;
-    return "Unknown";
+            return *len = strlen(cw.word), cw.word;
+    return *len = 7, "Unknown";
+}
+
+const char *evpn_bgp_encap_type_to_str(uint32_t encap) {
+    size_t len;
+    return evpn_bgp_encap_word(encap, &len);
 }
 
 const char *evpn_type_2_string(uint32_t evi_type) { return indexed_word(kEviTypeWords, evi_type); }

@@ -196,6 +196,68 @@ TEST_F(FwdEntries, MacLocalOnlySkipsAllButLocalRoutesAfterTheDump) {
     EXPECT_EQ(print(both), kLocalLine + kRemoteCols + " 192.0.2.2" + blanks(30) + " 24002   \n");
 }
 
+// A route's lines are made column by column in one buffer that each line
+// reuses; every line holds what the report's formats make of its values,
+// over each column's narrowest and widest values, with a next hop shorter
+// than the one before it on the same route, and with SIDs behind the label.
+TEST_F(FwdEntries, MacLinesHoldWhatTheirFormatsMakeOfEveryColumnsWidestAndNarrowestValues) {
+    auto columns = [](const l2vpn_evpn_mac_bag &m, uint32_t encap) {
+        char text[200];
+        snprintf(text, sizeof text, "%-10u %-10s %-14.14s %-40.40s", m.evi, evpn_bgp_encap_type_to_str(encap),
+                 macstring(m.mac_address, 6), l2vpn_inet_ntop(&m.ip_address));
+        return std::string(text);
+    };
+    auto nexthop_label = [](const char *nexthop, uint32_t value, uint32_t encap) {
+        char label[100], text[200];
+        l2vpn_mpls_label_to_str(value, label, sizeof label, encap);
+        snprintf(text, sizeof text, " %-39.39s %-8s", nexthop, label);
+        return std::string(text);
+    };
+    const char *const names[] = {"", "eth1", "GigabitEthernet0/0/0/1.100", "Bundle-Ether12345.4094-a-name-of-39-ch",
+                                 "Bundle-Ether12345.4094-a-name-of-forty-five"};
+    const char *const addresses[] = {"::", "0.0.0.0", "10.0.0.1", "255.255.255.255", "fe80::1", "::1.2.3.4",
+                                     "2001:db8:0:64::17b1", "1:0:0:2:0:0:0:3",
+                                     "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff"};
+    const uint32_t evis[] = {0, 7, 1234567890, 0xFFFFFFFF};
+    const uint8_t encaps[] = {0, 8, 10, 12, 13, 255, 99};  // every word's width, and a code without one
+    const uint32_t labels[] = {0, 3, 24001, 0xFFFFF, 0x100000, 0xFFFFFFFF};
+    const uint8_t macs[][6] = {{0, 0, 0, 0, 0, 0}, {0xff, 0xfe, 0xab, 0xcd, 0x01, 0x10}};
+    size_t made = 0;
+    for (bool sid_column : {false, true}) {
+        elan(sid_column);
+        for (const char *address : addresses) {
+            for (size_t k = 0; k < std::size(evis); k++) {
+                auto m = route(k % 2 || made % 3 == 0, 1);
+                m.evi = evis[k];
+                m.ip_address = ip(address);
+                memcpy(m.mac_address, macs[k % 2], 6);
+                m.encap = encaps[k] == 8 ? 8 : 10;
+                m.local_encap = encaps[(k + 2) % std::size(encaps)];
+                m.remote_encap = encaps[k];
+                Srv6Sid sids[] = {sid("fc00:0:1:e000::")};
+                EvpnPath p[std::size(addresses) + 1];
+                m.local_nexthop_name = text(names[made++ % std::size(names)]);
+                m.local_label = labels[k];
+                std::string want = m.local ? columns(m, m.local_encap) +
+                                                 nexthop_label(m.local_nexthop_name, m.local_label, m.encap) + "\n"
+                                           : "";
+                for (size_t i = 0; i < std::size(p); i++) {
+                    // Long and short next hops in turn, the widest last.
+                    p[i] = path(addresses[(i * 5 + k) % std::size(addresses)], labels[(i + k) % std::size(labels)]);
+                    if (i == std::size(addresses)) p[i] = path(addresses[std::size(addresses) - 1], 0xFFFFFFFF);
+                    if (i == 2) p[i].SRv6_SIDInfo = arr(sids);
+                    want += columns(m, m.remote_encap) + nexthop_label(l2vpn_inet_ntop(&p[i].NextHop),
+                                                                       p[i].OutputLabel, m.encap);
+                    if (i == 2 && sid_column) want += " fc00:0:1:e000::" + blanks(24);
+                    want += "\n";
+                }
+                m.path_buffer = arr(p);
+                ASSERT_EQ(print(m), want) << address << " " << evis[k];
+            }
+        }
+    }
+}
+
 // A next hop filling the column leaves no room for the marker.
 TEST_F(FwdEntries, MacProxyMarkerIsCutToTheNexthopColumn) {
     auto m = route(1, 0);

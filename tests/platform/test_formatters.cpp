@@ -78,7 +78,7 @@ TEST(Formatters, Ipv4TextReadsAsTheCLibraryReadsIt) {
 void expect_address_text(const l2vpn_ip_addr_t &a, const char *want) {
     ASSERT_STREQ(l2vpn_inet_ntop(&a), want) << bytes_hex(a.bytes, 16);
     char text[L2VPN_IP_STR_SIZE];
-    ASSERT_EQ(l2vpn_inet_text(&a, text), strlen(want)) << bytes_hex(a.bytes, 16);
+    ASSERT_EQ(l2vpn_ip_to_text(&a, text), strlen(want)) << bytes_hex(a.bytes, 16);
     ASSERT_STREQ(text, want) << bytes_hex(a.bytes, 16);
 }
 
@@ -257,6 +257,41 @@ TEST(Formatters, RdConvertNeedsFormatAndTypeToAgreeElseRawForm) {
     l2vpn_bag_rd_to_text(&v, small, 1);
     EXPECT_EQ(small[0], '\0');
     EXPECT_EQ(small[1], kFill);
+}
+
+// The texts made in place hold what printf makes of the same values (a
+// decimal at each side of every power of ten and of two, a MAC of every
+// byte value), and an address's text the length given for it.
+TEST(Formatters, TextsMadeInPlaceMatchPrintfAtEveryDigitCount) {
+    std::vector<uint32_t> values = {0, 0xFFFFFFFF};
+    for (uint64_t p = 1; p <= 0xFFFFFFFFull; p *= 10)
+        for (int d : {-1, 0, 1}) values.push_back(static_cast<uint32_t>(p + d));
+    for (int b = 0; b < 32; b++)
+        for (int d : {-1, 0, 1}) values.push_back((1u << b) + static_cast<uint32_t>(d));
+    for (uint32_t v : values) {
+        char want[16], got[L2VPN_LABEL_STR_SIZE + 4];
+        memset(got, kFill, sizeof got);
+        snprintf(want, sizeof want, "%u", v);
+        EXPECT_EQ(l2vpn_mpls_label_text(v, EVPN_ENCAP_VXLAN, got), strlen(want)) << v;
+        EXPECT_STREQ(got, want) << v;
+    }
+    for (unsigned v = 0; v < 256; v++) {
+        const uint8_t mac[6] = {uint8_t(v), uint8_t(v ^ 0xff), uint8_t(v * 7), uint8_t(v + 1), 0, uint8_t(v)};
+        char want[20], got[L2VPN_MAC_STR_LEN + 1];
+        snprintf(want, sizeof want, "%02x%02x.%02x%02x.%02x%02x", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+        l2vpn_mac_to_text(mac, got);
+        EXPECT_STREQ(got, want);
+        EXPECT_STREQ(macstring(mac, 6), want);
+        l2vpn_ip_addr_t a{};
+        for (int i = 0; i < 16; i++) a.bytes[i] = uint8_t(i * v);
+        for (int form = 0; form < 3; form++) {
+            if (form == 1) memcpy(a.bytes, "\0\0\0\0\0\0\0\0\0\0\xff\xff", 12);  // IPv4-mapped
+            if (form == 2) memset(a.bytes + 2, 0, 10);                      // a run of zero groups
+            char text[L2VPN_IP_STR_SIZE];
+            const size_t n = l2vpn_ip_to_text(&a, text);
+            EXPECT_EQ(n, strlen(text)) << v << " " << form;
+        }
+    }
 }
 
 TEST(Formatters, LabelsAndIdsAreBounded) {

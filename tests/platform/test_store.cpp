@@ -644,6 +644,51 @@ TEST(StoredRecord, PacksAndUnpacksEveryLengthAndRefusesWhatItDidNotMake) {
     EXPECT_FALSE(sysdb_schema::unpack_record("", 0, 64, out));
 }
 
+// The vector unpacking (where the processor has it) and the plain one give
+// the same bytes for every record and refuse the same damaged ones: records
+// of every length up to a few groups past 32 stored bytes and at each change
+// of the length's own size, dense, sparse and mixed, packed and then cut,
+// lengthened, or with a bitmap byte changed.
+TEST(StoredRecord, VectorAndPlainUnpackingAgreeOnWholeAndDamagedRecords) {
+    uint32_t seed = 12345;
+    auto next = [&seed] { return seed = seed * 1103515245u + 12345u, seed >> 16; };
+    auto both = [](const std::string &packed, size_t max_len, const std::string &what) {
+        std::string vec = "v", plain = "v";
+        sysdb_schema::unpack_use_vectors(true);
+        const bool vec_ok = sysdb_schema::unpack_record(packed.data(), packed.size(), max_len, vec);
+        sysdb_schema::unpack_use_vectors(false);
+        const bool plain_ok = sysdb_schema::unpack_record(packed.data(), packed.size(), max_len, plain);
+        sysdb_schema::unpack_use_vectors(true);
+        EXPECT_EQ(vec_ok, plain_ok) << what;
+        EXPECT_EQ(vec, plain) << what;
+        return plain_ok;
+    };
+    std::vector<size_t> lengths;
+    for (size_t len = 0; len < 700; len += len < 80 ? 1 : 13) lengths.push_back(len);
+    for (size_t len : {127, 128, 16383, 16384, 16385}) lengths.push_back(len);  // a length of one, two, three bytes
+    for (size_t len : lengths) {
+        for (unsigned density : {0u, 1u, 4u, 7u, 8u}) {  // eighths of the units that are not zero
+            std::string rec(len, '\0');
+            for (size_t u = 0; u * 4 < len; u++)
+                if (next() % 8 < density)
+                    for (size_t i = 4 * u; i < std::min(len, 4 * u + 4); i++) rec[i] = static_cast<char>(next() | 1);
+            std::string packed;
+            sysdb_schema::pack_record(rec.data(), rec.size(), packed);
+            const std::string what = "length " + std::to_string(len) + " density " + std::to_string(density);
+            EXPECT_TRUE(both(packed, len, what)) << what;
+            for (size_t cut = 1; cut <= std::min<size_t>(packed.size(), 9); cut++)
+                EXPECT_FALSE(both(packed.substr(0, packed.size() - cut), len, what + " cut " + std::to_string(cut)));
+            EXPECT_FALSE(both(packed + "\1\2\3\4", len, what + " longer"));
+            const size_t header = len >= 16384 ? 3 : len >= 128 ? 2 : 1, map_len = (len / 4 + 7) / 8;
+            for (size_t b = 0; b < map_len; b++) {
+                std::string changed = packed;
+                changed[header + b] = static_cast<char>(changed[header + b] ^ (1 << (next() % 8)));
+                both(changed, len, what + " bitmap byte " + std::to_string(b));
+            }
+        }
+    }
+}
+
 // ---- Paths, items, roots -------------------------------------------------------
 
 TEST_F(Store, PathsThatNameNothingFailWithTheirCodes) {

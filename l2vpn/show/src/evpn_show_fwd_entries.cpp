@@ -108,31 +108,116 @@ __attribute__((format(printf, 2, 3))) void print_detail_line(const char *label,
     putchar('\n');
 }
 
-// The four columns that begin every line of a route, as text: a route with
-// several paths formats them once and prints them on each line. Returns
-// their length.
-constexpr size_t kRouteColumnsSize = 128;
-size_t format_route_columns(const l2vpn_evpn_mac_bag *mac, uint8_t bgp_encap,
-                            char (&columns)[kRouteColumnsSize]) {
-    const int n = show_sprint<"%-10u %-10s %-14.14s %-40.40s">(columns, mac->evi,
-                                evpn_bgp_encap_type_to_str(bgp_encap), macstring(mac->mac_address, 6),
-                                l2vpn_inet_ntop(&mac->ip_address));
-    return n < 0 ? 0 : std::min(static_cast<size_t>(n), sizeof columns - 1);
+// A line of a route, made in one buffer and written whole: its four route
+// columns, made once for the local line and once for the remote ones (whose
+// encapsulation may differ), then each line's next hop and label columns.
+// Each text is written where its column starts, over a block of blanks
+// stored first, so that a short text needs no padding of its own. Room: the
+// columns' widest texts (an encapsulation word is at most 9 characters),
+// and the blank blocks reaching past each text.
+constexpr size_t kRouteLineSize = 256;
+constexpr char kBlankBlock[L2VPN_IP_STR_SIZE + 1] = "                                              ";
+static_assert(sizeof kBlankBlock - 1 == L2VPN_IP_STR_SIZE);
+struct RouteLine {
+    char text[kRouteLineSize];
+    size_t columns = 0;  // the route columns' length
+};
+
+// Blanks over a text's block: a constant length, a few stores.
+template <size_t N>
+inline void blanks(char *at) {
+    memset(at, ' ', N);
 }
 
+// An address in a column of width characters at o ("%-W.Ws"); returns the
+// column's end. The text may use the whole of its L2VPN_IP_STR_SIZE bytes,
+// past its NUL too: blanks go over the bytes after it once it is made.
+char *put_address_column(char *o, const l2vpn_ip_addr_t &addr, size_t width) {
+    const size_t n = l2vpn_ip_to_text(&addr, o);
+    if (n < width) memcpy(o + n, kBlankBlock, L2VPN_IP_STR_SIZE);
+    return o + width;
+}
+
+// "%-10u %-10s %-14.14s %-40.40s": EVI, encapsulation word, MAC, address.
+void format_route_columns(const l2vpn_evpn_mac_bag *mac, uint8_t bgp_encap, RouteLine &line) {
+    char *o = line.text;
+    blanks<16>(o);
+    char digits[10];
+    const char *first = show_format::digits<false, false>(mac->evi, digits + sizeof digits);
+    const size_t nd = static_cast<size_t>(digits + sizeof digits - first);
+    show_format::copy_text(o, first, nd);
+    o += std::max<size_t>(nd, 10);
+    *o++ = ' ';
+    size_t nw;
+    const char *word = evpn_bgp_encap_word(bgp_encap, &nw);
+    blanks<16>(o);
+    show_format::copy_text(o, word, nw);
+    o += std::max<size_t>(nw, 10);
+    *o++ = ' ';
+    l2vpn_mac_to_text(mac->mac_address, o);
+    o += L2VPN_MAC_STR_LEN;
+    *o++ = ' ';
+    o = put_address_column(o, mac->ip_address, 40);
+    line.columns = static_cast<size_t>(o - line.text);
+}
+
+// " %-8s": a label text after the next hop column; returns the line's end.
+char *put_label_column(char *o, uint32_t label, uint32_t encap) {
+    *o++ = ' ';
+    blanks<L2VPN_LABEL_STR_SIZE + 5>(o);
+    const size_t n = l2vpn_mpls_label_text(label, encap, o);
+    o[n] = ' ';
+    return o + std::max<size_t>(n, 8);
+}
+
+// " %-39.39s %-8s" after the route columns: a path's next hop and label.
+char *put_nexthop_label(RouteLine &line, const l2vpn_ip_addr_t &nexthop, uint32_t label, uint32_t encap) {
+    char *o = line.text + line.columns;
+    *o++ = ' ';
+    return put_label_column(put_address_column(o, nexthop, kNexthopWidth), label, encap);
+}
+
+// The same with the name of the local attachment as the next hop.
+char *put_name_label(RouteLine &line, const char *name, uint32_t label, uint32_t encap) {
+    char *o = line.text + line.columns;
+    *o++ = ' ';
+    memcpy(o, kBlankBlock, kNexthopWidth);
+    show_format::copy_text(o, name, strnlen(name, kNexthopWidth));
+    return put_label_column(o + kNexthopWidth, label, encap);
+}
+// The furthest a line's stores reach: the route columns (at most 10 + 1 +
+// 16 + 1 + 14 + 1 + 40 characters), a blank, and the next hop's text with
+// the blanks after it.
+static_assert(83 + 1 + kNexthopWidth + 2 * L2VPN_IP_STR_SIZE <= kRouteLineSize,
+              "a route's line fits its buffer");
+
 // The SID column of a MAC or EAD route line, where the platform capability
-// the command asks for is present (asked anew for every line): the first SID
-// behind the label column, each further one on a line of its own under it.
+// the command asks for is present: the first SID behind the label column,
+// each further one on a line of its own under it.
 void print_route_sid_column(const bag_array<Srv6Sid> *sids, int supported) {
     static char indent[kSidIndentSize];  // made once: this runs per route line
-    if (!supported)
+    if (!supported || sids->count == 0)
         return;
     if (!indent[0])
         show_sprint<"%102s">(indent, "");
     print_srv6_sid_list(sids, indent, false, false, true);
 }
 
-// Next hop and label of the local attachment.
+// The line made up to end, then its SIDs and its end, written.
+void write_route_line(RouteLine &line, char *end, const bag_array<Srv6Sid> &sids, int sid_column) {
+    if (sids.count && sid_column) {
+        show_write(line.text, static_cast<size_t>(end - line.text));
+        print_route_sid_column(&sids, sid_column);
+        putchar('\n');
+        return;
+    }
+    *end++ = '\n';
+    show_write(line.text, static_cast<size_t>(end - line.text));
+}
+
+// Next hop and label of a local attachment by proxy, or named by a
+// pseudowire, VFI or access EVI (other local lines are made as the remote
+// ones are).
 void print_local_nexthop(const l2vpn_evpn_mac_bag *mac, const char *label_text) {
     if (mac->proxy) {
         // The address and the marker share the Nexthop column; the marker is cut.
@@ -431,37 +516,40 @@ void print_evpn_mac_bag_debug(const l2vpn_evpn_mac_bag *mac) {
 
 void print_evpn_mac_bag(const void *record, const char *, PrintContext *) {
     const auto *mac = static_cast<const l2vpn_evpn_mac_bag *>(record);
-    char label_text[EVPN_LABEL_TEXT_SIZE] = {};
+    char label_text[EVPN_LABEL_TEXT_SIZE];  // each use makes its text first
 
     print_evpn_mac_bag_debug(mac);
 
     if (show_filter.local_only && mac->local != 1)
         return;
 
-    char columns[kRouteColumnsSize];
-    size_t columns_len = 0;
+    RouteLine line;
+    const int sid_column = l2vpn_platform_srv6_elan_supported();
     if (mac->local) {
-        columns_len = format_route_columns(mac, mac->local_encap, columns);
-        show_write(columns, columns_len);
-        l2vpn_mpls_label_to_str(mac->local_label, label_text, EVPN_LABEL_TEXT_SIZE, mac->encap);
-        print_local_nexthop(mac, label_text);
-        print_route_sid_column(&mac->local_sids, l2vpn_platform_srv6_elan_supported());
-        putchar('\n');
+        format_route_columns(mac, mac->local_encap, line);
+        const char *name = text_of(mac->local_nexthop_name);
+        if (!mac->proxy && !is_pw_ves(name) && !is_vfi_ves(name) && !is_access_evi(name)) {
+            write_route_line(line, put_name_label(line, name, mac->local_label, mac->encap), mac->local_sids,
+                             sid_column);
+        } else {
+            show_write(line.text, line.columns);
+            l2vpn_mpls_label_to_str(mac->local_label, label_text, EVPN_LABEL_TEXT_SIZE, mac->encap);
+            print_local_nexthop(mac, label_text);
+            print_route_sid_column(&mac->local_sids, sid_column);
+            putchar('\n');
+        }
     }
 
     if (mac->path_buffer.count || mac->remote)
-        columns_len = format_route_columns(mac, mac->remote_encap, columns);
+        format_route_columns(mac, mac->remote_encap, line);
     if (mac->path_buffer.count == 0 && mac->remote) {
-        show_write(columns, columns_len);
+        show_write(line.text, line.columns);
         show_print<" %-39.39s %-8s\n">("No remote pathlist", "");
     }
     for (uint32_t i = 0; i < mac->path_buffer.count; i++) {
         const EvpnPath &path = mac->path_buffer.data[i];
-        show_write(columns, columns_len);
-        l2vpn_mpls_label_to_str(path.OutputLabel, label_text, EVPN_LABEL_TEXT_SIZE, mac->encap);
-        show_print<" %-39.39s %-8s">(l2vpn_inet_ntop(&path.NextHop), label_text);
-        print_route_sid_column(&path.SRv6_SIDInfo, l2vpn_platform_srv6_elan_supported());
-        putchar('\n');
+        write_route_line(line, put_nexthop_label(line, path.NextHop, path.OutputLabel, mac->encap),
+                         path.SRv6_SIDInfo, sid_column);
     }
 
     if (!show_filter.detail && !show_filter.private_view)

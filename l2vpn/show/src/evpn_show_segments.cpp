@@ -302,7 +302,7 @@ public:
     // Peer i's address text, made.
     ShowText make(uint32_t i, const l2vpn_ip_addr_t &address) {
         if (i >= kKept) return other(address);
-        len_[i] = static_cast<uint8_t>(l2vpn_inet_text(&address, text_[i]));
+        len_[i] = static_cast<uint8_t>(l2vpn_ip_to_text(&address, text_[i]));
         return {text_[i], len_[i]};
     }
     // Peer i's address text, as made before for the first few.

@@ -36,20 +36,26 @@ enum : size_t {
     L2VPN_MAC_STR_LEN = 14,     // "0011.2233.4455"
     L2VPN_ESI_STR_LEN = 24,     // "0011.2233.4455.6677.8899"
     L2VPN_IP_HEX_LEN = 32,
-    L2VPN_IP_STR_SIZE = 48,     // an address's text, NUL included: 46 at most
+    L2VPN_IP_STR_SIZE = 46,     // the longest address text and its NUL
+    L2VPN_LABEL_STR_SIZE = 11,  // the longest label text (ten digits) and its NUL
 };
 
 // Addresses. ntop never returns null; pton returns non-zero on success.
 const char *l2vpn_inet_ntop(const l2vpn_ip_addr_t *addr);
-// The same text into out; returns its length.
-size_t l2vpn_inet_text(const l2vpn_ip_addr_t *addr, char (&out)[L2VPN_IP_STR_SIZE]);
 int l2vpn_inet_pton(const char *text, l2vpn_ip_addr_t *addr);
 bool l2vpn_ip_is_v4(const l2vpn_ip_addr_t *addr);
+// The text l2vpn_inet_ntop gives, into out (L2VPN_IP_STR_SIZE bytes, any of
+// which it may write, past the NUL too), NUL-terminated; returns its
+// length. For a text made where it is printed.
+size_t l2vpn_ip_to_text(const l2vpn_ip_addr_t *addr, char *out);
 // 32 lower-case hex digits of the 16 bytes; cut to size - 1.
 void l2vpn_ip_addr2hex_string2(const l2vpn_ip_addr_t *addr, char *buf, size_t size);
 
 // MAC: "0011.2233.4455". len must be 6 (else "Invalid").
 const char *macstring(const uint8_t *mac, int len);
+// The text macstring gives for a 6-byte MAC, into out (L2VPN_MAC_STR_LEN + 1
+// bytes), NUL-terminated.
+void l2vpn_mac_to_text(const uint8_t *mac, char *out);
 // Parses "0011.2233.4455", "00:11:22:33:44:55" or "00-11-22-33-44-55"; 0 on success.
 int l2vpn_mac_pton(const char *text, uint8_t mac[6]);
 int is_valid_mac(const uint8_t *mac);   // non-zero unless all zero
@@ -101,6 +107,9 @@ size_t l2vpn_month_day_time(time_t secs, unsigned fraction, int digits, char (&o
 
 // Labels and identifiers.
 void l2vpn_mpls_label_to_str(uint32_t label, char *buf, size_t size, uint32_t encap);
+// The text l2vpn_mpls_label_to_str gives, into out (L2VPN_LABEL_STR_SIZE
+// bytes), NUL-terminated; returns its length.
+size_t l2vpn_mpls_label_text(uint32_t label, uint32_t encap, char *out);
 void l2vpn_l3rib_internal_id_to_str(uint32_t id, char *buf, size_t size);
 
 // EVI type codes, each with its word (evpn_type_2_string); the codes run
@@ -115,6 +124,8 @@ void l2vpn_l3rib_internal_id_to_str(uint32_t id, char *buf, size_t size);
 
 // Words.
 const char *evpn_bgp_encap_type_to_str(uint32_t encap);
+// The same word, with its length in *len.
+const char *evpn_bgp_encap_word(uint32_t encap, size_t *len);
 const char *evpn_type_2_string(uint32_t evi_type);
 const char *evpn_bag_df_role_to_str(uint32_t role);
 const char *Yes_or_No_str(uint32_t flag);

@@ -127,6 +127,9 @@ void pack_record(const void *data, size_t len, std::string &out);
 // Appends the record packed as data[0..len) to out; false (out as it was)
 // when data is not a packed record of at most max_len bytes.
 bool unpack_record(const void *data, size_t len, size_t max_len, std::string &out);
+// Off: unpack_record takes the plain path even where the processor has the
+// vector one (tests that hold the two to the same answers).
+void unpack_use_vectors(bool on);
 // The length the record packed as data[0..len) claims; 0 when it claims none
 // or more than max_len.
 size_t unpacked_size(const void *data, size_t len, size_t max_len);
