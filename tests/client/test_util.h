@@ -11,6 +11,8 @@
 #include <sstream>
 
 #include "evpn_show_print.h"
+#include "platform/bag.h"
+#include "platform/bag_types.h"
 #include "platform/caps.h"
 #include "platform/cerr.h"
 #include "subprocess.h"
@@ -36,6 +38,26 @@ inline std::string build_db(const std::string &name,
     if (w && fill) fill(*w);
     EXPECT_TRUE(w && w->commit(err)) << err;
     return path;
+}
+
+// EVIs 1 to count below the global root, bridge domain "QQQQ<id>" each;
+// edit(id, encoding) may change an EVI's encoding, or leave the EVI out by
+// returning false.
+inline std::string evi_store(const std::string &name, uint32_t count,
+                             const std::function<bool(uint32_t, std::string &)> &edit = {}) {
+    return build_db(name, [&](evpn::SysdbWriter &w) {
+        std::string err;
+        for (uint32_t id = 1; id <= count; id++) {
+            std::string bd = "QQQQ" + std::to_string(id);
+            l2vpn_evpn_evi_summary_bag evi{id, 8, bd.data(), 0};
+            std::string enc;
+            ASSERT_EQ(bag_encode(&evi, &bag_desc_l2vpn_evpn_evi_summary_bag, enc), 0u);
+            if (edit && !edit(id, enc)) continue;
+            char item[32];
+            snprintf(item, sizeof item, "0x%x,0x8", id);
+            ASSERT_TRUE(w.add_raw("/oper/evpn/gl/", "evpn_evi", item, enc, err)) << err;
+        }
+    });
 }
 
 // Runs SQL on a database file as a writer by other means would. The read

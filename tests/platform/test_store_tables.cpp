@@ -152,16 +152,9 @@ TEST(StoreRecord, HeadersThatClaimMoreThanTheRecordHoldsAreRefused) {
 
 // EVIs 1 to 3; EVI 2's record is data when given.
 std::string evis(const std::string &name, const std::string &data = "") {
-    return spine_test::build_db(name, [&](evpn::SysdbWriter &w) {
-        std::string err;
-        for (uint32_t id = 1; id <= 3; id++) {
-            std::string bd = "QQQQ" + std::to_string(id);
-            l2vpn_evpn_evi_summary_bag evi{id, 8, bd.data(), 0};
-            std::string enc;
-            ASSERT_EQ(bag_encode(&evi, &bag_desc_l2vpn_evpn_evi_summary_bag, enc), 0u);
-            if (id == 2 && !data.empty()) enc = data;
-            ASSERT_TRUE(w.add_raw(kRoot, "evpn_evi", "0x" + std::to_string(id) + ",0x8", enc, err)) << err;
-        }
+    return spine_test::evi_store(name, 3, [&](uint32_t id, std::string &enc) {
+        if (id == 2 && !data.empty()) enc = data;
+        return true;
     });
 }
 

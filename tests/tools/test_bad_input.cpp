@@ -74,18 +74,9 @@ TEST(HostileSnapshot, NamesInOtherScriptsPrintAsTheyStand) {
 // A store written by other means: the decoder refuses the hostile text and the
 // walk goes on to the next record.
 TEST(HostileSnapshot, StoredControlTextIsAMalformedRecordSkippedAndTraced) {
-    const std::string db = spine_test::build_db("hostile-store.db", [](evpn::SysdbWriter &w) {
-        std::string err;
-        for (uint32_t id = 1; id <= 3; id++) {
-            std::string bd = "QQQQ" + std::to_string(id);
-            l2vpn_evpn_evi_summary_bag evi{id, 8, bd.data(), 0};
-            std::string enc;
-            ASSERT_EQ(bag_encode(&evi, &bag_desc_l2vpn_evpn_evi_summary_bag, enc), 0u);
-            if (id == 2) enc.replace(enc.find("QQQQ"), 4, "\x1b[2J");
-            char name[32];
-            snprintf(name, sizeof name, "0x%x,0x8", id);
-            ASSERT_TRUE(w.add_raw(kRoot, "evpn_evi", name, enc, err)) << err;
-        }
+    const std::string db = spine_test::evi_store("hostile-store.db", 3, [](uint32_t id, std::string &enc) {
+        if (id == 2) enc.replace(enc.find("QQQQ"), 4, "\x1b[2J");
+        return true;
     });
     auto r = client({"5"}, db, "400001");
     EXPECT_EQ(r.status, 0);

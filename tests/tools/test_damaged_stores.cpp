@@ -39,17 +39,11 @@ std::string write_file(const std::string &name, const std::string &text) {
 // EVIs 1 to 5 named "QQQQ<id>"; EVI 3 stored as damage makes its encoding,
 // or left out when damage is null.
 std::string evis(const std::string &name, const std::function<std::string(std::string)> &damage) {
-    return spine_test::build_db(name, [&](evpn::SysdbWriter &w) {
-        std::string err;
-        for (uint32_t id = 1; id <= 5; id++) {
-            std::string bd = "QQQQ" + std::to_string(id);
-            l2vpn_evpn_evi_summary_bag evi{id, 8, bd.data(), 0};
-            std::string enc;
-            ASSERT_EQ(bag_encode(&evi, &bag_desc_l2vpn_evpn_evi_summary_bag, enc), 0u);
-            if (id == 3 && !damage) continue;
-            if (id == 3) enc = damage(enc);
-            ASSERT_TRUE(w.add_raw(kRoot, "evpn_evi", "0x" + std::to_string(id) + ",0x8", enc, err)) << err;
-        }
+    return spine_test::evi_store(name, 5, [&](uint32_t id, std::string &enc) {
+        if (id != 3) return true;
+        if (!damage) return false;
+        enc = damage(enc);
+        return true;
     });
 }
 
