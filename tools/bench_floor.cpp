@@ -47,10 +47,7 @@ int main(int argc, char **argv) {
         return 1;
     }
     int64_t list = -1;
-    const btr_value key[3] = {{SQLITE_INTEGER, sysdb_schema::kKindListing, nullptr, 0},
-                              {SQLITE_TEXT, 0, root, static_cast<int>(strlen(root))},
-                              {SQLITE_TEXT, 0, path, static_cast<int>(strlen(path))}};
-    if (tables.attribute_v1(key, &list) != SQLITE_ROW) list = -1;
+    if (tables.listing_id(root, path, &list) != SQLITE_ROW) list = -1;
 
     // One line per item: its name, padded to the width, then a line end.
     std::vector<char> line(static_cast<size_t>(width), ' ');

@@ -41,9 +41,8 @@ int capability(int &slot, const char *name, const char *variable) {
     if (const char *v = getenv(variable); v && *v) return slot = strcmp(v, "0") != 0;
     platform_db::SharedRead read;
     int64_t value = 0;
-    const btr_value key[3] = {{SQLITE_INTEGER, sysdb_schema::kKindCapability, nullptr, 0},
-                              {SQLITE_TEXT, 0, name, static_cast<int>(strlen(name))},
-                              {SQLITE_INTEGER, 0, nullptr, 0}};
+    using store_tables::int_key;
+    const btr_value key[3] = {int_key(sysdb_schema::kKindCapability), store_tables::text_key(name), int_key(0)};
     return slot = read.tables() && read.tables()->attribute_v1(key, &value) == SQLITE_ROW && value != 0;
 }
 
@@ -59,7 +58,7 @@ void load_interface_table() {
     g_caps.interfaces_loaded = true;
     platform_db::SharedRead read;
     if (!read.tables()) return;
-    const btr_value kind{SQLITE_INTEGER, sysdb_schema::kKindInterface, nullptr, 0};
+    const btr_value kind = store_tables::int_key(sysdb_schema::kKindInterface);
     // kind, key: the handle, key2, v1: the name, v2: the state
     read.tables()->attributes(&kind, 1, [](const store_tables::Value *cols) {
         if (cols[1].type != SQLITE_INTEGER) return true;

@@ -26,10 +26,6 @@ constexpr sqlite3_int64 kReadHeapLimit = 4 * sqlite3_int64(16777216);  // 4 reco
 // dropped again (the caller closes the tables, then the connection).
 uint32_t open_readonly(const char *path, sqlite3 **db, store_tables::Tables *tables = nullptr);
 
-// The platform code of an SQLite failure: SYSDB_ERR_CORRUPT for a damaged
-// file, SYSDB_ERR_TOO_BIG for a row past the read limits, else SYSDB_ERR_STORE.
-uint32_t store_error(int sqlite_rc);
-
 // The store's tables for one read by the capability queries and the
 // statistics service: the bound handle's, in the binding's transaction, or
 // else those of a connection opened on sysdb_library_path(), in a read

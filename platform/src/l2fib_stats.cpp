@@ -18,9 +18,8 @@ l2fib_request_counts g_counts;
 // Counters are unsigned 64-bit and wrap as the hardware's do: the sum over
 // nodes is taken here, row by row.
 uint32_t fetch(store_tables::Tables &t, uint32_t node, uint32_t bd, bd_forwarding_stats *out) {
-    const btr_value key[3] = {{SQLITE_INTEGER, sysdb_schema::kKindBdStats, nullptr, 0},
-                              {SQLITE_INTEGER, bd, nullptr, 0},
-                              {SQLITE_INTEGER, node, nullptr, 0}};
+    using store_tables::int_key;
+    const btr_value key[3] = {int_key(sysdb_schema::kKindBdStats), int_key(bd), int_key(node)};
     uint64_t v[sysdb_schema::kBdStatsCount] = {};
     bool any = false;
     const int rc = t.attributes(key, node == L2FIB_ALL_NODES ? 2 : 3, [&](const store_tables::Value *cols) {

@@ -99,14 +99,6 @@ inline Value value_of(const unsigned char *p, const Span &s) {
     return v;
 }
 
-uint32_t open_error(int rc) {
-    switch (rc & 0xff) {
-    case SQLITE_CORRUPT: case SQLITE_NOTADB: return SYSDB_ERR_CORRUPT;
-    case SQLITE_NOMEM: case SQLITE_TOOBIG: return SYSDB_ERR_TOO_BIG;
-    default: return SYSDB_ERR_STORE;
-    }
-}
-
 struct Known {
     Table table;
     const char *type, *name, *sql;
@@ -121,6 +113,14 @@ constexpr Known kKnown[] = {
 static_assert(std::size(kKnown) == kTableCount);
 
 }  // namespace
+
+uint32_t store_error(int sqlite_rc) {
+    switch (sqlite_rc & 0xff) {
+    case SQLITE_CORRUPT: case SQLITE_NOTADB: return SYSDB_ERR_CORRUPT;
+    case SQLITE_NOMEM: case SQLITE_TOOBIG: return SYSDB_ERR_TOO_BIG;
+    default: return SYSDB_ERR_STORE;
+    }
+}
 
 bool split_record(const void *rec, size_t len, Value *cols, int want) {
     Span s[8];
@@ -154,7 +154,7 @@ uint32_t Tables::open(sqlite3 *db) {
         rc = btr_next(c, &at_end);
     }
     btr_close(c);
-    if (rc != SQLITE_OK) return open_error(rc);
+    if (rc != SQLITE_OK) return store_error(rc);
     for (bool m : matches)
         if (!m) return SYSDB_ERR_NOT_BOUND;
     return 0;
@@ -201,6 +201,11 @@ int Tables::attribute_v1(const btr_value (&key)[3], int64_t *v1) {
     return rc == SQLITE_DONE ? found : rc;
 }
 
+int Tables::listing_id(std::string_view root, std::string_view path, int64_t *id) {
+    const btr_value key[3] = {int_key(sysdb_schema::kKindListing), text_key(root), text_key(path)};
+    return attribute_v1(key, id);
+}
+
 int Tables::item_by_rowid(int64_t rowid, size_t max_data, Value *name, Value *data) {
     btr_cursor *c;
     if (int rc = cursor(kItem, &c)) return rc;
@@ -237,8 +242,7 @@ int Tables::item_by_rowid(int64_t rowid, size_t max_data, Value *name, Value *da
 int Tables::item(int64_t list, std::string_view skey, size_t max_data, Value *name, Value *data) {
     btr_cursor *c;
     if (int rc = cursor(kItemKey, &c)) return rc;
-    const btr_value k[2] = {{SQLITE_INTEGER, list, nullptr, 0},
-                            {SQLITE_BLOB, 0, skey.data(), static_cast<int>(skey.size())}};
+    const btr_value k[2] = {int_key(list), blob_key(skey)};
     int at_end = 1;
     if (int rc = btr_seek_ge(c, k, 2, &at_end)) return rc;
     if (at_end) return SQLITE_DONE;
@@ -256,8 +260,7 @@ int Tables::scan_start(bool on_index, int64_t list, std::string_view lo, bool *a
     *at_end = true;
     btr_cursor *c;
     if (int rc = cursor(on_index ? kItemIndex : kItemKey, &c)) return rc;
-    const btr_value k[2] = {{SQLITE_INTEGER, list, nullptr, 0},
-                            {SQLITE_BLOB, 0, lo.data(), static_cast<int>(lo.size())}};
+    const btr_value k[2] = {int_key(list), blob_key(lo)};
     int end = 1;
     const int rc = btr_seek_ge(c, k, 2, &end);
     *at_end = end;

@@ -59,14 +59,6 @@ bool valid_root(const char *root) {
 
 namespace platform_db {
 
-uint32_t store_error(int sqlite_rc) {
-    switch (sqlite_rc & 0xff) {
-    case SQLITE_CORRUPT: case SQLITE_NOTADB: return SYSDB_ERR_CORRUPT;
-    case SQLITE_NOMEM: case SQLITE_TOOBIG: return SYSDB_ERR_TOO_BIG;
-    default: return SYSDB_ERR_STORE;
-    }
-}
-
 uint32_t open_readonly(const char *path, sqlite3 **out, store_tables::Tables *tables) {
     *out = nullptr;
     // A request that reads a row past this heap limit (a store written by
@@ -165,12 +157,9 @@ struct sysdb_handle_s {
         auto it = list_ids.find(path);
         if (it != list_ids.end()) return it->second;
         int64_t id = -1;
-        const btr_value key[3] = {{SQLITE_INTEGER, sysdb_schema::kKindListing, nullptr, 0},
-                                  {SQLITE_TEXT, 0, root.data(), static_cast<int>(root.size())},
-                                  {SQLITE_TEXT, 0, path.data(), static_cast<int>(path.size())}};
-        const int rc = tables.attribute_v1(key, &id);
+        const int rc = tables.listing_id(root, path, &id);
         if (rc != SQLITE_ROW && rc != SQLITE_DONE) {
-            failed = platform_db::store_error(rc);
+            failed = store_tables::store_error(rc);
             return -2;
         }
         if (rc == SQLITE_DONE || id < 0) id = -1;
@@ -641,7 +630,7 @@ uint32_t run_listing(sysdb_handle_td h, const char *path, const char *resume, ui
         }
         rc = t.scan_next(&at_end);
     }
-    if (rc != SQLITE_OK && rc != SQLITE_DONE) return platform_db::store_error(rc);
+    if (rc != SQLITE_OK && rc != SQLITE_DONE) return store_tables::store_error(rc);
     return out.entries.empty() ? static_cast<uint32_t>(SYSDB_ERR_NOT_FOUND) : 0u;
 }
 
@@ -675,7 +664,7 @@ uint32_t item_get(sysdb_handle_td h, const char *path, uint32_t *type, void **da
         store_tables::Value item_name, stored;
         const int rc = h->tables.item(list, skey, BAG_MAX_RECORD, &item_name, &stored);
         if (rc == SQLITE_DONE) return SYSDB_ERR_NOT_FOUND;
-        if (rc != SQLITE_ROW) return platform_db::store_error(rc);
+        if (rc != SQLITE_ROW) return store_tables::store_error(rc);
         if (!sysdb_schema::unpack_record(stored.p, stored.n, BAG_MAX_RECORD, read)) read.clear();
     }
     const size_t n = record->size();

@@ -30,6 +30,16 @@ struct Value {
 // column runs past its end, or a serial type is reserved.
 bool split_record(const void *rec, size_t len, Value *cols, int want);
 
+// Key fields to seek to.
+inline btr_value int_key(int64_t v) { return {SQLITE_INTEGER, v, nullptr, 0}; }
+inline btr_value text_key(std::string_view s) { return {SQLITE_TEXT, 0, s.data(), static_cast<int>(s.size())}; }
+inline btr_value blob_key(std::string_view s) { return {SQLITE_BLOB, 0, s.data(), static_cast<int>(s.size())}; }
+
+// The platform code of a failure the tables report: SYSDB_ERR_CORRUPT for a
+// damaged file, SYSDB_ERR_TOO_BIG for a row past the read limits (or memory
+// run out), else SYSDB_ERR_STORE.
+uint32_t store_error(int sqlite_rc);
+
 enum Table { kAttribute, kItem, kItemKey, kItemIndex, kTableCount };
 
 // One connection's cursors on the store's tables, under the read transaction
@@ -57,6 +67,8 @@ public:
     // v1 of the attribute row (kind, key, key2): SQLITE_ROW with *v1 set,
     // SQLITE_DONE when there is none or its v1 is not an integer, else the error.
     int attribute_v1(const btr_value (&key)[3], int64_t *v1);
+    // The id of the listing at path below root: attribute_v1 of its row.
+    int listing_id(std::string_view root, std::string_view path, int64_t *id);
 
     // The item of listing list with sort key skey: SQLITE_ROW with its name
     // and data (valid until the next call on the items), SQLITE_DONE when
